@@ -1,0 +1,77 @@
+#ifndef DAEMON_LOOP_H
+#define DAEMON_LOOP_H
+
+/* The event loop: one thread, one select, one list of registrations.
+ *
+ *  1. A record that was added belongs to the loop. Its owner may change `type`, `state` and `data`
+ * at any time; nobody but the loop unlinks or frees it.
+ *  2. An owner who is done sets `state` to FD_CALLBACK_FINISHED and forgets the record: after the
+ *     dispatch pass the loop closes the descriptor and frees the record.
+ *  3. A callback may find its data null: its owner is gone and the record is finished, or will be.
+ *  4. The whole value of `type` counts. A record is made a reader (1) or a writer (2) for good, and
+ *     only its own bit is cleared and set again.
+ *  5. select watches descriptors below FD_SETSIZE only. Others are refused where they are
+ * registered.
+ *  6. Nothing here is safe in a signal handler; signals arrive as data on a pipe.
+ */
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+enum { FD_CALLBACK_PARKED = 0, FD_CALLBACK_READ = 1, FD_CALLBACK_WRITE = 2 };
+
+enum {
+    FD_CALLBACK_ACTIVE = 0,
+    FD_CALLBACK_FINISHED = 1, /* the loop closes the descriptor and frees the record */
+    FD_CALLBACK_STOP = 2      /* the loop returns when its removal pass comes to this record */
+};
+
+typedef struct fd_callback {
+    struct fd_callback *next;
+    int type;
+    int state;
+    int fd;
+    int (*cb)(int fd, void *data); /* the result is ignored */
+    void *data;                    /* borrowed */
+} fd_callback;
+
+/* Registrations in the order in which they were added. For looking at; add with the functions
+ * below. */
+extern struct fd_callback *g_cb_list;
+extern struct fd_callback *g_timecb_list;
+
+/* A new record that is in no list yet; null (errno ENOMEM) when memory is exhausted. */
+struct fd_callback *create_fd_callback(int fd, int type, int (*callback)(int fd, void *data),
+                                       void *data);
+
+/* Appends a record, which belongs to the loop from then on. Returns 0; -1 for a null record (errno
+ * EINVAL) and for a descriptor that is negative (EBADF) or at or above FD_SETSIZE (EMFILE): then
+ * the record, freed with free(), and the descriptor are still the caller's. */
+int loop_add_callback(struct fd_callback *cb);
+
+/* Unlinks and frees a record without closing its descriptor. For the loop itself. */
+void loop_del_callback(struct fd_callback *cb);
+
+/* The same for records that are called when a wait ends without anything ready. The loop waits
+ * without a limit, so nothing calls them at present. A time record's descriptor may be -1. */
+int loop_add_time_callback(struct fd_callback *cb);
+void loop_del_time_callback(struct fd_callback *cb);
+
+/* Functions that the loop calls between its passes, null for none: sweep after each dispatch pass,
+ * when no callback runs and what callbacks marked may be destroyed; closed after a removal pass
+ * that closed a descriptor. */
+void loop_set_hooks(void (*sweep)(void), void (*closed)(void));
+
+/* Marks every registration finished: the loop closes them all and returns. */
+void loop_finish_all(void);
+
+/* Runs until no registration is left or a stop mark is met. The time-out is accepted and not used.
+ */
+void loop(int timeout);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
