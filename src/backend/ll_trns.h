@@ -1,8 +1,9 @@
 #ifndef UCFGD_BACKEND_LL_TRNS_H
 #define UCFGD_BACKEND_LL_TRNS_H
 
-#include "backend/llconf_item.h"
-#include "tree/trns.h"
+#include "backend/contexts.h"
+
+/* The backend's part in transactions, and the service restart pass. */
 
 #ifdef __cplusplus
 extern "C" {
@@ -10,14 +11,23 @@ extern "C" {
 
 struct fe_def;
 
-enum { k_ll_trns_id = 0x4C4C };
-
+/* Registers the backend under k_ll_trns_id; to be called before the master context is made. Null
+ * (ENOMEM) when memory is exhausted. */
 trns_interface *ll_register_tctx_interface(void);
-llconf_item *lli_list_from_trns_ctx(trns_ctx *tctx);
+
+/* The serial number of the master context; -1 without one. */
 int llconf_trns_ctx_serial(void);
+
+/* Compares the trees in memory with the files on disk, takes over what changed there, and restarts
+ * or stops the services that /etc/rc5.d names. Always 1.
+ *
+ * The item list of the master context is released: its data is null afterwards, look-ups find
+ * nothing, and every copy of the context has lost its items too. Call it as the last thing in a
+ * process that is about to end, such as the child that runs an "admin:" method. Commands run
+ * synchronously; their results are ignored. */
 int llconf_restart_dirty_mods(void);
 
-/* The backend tree functions. */
+/* Appends the backend tree functions to a list of definitions; the longer list. */
 struct fe_def *fe_register_llfuncs(struct fe_def *list);
 
 #ifdef __cplusplus

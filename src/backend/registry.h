@@ -1,7 +1,15 @@
 #ifndef UCFGD_BACKEND_REGISTRY_H
 #define UCFGD_BACKEND_REGISTRY_H
 
-#include "backend/llconf_item.h"
+#include "backend/contexts.h"
+
+/* The registry of module instances: the modules file, and the hooks that feature modules add.
+ *
+ *  1. Registered items belong to the list of the master context g_trns_ctx.
+ *  2. A field or entry that is wrong is logged and skipped; the others still count.
+ *  3. An instance that cannot be made is no instance; one whose source cannot be read stays
+ *     registered, empty and dirty, so that the first commit writes it.
+ */
 
 #ifdef __cplusplus
 extern "C" {
@@ -10,11 +18,18 @@ extern "C" {
 struct cnfnode;
 struct fe_def;
 
+/* Reads the modules file (a complete path) and registers every entry; hooks are parsed
+ * against functions. 0, also when the library has no parser for it; -1 after a log line when the
+ * file cannot be parsed. */
 int register_llconf_all(const char *modulesfile, struct fe_def *functions);
+
+/* Registers one entry of a modules file (already stripped) and reads its source. The item, which
+ * belongs to the master context; null when it cannot be made or its source cannot be read. */
 llconf_item *register_llconf_cn(const struct cnfnode *entry, struct fe_def *functions);
+
+/* Adds the hooks of a feature module; each child of hooks is named after an instance. 0, or -1 when
+ * the master context has no backend. */
 int register_llconf_hooks_cn(struct fe_def *functions, const struct cnfnode *hooks);
-int register_llconf_module(llconf_item *lli);
-int unregister_llconf_module(llconf_item *lli);
 
 #ifdef __cplusplus
 }
