@@ -1,13 +1,29 @@
 #ifndef UCFGD_SESSION_SESSION_H
 #define UCFGD_SESSION_SESSION_H
 
+#include <stddef.h>
 #include <stdio.h>
-#include <sys/socket.h>
 
 #include "daemon/loop.h"
 #include "tree/trns.h"
 #include "ucfgd/databuf.h"
 #include "ucfgd/lines.h"
+
+/* The session: one record for each connection, and for each login that outlives its connection.
+ *
+ *  1. A session owns its buffers, strings, collected lines and its private transaction context; the
+ *     root context is shared and never destroyed with a session. The two registrations belong to
+ *     the loop.
+ *  2. Every session is in g_session_list from add_session to its destruction. Code that runs below
+ *     a callback calls close_session or session_discard; the record itself goes in session_sweep,
+ *     when nobody holds a pointer to it.
+ *  3. inbuf and outbuf are null once the connection is gone. Writing to such a session does
+ *     nothing and succeeds.
+ *  4. Times are whole seconds of system uptime (get_uptime).
+ *  5. Functions return 0, or -1 with errno where a system call failed. Session arguments must not
+ *     be null unless the function says so.
+ *  6. One thread: nothing here locks.
+ */
 
 #ifdef __cplusplus
 extern "C" {
@@ -17,76 +33,123 @@ struct ccd_path_value_item;
 struct ucred;
 
 enum session_state {
-    k_session_new = 0,
-    k_session_logged = 1,
-    k_session_logout = 2,
-    k_session_suspended = 3
+    k_session_new = 0,      /* connected, not logged in */
+    k_session_logged = 1,   /* logged in */
+    k_session_logout = 2,   /* terminated; stays to tell the client why */
+    k_session_suspended = 3 /* the connection is gone; waits for RESUME */
 };
 enum session_reason { k_reason_logout = 0, k_reason_forced = 1, k_reason_timeout = 2 };
 enum { k_session_locked = 1 };                               /* bit of `flags` */
 enum { k_perm_exec = 1, k_perm_write = 2, k_perm_read = 4 }; /* bits of `perms` */
 
+/* Pending output from which on a session's input is no longer read. */
+enum { k_session_output_limit = 1048576 };
+
 typedef struct ccd_session {
     struct ccd_session *next;
-    int type;
-    int flags;
+    int type;  /* 0 until the client first sends data, then 1 */
+    int flags; /* k_session_locked while a background job owns the session */
     int state;
     int state_reason;
     databuf *inbuf;
     databuf *outbuf;
     fd_callback *fdcb_in;
     fd_callback *fdcb_out;
-    line *curr_cmd;
+    line *curr_cmd; /* the lines of the request collected so far, the final one last */
     char *username;
     char *sessionid;
     int perms;
-    char *exec_user;
+    char *exec_user; /* the account that programs run under; null for none */
     char *listenname;
-    struct ucred *ucred;
+    struct ucred *ucred; /* null when the socket knows no peer */
     char *auth_method;
     void *pamh;
-    long last_action;
-    int timeout;
+    long last_action; /* 0 exempts from the idle rule */
+    int timeout;      /* seconds */
     struct trns_ctx *backend_ctx;
-    struct trns_ctx *backend_ctx_sub;
+    struct trns_ctx *backend_ctx_sub; /* while SUBMIT runs */
     struct ccd_path_value_item *sanity_list;
     char *hlxaaa_sid;
-    /* private fields of the implementation may follow */
+    /* Private from here on. */
+    line final_line;       /* the line being executed; its text lies in inbuf */
+    line **curr_cmd_tail;  /* where the next collected line is linked */
+    size_t curr_cmd_bytes; /* what they hold */
+    int scanned;           /* bytes of inbuf known to hold no complete line */
+    int stalled;           /* complete lines wait for output to drain */
+    int discarded;         /* session_sweep destroys it */
 } ccd_session;
 
+/* All sessions, in the order of their connections. */
 extern ccd_session *g_session_list;
+
+/* The session whose line is being executed; null between lines. */
 extern ccd_session *g_current_session;
+
+/* Uptime at the start of the current read event. */
 extern long request_time;
+
+/* From the main configuration: the idle limit of new sessions, which is also how long a terminated
+ * one lingers; and whether access methods are passed over (1) and ACCESS answers "1" (2). */
 extern int g_session_timeout;
 extern int g_access_override;
+
+/* The protocol log, null without one. Opened and closed by the start-up code. */
 extern FILE *g_protocol_log_fptr;
 
+/* A new session with two empty buffers, not in the list, without a transaction context. Null (errno
+ * ENOMEM) when memory is exhausted. */
 ccd_session *create_session(void);
+
+/* Frees everything that the session owns, marks each registration whose data it is finished, and
+ * makes its background jobs forget it. It must not be in the list any more. Null is accepted. */
 void destroy_session(ccd_session *session);
+
+/* Gives up the connection: marks both registrations finished and frees the buffers. A logged-in
+ * session is suspended and can be resumed; a terminated one stays terminated; one that never logged
+ * in goes with the next sweep. The record survives the call. */
 void close_session(ccd_session *session);
+
+/* Closes the session and leaves the record to the next sweep: it can no longer be resumed. For
+ * callers inside a callback, where destroy_session would come too early. */
+void session_discard(ccd_session *session);
+
 void add_session(ccd_session *session);
+
+/* Unlinks the session from the list; nothing is freed. */
 void remove_session(ccd_session *session);
 
-int session_write(ccd_session *session, const void *data, size_t size);
-int session_writef(ccd_session *session, const char *format, ...)
-#ifdef __GNUC__
-    __attribute__((format(printf, 2, 3)))
-#endif
-    ;
-int session_write_databuf(ccd_session *session, const char *id, databuf *buffer, int final);
+/* Sends what the socket takes of the pending output, without ever waiting. Returns the bytes sent,
+ * 0 when nothing was pending, -1 with errno (EAGAIN when the socket takes nothing now). A
+ * descriptor that is no socket is written to. */
 int session_flushout(ccd_session *session, int fd);
+
+/* The same behind a test with select, so that it returns 0 where session_flushout gives EAGAIN. */
 int session_flushout_nb(ccd_session *session, int fd);
+
+/* Reads once, at most 1024 bytes, and stops reading from a locked session that has a lot waiting.
+ * Returns what read() returned. */
 int session_flushin(ccd_session *session, int fd);
+
+/* Frames and executes the complete lines in inbuf, up to one that locks the session, then sets what
+ * the registrations watch. Returns 0; -1 when the session was closed for a line or a request that
+ * is too long. The record survives the call. */
 int session_process_input(ccd_session *session);
 
+/* Applies the idle rule to one session: a session past its limit is terminated. */
 void session_timeout_check(ccd_session *session);
+
+/* Sets request_time and, at most once a second, applies the idle rule to all sessions and discards
+ * terminated ones (but not current, which may be null) that have lingered long enough. */
 void session_timeout_check_all(ccd_session *current);
+
+/* Prints all sessions on standard output, current (which may be null) marked. */
 void session_dump_all(ccd_session *current);
 
-/* Reaps finished background jobs; called when a child may have ended. */
+/* Completes the background jobs whose child has ended; called when one may have. Returns 0. */
 int session_wait_bg(void);
 
-/* Destroys what was marked during a dispatch pass; the loop calls it between passes. */
+/* Destroys what was discarded, and goes on with sessions and jobs that waited for output to drain.
+ * The loop calls it after each dispatch pass. */
 void session_sweep(void);
 
 #ifdef __cplusplus

@@ -1,0 +1,117 @@
+#ifndef UCFGD_SESSION_BGEXEC_H
+#define UCFGD_SESSION_BGEXEC_H
+
+#include <sys/types.h>
+
+#include "session/session.h"
+
+/* Background jobs: children whose output the loop collects and whose end completes a request; and
+ * the synchronous runner of external programs. For the daemon's own commands and for feature
+ * modules.
+ *
+ *  1. A job owns its tag and its buffers. Its registrations belong to the loop once bgfork has
+ *     returned in the parent.
+ *  2. A job does not own its session: the session is null when it has been destroyed meanwhile, and
+ *     another one when a client has resumed it.
+ *  3. The daemon's ends of the pipes do not block. A child starts with nothing open but its three
+ *     pipes, with an empty signal mask and default handlers (SIGPIPE stays ignored until a program
+ *     is executed).
+ *  4. A user id is switched to with the account's groups. When any step of that fails, nothing is
+ *     executed and the child ends with status 1.
+ */
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef struct bgexec_ctx {
+    struct bgexec_ctx *next;
+    pid_t pid; /* 0 for a job that waits to be started */
+    ccd_session *session;
+    char *id;
+    databuf *ibuf;
+    databuf *obuf;
+    databuf *ebuf;
+    fd_callback *cb_in;
+    fd_callback *cb_out;
+    fd_callback *cb_err;
+    void (*cb_exit)(struct bgexec_ctx *job, int status); /* with the wait status */
+} bgexec_ctx;
+
+/* The jobs whose children run, in the order of their start, and those that wait. */
+extern bgexec_ctx *g_bgexec_ctx_list;
+
+/* A new job that is in no list. It takes over the buffers, each of which may be null, copies the
+ * tag, and makes a registration without a descriptor for each handler that is given, with the job
+ * as its data. Null (errno ENOMEM) when memory is exhausted; then the buffers are still the
+ * caller's. */
+bgexec_ctx *create_bgexec_ctx(ccd_session *session, const char *id, databuf *ibuf, databuf *obuf,
+                              databuf *ebuf, int (*cb_in)(int fd, void *data),
+                              int (*cb_out)(int fd, void *data), int (*cb_err)(int fd, void *data),
+                              void (*cb_exit)(bgexec_ctx *job, int status));
+
+/* Frees a job that is in no list, with buffers, and with registrations that never reached the
+ * loop; those that did are marked finished. Null is accepted. */
+void destroy_bgexec_ctx(bgexec_ctx *job);
+
+/* Puts a job in the list, locks its session, and waits for the child from now on. */
+void bgexec_start(bgexec_ctx *job, pid_t pid);
+
+/* Unlocks the session of a completed job and goes on with the lines that arrived meanwhile. */
+void bgexec_unlock(ccd_session *session);
+
+/* Makes every job of `from` a job of `to`, which may be null. */
+void bgexec_move_session(ccd_session *from, ccd_session *to);
+
+/* Wakes jobs whose output was held back because their session's client did not read. */
+void bgexec_resume_output(void);
+
+/* Forks a child with three pipes. In the parent the registrations, each of which may be null, get
+ * the pipes' ends and are added to the loop; the child's process id is returned, or a negative
+ * value with errno, and then the registrations are still the caller's. In the child, 0: the caller
+ * ends it with bgexit or by executing a program. */
+pid_t bgfork(fd_callback *cb_in, fd_callback *cb_out, fd_callback *cb_err);
+
+/* Ends a forked child: flushes its output and exits without the parent's exit functions. */
+void bgexit(int status)
+#ifdef __GNUC__
+    __attribute__((noreturn))
+#endif
+    ;
+
+/* Handlers of the jobs' pipes, with the job as data: the output of ADMIN becomes reply lines as it
+ * arrives, that of COMMIT is thrown away. They return 0, and -1 at the end of the pipe. */
+int bgexec_std_in(int fd, void *data);
+int bgexec_std_out(int fd, void *data);
+int bgexec_std_err(int fd, void *data);
+int bgcommit_std_out(int fd, void *data);
+int bgcommit_std_err(int fd, void *data);
+
+/* Completion functions of the two commands that have jobs. */
+void session_admin_cb_exit(bgexec_ctx *job, int status);
+void session_commit_cb_exit(bgexec_ctx *job, int status);
+
+/* bgfork, then executes a file, searched on the path, under a user id. Returns what bgfork returns
+ * in the parent. */
+pid_t bgexec_file(const char *file, char *const argv[], uid_t uid, fd_callback *cb_in,
+                  fd_callback *cb_out, fd_callback *cb_err);
+
+/* Executes a file, searched on the path, under a user id, and waits for its end. stdin_cb is called
+ * when the child takes input, the others when it has written; each gets the descriptor and cb_data,
+ * and a result below 1 closes that pipe. The wait status goes to *pstatus, which may be null.
+ * Returns 0; negative with errno when the child could not be started. */
+int exec_file(const char *file, char *const argv[], uid_t uid, int (*stdin_cb)(int fd, void *data),
+              int (*stdout_cb)(int fd, void *data), int (*stderr_cb)(int fd, void *data),
+              void *cb_data, int *pstatus);
+
+/* The same with the whole input given and the whole output returned: each output is a new block
+ * that the caller frees, with a NUL behind its size bytes, or null and size 0 when empty. Returns
+ * 0; -1 with errno when memory is exhausted or the child could not be started. */
+int execute(const char *filename, char *const argv[], uid_t uid, const char *data_in, int in_size,
+            char **p_data_out, int *p_out_size, char **p_data_err, int *p_err_size, int *pstatus);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
