@@ -1,0 +1,106 @@
+/* Authentication: who may log in on which listener.
+ *
+ * Every listener of the main configuration names its methods in "authtype:" entries. They are tried
+ * in that order, and the first that accepts decides: its name is kept in the session, since some
+ * methods (the peer's credentials, the AAA store) stand for a login that happened elsewhere and are
+ * treated differently later. A method that refuses does not end the search, so a listener with
+ * "usercred" and "pam" lets in the local user without a password and everybody else with one.
+ *
+ * A method is one row of k_methods. To add one: write a function that takes the session, the user
+ * and the password and returns 0 to accept; add its row; describe it in the listener's
+ * documentation. Methods with `keeps_result` set take no part in the result of a login that nobody
+ * accepts: they say "not me", the others say "no".
+ *
+ * Three things may never happen here. A text that a method leaves for the client must not tell
+ * whether a user exists (PAM's informational messages are the administrator's choice). A password
+ * must not survive in memory that is given back. And a comparison with a stored secret must not
+ * take longer the more of it is right.
+ */
+#include "auth/session_auth.h"
+
+#include <libdaemon/dlog.h>
+#include <pwd.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "auth/hlxaaa.h"
+#include "daemon/trace.h"
+#include "llconf/nodes.h"
+#include "session/session.h"
+#include "ucfgd/owners.h"
+
+char *g_auth_message = nullptr;
+cnfnode *g_conftree = nullptr;
+
+namespace {
+
+struct auth_method {
+    std::string_view name;
+    int (*accept)(ccd_session *session, const char *user, const char *pass);
+    bool keeps_result;
+};
+
+int auth_usercred(ccd_session *session, const char *user, const char *) {
+    if (!session->ucred) return 1;
+    const passwd *account = getpwnam(user);
+    return account && account->pw_uid == session->ucred->uid ? 0 : 1;
+}
+
+int auth_debug(ccd_session *, const char *user, const char *pass) {
+    return strcmp(user, pass) == 0 ? 0 : 1;
+}
+
+constexpr auth_method k_methods[] = {
+    {"usercred", auth_usercred, true},      {"hlxaaa", session_auth_hlxaaa, false},
+    {"pam", session_auth_pam, false},       {"passwd", session_auth_passwd, false},
+    {"shadow", session_auth_shadow, false}, {"debug", auth_debug, true},
+};
+
+const auth_method *find_method(std::string_view name) {
+    for (const auth_method &method : k_methods) {
+        if (method.name == name) return &method;
+    }
+    return nullptr;
+}
+
+/* The node of a listener, by its name as it stands: names of listeners are not paths. */
+const cnfnode *listener_node(const char *name) {
+    if (!g_conftree || !name) return nullptr;
+    const cnfnode *listen = find_node(g_conftree->first_child, "listen");
+    return listen ? find_node(listen->first_child, name) : nullptr;
+}
+
+}  // namespace
+
+int session_auth(ccd_session *session, const char *user, const char *pass) {
+    trace(4, "%s, user=%s, pass=%s\n", __func__, user, pass);
+    free(g_auth_message);
+    g_auth_message = nullptr;
+
+    const cnfnode *listener = listener_node(session->listenname);
+    if (!listener) return -1;
+    int result = -1;
+    for (const cnfnode *entry = listener->first_child; entry; entry = entry->next) {
+        if (!entry->name || strcmp(entry->name, "authtype:") != 0) continue;
+        const char *name = entry->value ? entry->value : "";
+        const auth_method *method = find_method(name);
+        if (!method) {
+            daemon_log(LOG_ERR, "unknown authtype %s", name);
+            continue;
+        }
+        const int verdict = method->accept(session, user, pass);
+        if (verdict != 0 && method->keeps_result) continue;
+        result = verdict;
+        if (verdict != 0) continue;
+        char *accepted = strdup(name);
+        if (!accepted) return -1;
+        free(session->auth_method);
+        session->auth_method = accepted;
+        return 0;
+    }
+    return result;
+}
