@@ -30,6 +30,10 @@ int register_llconf_module(llconf_item *lli);
  * master context has no backend. */
 int unregister_llconf_module(llconf_item *lli);
 
+/* Unregisters and destroys lli. 1; 0 when the master context's list does not hold it, and then
+ * nothing happens. */
+int ll_contexts_release(llconf_item *lli);
+
 /* Gives a copied context its shadows of the parent's list. 0, 1 when the parent has none, -1
  * (ENOMEM) when memory is exhausted. */
 int ll_contexts_attach(trns_ctx_item *item, trns_ctx_item *parent);

@@ -47,10 +47,10 @@ typedef struct llconf_file {
     ino_t st_ino;    /* inode at the last parse */
 
     /* Private. Files of a directory that the last parse could not read, by their names below the
-     * directory; and whether the directory's pattern was cut, so that nothing there is ours to
-     * write. */
+     * directory; and whether there may be files that it did not see at all, so that nothing there
+     * is ours to write. */
     struct line *unparsed;
-    int pattern_cut;
+    int incomplete;
 } llconf_file;
 
 /* One backend module instance, or the shadow of one in a transaction copy. */
@@ -74,10 +74,12 @@ typedef struct llconf_item {
 
     /* Private. While journal is set, cn_root belongs to item_orig and every change to it is noted
      * in the journal; borrower is the other end of that loan. replaced is a tree that a submit put
-     * aside, released with the next change of tree. */
+     * aside, released with the next change of tree. read_state tells (file_write.cpp) whether the
+     * tree has anything to do with the source. */
     struct cnf_journal *journal;
     struct llconf_item *borrower;
     struct cnfnode *replaced;
+    int read_state;
 } llconf_item;
 
 /* A list cell that refers to an item without owning it. */
