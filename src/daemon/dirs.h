@@ -1,5 +1,5 @@
-#ifndef DAEMON_DIRS_H
-#define DAEMON_DIRS_H
+#ifndef UCFGD_DAEMON_DIRS_H
+#define UCFGD_DAEMON_DIRS_H
 
 /* Where files are: the prefixes that move the daemon's own files and those of the modules, and the
  * PID file. Names that are handed out are new; the caller frees them. */

@@ -1,5 +1,5 @@
-#ifndef DAEMON_LOOP_H
-#define DAEMON_LOOP_H
+#ifndef UCFGD_DAEMON_LOOP_H
+#define UCFGD_DAEMON_LOOP_H
 
 /* The event loop: one thread, one select, one list of registrations.
  *

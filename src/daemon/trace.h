@@ -1,5 +1,5 @@
-#ifndef DAEMON_TRACE_H
-#define DAEMON_TRACE_H
+#ifndef UCFGD_DAEMON_TRACE_H
+#define UCFGD_DAEMON_TRACE_H
 
 /* Trace lines on standard output, for whoever runs the daemon in the foreground with -d, or turns
  * tracing on with SIGUSR1 and off with SIGUSR2. */

@@ -1,0 +1,65 @@
+#include "daemon/config.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstdlib>
+#include <string_view>
+
+#include "llconf/nodes.h"
+#include "llconf/path.h"
+#include "session/session.h"
+#include "ucfgd/owners.h"
+
+namespace {
+
+struct file_entry {
+    const char *path;
+    const char *fallback;
+    const char *config_files::*field;
+};
+
+constexpr file_entry k_files[] = {
+    {"files/param:", "/etc/ucfgd/param.conf", &config_files::param},
+    {"files/management:", "/etc/ucfgd/management.conf", &config_files::management},
+    {"files/functions:", "/etc/ucfgd/functions.conf", &config_files::functions},
+    {"files/features:", nullptr, &config_files::features},
+    {"backends/llconf/conffile:", "/etc/ucfgd/modules.conf", &config_files::modules},
+    {"files/types:", "/etc/ucfgd/types.conf", &config_files::types},
+};
+
+struct number_entry {
+    std::string_view name;
+    int *variable;
+};
+
+constexpr number_entry k_numbers[] = {
+    {"timeout:", &g_session_timeout},
+    {"access-override:", &g_access_override},
+};
+
+int decimal(const char *text) {
+    errno_guard keep;
+    long number = std::strtol(text ? text : "", nullptr, 10);
+    return static_cast<int>(std::clamp<long>(number, INT_MIN, INT_MAX));
+}
+
+}  // namespace
+
+config_files read_config_files(const cnfnode *root) {
+    errno_guard keep;
+    config_files files{};
+    for (const file_entry &entry : k_files) {
+        const char *value = cnf_get_entry(root, entry.path);
+        files.*entry.field = value ? value : entry.fallback;
+    }
+    return files;
+}
+
+void parse_config(const cnfnode *root) {
+    const cnfnode *section = find_node(root->first_child, "config");
+    if (!section) return;
+    for (const cnfnode *node = section->first_child; node; node = node->next)
+        for (const number_entry &entry : k_numbers)
+            if (entry.name == cnfnode_getname(node))
+                *entry.variable = decimal(cnfnode_getval(node));
+}

@@ -1,0 +1,164 @@
+#include "daemon/listen_accept.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <libdaemon/daemon.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <syslog.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include "daemon/connection.h"
+#include "daemon/listen.h"
+#include "daemon/loop.h"
+#include "llconf/nodes.h"
+#include "session/session.h"
+#include "ucfgd/owners.h"
+
+namespace {
+
+/* Descriptors that connections leave to the pipes of child processes and to files. */
+constexpr int k_reserved_descriptors = 32;
+constexpr long k_breath_ns = 100'000'000;
+
+bool g_paused = false;
+
+/* The two sides of a connection, each closed by a registration of its own. */
+struct connection_pair {
+    unique_fd in;
+    unique_fd out;
+};
+
+bool has_connections() {
+    for (const fd_callback *cb = g_cb_list; cb; cb = cb->next)
+        if (cb->cb == read_callback && cb->state == FD_CALLBACK_ACTIVE) return true;
+    return false;
+}
+
+void park_listener(int fd) {
+    for (fd_callback *cb = g_cb_list; cb; cb = cb->next)
+        if (cb->cb == listen_callback && cb->fd == fd) cb->type = FD_CALLBACK_PARKED;
+    g_paused = true;
+}
+
+/* The waiting connection keeps the listener readable, so watching it would spin. It is looked at
+ * again when a connection has closed; where there is none that could, after a breath. */
+void pause_listener(int fd, const char *name) {
+    daemon_log(LOG_ERR, "accept: %s, listener '%s' pauses", strerror(errno), name);
+    if (has_connections()) {
+        park_listener(fd);
+        return;
+    }
+    struct timespec breath {};
+    breath.tv_nsec = k_breath_ns;
+    nanosleep(&breath, nullptr);
+}
+
+bool is_transient(int error) {
+    return error == EAGAIN || error == EWOULDBLOCK || error == EINTR || error == ECONNABORTED;
+}
+
+/* Both sides, or neither after pausing the listener. */
+connection_pair accept_pair(int listener, const char *name) {
+    connection_pair pair;
+    pair.in.reset(accept(listener, nullptr, nullptr));
+    if (!pair.in) {
+        if (!is_transient(errno)) pause_listener(listener, name);
+        return {};
+    }
+    set_reuse_address(pair.in.get());
+    pair.out.reset(dup(pair.in.get()));
+    if (!pair.out) {
+        pause_listener(listener, name);
+        return {};
+    }
+    set_close_on_exec(pair.in.get());
+    set_close_on_exec(pair.out.get());
+    return pair;
+}
+
+/* Registers one side. The loop owns the descriptor then; otherwise it stays with fd. */
+fd_callback *register_side(unique_fd &fd, int type, int (*callback)(int, void *), void *data) {
+    fd_callback *cb = create_fd_callback(fd.get(), type, callback, data);
+    if (cb && loop_add_callback(cb) == 0) {
+        fd.release();
+        return cb;
+    }
+    std::free(cb);
+    return nullptr;
+}
+
+/* Null when the socket tells nothing of its peer. */
+ucred *peer_credentials(int fd) {
+    auto *credentials = static_cast<ucred *>(std::calloc(1, sizeof(ucred)));
+    socklen_t size = sizeof(ucred);
+    if (credentials && getsockopt(fd, SOL_SOCKET, SO_PEERCRED, credentials, &size) == 0)
+        return credentials;
+    std::free(credentials);
+    return nullptr;
+}
+
+void log_connection_accepted(int listener, const char *name) {
+    if (!g_protocol_log_fptr) return;
+    fprintf(g_protocol_log_fptr, "X(%d): Accepted connection on listen/%s\n", listener, name);
+    fflush(g_protocol_log_fptr);
+}
+
+/* A listed session for the pair; null when memory is exhausted, and then nothing is left of it. */
+ccd_session *make_session(connection_pair pair, const char *name) {
+    owned<ccd_session, destroy_session> session{create_session()};
+    if (!session) return nullptr;
+    int fd = pair.in.get();
+    session->listenname = strdup(name);
+    session->fdcb_out = register_side(pair.out, FD_CALLBACK_PARKED, write_callback, session.get());
+    session->fdcb_in = session->fdcb_out && session->listenname
+                           ? register_side(pair.in, FD_CALLBACK_READ, read_callback, session.get())
+                           : nullptr;
+    session->backend_ctx = g_trns_ctx;
+    if (!session->fdcb_in) return nullptr;
+    session->ucred = peer_credentials(fd);
+    add_session(session.get());
+    return session.release();
+}
+
+}  // namespace
+
+void set_close_on_exec(int fd) {
+    if (fcntl(fd, F_SETFD, FD_CLOEXEC) != 0) daemon_log(LOG_ERR, "fcntl: %s\n", strerror(errno));
+}
+
+void set_reuse_address(int fd) {
+    int on = 1;
+    if (setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0)
+        daemon_log(LOG_ERR, "setsockopt: %s\n", strerror(errno));
+}
+
+int listen_callback(int fd, void *data) {
+    auto *listener = static_cast<const cnfnode *>(data);
+    const char *name = listener ? cnfnode_getname(listener) : "";
+    connection_pair pair = accept_pair(fd, name);
+    if (!pair.out) return -1;
+    if (std::max(pair.in.get(), pair.out.get()) >= FD_SETSIZE - k_reserved_descriptors) {
+        daemon_log(LOG_ERR, "too many connections, closing a new one on listen/%s", name);
+        return -1;
+    }
+    if (!make_session(std::move(pair), name)) {
+        daemon_log(LOG_ERR, "closing a new connection on listen/%s: %s", name, strerror(errno));
+        return -1;
+    }
+    log_connection_accepted(fd, name);
+    return 0;
+}
+
+void listen_resume(void) {
+    if (!g_paused) return;
+    g_paused = false;
+    for (fd_callback *cb = g_cb_list; cb; cb = cb->next)
+        if (cb->cb == listen_callback) cb->type = FD_CALLBACK_READ;
+}

@@ -1,0 +1,210 @@
+#include "daemon/loop.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <libdaemon/daemon.h>
+#include <sys/select.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+
+#include "ucfgd/owners.h"
+
+/* The daemon's folder, for its next owner.
+ *
+ * Everything runs in one thread around the loop below. Whoever waits for something registers a
+ * descriptor and a function: listeners (listen), connections (connection), libdaemon's signal pipe
+ * (signals), and the pipes of child processes (src/session). Nobody else ever waits, so a function
+ * that blocks stops every client.
+ *
+ * A round has three passes over one list: collect descriptors and select, call what is ready,
+ * remove what is finished. Nothing is unlinked while functions are being called. They only mark,
+ * and they may mark any record, their own or one that has not had its turn: so the state and the
+ * type of a record are looked at again right before its function is called. Sessions follow the
+ * same rule through the sweep hook, which runs when no function does.
+ *
+ * A request costs one select, one read and one write. Keep it so: connections write their replies
+ * at once and are watched for writing only when the socket did not take everything, and the clock
+ * costs no system call.
+ *
+ * loop, trace and dirs are used by every other folder and know none of them. The rest of this
+ * folder is the top of the house: options and config read the settings, startup is the order in
+ * which everything is made, main calls it.
+ */
+
+static_assert(offsetof(fd_callback, next) == 0);
+
+fd_callback *g_cb_list = nullptr;
+fd_callback *g_timecb_list = nullptr;
+
+namespace {
+
+/* Where the next record of each list is linked. */
+fd_callback **g_cb_tail = &g_cb_list;
+fd_callback **g_timecb_tail = &g_timecb_list;
+
+void (*g_sweep)(void) = nullptr;
+void (*g_closed)(void) = nullptr;
+
+struct watch_sets {
+    fd_set read;
+    fd_set write;
+    int highest = 0;
+};
+
+struct removal {
+    bool stopped = false;
+    bool closed = false;
+};
+
+void append(fd_callback **&tail, fd_callback *cb) {
+    *tail = cb;
+    tail = &cb->next;
+}
+
+void unlink_and_free(fd_callback **list, fd_callback **&tail, fd_callback *cb) {
+    for (fd_callback **link = list; *link; link = &(*link)->next) {
+        if (*link != cb) continue;
+        *link = cb->next;
+        if (tail == &cb->next) tail = link;
+        std::free(cb);
+        return;
+    }
+}
+
+void collect(watch_sets &sets) {
+    FD_ZERO(&sets.read);
+    FD_ZERO(&sets.write);
+    for (const fd_callback *cb = g_cb_list; cb; cb = cb->next) {
+        if (cb->type == FD_CALLBACK_READ) FD_SET(cb->fd, &sets.read);
+        if (cb->type == FD_CALLBACK_WRITE) FD_SET(cb->fd, &sets.write);
+        sets.highest = std::max(sets.highest, cb->fd);
+    }
+}
+
+void dispatch(const watch_sets &sets) {
+    for (fd_callback *cb : removal_safe(g_cb_list)) {
+        if (cb->state == FD_CALLBACK_FINISHED) continue;
+        if (cb->type == FD_CALLBACK_READ && FD_ISSET(cb->fd, &sets.read)) cb->cb(cb->fd, cb->data);
+        if (cb->type == FD_CALLBACK_WRITE && FD_ISSET(cb->fd, &sets.write))
+            cb->cb(cb->fd, cb->data);
+    }
+}
+
+removal remove_finished(fd_callback **list, fd_callback **&tail) {
+    removal result;
+    fd_callback **link = list;
+    while (fd_callback *cb = *link) {
+        if (cb->state == FD_CALLBACK_STOP) {
+            result.stopped = true;
+            return result;
+        }
+        if (cb->state != FD_CALLBACK_FINISHED) {
+            link = &cb->next;
+            continue;
+        }
+        if (close(cb->fd) != 0) daemon_log(LOG_ERR, "close fd=%d: %s", cb->fd, strerror(errno));
+        *link = cb->next;
+        std::free(cb);
+        result.closed = true;
+    }
+    tail = link;
+    return result;
+}
+
+/* A descriptor that somebody else has closed would make every select fail at once, for ever. Its
+ * owner may still hold the record, so that it is parked and not removed. */
+void park_closed_descriptors() {
+    for (fd_callback *cb = g_cb_list; cb; cb = cb->next) {
+        if (cb->type == FD_CALLBACK_PARKED || fcntl(cb->fd, F_GETFD) >= 0) continue;
+        daemon_log(LOG_ERR, "fd=%d: %s, no longer watched", cb->fd, strerror(errno));
+        cb->type = FD_CALLBACK_PARKED;
+    }
+}
+
+void call_time_callbacks() {
+    for (fd_callback *cb : removal_safe(g_timecb_list))
+        if (cb->state != FD_CALLBACK_FINISHED) cb->cb(-1, cb->data);
+    remove_finished(&g_timecb_list, g_timecb_tail);
+}
+
+/* Everything behind a select that found something. True when the loop is over. */
+bool serve(const watch_sets &sets) {
+    dispatch(sets);
+    if (g_sweep) g_sweep();
+    removal result = remove_finished(&g_cb_list, g_cb_tail);
+    if (result.stopped) return true;
+    if (!g_cb_list) {
+        daemon_log(LOG_NOTICE, "loop: no more sockets to listen, returning");
+        return true;
+    }
+    if (result.closed && g_closed) g_closed();
+    return false;
+}
+
+}  // namespace
+
+fd_callback *create_fd_callback(int fd, int type, int (*callback)(int fd, void *data), void *data) {
+    auto *cb = static_cast<fd_callback *>(std::calloc(1, sizeof(fd_callback)));
+    if (!cb) return nullptr;
+    cb->fd = fd;
+    cb->type = type;
+    cb->cb = callback;
+    cb->data = data;
+    return cb;
+}
+
+int loop_add_callback(fd_callback *cb) {
+    if (!cb || cb->fd < 0 || cb->fd >= FD_SETSIZE) {
+        errno = !cb ? EINVAL : cb->fd < 0 ? EBADF : EMFILE;
+        return -1;
+    }
+    append(g_cb_tail, cb);
+    return 0;
+}
+
+void loop_del_callback(fd_callback *cb) {
+    unlink_and_free(&g_cb_list, g_cb_tail, cb);
+}
+
+int loop_add_time_callback(fd_callback *cb) {
+    if (!cb) {
+        errno = EINVAL;
+        return -1;
+    }
+    append(g_timecb_tail, cb);
+    return 0;
+}
+
+void loop_del_time_callback(fd_callback *cb) {
+    unlink_and_free(&g_timecb_list, g_timecb_tail, cb);
+}
+
+void loop_set_hooks(void (*sweep)(void), void (*closed)(void)) {
+    g_sweep = sweep;
+    g_closed = closed;
+}
+
+void loop_finish_all(void) {
+    for (fd_callback *cb = g_cb_list; cb; cb = cb->next)
+        cb->state = FD_CALLBACK_FINISHED;
+}
+
+void loop(int /*timeout*/) {
+    for (;;) {
+        watch_sets sets;
+        collect(sets);
+        int ready = select(sets.highest + 1, &sets.read, &sets.write, nullptr, nullptr);
+        if (ready > 0) {
+            if (serve(sets)) return;
+        } else if (ready == 0) {
+            call_time_callbacks();
+        } else if (errno == EBADF) {
+            park_closed_descriptors();
+        }
+    }
+}

@@ -1,0 +1,48 @@
+#include "daemon/signals.h"
+
+#include <libdaemon/daemon.h>
+#include <signal.h>
+#include <syslog.h>
+
+#include "daemon/loop.h"
+#include "daemon/trace.h"
+#include "session/session.h"
+
+namespace {
+
+void trace_everything() {
+    g_debug_level = 5;
+}
+
+void trace_nothing() {
+    g_debug_level = 0;
+}
+
+void reap() {
+    session_wait_bg();
+}
+
+struct signal_action {
+    int number;
+    void (*act)();
+};
+
+constexpr signal_action k_actions[] = {
+    {SIGINT, loop_finish_all},   {SIGQUIT, loop_finish_all}, {SIGTERM, loop_finish_all},
+    {SIGUSR1, trace_everything}, {SIGUSR2, trace_nothing},   {SIGCHLD, reap},
+};
+
+}  // namespace
+
+int signals_install(void) {
+    return daemon_signal_init(SIGINT, SIGQUIT, SIGTERM, SIGUSR1, SIGUSR2, SIGCHLD, 0);
+}
+
+int signal_callback(int /*fd*/, void * /*data*/) {
+    for (int number = daemon_signal_next(); number > 0; number = daemon_signal_next()) {
+        daemon_log(LOG_INFO, "received signal %d", number);
+        for (const signal_action &action : k_actions)
+            if (action.number == number) action.act();
+    }
+    return 0;
+}

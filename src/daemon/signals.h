@@ -1,0 +1,20 @@
+#ifndef UCFGD_DAEMON_SIGNALS_H
+#define UCFGD_DAEMON_SIGNALS_H
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Makes libdaemon's signal pipe for every signal that the daemon acts on. Returns 0; otherwise
+ * errno tells why not. */
+int signals_install(void);
+
+/* Acts on every pending signal; a callback of the loop on the signal pipe, without data. Returns 0.
+ */
+int signal_callback(int fd, void *data);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,221 @@
+#include "daemon/startup.h"
+
+#include <fcntl.h>
+#include <libdaemon/daemon.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/select.h>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "auth/session_auth.h"
+#include "auth/session_users.h"
+#include "backend/ll_trns.h"
+#include "backend/registry.h"
+#include "daemon/config.h"
+#include "daemon/dirs.h"
+#include "daemon/dump.h"
+#include "daemon/options.h"
+#include "daemon/service.h"
+#include "daemon/trace.h"
+#include "fe/fe.h"
+#include "functions/functions.h"
+#include "llconf/modules.h"
+#include "llconf/nodes.h"
+#include "session/session.h"
+#include "tavevent/tavevent.h"
+#include "tree/ccdtree.h"
+#include "tree/features.h"
+#include "tree/trns.h"
+#include "ucfgd/owners.h"
+
+felib_base *g_fel_base = nullptr;
+
+namespace {
+
+constexpr char k_event_file[] = "/var/log/tavevent.jsonl";
+constexpr int k_kill_wait_seconds = 5;
+
+using function_family = fe_def *(*)(fe_def *list);
+
+/* In the order in which their names are looked up last. */
+constexpr function_family k_families[] = {
+    fe_register_felib_funcs, fe_register_network_sanity_funcs, fe_register_llfuncs,
+    fe_register_llmiscfuncs, fe_register_llmgettyfuncs,        fe_register_lltavfuncs,
+    fe_register_paramfuncs,  fe_register_adm_network_funcs,    fe_register_adm_misc_funcs,
+    fe_register_typefuncs,
+};
+
+void done() {
+    daemon_log(LOG_INFO, "\tdone.");
+}
+
+void report_configuration(int priority, const char *text, void * /*data*/) {
+    daemon_log(priority, "%s", text);
+}
+
+void report_expression(const char *text) {
+    daemon_log(LOG_ERR, "%s", text);
+}
+
+/* A relative prefix would lead elsewhere once the daemon has left its directory. */
+char *absolute_prefix(const char *prefix) {
+    if (prefix[0] == '/' || prefix[0] == '\0') return strdup(prefix);
+    owned_str directory{getcwd(nullptr, 0)};
+    char *absolute = nullptr;
+    if (!directory || asprintf(&absolute, "%s/%s", directory.get(), prefix) < 0)
+        return strdup(prefix);
+    return absolute;
+}
+
+void set_prefixes(const options &given) {
+    if (given.root) ucfgd_conffilesprefix = absolute_prefix(given.root);
+    if (given.prefix) g_filesprefix = absolute_prefix(given.prefix);
+    if (ucfgd_conffilesprefix && !g_filesprefix) g_filesprefix = strdup(ucfgd_conffilesprefix);
+    owned_str event_file{prefix_ucfgdconffilename(k_event_file)};
+    tavevent_set_file(event_file.get());
+}
+
+/* It shows passwords, so only the daemon's own user may read it. */
+void open_protocol_log(const char *path) {
+    unique_fd fd{open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600)};
+    struct stat file {};
+    if (!fd || fstat(fd.get(), &file) != 0) return;
+    if (S_ISREG(file.st_mode) && fchmod(fd.get(), 0600) != 0) return;
+    g_protocol_log_fptr = fdopen(fd.get(), "w");
+    if (g_protocol_log_fptr) fd.release();
+}
+
+/* As many descriptors as select can watch, where the system lets us. */
+void raise_descriptor_limit() {
+    struct rlimit limit {};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= FD_SETSIZE) return;
+    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, FD_SETSIZE);
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+bool read_main_configuration(const char *filename) {
+    daemon_log(LOG_INFO, "parsing configuration...");
+    cnfmodule *tavconf = find_cnfmodule("tavconf");
+    if (!tavconf) {
+        daemon_log(LOG_ERR, "Unable to find tavconf parser.  Broken libllconf?  Terminating.");
+        return false;
+    }
+    g_conftree = ucfgd_cnfmodule_parse_file(tavconf, filename);
+    if (g_conftree) return true;
+    daemon_log(LOG_ERR, "Unable to read configuration from '%s'.  Terminating.", filename);
+    daemon_log(LOG_ERR, "%s", cnf_error_text());
+    return false;
+}
+
+void read_functions(const config_files &files, bool dumping) {
+    daemon_log(LOG_INFO, "initializing felib...");
+    g_fel_base = init_felib();
+    done();
+    if (files.features && !dumping) config_feature_modules_lib(g_fel_base, files.features);
+    daemon_log(LOG_INFO, "parsing functions...");
+    ccdtree_readconf_functions(files.functions, g_fel_base->fed_list);
+    done();
+}
+
+void read_backends(const config_files &files, bool dumping) {
+    ll_register_tctx_interface();
+    g_trns_ctx = trns_create_ctx();
+    if (!dumping) {
+        daemon_log(LOG_INFO, "parsing modules configuration...");
+        owned_str name{prefix_ucfgdconffilename(files.modules)};
+        if (name) register_llconf_all(name.get(), g_fel_base->fed_list);
+        name.reset();
+        done();
+    }
+    daemon_log(LOG_INFO, "initializing backend transaction management...");
+    done();
+}
+
+void read_trees(const config_files &files, bool dumping) {
+    daemon_log(LOG_INFO, "loading types...");
+    g_types = types_readconf(files.types, g_fel_base->fed_list);
+    done();
+    daemon_log(LOG_INFO, "parsing parameter tree...");
+    g_ccdtree = create_ccdtree();
+    ccdtree_readconf(g_ccdtree, files.param, g_fel_base->fed_list);
+    done();
+    daemon_log(LOG_INFO, "parsing management tree from '%s'...", files.management);
+    g_mgmttree = create_ccdtree();
+    ccdtree_readconf(g_mgmttree, files.management, g_fel_base->fed_list);
+    done();
+    if (files.features)
+        config_feature_modules(g_ccdtree, g_mgmttree, g_fel_base, files.features, !dumping);
+    ccdtree_postprocess(g_ccdtree, 0, 0);
+    ccdtree_postprocess(g_mgmttree, 1, 0);
+}
+
+/* Everything that lives as long as the daemon. False when it cannot be made. */
+bool build(const options &given) {
+    bool dumping = given.dump_path != nullptr;
+    if (register_all() != 0 || !read_main_configuration(given.config_file)) return false;
+    config_files files = read_config_files(g_conftree);
+    done();
+    read_functions(files, dumping);
+    read_backends(files, dumping);
+    parse_config(g_conftree);
+    read_trees(files, dumping);
+    return true;
+}
+
+int kill_running() {
+    if (daemon_pid_file_kill_wait(SIGINT, k_kill_wait_seconds) >= 0) return 0;
+    fprintf(stderr, "Failed to kill daemon.\n");
+    return 1;
+}
+
+void set_up_process(const options &given) {
+    llconf_set_report(report_configuration, nullptr);
+    fe_set_report(report_expression);
+    if (given.debug_level) g_debug_level = std::atoi(given.debug_level);
+    if (given.use_syslog || !given.foreground) daemon_log_use = DAEMON_LOG_SYSLOG;
+    if (given.protocol_log) open_protocol_log(given.protocol_log);
+    set_prefixes(given);
+    raise_descriptor_limit();
+}
+
+}  // namespace
+
+felib_base *init_felib(void) {
+    felib_base *base = create_felib_base();
+    if (!base) return nullptr;
+    for (function_family add : k_families)
+        base->fed_list = add(base->fed_list);
+    return base;
+}
+
+int ucfgd_main(int argc, char **argv) {
+    daemon_log_ident = "ucfgd";
+    daemon_pid_file_ident = "ucfgd";
+    daemon_pid_file_proc = daemon_pid_file_proc_ucfgd;
+    options given;
+    if (!read_options(argc, argv, given)) return 1;
+    if (given.kill) return kill_running();
+    pid_t running = daemon_pid_file_is_running();
+    if (running >= 0) {
+        daemon_log(LOG_ERR, "daemon already running on pid file %u",
+                   static_cast<unsigned int>(running));
+        return 1;
+    }
+    set_up_process(given);
+    if (!build(given)) return 1;
+    if (given.dump_path) {
+        int result = dump_trees(given.dump_path);
+        shut_down();
+        return result == 0 ? 0 : 1;
+    }
+    choose_locale();
+    return given.foreground ? run_in_foreground() : run_in_background();
+}
