@@ -1,0 +1,89 @@
+#ifndef HLXAUTH_STORE_H
+#define HLXAUTH_STORE_H
+
+#include <pthread.h>
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "hlxauth/hlxauth.h"
+
+/* The table in shared memory, and the way to it.
+ *
+ * A table is a header with a process-shared robust mutex and a fixed number of places. A place is
+ * free, being written, or live; it becomes live by the last store of the one who writes it. When a
+ * program dies with the lock held, the next one to lock it finds the places that were being written
+ * and frees them. Nothing in the table is trusted: texts are copied out with their bounds, and a
+ * table whose size, mark or owner is wrong is refused. */
+
+namespace hlx_auth {
+
+enum class place_state : uint32_t { free = 0, writing = 1, live = 2 };
+
+struct session_place {
+    place_state state;
+    uint32_t generation; /* counted up with every session that gets the place */
+    char sid[HLX_AUTH_SID_SIZE];
+    char user[HLX_AUTH_USER_SIZE];
+    char groups[HLX_AUTH_GROUPS_MAX][HLX_AUTH_USER_SIZE];
+    uint32_t group_count;
+    int32_t flags;
+    int64_t created; /* seconds since the epoch, */
+    int64_t expires; /* seconds since the machine started; 0 for never */
+    uint64_t order;  /* of creation */
+    uint32_t acl_valid;
+    char acl[HLX_AUTH_ACL_SIZE];
+};
+
+struct session_store {
+    uint32_t mark;
+    uint32_t size; /* bytes of the whole table */
+    uint64_t created_sessions;
+    pthread_mutex_t mutex;
+    std::array<session_place, HLX_AUTH_SESSIONS_MAX> places;
+};
+
+/* Holds the table mapped and its lock taken. Throws session_error (hlxauth/session.h) when it
+ * cannot be had; errno then carries the cause. */
+class locked_store {
+  public:
+    locked_store();
+    locked_store(const locked_store &) = delete;
+    locked_store &operator=(const locked_store &) = delete;
+    ~locked_store();
+
+    session_store &operator*() const { return *store_; }
+
+    /* The live session of that identifier, or null. */
+    session_place *find(std::string_view sid) const;
+
+    /* The place of that number, -1 for none; and the place of a number if it is still what it was.
+     */
+    int id_of(const session_place &place) const;
+    session_place *by_id(int id) const;
+
+    /* A place that may be written; null when there is none. Sessions that have ended give way. */
+    session_place *take_free() const;
+
+  private:
+    session_store *store_ = nullptr;
+};
+
+/* Whether the session has not ended. */
+bool is_live(const session_place &place);
+
+/* A copy of what the place holds. */
+hlx_auth_session copy_of(const session_place &place);
+
+/* Whole seconds since the machine started, which setting the clock does not move. */
+int64_t boot_seconds();
+
+/* The identifier in lower case; empty for a text that is none. */
+std::string normal_sid(std::string_view text);
+
+}  // namespace hlx_auth
+
+#endif
