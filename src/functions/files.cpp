@@ -1,0 +1,107 @@
+#include <fcntl.h>
+#include <fnmatch.h>
+#include <stdio.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "backend/file_io.h"
+#include "backend/files.h"
+#include "functions/line_splitter.h"
+#include "functions/llmisc.h"
+#include "llconf/modules.h"
+#include "llconf/nodes.h"
+
+/* Files beside those that have a backend module. Their names go through the module files prefix;
+ * the target of a symbolic link is a text like any other and does not. */
+
+namespace {
+
+/* The answer to a question about the file of a name. */
+template <class question>
+fe_node *ask_about(const char *name, question answer) {
+    owned_str path{prefix_llfilename(name)};
+    if (!path) return nullptr;
+    errno_guard keep;
+    return truth_node(answer(path.get()));
+}
+
+using stat_call = int (*)(const char *, struct stat *);
+
+fe_node *has_type(const char *name, stat_call look, mode_t type) {
+    return ask_about(name, [&](const char *path) {
+        struct stat st;
+        return look(path, &st) == 0 && (st.st_mode & S_IFMT) == type;
+    });
+}
+
+}  // namespace
+
+fe_node *llmisc_isfile(const call_arguments &arguments) {
+    return has_type(arguments[0], stat, S_IFREG);
+}
+
+fe_node *llmisc_issymlink(const call_arguments &arguments) {
+    return has_type(arguments[0], lstat, S_IFLNK);
+}
+
+fe_node *llmisc_isdir(const call_arguments &arguments) {
+    return has_type(arguments[0], stat, S_IFDIR);
+}
+
+fe_node *llmisc_unlink(const call_arguments &arguments) {
+    return ask_about(arguments[0], [](const char *path) { return unlink(path) == 0; });
+}
+
+fe_node *llmisc_symlink(const call_arguments &arguments) {
+    return ask_about(arguments[1],
+                     [&](const char *path) { return symlink(arguments[0], path) == 0; });
+}
+
+fe_node *llmisc_fnmatch(const call_arguments &arguments) {
+    return truth_node(fnmatch(arguments[0], arguments[1], 0) == 0);
+}
+
+/* A directory, a device or a pipe is no file with lines; opening one must not wait. */
+fe_node *llmisc_readlines(const call_arguments &arguments) {
+    owned_str path{prefix_llfilename(arguments[0])};
+    if (!path) return nullptr;
+    unique_fd fd{open(path.get(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)};
+    struct stat st;
+    if (!fd || fstat(fd.get(), &st) < 0) return nullptr;
+    if (!S_ISREG(st.st_mode)) {
+        errno = EINVAL;
+        return nullptr;
+    }
+    node_list lines;
+    line_splitter splitter{lines};
+    char chunk[4096];
+    for (;;) {
+        ssize_t n = read(fd.get(), chunk, sizeof chunk);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) return nullptr;
+        if (n == 0) break;
+        splitter.take({chunk, static_cast<size_t>(n)});
+    }
+    splitter.finish();
+    return lines.release();
+}
+
+/* The parser for plain lines knows what a line can hold, and the backend how a file is replaced. */
+fe_node *llmisc_writelines(const call_arguments &arguments) {
+    owned_str path{prefix_llfilename(arguments[0])};
+    const cnfmodule *lines = find_cnfmodule("lines");
+    owned<cnfnode, destroy_cnftree> tree{create_cnfnode("(root)")};
+    if (!path || lines == nullptr || !tree) return nullptr;
+    for (const fe_node *text = arguments.first()->next; text != nullptr; text = text->next) {
+        cnfnode *line = create_cnfnode("line");
+        if (line == nullptr || cnfnode_setval(line, text->text) < 0) {
+            destroy_cnftree(line);
+            return nullptr;
+        }
+        append_node(tree.get(), line);
+    }
+    constexpr file_attributes k_as_it_was{-1, -1, -1};
+    return truth_node(replace_file(lines, path.get(), tree.get(), k_as_it_was) == 0);
+}
