@@ -55,7 +55,6 @@ typedef struct ccdtree_node {
     struct ccdtree_node *last_child;
     struct ccdtree_index *children; /* null while there are few */
     unsigned int child_count;
-    struct fe_def *supers; /* the checks that "super" calls in func_sanity, newest first */
 } ccdtree_node;
 
 /* The roots. Made by the start-up code with create_ccdtree and destroyed at exit. */

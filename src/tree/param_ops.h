@@ -21,7 +21,7 @@
  *  4. Each of them starts with errno 0, so that afterwards errno is what this operation left; for
  *     code 2 it is never 0. One that succeeds restores the caller's.
  *  5. Why it failed may stand in the error record (param_error.h) as well. Only a sanity check
- *     clears the record at its start.
+ *     clears the record, before its method runs.
  *  6. Every change and every attempt at one is logged: this is the audit trail.
  */
 

@@ -7,7 +7,8 @@
  *  2. A context copied from another must be destroyed before it.
  *  3. A context has items for the interfaces that were registered when it was made.
  *  4. Operations of an interface return 0 for success. isdirty returns 0 for "nothing pending".
- *  5. A create or copy that fails has cleaned up behind itself: destroy is not called for it.
+ *  5. A create or copy that fails returns a negative value and has cleaned up behind itself:
+ * destroy is not called for it. A positive one tells that there was nothing to begin with.
  *  6. The serial tells whether the parent has been committed to since the copy was made.
  */
 

@@ -1,0 +1,34 @@
+#ifndef UCFGD_TREE_PARAM_CONTEXT_H
+#define UCFGD_TREE_PARAM_CONTEXT_H
+
+#include "fe/fe.h"
+#include "tree/param_path.h"
+#include "ucfgd/owners.h"
+
+/* How a method is run: the steps that every operation on a node shares. Internal to the tree. */
+
+using owned_context = owned<fe_context, destroy_fe_context>;
+using owned_path = owned<param_path, destroy_param_path>;
+using owned_result = owned<fe_node, destroy_fe_node_list>;
+using owned_lines = owned<line, destroy_line_list>;
+
+/* A context for the methods of one node: the caller's variables behind it, the transaction as its
+ * user data. Empty (errno ENOMEM) when memory is exhausted. */
+inline owned_context create_method_context(backend_ctx *ctx, fe_context *parent) {
+    return owned_context{create_fe_context(parent, ctx)};
+}
+
+/* arg1, arg2, ... and "argc". */
+void set_arg_vars(fe_context *ctx, const line *arg_list);
+
+/* What comes last before the method itself: the "common:" methods from the top down, then "0" to
+ * "9" of the addressed node. */
+void enter_path(fe_context *ctx, const param_path *path);
+
+/* What the last value of a method's result is worth, escaped; null for no result. */
+char *escaped_result(const fe_node *result);
+
+/* The greatest length that the node itself or else its type allows; 0 for any. */
+int param_limit(const ccdtree_node *node);
+
+#endif
