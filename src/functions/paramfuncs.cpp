@@ -3,6 +3,7 @@
 #include <string>
 
 #include "fe/fe.h"
+#include "functions/arguments.h"
 #include "functions/functions.h"
 #include "tree/param_ops.h"
 #include "ucfgd/escape.h"
@@ -14,154 +15,135 @@
 
 namespace {
 
-using owned_result = owned<fe_node, destroy_fe_node_list>;
 using owned_lines = owned<line, destroy_line_list>;
 
-fe_node *answer(const char *text) {
-    return create_fe_node(g_fed_const, text);
+fe_node *empty_answer() {
+    return const_node("");
 }
 
-fe_node *empty_answer() {
-    return answer("");
+/* "1", or the empty text. */
+fe_node *done_answer(bool done) {
+    return const_node(done ? "1" : "");
 }
 
 backend_ctx *transaction_of(const fe_context *ctx) {
     return static_cast<backend_ctx *>(ctx->user_data);
 }
 
-/* The evaluated arguments of one call. */
-class arguments {
-  public:
-    arguments(fe_context *ctx, const fe_node *call)
-        : list_(eval_fe_expr_list(ctx, call->first_child)), count_(fe_argc(list_.get())) {}
-    int count() const { return count_; }
-    const fe_node *node(int index) const {
-        const fe_node *n = list_.get();
-        while (index-- > 0) {
-            n = n->next;
-        }
-        return n;
+/* The texts behind the first argument, as the list that operations take. */
+owned_lines rest_of(const call_arguments &args) {
+    list_builder<line> lines;
+    for (const fe_node *argument = args.first()->next; argument; argument = argument->next) {
+        line *l = create_line(argument->text);
+        if (!l) break;
+        lines.append(l);
     }
-    const char *text(int index) const { return node(index)->text; }
-    /* The texts behind the first argument, as the list that operations take. */
-    owned_lines rest() const {
-        list_builder<line> lines;
-        for (const fe_node *n = list_->next; n; n = n->next) {
-            line *l = create_line(n->text);
-            if (!l) break;
-            lines.append(l);
-        }
-        return owned_lines{lines.release()};
-    }
-
-  private:
-    owned_result list_;
-    int count_;
-};
+    return owned_lines{lines.release()};
+}
 
 fe_node *fe_func_paramget(fe_context *ctx, fe_node *call) {
-    arguments args{ctx, call};
+    call_arguments args{ctx, call};
     if (args.count() != 1) return empty_answer();
-    owned_str value{ccd_param_get(g_ccdtree, transaction_of(ctx), args.text(0))};
-    return value ? answer(unescape_b(value.get(), value.get())) : empty_answer();
+    owned_str value{ccd_param_get(g_ccdtree, transaction_of(ctx), args[0])};
+    return value ? const_node(unescape_b(value.get(), value.get())) : empty_answer();
 }
 
 using value_operation = int (*)(ccdtree_node *, backend_ctx *, const char *, const char *);
 
 template <value_operation operation>
 fe_node *change_parameter(fe_context *ctx, fe_node *call) {
-    arguments args{ctx, call};
+    call_arguments args{ctx, call};
     if (args.count() != 2) return empty_answer();
-    bool done = operation(g_ccdtree, transaction_of(ctx), args.text(0), args.text(1)) == 0;
-    return answer(done ? "1" : "");
+    bool done = operation(g_ccdtree, transaction_of(ctx), args[0], args[1]) == 0;
+    return done_answer(done);
 }
 
 fe_node *fe_func_parammove(fe_context *ctx, fe_node *call) {
-    arguments args{ctx, call};
+    call_arguments args{ctx, call};
     if (args.count() != 3) return empty_answer();
-    bool done = ccd_param_move(g_ccdtree, transaction_of(ctx), args.text(0), args.text(1),
-                               args.text(2)) == 0;
-    return answer(done ? "1" : "");
+    bool done = ccd_param_move(g_ccdtree, transaction_of(ctx), args[0], args[1], args[2]) == 0;
+    return done_answer(done);
 }
 
 template <ccdtree_node **tree>
 fe_node *list_names(fe_context *ctx, fe_node *call) {
-    arguments args{ctx, call};
+    call_arguments args{ctx, call};
     if (args.count() != 1) return empty_answer();
-    owned_lines names{ccd_param_list(*tree, transaction_of(ctx), args.text(0), nullptr, 0)};
-    list_builder<fe_node> result;
+    owned_lines names{ccd_param_list(*tree, transaction_of(ctx), args[0], nullptr, 0)};
+    node_list result;
     for (const line *name = names.get(); name; name = name->next) {
-        fe_node *node = answer(name->line);
-        if (!node) break;
-        result.append(node);
+        result.append(name->line);
     }
-    return result.empty() ? empty_answer() : result.release();
+    return result.release();
 }
 
 template <ccdtree_node **tree>
 fe_node *entry_exists(fe_context *ctx, fe_node *call) {
-    arguments args{ctx, call};
+    call_arguments args{ctx, call};
     if (args.count() != 1) return empty_answer();
-    const char *entry = args.text(0);
+    const char *entry = args[0];
     const char *dot = std::strrchr(entry, '.');
     std::string path = dot ? std::string(entry, dot) : std::string();
     int exists = ccd_node_exists(*tree, transaction_of(ctx), path.c_str(), dot ? dot + 1 : entry);
-    return answer(exists != 0 ? "1" : "0");
+    return truth_node(exists != 0);
 }
 
 fe_node *fe_func_mgmtinfo(fe_context *ctx, fe_node *call) {
-    arguments args{ctx, call};
+    call_arguments args{ctx, call};
     if (args.count() == 0) return empty_answer();
-    owned_lines rest = args.rest();
-    owned_str text{ccd_param_info(g_mgmttree, transaction_of(ctx), args.text(0), rest.get(), ctx)};
-    return answer(text ? text.get() : "");
+    owned_lines rest = rest_of(args);
+    owned_str text{ccd_param_info(g_mgmttree, transaction_of(ctx), args[0], rest.get(), ctx)};
+    return const_node(text.get());
 }
 
 fe_node *fe_func_mgmtadmin(fe_context *ctx, fe_node *call) {
-    arguments args{ctx, call};
+    call_arguments args{ctx, call};
     if (args.count() == 0) return empty_answer();
-    owned_lines rest = args.rest();
-    int code = ccd_param_admin(g_mgmttree, transaction_of(ctx), args.text(0), rest.get(), ctx);
-    return answer(code == 0 ? "1" : "0");
+    owned_lines rest = rest_of(args);
+    int code = ccd_param_admin(g_mgmttree, transaction_of(ctx), args[0], rest.get(), ctx);
+    return truth_node(code == 0);
 }
 
 fe_node *fe_func_seterror(fe_context *ctx, fe_node *call) {
-    arguments args{ctx, call};
-    if (args.count() >= 1) ccd_set_error(args.text(0), args.count() > 1 ? args.text(1) : nullptr);
+    call_arguments args{ctx, call};
+    if (args.count() >= 1) ccd_set_error(args[0], args.count() > 1 ? args[1] : nullptr);
     if (args.count() > 2) {
-        for (const fe_node *argument = args.node(2); argument; argument = argument->next) {
-            ccd_add_error_arg(argument->text);
+        for (const fe_node *more = args.first()->next->next; more; more = more->next) {
+            ccd_add_error_arg(more->text);
         }
     }
     return empty_answer();
 }
 
 fe_node *fe_func_clearerror(fe_context *ctx, fe_node *call) {
-    arguments args{ctx, call};
+    call_arguments args{ctx, call};
     if (args.count() == 1) ccd_clear_error();
-    return answer("1");
+    return const_node("1");
 }
+
+constexpr fe_function fe_func_paramset = change_parameter<ccd_param_set>;
+constexpr fe_function fe_func_paramsanity = change_parameter<ccd_param_sanity>;
+constexpr fe_function fe_func_paramadd = change_parameter<ccd_param_add>;
+constexpr fe_function fe_func_paramdel = change_parameter<ccd_param_del>;
+constexpr fe_function fe_func_paramlist = list_names<&g_ccdtree>;
+constexpr fe_function fe_func_mgmtlist = list_names<&g_mgmttree>;
+constexpr fe_function fe_func_paramexists = entry_exists<&g_ccdtree>;
+constexpr fe_function fe_func_mgmtexists = entry_exists<&g_mgmttree>;
 
 struct native_function {
     const char *name;
     fe_function function;
 };
 
+/* In the order in which they are registered. */
 constexpr native_function k_functions[] = {
-    {"paramget", fe_func_paramget},
-    {"paramset", change_parameter<ccd_param_set>},
-    {"paramsanity", change_parameter<ccd_param_sanity>},
-    {"paramadd", change_parameter<ccd_param_add>},
-    {"paramdel", change_parameter<ccd_param_del>},
-    {"parammove", fe_func_parammove},
-    {"paramlist", list_names<&g_ccdtree>},
-    {"paramexists", entry_exists<&g_ccdtree>},
-    {"mgmtlist", list_names<&g_mgmttree>},
-    {"mgmtexists", entry_exists<&g_mgmttree>},
-    {"mgmtinfo", fe_func_mgmtinfo},
-    {"mgmtadmin", fe_func_mgmtadmin},
-    {"seterror", fe_func_seterror},
-    {"clearerror", fe_func_clearerror},
+    {"paramget", fe_func_paramget},       {"paramset", fe_func_paramset},
+    {"paramsanity", fe_func_paramsanity}, {"paramadd", fe_func_paramadd},
+    {"paramdel", fe_func_paramdel},       {"parammove", fe_func_parammove},
+    {"paramlist", fe_func_paramlist},     {"paramexists", fe_func_paramexists},
+    {"mgmtlist", fe_func_mgmtlist},       {"mgmtexists", fe_func_mgmtexists},
+    {"mgmtinfo", fe_func_mgmtinfo},       {"mgmtadmin", fe_func_mgmtadmin},
+    {"seterror", fe_func_seterror},       {"clearerror", fe_func_clearerror},
 };
 
 }  // namespace
