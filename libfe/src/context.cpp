@@ -1,0 +1,237 @@
+// Variables. A context keeps its first variables in itself, names apart from values so that looking
+// one up reads two or three cache lines; the rest, which only arguments by the dozen or expressions
+// that make names up need, go to a map. Released contexts are kept for the next request.
+#include "fe/context.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <new>
+#include <unordered_map>
+
+#include "internal.h"
+
+namespace fe {
+
+namespace {
+
+constexpr unsigned int k_own_variables = 16;
+constexpr unsigned int k_most_kept_contexts = 64;
+constexpr size_t k_map_entry_bytes = 128;
+
+struct value_slot {
+    char *text;
+    uint32_t length;
+    uint32_t capacity;  // of a text outside the slot; 0 for one inside
+    std::array<char, 24> inside;
+};
+
+using variable_map = std::unordered_map<symbol_ptr, value_slot>;
+
+struct context_record {
+    fe_context base;
+    unsigned int count;
+    bool inner;
+    variable_map *more;
+    context_record *next_kept;
+    std::array<symbol_ptr, k_own_variables> names;
+    std::array<value_slot, k_own_variables> values;
+};
+static_assert(offsetof(context_record, base) == 0);
+
+context_record *g_kept_contexts = nullptr;
+unsigned int g_kept_count = 0;
+
+context_record *record_of(fe_context *ctx) {
+    return reinterpret_cast<context_record *>(ctx);
+}
+
+value_slot *find_slot(context_record *record, const fe_symbol_record *name) {
+    for (unsigned int i = 0; i < record->count; ++i) {
+        if (record->names[i] == name) return &record->values[i];
+    }
+    if (record->more == nullptr) return nullptr;
+    auto found = record->more->find(const_cast<symbol_ptr>(name));
+    return found == record->more->end() ? nullptr : &found->second;
+}
+
+void clear_slot(value_slot &slot) {
+    if (slot.capacity == 0) return;
+    release_bytes(slot.capacity);
+    free(slot.text);
+}
+
+void init_slot(value_slot &slot) {
+    slot.text = slot.inside.data();
+    slot.length = 0;
+    slot.capacity = 0;
+    slot.inside[0] = '\0';
+}
+
+// The new value may be part of the old one.
+int assign_slot(value_slot &slot, std::string_view value) {
+    size_t room = slot.capacity == 0 ? slot.inside.size() : slot.capacity;
+    if (value.size() >= room) {
+        size_t bytes = value.size() + value.size() / 4 + 1;
+        if (value.size() > k_max_text || reserve_bytes(bytes) != 0) {
+            errno = ENOMEM;
+            return -1;
+        }
+        auto *text = static_cast<char *>(malloc(bytes));
+        if (text == nullptr) {
+            release_bytes(bytes);
+            return -1;
+        }
+        memcpy(text, value.data(), value.size());
+        clear_slot(slot);
+        slot.text = text;
+        slot.capacity = static_cast<uint32_t>(bytes);
+    } else {
+        memmove(slot.text, value.data(), value.size());
+    }
+    slot.text[value.size()] = '\0';
+    slot.length = static_cast<uint32_t>(value.size());
+    return 0;
+}
+
+value_slot *add_to_map(context_record *record, symbol_ptr name) {
+    if (reserve_bytes(k_map_entry_bytes) != 0) return nullptr;
+    try {
+        if (record->more == nullptr) record->more = new variable_map;
+        value_slot &slot = (*record->more)[name];
+        init_slot(slot);
+        return &slot;
+    } catch (const std::bad_alloc &) {
+        release_bytes(k_map_entry_bytes);
+        errno = ENOMEM;
+        return nullptr;
+    }
+}
+
+// Takes one use of the name over, also when it fails.
+value_slot *add_slot(context_record *record, symbol_ptr name) {
+    if (record->count < k_own_variables) {
+        record->names[record->count] = name;
+        value_slot &slot = record->values[record->count++];
+        init_slot(slot);
+        return &slot;
+    }
+    value_slot *slot = add_to_map(record, name);
+    if (slot == nullptr) release_symbol(name);
+    return slot;
+}
+
+void drop_map(context_record *record) {
+    for (auto &[name, slot] : *record->more) {
+        clear_slot(slot);
+        release_bytes(k_map_entry_bytes);
+        release_symbol(name);
+    }
+    delete record->more;
+    record->more = nullptr;
+}
+
+context_record *take_context() {
+    if (context_record *record = g_kept_contexts) {
+        g_kept_contexts = record->next_kept;
+        --g_kept_count;
+        return record;
+    }
+    return static_cast<context_record *>(malloc(sizeof(context_record)));
+}
+
+fe_context *new_context(fe_context *parent, void *user_data, bool inner) {
+    context_record *record = take_context();
+    if (record == nullptr) return nullptr;
+    record->base.parent = parent;
+    record->base.user_data = user_data;
+    record->count = 0;
+    record->inner = inner;
+    record->more = nullptr;
+    return &record->base;
+}
+
+}  // namespace
+
+fe_context *create_inner_context(fe_context *parent) {
+    return new_context(parent, parent == nullptr ? nullptr : parent->user_data, true);
+}
+
+fe_context *method_context(fe_context *ctx) {
+    while (record_of(ctx)->inner && ctx->parent != nullptr)
+        ctx = ctx->parent;
+    return ctx;
+}
+
+int set_variable(fe_context *ctx, symbol_ptr name, std::string_view value) {
+    context_record *record = record_of(ctx);
+    value_slot *slot = find_slot(record, name);
+    if (slot == nullptr) {
+        retain_symbol(name);
+        slot = add_slot(record, name);
+        if (slot == nullptr) return -1;
+    }
+    return assign_slot(*slot, value);
+}
+
+bool get_variable(const fe_context *ctx, const fe_symbol_record *name, std::string_view &value) {
+    for (; ctx != nullptr; ctx = ctx->parent) {
+        const value_slot *slot = find_slot(record_of(const_cast<fe_context *>(ctx)), name);
+        if (slot != nullptr) {
+            value = {slot->text, slot->length};
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace fe
+
+extern "C" {
+
+using namespace fe;
+
+fe_context *create_fe_context(fe_context *parent, void *user_data) {
+    return new_context(parent, user_data, false);
+}
+
+void destroy_fe_context(fe_context *ctx) {
+    if (ctx == nullptr) return;
+    context_record *record = record_of(ctx);
+    for (unsigned int i = 0; i < record->count; ++i) {
+        clear_slot(record->values[i]);
+        release_symbol(record->names[i]);
+    }
+    if (record->more != nullptr) drop_map(record);
+    if (k_recycle && g_kept_count < k_most_kept_contexts) {
+        record->next_kept = g_kept_contexts;
+        g_kept_contexts = record;
+        ++g_kept_count;
+    } else {
+        free(record);
+    }
+}
+
+int fe_set(fe_context *ctx, const char *name, const char *value) {
+    symbol_ptr symbol = acquire_symbol(name);
+    if (symbol == nullptr) return -1;
+    int result = fe_set_symbol(ctx, symbol, value);
+    release_symbol(symbol);
+    return result;
+}
+
+const char *fe_get(const fe_context *ctx, const char *name) {
+    symbol_ptr symbol = find_symbol(name);
+    return symbol == nullptr ? nullptr : fe_get_symbol(ctx, symbol);
+}
+
+int fe_set_symbol(fe_context *ctx, fe_symbol name, const char *value) {
+    if (value == nullptr) value = "";
+    return set_variable(ctx, const_cast<symbol_ptr>(name), value);
+}
+
+const char *fe_get_symbol(const fe_context *ctx, fe_symbol name) {
+    std::string_view value;
+    return get_variable(ctx, name, value) ? value.data() : nullptr;
+}
+}

@@ -1,0 +1,203 @@
+// libfe: a small language in which everything is a text and every computation is a call.
+//
+// An expression is parsed once, when a definition file is read, and evaluated many times, by every
+// request that touches its node. So whatever can be decided early is: names of functions are
+// resolved when the text is parsed, operators are turned into calls of functions, and names of
+// variables become symbols that are compared as pointers. What is left is a walk over the tree:
+// constants and variables give a node with their text, a call hands its own node to the function of
+// its definition, which evaluates as many of its arguments as it wants. Laziness, loops and
+// user-defined functions are just functions that do so in their own way.
+//
+// The result of everything is a chain of constant nodes, or null for failure. There is no empty
+// chain: nothing is one node with the empty text, since a get method that finds nothing answers "".
+//
+// Who changes what: the tree is never changed by its evaluation, so it may be evaluated again
+// while it is being evaluated. Variables are changed by fe_set and by the function "set" alone. The
+// results belong to whoever asked; the functions of the library itself read constant and variable
+// arguments in place (arguments.h) and make nodes for results only.
+//
+// What may never happen: that an expression takes the daemon with it. The C stack is bounded by the
+// 256 nested calls, time by the ten million nodes, both counted from the outermost evaluation on,
+// because native functions evaluate methods of other nodes; memory by the allocator of nodes. A run
+// that passes a limit is over: all that it still tries fails at once, and so does its result,
+// however much of it was forgiving about failures.
+#include "fe/eval.h"
+
+#include <cerrno>
+#include <new>
+#include <string>
+
+#include "internal.h"
+
+namespace fe {
+
+run_state g_run;
+
+namespace {
+
+fe_report_handler g_report_handler = nullptr;
+
+fe_node *evaluate_nothing(fe_context *, fe_node *) {
+    return fail_with(EINVAL);
+}
+
+constinit fe_def g_def_const = {nullptr,      "const", evaluate_nothing, nullptr, nullptr,
+                                k_kind_const, 0};
+constinit fe_def g_def_unparsed = {nullptr,     "unparsed", evaluate_nothing, nullptr, nullptr,
+                                   k_kind_call, 0};
+
+fe_node *evaluate_call(fe_context *ctx, const fe_node *call) {
+    if (g_run.depth >= k_max_nested_calls) {
+        stop_run("an expression was stopped: more than 256 nested calls");
+        return nullptr;
+    }
+    ++g_run.depth;
+    fe_node *result = call->fed->function(ctx, const_cast<fe_node *>(call));
+    --g_run.depth;
+    return result;
+}
+
+// Runs an evaluation as part of the running one, or as an outermost one with meters of its own.
+template <class evaluation>
+fe_node *run(evaluation evaluate_it) {
+    if (g_run.active) return evaluate_it();
+    g_run = {true, false, 0, 0};
+    fe_node *result = evaluate_it();
+    g_run.active = false;
+    if (g_run.reported) {
+        destroy_fe_node_list(result);
+        return fail_with(ELOOP);
+    }
+    return result;
+}
+
+fe_node *answer(bool truth) {
+    return new_const(truth ? "1" : "0");
+}
+
+// For those who answer something else when it fails.
+fe_node *evaluate_quietly(fe_context *ctx, const fe_node *first) {
+    int saved = errno;
+    fe_node *result = eval_fe_expr_list(ctx, first);
+    if (result == nullptr) errno = saved;
+    return result;
+}
+
+int set_parameters(fe_context *inner, const fe_def_internal *def, const fe_node *argument) {
+    for (symbol_ptr parameter : def->parameters) {
+        std::string_view value;
+        if (argument != nullptr) {
+            value = view_of(argument);
+            argument = argument->next;
+        }
+        if (set_variable(inner, parameter, value) != 0) return -1;
+    }
+    if (argument == nullptr) return 0;
+    errno = EINVAL;
+    return -1;
+}
+
+}  // namespace
+
+constinit fe_def g_def_variable = {nullptr,         "variable", evaluate_nothing, nullptr, nullptr,
+                                   k_kind_variable, 0};
+
+fe_node *fail_with(int error) {
+    errno = error;
+    return nullptr;
+}
+
+void report(std::string_view line) {
+    if (g_report_handler == nullptr) return;
+    try {
+        g_report_handler(std::string(line).c_str());
+    } catch (const std::bad_alloc &) {
+        g_report_handler("out of memory");
+    }
+}
+
+void report_redefinition(std::string_view name) {
+    report("function '" + std::string(name) + "' is defined again: the later definition wins");
+}
+
+void stop_run(const char *reason) {
+    if (!g_run.reported) {
+        g_run.reported = true;
+        report(reason);
+    }
+    g_run.nodes = k_max_evaluated_nodes + 1;
+    errno = ELOOP;
+}
+
+fe_node *evaluate(fe_context *ctx, const fe_node *node) {
+    if (!charge(1)) return nullptr;
+    if (node->fed->private_kind == k_kind_call) return evaluate_call(ctx, node);
+    if (node->fed->private_kind == k_kind_const) return new_const(view_of(node));
+    std::string_view value;
+    get_variable(ctx, symbol_of_name(node->text), value);
+    return new_const(value);
+}
+
+fe_node *evaluate_list(fe_context *ctx, const fe_node *first) {
+    if (first != nullptr && first->next == nullptr) return evaluate(ctx, first);
+    result_list results;
+    for (; first != nullptr; first = first->next) {
+        fe_node *result = evaluate(ctx, first);
+        if (result == nullptr) return nullptr;
+        results.append(result);
+    }
+    return results.release();
+}
+
+fe_node *call_user_function(fe_context *ctx, fe_node *call) {
+    const fe_def_internal *def = call->fed->private_data;
+    node_list arguments(evaluate_list(ctx, call->first_child));
+    if (call->first_child != nullptr && arguments == nullptr) return nullptr;
+    context_owner inner(create_inner_context(ctx));
+    if (inner == nullptr) return nullptr;
+    if (set_parameters(inner.get(), def, arguments.get()) != 0) return nullptr;
+    node_list result;
+    for (const fe_node *line = def->body; line != nullptr; line = line->next) {
+        result.reset(evaluate(inner.get(), line));
+        if (result == nullptr) return nullptr;
+    }
+    return result.release();
+}
+
+}  // namespace fe
+
+extern "C" {
+
+using namespace fe;
+
+fe_def *const g_fed_const = &g_def_const;
+fe_def *const g_fed_unparsed = &g_def_unparsed;
+
+fe_node *eval_fe_expression(fe_context *ctx, const fe_node *node) {
+    if (node == nullptr) return nullptr;
+    return run([ctx, node] { return evaluate(ctx, node); });
+}
+
+fe_node *eval_fe_expr_list(fe_context *ctx, const fe_node *first) {
+    if (first == nullptr) return nullptr;
+    return run([ctx, first] { return evaluate_list(ctx, first); });
+}
+
+fe_node *fe_func_sanity1(fe_context *ctx, fe_node *call) {
+    auto predicate = reinterpret_cast<fe_predicate1>(call->fed->user_data);
+    node_list texts(evaluate_quietly(ctx, call->first_child));
+    return answer(fe_argc(texts.get()) == 1 && predicate(texts->text) != 0);
+}
+
+fe_node *fe_func_sanity3(fe_context *ctx, fe_node *call) {
+    auto predicate = reinterpret_cast<fe_predicate3>(call->fed->user_data);
+    node_list texts(evaluate_quietly(ctx, call->first_child));
+    if (fe_argc(texts.get()) != 3) return answer(false);
+    const fe_node *second = texts->next;
+    return answer(predicate(texts->text, second->text, second->next->text) != 0);
+}
+
+void fe_set_report(fe_report_handler handler) {
+    g_report_handler = handler;
+}
+}

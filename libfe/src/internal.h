@@ -1,0 +1,230 @@
+// What the source files of the library share: the records behind the public ones, the allocator of
+// nodes, and the meter of the running evaluation. Nothing here is for users of the library.
+#ifndef FE_INTERNAL_H
+#define FE_INTERNAL_H
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "fe/fe.h"
+
+// A name in comparable form. Symbols are counted: variables, definitions and parsed nodes hold
+// one each, so that names made up by a running expression disappear with its context.
+struct fe_symbol_record {
+    fe_symbol_record *next_in_bucket;
+    fe_def_internal *newest_definition;
+    uint32_t hash;
+    uint32_t uses;
+    uint32_t length;
+    char name[8];  // longer names go on behind the record
+};
+
+// What a definition is beside its public fields.
+struct fe_def_internal {
+    fe_def def;
+    fe_symbol_record *name;
+    fe_def_internal *older;      // the definition of that name before this one, in whatever list
+    struct fe_list_state *list;  // null once it has been taken out
+    std::vector<fe_symbol_record *> parameters;
+    fe_node *body;
+};
+
+// The identity of a list, and its end. Lives as long as the list has members.
+struct fe_list_state {
+    fe_def *last;
+    size_t members;
+};
+
+namespace fe {
+
+enum definition_kind : unsigned int { k_kind_call = 0, k_kind_const, k_kind_variable };
+
+// Flag of a node in the body of the very function that it calls: it does not keep the definition
+// alive, which would otherwise keep itself alive forever.
+constexpr unsigned char k_flag_own_body = 1;
+
+constexpr size_t k_max_text = size_t{16} << 20;
+constexpr size_t k_max_memory = size_t{256} << 20;
+constexpr unsigned int k_max_evaluated_nodes = 10'000'000;
+constexpr unsigned int k_max_nested_calls = 256;
+constexpr unsigned int k_max_nesting = 200;
+
+#ifdef __SANITIZE_ADDRESS__
+constexpr bool k_recycle = false;  // so that the sanitizer sees every use after release
+#else
+constexpr bool k_recycle = true;
+#endif
+
+// --- memory -------------------------------------------------------------------------------------
+
+// Counts bytes against k_max_memory; -1 and ENOMEM when there are none left.
+int reserve_bytes(size_t bytes);
+void release_bytes(size_t bytes);
+
+// --- symbols ------------------------------------------------------------------------------------
+
+using symbol_ptr = fe_symbol_record *;
+
+symbol_ptr find_symbol(std::string_view name);
+// With one more use, to be given back with release_symbol.
+symbol_ptr acquire_symbol(std::string_view name);
+void release_symbol(symbol_ptr symbol);
+inline void retain_symbol(symbol_ptr symbol) {
+    ++symbol->uses;
+}
+inline symbol_ptr symbol_of_name(const char *name) {
+    return reinterpret_cast<symbol_ptr>(const_cast<char *>(name) -
+                                        offsetof(fe_symbol_record, name));
+}
+
+// --- nodes --------------------------------------------------------------------------------------
+
+// A node whose text of `length` bytes the caller fills in at node_text; only its NUL is written.
+fe_node *allocate_node(fe_def *fed, size_t length);
+inline char *node_text(fe_node *node) {
+    return reinterpret_cast<char *>(node + 1);
+}
+
+fe_node *create_variable_node(std::string_view name);
+
+inline std::string_view view_of(const fe_node *node) {
+    return {node->text, node->private_length};
+}
+
+inline fe_node *new_const(std::string_view text) {
+    fe_node *node = allocate_node(g_fed_const, text.size());
+    if (node != nullptr) memcpy(node_text(node), text.data(), text.size());
+    return node;
+}
+
+struct node_list_deleter {
+    void operator()(fe_node *list) const { destroy_fe_node_list(list); }
+};
+using node_list = std::unique_ptr<fe_node, node_list_deleter>;
+
+// A list that is built from its front to its end.
+class result_list {
+  public:
+    // Takes over a chain of at least one node.
+    void append(fe_node *chain) {
+        if (last_ == nullptr) {
+            head_.reset(chain);
+        } else {
+            last_->next = chain;
+        }
+        while (chain->next != nullptr)
+            chain = chain->next;
+        last_ = chain;
+    }
+    // Appends a new constant; false without memory.
+    bool append_text(std::string_view text) {
+        fe_node *node = new_const(text);
+        if (node == nullptr) return false;
+        append(node);
+        return true;
+    }
+    bool empty() const { return last_ == nullptr; }
+    fe_node *release() {
+        last_ = nullptr;
+        return head_.release();
+    }
+    // The list, or the one empty text that stands for no node at all.
+    fe_node *release_result() { return empty() ? new_const({}) : release(); }
+
+  private:
+    node_list head_;
+    fe_node *last_ = nullptr;
+};
+
+// --- definitions --------------------------------------------------------------------------------
+
+extern fe_def g_def_variable;
+
+void retain_definition(fe_def *fed);
+void release_definition(fe_def *fed);
+fe_def *find_definition(fe_def *list, std::string_view name);
+
+// A function with parameters at the end of a list; the body comes later. Null without memory.
+fe_def *append_user_function(fe_def *&list, std::string_view name,
+                             const std::vector<std::string_view> &parameters);
+void set_user_function_body(fe_def *fed, fe_node *body);
+void take_out_of_list(fe_def *&list, fe_def *fed);
+
+// --- contexts -----------------------------------------------------------------------------------
+
+// A context inside a method: what "set" sets goes to the method's own context.
+fe_context *create_inner_context(fe_context *parent);
+fe_context *method_context(fe_context *ctx);
+int set_variable(fe_context *ctx, symbol_ptr name, std::string_view value);
+// False when no context of the chain has it. The view ends in NUL.
+bool get_variable(const fe_context *ctx, const fe_symbol_record *name, std::string_view &value);
+
+struct context_deleter {
+    void operator()(fe_context *ctx) const { destroy_fe_context(ctx); }
+};
+using context_owner = std::unique_ptr<fe_context, context_deleter>;
+
+// --- evaluation ---------------------------------------------------------------------------------
+
+struct run_state {
+    bool active;
+    bool reported;
+    unsigned int depth;
+    unsigned int nodes;
+};
+extern run_state g_run;
+
+// Reports once that the running evaluation is over, and makes whatever it still tries fail.
+void stop_run(const char *reason);
+
+inline bool charge(size_t nodes) {
+    if (nodes <= k_max_evaluated_nodes && g_run.nodes + nodes <= k_max_evaluated_nodes) {
+        g_run.nodes += static_cast<unsigned int>(nodes);
+        return true;
+    }
+    stop_run("an expression was stopped: more than 10000000 evaluated nodes");
+    return false;
+}
+
+// Long texts take long to work on, so they count as more than one node.
+inline bool charge_text(size_t length) {
+    return length < 256 || charge(length / 256);
+}
+
+fe_node *evaluate(fe_context *ctx, const fe_node *node);
+fe_node *evaluate_list(fe_context *ctx, const fe_node *first);
+fe_node *call_user_function(fe_context *ctx, fe_node *call);
+
+// errno and null in one.
+fe_node *fail_with(int error);
+
+void report(std::string_view line);
+void report_redefinition(std::string_view name);
+
+// --- texts --------------------------------------------------------------------------------------
+
+constexpr bool is_blank(char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+constexpr bool is_digit(char c) {
+    return c >= '0' && c <= '9';
+}
+constexpr bool is_word(char c) {
+    return is_digit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
+}
+// A name that can stand in front of "(" in an expression.
+constexpr bool is_function_name(std::string_view name) {
+    if (name.empty() || is_digit(name[0])) return false;
+    for (char c : name) {
+        if (!is_word(c)) return false;
+    }
+    return true;
+}
+
+}  // namespace fe
+
+#endif

@@ -1,0 +1,113 @@
+// The way from a call to a function of the library: evaluates and counts the arguments and keeps
+// exceptions inside. To add a function: write it in the file of its group, give it a row in the
+// table at the end of that file, and describe it in docs/expressions.md.
+#include <cerrno>
+#include <new>
+
+#include "arguments.h"
+
+namespace fe {
+
+bool arguments::push_to_many(std::string_view text) {
+    if (many_.empty()) many_.assign(few_.begin(), few_.end());
+    many_.push_back(text);
+    data_ = many_.data();
+    ++size_;
+    return charge_text(text.size());
+}
+
+// Kept for as long as the arguments live.
+bool arguments::push_result(const fe_node *node) {
+    for (; node != nullptr; node = node->next) {
+        if (!push(view_of(node))) return false;
+    }
+    return true;
+}
+
+bool arguments::evaluate_all(const fe_node *first) {
+    const fe_node *last_call = nullptr;
+    for (const fe_node *node = first; node != nullptr; node = node->next) {
+        if (node->fed->private_kind == k_kind_call) last_call = node;
+    }
+    fe_node **end = nullptr;
+    for (const fe_node *node = first; node != nullptr; node = node->next) {
+        unsigned int kind = node->fed->private_kind;
+        if (kind == k_kind_const || (kind == k_kind_variable && last_call == nullptr)) {
+            std::string_view text;
+            if (kind == k_kind_const) {
+                text = view_of(node);
+            } else if (!get_variable(ctx_, symbol_of_name(node->text), text)) {
+                text = "";
+            }
+            if (!charge(1) || !push(text)) return false;
+            continue;
+        }
+        fe_node *result = evaluate(ctx_, node);
+        if (result == nullptr) return false;
+        if (end == nullptr) {
+            owned_.reset(result);
+        } else {
+            *end = result;
+        }
+        if (!push_result(result)) return false;
+        while (result->next != nullptr)
+            result = result->next;
+        end = &result->next;
+        if (node == last_call) last_call = nullptr;
+    }
+    return true;
+}
+
+fe_node *try_evaluate(fe_context *ctx, const fe_node *node) {
+    int saved = errno;
+    fe_node *result = evaluate(ctx, node);
+    if (result == nullptr) errno = saved;
+    return result;
+}
+
+bool evaluate_condition(fe_context *ctx, const fe_node *node) {
+    node_list result(try_evaluate(ctx, node));
+    return fe_istrue(fe_last_text(result.get())) != 0;
+}
+
+namespace {
+
+bool count_fits(const builtin &row, size_t count) {
+    return count >= row.least_arguments && count <= row.most_arguments;
+}
+
+fe_node *call_strict(const builtin &row, fe_context *ctx, const fe_node *call) {
+    arguments args(ctx);
+    if (!args.evaluate_all(call->first_child)) return nullptr;
+    if (!count_fits(row, args.size())) return fail_with(EINVAL);
+    return row.strict(args);
+}
+
+fe_node *call_builtin(fe_context *ctx, fe_node *call) {
+    const auto &row = *static_cast<const builtin *>(call->fed->user_data);
+    try {
+        if (row.strict != nullptr) return call_strict(row, ctx, call);
+        size_t count = 0;
+        for (const fe_node *arg = call->first_child; arg != nullptr; arg = arg->next)
+            ++count;
+        if (!count_fits(row, count)) return fail_with(EINVAL);
+        return row.lazy(ctx, call);
+    } catch (const std::bad_alloc &) {
+        return fail_with(ENOMEM);
+    }
+}
+
+}  // namespace
+
+}  // namespace fe
+
+extern "C" fe_def *fe_register_felib_funcs(fe_def *list) {
+    using namespace fe;
+    for (auto group : {k_logic_functions, k_number_functions, k_text_functions, k_pattern_functions,
+                       k_list_functions, k_variable_functions}) {
+        for (const builtin &row : group) {
+            list = fe_register_func(list, row.name, call_builtin, const_cast<builtin *>(&row));
+        }
+    }
+    return list;
+}

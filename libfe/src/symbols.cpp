@@ -1,0 +1,136 @@
+// Names of variables and functions as pointers that can be compared. Names of one character, which
+// is what the positional variables are, need no table at all.
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+
+#include "internal.h"
+
+namespace fe {
+
+namespace {
+
+constexpr size_t k_first_buckets = 256;
+constexpr uint32_t k_immortal = 0x4000'0000;  // uses of a symbol that is never released
+
+struct symbol_table {
+    symbol_ptr *buckets = nullptr;
+    size_t size = 0;
+    size_t count = 0;
+};
+symbol_table g_symbols;
+
+constexpr auto k_short_symbols = [] {
+    std::array<fe_symbol_record, 128> result{};
+    for (size_t i = 0; i < result.size(); ++i) {
+        result[i].uses = k_immortal;
+        result[i].length = 1;
+        result[i].name[0] = static_cast<char>(i);
+    }
+    return result;
+}();
+std::array<fe_symbol_record, 128> g_short_symbols = k_short_symbols;
+
+uint32_t hash_of(std::string_view name) {
+    uint32_t hash = 2166136261U;
+    for (char c : name)
+        hash = (hash ^ static_cast<unsigned char>(c)) * 16777619U;
+    return hash ^ (hash >> 15);
+}
+
+symbol_ptr find_in_table(std::string_view name, uint32_t hash) {
+    if (g_symbols.size == 0) return nullptr;
+    symbol_ptr symbol = g_symbols.buckets[hash & (g_symbols.size - 1)];
+    while (symbol != nullptr && (symbol->hash != hash || symbol->length != name.size() ||
+                                 memcmp(symbol->name, name.data(), name.size()) != 0)) {
+        symbol = symbol->next_in_bucket;
+    }
+    return symbol;
+}
+
+int grow_table() {
+    size_t size = g_symbols.size == 0 ? k_first_buckets : g_symbols.size * 2;
+    auto **buckets = static_cast<symbol_ptr *>(calloc(size, sizeof(symbol_ptr)));
+    if (buckets == nullptr) return -1;
+    for (size_t i = 0; i < g_symbols.size; ++i) {
+        while (symbol_ptr symbol = g_symbols.buckets[i]) {
+            g_symbols.buckets[i] = symbol->next_in_bucket;
+            symbol_ptr &bucket = buckets[symbol->hash & (size - 1)];
+            symbol->next_in_bucket = bucket;
+            bucket = symbol;
+        }
+    }
+    free(g_symbols.buckets);
+    g_symbols.buckets = buckets;
+    g_symbols.size = size;
+    return 0;
+}
+
+bool is_short(std::string_view name) {
+    return name.size() == 1 && static_cast<unsigned char>(name[0]) < g_short_symbols.size();
+}
+
+size_t bytes_of(size_t name_length) {
+    return sizeof(fe_symbol_record) + name_length;
+}
+
+}  // namespace
+
+symbol_ptr find_symbol(std::string_view name) {
+    if (is_short(name)) return &g_short_symbols[static_cast<unsigned char>(name[0])];
+    return find_in_table(name, hash_of(name));
+}
+
+symbol_ptr acquire_symbol(std::string_view name) {
+    if (is_short(name)) {
+        symbol_ptr symbol = &g_short_symbols[static_cast<unsigned char>(name[0])];
+        ++symbol->uses;
+        return symbol;
+    }
+    if (name.empty() || name.size() > k_max_text) {
+        errno = EINVAL;
+        return nullptr;
+    }
+    uint32_t hash = hash_of(name);
+    if (symbol_ptr symbol = find_in_table(name, hash)) {
+        ++symbol->uses;
+        return symbol;
+    }
+    if (g_symbols.count >= g_symbols.size && grow_table() != 0 && g_symbols.size == 0) {
+        return nullptr;
+    }
+    size_t bytes = bytes_of(name.size());
+    if (reserve_bytes(bytes) != 0) return nullptr;
+    auto *symbol = static_cast<symbol_ptr>(calloc(1, bytes));
+    if (symbol == nullptr) {
+        release_bytes(bytes);
+        return nullptr;
+    }
+    symbol->hash = hash;
+    symbol->uses = 1;
+    symbol->length = static_cast<uint32_t>(name.size());
+    memcpy(reinterpret_cast<char *>(symbol) + offsetof(fe_symbol_record, name), name.data(),
+           name.size());
+    symbol_ptr &bucket = g_symbols.buckets[hash & (g_symbols.size - 1)];
+    symbol->next_in_bucket = bucket;
+    bucket = symbol;
+    ++g_symbols.count;
+    return symbol;
+}
+
+void release_symbol(symbol_ptr symbol) {
+    if (--symbol->uses != 0) return;
+    symbol_ptr *link = &g_symbols.buckets[symbol->hash & (g_symbols.size - 1)];
+    while (*link != symbol)
+        link = &(*link)->next_in_bucket;
+    *link = symbol->next_in_bucket;
+    --g_symbols.count;
+    release_bytes(bytes_of(symbol->length));
+    free(symbol);
+}
+
+}  // namespace fe
+
+extern "C" fe_symbol fe_intern(const char *name) {
+    return fe::acquire_symbol(name);
+}
