@@ -122,7 +122,7 @@ const char *ucfg_code_name(int code);
 
 /* ---- the session ---- */
 
-struct ucfg_login {
+struct ucfg_credentials {
     const char *user;     /* required; the protocol has no place for blanks in it */
     const char *password; /* null: none, for peer credentials */
     int perms;            /* the bits asked for; 0 asks for all that the user may have */
@@ -132,7 +132,7 @@ struct ucfg_login {
 
 /* Logs in. Afterwards ucfg_session_id(), ucfg_perms() and ucfg_user() describe the session.
  * `k_ucfg_refused`: wrong credentials; the connection stays open for another attempt. */
-int ucfg_login(ucfg_conn *conn, const struct ucfg_login *login);
+int ucfg_login(ucfg_conn *conn, const struct ucfg_credentials *with);
 
 /* Takes up the session of that id, whose connection was lost; null means the handle's own last
  * session. Uncommitted changes come back with it. `k_ucfg_refused`: no such session any more;
@@ -190,7 +190,7 @@ struct ucfg_attr {
     struct ucfg_strings *flags;   /* never null, perhaps empty */
     char *type;                   /* null when it has none */
 };
-int ucfg_attr(ucfg_conn *conn, enum ucfg_tree tree, const char *path, struct ucfg_attr **attr);
+int ucfg_attr_of(ucfg_conn *conn, enum ucfg_tree tree, const char *path, struct ucfg_attr **attr);
 void ucfg_destroy_attr(struct ucfg_attr *attr);
 
 /* What the access method of a node says to `perms` (letters r, w, x) and further arguments; "1"

@@ -1,0 +1,277 @@
+/* Connections end: the daemon is upgraded, a network hiccups, a laptop sleeps. The daemon keeps a
+ * session whose connection went away, and this class takes it up again, so that changes that were
+ * not yet committed survive. Three rules:
+ *
+ *   - before a request, a connection that is known to be dead is replaced, and the request then
+ * runs as if nothing had happened;
+ *   - a query that was under way is asked again; a change is not, since it may have been carried
+ *     out;
+ *   - when the session is gone for good, a new one begins, and the user is told that the changes
+ * are lost. A session that another writer ended by force is not replaced behind the user's back.
+ */
+#include "ucfgsh/session.h"
+
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
+
+#include "ucfgd/guaranteed_memset.h"
+#include "ucfgsh/terminal.h"
+
+namespace ucfgsh {
+
+namespace {
+
+constexpr int k_reconnect_attempts = 12;
+constexpr std::chrono::milliseconds k_reconnect_pause{250};
+constexpr const char *k_no_write = "you do not have write permission";
+
+void wipe(std::string &text) {
+    guaranteed_memset(text.data(), 0, text.size());
+}
+
+bool session_ended(int code, const std::string &text) {
+    return (code == k_ucfg_refused &&
+            (text == "timed out" || text == "logged out" || text == "login required")) ||
+           (code == k_ucfg_inuse && text == "you have been logged out");
+}
+
+}  // namespace
+
+session::session(const options &opts, std::function<void(const std::string &)> tell)
+    : opts_(opts),
+      tell_(std::move(tell)),
+      conn_(ucfg_create()),
+      user_(opts.user),
+      force_(opts.force) {
+    if (!conn_) throw std::bad_alloc{};
+    if (opts.timeout > 0)
+        ucfg_set_timeout(conn_.get(), opts.timeout * 1000);
+    else
+        ucfg_set_timeout(conn_.get(), -1);
+    ucfg_set_interrupt(conn_.get(), &g_interrupted);
+}
+
+int session::connect() {
+    if (opts_.host || opts_.port)
+        return ucfg_connect_tcp(conn_.get(), opts_.host ? opts_.host->c_str() : nullptr,
+                                opts_.port ? opts_.port->c_str() : nullptr);
+    return ucfg_connect_local(conn_.get(),
+                              opts_.socket_path ? opts_.socket_path->c_str() : nullptr);
+}
+
+std::string session::explain() const {
+    int code = ucfg_last(conn_.get());
+    std::string text = ucfg_text(conn_.get());
+    if (text.empty()) text = ucfg_code_name(code);
+    std::string hint = advice(code, text);
+    return hint.empty() ? text : text + "\n  " + hint;
+}
+
+int session::open(int perms) {
+    perms_ = perms;
+    if (connect() != k_ucfg_ok) {
+        tell_(explain());
+        return k_exit_unreachable;
+    }
+    if (!opts_.session_id) return log_in();
+    if (ucfg_resume(conn_.get(), opts_.session_id->c_str()) != k_ucfg_ok) {
+        tell_("session " + *opts_.session_id + " cannot be taken up: " + explain());
+        return k_exit_login;
+    }
+    logged_in_ = resumed_foreign_ = true;
+    return k_exit_done;
+}
+
+/* A terminal, and nothing that says where the password comes from. */
+bool session::may_ask() const {
+    return !opts_.password_file && isatty(STDERR_FILENO) != 0;
+}
+
+int session::try_login(const std::string &password) {
+    ucfg_credentials with{};
+    with.user = user_.c_str();
+    with.password = password.c_str();
+    with.perms = perms_;
+    with.force = force_;
+    return ucfg_login(conn_.get(), &with);
+}
+
+int session::log_in() {
+    std::string password;
+    if (opts_.password_file) {
+        std::string reason;
+        auto line = read_password_file(*opts_.password_file, reason);
+        if (!line) {
+            tell_(*opts_.password_file + ": " + reason);
+            return k_exit_usage;
+        }
+        password = std::move(*line);
+    }
+    /* The daemon knows who calls over a local socket, so the first attempt needs no password. */
+    int code = k_ucfg_refused;
+    bool local = !opts_.host && !opts_.port;
+    if (!may_ask() || (local && !opts_.user_given)) code = try_login(password);
+    if (code == k_ucfg_refused && may_ask() &&
+        std::string_view{ucfg_text(conn_.get())} != k_no_write) {
+        auto answer = ask_password("Password of " + user_ + ": ");
+        if (answer) {
+            password = std::move(*answer);
+            code = try_login(password);
+        } else if (!*ucfg_text(conn_.get())) {
+            code = try_login(password);
+        }
+    }
+    wipe(password);
+    logged_in_ = code == k_ucfg_ok;
+    if (logged_in_) return k_exit_done;
+    tell_("log-in of " + user_ + " at " + ucfg_peer(conn_.get()) + " failed: " + explain());
+    return code == k_ucfg_refused || code == k_ucfg_failed ? k_exit_login : status_of(code, "");
+}
+
+void session::close() {
+    if (!logged_in_) return;
+    if (opts_.keep)
+        tell_(std::string{"session kept, take it up with --session "} +
+              ucfg_session_id(conn_.get()));
+    else if (ucfg_alive(conn_.get()))
+        ucfg_logout(conn_.get());
+    ucfg_close(conn_.get());
+    logged_in_ = false;
+}
+
+/* The daemon may still be starting, or may not have noticed yet that the old connection is gone. */
+bool session::resume_with_patience() {
+    for (int i = 0; i < k_reconnect_attempts && !g_interrupted; i++) {
+        if (i > 0) std::this_thread::sleep_for(k_reconnect_pause);
+        if (!ucfg_alive(conn_.get()) && ucfg_reconnect(conn_.get()) != k_ucfg_ok) continue;
+        int code = ucfg_resume(conn_.get(), nullptr);
+        if (code == k_ucfg_ok) return true;
+        if (code != k_ucfg_inuse && code != k_ucfg_lost) return false;
+    }
+    return false;
+}
+
+bool session::recover() {
+    tell_("the connection was lost, trying to take the session up again");
+    if (resume_with_patience()) {
+        tell_("the session is back, with its changes");
+        return true;
+    }
+    logged_in_ = false;
+    if (!ucfg_alive(conn_.get())) {
+        tell_("no connection: " + explain());
+        return false;
+    }
+    if (log_in() != k_exit_done) return false;
+    generation_++;
+    resumed_foreign_ = false;
+    tell_("the old session is gone: this is a new one, and uncommitted changes are lost");
+    return true;
+}
+
+/* The session was ended by the daemon. True in the end only when a new one has begun. */
+int session::after_end(int code) {
+    std::string text = ucfg_text(conn_.get());
+    ucfg_close(conn_.get());
+    logged_in_ = false;
+    generation_++;
+    resumed_foreign_ = false;
+    if (code == k_ucfg_inuse) {
+        tell_(
+            "another writer has logged you out; uncommitted changes are lost (\"login\" begins a "
+            "new session)");
+        return code;
+    }
+    tell_("the session has ended (" + text + "); uncommitted changes are lost");
+    if (ucfg_reconnect(conn_.get()) != k_ucfg_ok || log_in() != k_exit_done) return code;
+    tell_("logged in again");
+    return k_ucfg_ok;
+}
+
+int session::call(after_loss policy, const request &work) {
+    if (!logged_in_) {
+        tell_("not logged in: \"login\" begins a session");
+        return k_ucfg_refused;
+    }
+    if (!ucfg_alive(conn_.get()) && !recover()) return k_ucfg_lost;
+    int code = work(conn_.get());
+    if (code == k_ucfg_lost && !g_interrupted) {
+        if (!recover()) return k_ucfg_lost;
+        if (policy == after_loss::repeat) return work(conn_.get());
+        tell_("the request may or may not have been carried out: look before you repeat it");
+        return k_ucfg_lost;
+    }
+    if (session_ended(code, ucfg_text(conn_.get()))) {
+        if (after_end(code) != k_ucfg_ok) return code;
+        return work(conn_.get());
+    }
+    return code;
+}
+
+int session::quietly(const request &work) {
+    if (!logged_in_ || !ucfg_alive(conn_.get())) return k_ucfg_lost;
+    return work(conn_.get());
+}
+
+int session::log_in_again(const std::string &user, bool force) {
+    close();
+    user_ = user;
+    force_ = force;
+    generation_++;
+    resumed_foreign_ = false;
+    if (connect() != k_ucfg_ok) {
+        tell_(explain());
+        return k_exit_unreachable;
+    }
+    return log_in();
+}
+
+int status_of(int code, const std::string &text) {
+    switch (code) {
+        case k_ucfg_ok:
+            return k_exit_done;
+        case k_ucfg_too_long:
+        case k_ucfg_usage:
+            return k_exit_usage;
+        case k_ucfg_unreachable:
+        case k_ucfg_lost:
+        case k_ucfg_timeout:
+        case k_ucfg_protocol:
+            return k_exit_unreachable;
+        case k_ucfg_interrupted:
+            return k_exit_interrupted;
+        default:
+            return text == "commit conflict" ? k_exit_conflict : k_exit_failed;
+    }
+}
+
+std::string advice(int code, const std::string &text) {
+    struct row {
+        int code;
+        std::string_view text; /* what the daemon's or the system's text must contain */
+        const char *advice;
+    };
+    static constexpr row k_rows[] = {
+        {k_ucfg_unreachable, "No such file", "is ucfgd running? (--socket names another socket)"},
+        {k_ucfg_unreachable, "refused", "is ucfgd running, and does it listen there?"},
+        {k_ucfg_unreachable, "Permission denied",
+         "only some accounts may open this socket: try as root, or ask the administrator"},
+        {k_ucfg_refused, "auth failed",
+         "the listener's log-in methods did not accept this user (--user, --password-file)"},
+        {k_ucfg_refused, "permission denied",
+         "your rights do not reach that far (whoami shows them), or there is no such node"},
+        {k_ucfg_refused, "invalid session id", "it has timed out, or the daemon was restarted"},
+        {k_ucfg_failed, "parameter not found", "list shows what there is"},
+        {k_ucfg_failed, "commit conflict",
+         "somebody else has committed since: revert, look, and make your changes again"},
+        {k_ucfg_failed, "session is dirty and not current",
+         "somebody else has committed since: revert drops your changes and shows theirs"},
+    };
+    for (const row &r : k_rows)
+        if (r.code == code && text.find(r.text) != std::string::npos) return r.advice;
+    return "";
+}
+
+}  // namespace ucfgsh
