@@ -1,0 +1,145 @@
+/* The backend tree functions: how node methods reach configuration files.
+ *
+ * To add a function: declare it in llfuncs.h, write it in the file of its kind (llfuncs_read.cpp,
+ * llfuncs_edit.cpp, llfuncs_module.cpp), and add a row to k_rows. A function that takes an
+ * instance, a path and perhaps one more argument is a generic row: fe_func_ll evaluates, finds the
+ * instance and logs what is wrong. */
+
+#include "backend/llfuncs.h"
+
+#include <libdaemon/dlog.h>
+
+#include <array>
+#include <cstring>
+
+#include "backend/files.h"
+#include "backend/ll_trns.h"
+#include "llconf/modules.h"
+#include "llconf/path.h"
+#include "tree/param_error.h"
+
+namespace {
+
+/* In the order of registration. */
+constexpr std::array<ll_row, 24> k_rows = {{
+    {"llget", fe_func_ll, func_llget},
+    {"llgetname", fe_func_ll, func_llgetname},
+    {"llgetdefault", fe_func_ll, func_llgetdefault},
+    {"llset", fe_func_ll, func_llset},
+    {"llcopy", fe_func_llcopy, nullptr},
+    {"lladd", fe_func_ll, func_lladd},
+    {"lladdne", fe_func_ll, func_lladdne},
+    {"lldel", fe_func_ll, func_lldel},
+    {"llrename", fe_func_ll, func_llrename},
+    {"llexists", fe_func_ll, func_llexists},
+    {"llisdirty", fe_func_llisdirty, nullptr},
+    {"llcompare", fe_func_llcompare, nullptr},
+    {"lllist", fe_func_ll, func_lllist},
+    {"lllistindexed", fe_func_ll, func_lllistindexed},
+    {"llpaths", fe_func_ll, func_llpaths},
+    {"lladdmulti", fe_func_lladdmulti, nullptr},
+    {"lladdbefore", fe_func_lladdbefore, nullptr},
+    {"llswap", fe_func_llswap, nullptr},
+    {"lllistmatch", fe_func_lllistmatch, nullptr},
+    {"llfindindex", fe_func_llfindindex, nullptr},
+    {"llmodcreate", fe_func_llmodcreate, nullptr},
+    {"llmoddelete", fe_func_llmoddelete, nullptr},
+    {"llmodsetpostcommit", fe_func_llmodsethook, nullptr, func_llmodset_post_commit},
+    {"llmodsetprecommit", fe_func_llmodsethook, nullptr, func_llmodset_pre_commit},
+}};
+
+/* The file of a directory instance that node lies in; null for the directory itself. */
+const cnfnode *member_of(const cnfnode *node) {
+    if (!node->parent) return nullptr;
+    while (node->parent->parent)
+        node = node->parent;
+    return node;
+}
+
+bool is_member_name(const char *name) {
+    return is_name_below(name) && !is_temporary_name(name);
+}
+
+/* Builds the branch below an empty directory, where every new node can be looked at. */
+bool new_member_storable(llconf_item *primary, const char *path) {
+    owned<cnfnode, destroy_cnftree> directory{create_cnfnode("(root)")};
+    if (!directory || !cnf_add_branch(directory.get(), path)) return false;
+    const cnfnode *member = directory->first_child;
+    return is_member_name(member->name) && ll_subtree_storable(primary, member);
+}
+
+const cnfnode *following(const cnfnode *node, const cnfnode *top) {
+    if (node->first_child) return node->first_child;
+    while (node != top && !node->next)
+        node = node->parent;
+    return node == top ? nullptr : node->next;
+}
+
+}  // namespace
+
+llconf_item *ll_find_item(const fe_context *ctx, const char *name) {
+    return find_llconf_item(lli_list_from_trns_ctx(static_cast<trns_ctx *>(ctx->user_data)), name);
+}
+
+cnfnode *ll_read_node(llconf_item *lli, const char *path) {
+    const cnfnode *root = llconf_get_cnftree_read(lli);
+    return root ? cnf_get_node(root, path) : nullptr;
+}
+
+cnfnode *ll_write_node(llconf_item *lli, const char *path) {
+    const cnfnode *root = llconf_get_cnftree_write(lli);
+    return root ? cnf_get_node(root, path) : nullptr;
+}
+
+bool ll_storable(llconf_item *lli, const cnfnode *parent, const char *name, const char *value) {
+    const llconf_item *primary = llconf_primary_item(lli);
+    if (!primary->module || !parent) return true;
+    if (!primary->pattern) return cnfmodule_accepts(primary->module, parent, name, value) != 0;
+    const cnfnode *member = member_of(parent);
+    if (!member) return is_member_name(name);
+    return cnfmodule_accepts_below(primary->module, member, parent, name, value) != 0;
+}
+
+bool ll_branch_storable(llconf_item *lli, const cnfnode *parent, const char *path) {
+    llconf_item *primary = llconf_primary_item(lli);
+    if (!primary->module) return true;
+    const cnfnode *member = primary->pattern ? member_of(parent) : nullptr;
+    if (primary->pattern && !member) return new_member_storable(primary, path);
+    return cnfmodule_accepts_branch(primary->module, member, parent, path) != 0;
+}
+
+bool ll_subtree_storable(llconf_item *lli, const cnfnode *node) {
+    for (const cnfnode *at = node; at; at = following(at, node)) {
+        if (!ll_storable(lli, at->parent, at->name, at->value)) return false;
+    }
+    return true;
+}
+
+fe_node *ll_refused() {
+    ccd_set_error("Value cannot be stored in this file", "error.not-storable");
+    return ll_answer("0");
+}
+
+fe_node *fe_func_ll(fe_context *ctx, fe_node *call) {
+    const ll_row &row = row_of(call);
+    ll_arguments arguments(ctx, call->first_child);
+    const fe_node *module = arguments.first();
+    if (!module || !module->next) {
+        daemon_log(LOG_ERR, "not enough args to ll function %s\n", row.name);
+        return ll_answer("");
+    }
+    llconf_item *lli = ll_find_item(ctx, module->text);
+    if (!lli) {
+        daemon_log(LOG_ERR, "module %s not found\n", module->text);
+        return ll_answer("");
+    }
+    const fe_node *path = module->next;
+    fe_node *result = row.function(lli, path->text, path->next ? path->next->text : nullptr);
+    return result ? result : ll_answer("");
+}
+
+fe_def *fe_register_llfuncs(fe_def *list) {
+    for (const ll_row &row : k_rows)
+        list = fe_register_func(list, row.name, row.handler, const_cast<ll_row *>(&row));
+    return list;
+}

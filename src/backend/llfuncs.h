@@ -1,0 +1,107 @@
+#ifndef UCFGD_BACKEND_LLFUNCS_H
+#define UCFGD_BACKEND_LLFUNCS_H
+
+#ifndef __cplusplus
+#    error "llfuncs.h is for the backend's own sources"
+#endif
+
+#include "backend/llconf_item.h"
+#include "fe/fe.h"
+#include "llconf/nodes.h"
+#include "ucfgd/owners.h"
+
+/* What the tree functions have in common.
+ *
+ *  1. Answers are new lists of constants. "1" is success or true, "0" not found or false, the empty
+ *     text no value or wrong arguments.
+ *  2. A function of a generic row gets the instance, a path and perhaps a third argument, and may
+ *     produce nothing: fe_func_ll answers the empty text then.
+ *  3. What writes asks storable() first and answers refused() where the file cannot hold it.
+ */
+
+using ll_function = fe_node *(*)(llconf_item *lli, const char *path, const char *third);
+
+/* One function of the language; the record is what is registered as its data. */
+struct ll_row {
+    const char *name;
+    fe_function handler;
+    ll_function function;                                        /* of a generic row */
+    void (*set_hook)(llconf_item *lli, fe_node *hook) = nullptr; /* of a hook setter */
+};
+
+inline const ll_row &row_of(const fe_node *call) {
+    return *static_cast<const ll_row *>(call->fed->user_data);
+}
+
+inline fe_node *ll_answer(const char *text) {
+    return create_fe_node(g_fed_const, text);
+}
+
+/* The evaluated arguments of a call. */
+class ll_arguments {
+  public:
+    ll_arguments(fe_context *ctx, const fe_node *first) : list_(eval_fe_expr_list(ctx, first)) {}
+
+    const fe_node *first() const { return list_.get(); }
+    int count() const { return fe_argc(list_.get()); }
+    /* The text of the argument at index, or null; borrowed. */
+    const char *text(int index) const {
+        const fe_node *node = list_.get();
+        while (node && index-- > 0)
+            node = node->next;
+        return node ? node->text : nullptr;
+    }
+
+  private:
+    owned<fe_node, destroy_fe_node_list> list_;
+};
+
+/* The instance of that name in the context's transaction; null without one. */
+llconf_item *ll_find_item(const fe_context *ctx, const char *name);
+
+/* The node at path of the tree that lli reads or writes; null with errno. */
+cnfnode *ll_read_node(llconf_item *lli, const char *path);
+cnfnode *ll_write_node(llconf_item *lli, const char *path);
+
+/* Whether the source of lli can hold a node of that name and value below parent, the nodes that
+ * cnf_add_branch (parent, path) makes, the subtree below and with node. */
+bool ll_storable(llconf_item *lli, const cnfnode *parent, const char *name, const char *value);
+bool ll_branch_storable(llconf_item *lli, const cnfnode *parent, const char *path);
+bool ll_subtree_storable(llconf_item *lli, const cnfnode *node);
+
+/* Sets the error record for a text that the file cannot hold; "0". */
+fe_node *ll_refused();
+
+/* The generic handler, and the functions behind it. */
+fe_node *fe_func_ll(fe_context *ctx, fe_node *call);
+fe_node *func_llget(llconf_item *lli, const char *path, const char *third);
+fe_node *func_llgetname(llconf_item *lli, const char *path, const char *third);
+fe_node *func_llgetdefault(llconf_item *lli, const char *path, const char *value);
+fe_node *func_llexists(llconf_item *lli, const char *path, const char *third);
+fe_node *func_lllist(llconf_item *lli, const char *path, const char *third);
+fe_node *func_lllistindexed(llconf_item *lli, const char *path, const char *third);
+fe_node *func_llpaths(llconf_item *lli, const char *path, const char *third);
+fe_node *func_llset(llconf_item *lli, const char *path, const char *value);
+fe_node *func_lladd(llconf_item *lli, const char *path, const char *value);
+fe_node *func_lladdne(llconf_item *lli, const char *path, const char *value);
+fe_node *func_lldel(llconf_item *lli, const char *path, const char *value);
+fe_node *func_llrename(llconf_item *lli, const char *path, const char *newname);
+
+/* Functions that take their arguments apart themselves. */
+fe_node *fe_func_llisdirty(fe_context *ctx, fe_node *call);
+fe_node *fe_func_llcompare(fe_context *ctx, fe_node *call);
+fe_node *fe_func_lllistmatch(fe_context *ctx, fe_node *call);
+fe_node *fe_func_llfindindex(fe_context *ctx, fe_node *call);
+fe_node *fe_func_llcopy(fe_context *ctx, fe_node *call);
+fe_node *fe_func_lladdmulti(fe_context *ctx, fe_node *call);
+fe_node *fe_func_lladdbefore(fe_context *ctx, fe_node *call);
+fe_node *fe_func_llswap(fe_context *ctx, fe_node *call);
+fe_node *fe_func_llmodcreate(fe_context *ctx, fe_node *call);
+fe_node *fe_func_llmoddelete(fe_context *ctx, fe_node *call);
+fe_node *fe_func_llmodsethook(fe_context *ctx, fe_node *call);
+
+/* Make hook, which the item owns from then on, the only one of its kind. */
+void func_llmodset_post_commit(llconf_item *lli, fe_node *hook);
+void func_llmodset_pre_commit(llconf_item *lli, fe_node *hook);
+
+#endif

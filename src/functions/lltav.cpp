@@ -1,0 +1,116 @@
+/* Device functions: the view entries of the SNMP agent, and secrets kept encrypted in files.
+ *
+ * The encryption hides secrets from a glance at a file, not from whoever has this program: the key
+ * is fixed, the vector is zero, and equal texts give equal results. Files in the field hold such
+ * values, so cipher, key and mode stay. */
+
+#define OPENSSL_SUPPRESS_DEPRECATED
+
+#include <libdaemon/dlog.h>
+#include <openssl/blowfish.h>
+
+#include <array>
+#include <cstring>
+#include <new>
+#include <string>
+#include <string_view>
+
+#include "backend/contexts.h"
+#include "daemon/trace.h"
+#include "fe/fe.h"
+#include "functions/functions.h"
+#include "llconf/nodes.h"
+#include "ucfgd/escape.h"
+#include "ucfgd/guaranteed_memset.h"
+#include "ucfgd/owners.h"
+
+namespace {
+
+using owned_nodes = owned<fe_node, destroy_fe_node_list>;
+
+constexpr std::string_view k_key = "Tiqaeb7uRoskel4u";
+
+fe_node *answer(const char *text) {
+    return create_fe_node(g_fed_const, text);
+}
+
+/* Runs the bytes of text through the cipher, in place; it keeps their number. */
+void run_cipher(std::string &text, int direction) {
+    BF_KEY schedule;
+    BF_set_key(&schedule, static_cast<int>(k_key.size()),
+               reinterpret_cast<const unsigned char *>(k_key.data()));
+    std::array<unsigned char, 8> vector{};
+    int position = 0;
+    auto *bytes = reinterpret_cast<unsigned char *>(text.data());
+    BF_cfb64_encrypt(bytes, bytes, static_cast<long>(text.size()), &schedule, vector.data(),
+                     &position, direction);
+    guaranteed_memset(&schedule, 0, sizeof(schedule));
+}
+
+std::string encrypt(const char *plain) {
+    std::string text{plain};
+    run_cipher(text, BF_ENCRYPT);
+    std::string digits(2 * text.size() + 1, '\0');
+    hexencode(text.data(), digits.data(), text.size(), digits.size());
+    return digits;
+}
+
+std::string decrypt(const char *digits) {
+    std::string text(std::strlen(digits), '\0');
+    size_t length = 0;
+    if (!text.empty() && !hexdecode(digits, text.data(), text.size(), &length)) {
+        daemon_log(LOG_ERR, "tav_decrypt: the text is not made of pairs of hexadecimal digits");
+        length = 0;
+    }
+    text.resize(length);
+    run_cipher(text, BF_DECRYPT);
+    return text;
+}
+
+fe_node *transform(fe_context *ctx, const fe_node *call, std::string (*function)(const char *)) {
+    owned_nodes arguments{eval_fe_expr_list(ctx, call->first_child)};
+    if (!arguments || !arguments->text) return answer("");
+    try {
+        return answer(function(arguments->text).c_str());
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+}
+
+bool has_subtree(const cnfnode *view) {
+    const cnfnode *subtree = find_node(view->first_child, "subtree");
+    return subtree && subtree->value && subtree->value[0] != '\0';
+}
+
+fe_node *fe_func_tav_llfixsnmpdview(fe_context *ctx, fe_node *call) {
+    trace(4, "%s\n", __func__);
+    owned_nodes arguments{eval_fe_expr_list(ctx, call->first_child)};
+    llconf_item *list = lli_list_from_trns_ctx(static_cast<trns_ctx *>(ctx->user_data));
+    llconf_item *lli = arguments ? find_llconf_item(list, arguments->text) : nullptr;
+    cnfnode *root = lli ? llconf_get_cnftree_write(lli) : nullptr;
+    for (cnfnode *node : removal_safe(root ? root->first_child : nullptr)) {
+        if (std::strcmp(node->name, "view") != 0 || has_subtree(node)) continue;
+        destroy_cnftree(node);
+        lli->is_dirty = 1;
+    }
+    return answer("1");
+}
+
+fe_node *fe_func_tav_encrypt(fe_context *ctx, fe_node *call) {
+    trace(4, "%s\n", __func__);
+    return transform(ctx, call, encrypt);
+}
+
+fe_node *fe_func_tav_decrypt(fe_context *ctx, fe_node *call) {
+    trace(4, "%s\n", __func__);
+    return transform(ctx, call, decrypt);
+}
+
+}  // namespace
+
+fe_def *fe_register_lltavfuncs(fe_def *list) {
+    list = fe_register_func(list, "tav_llfixsnmpdview", fe_func_tav_llfixsnmpdview, nullptr);
+    list = fe_register_func(list, "tav_encrypt", fe_func_tav_encrypt, nullptr);
+    return fe_register_func(list, "tav_decrypt", fe_func_tav_decrypt, nullptr);
+}
