@@ -1,0 +1,330 @@
+/* /etc/network/interfaces: one node per stanza.
+ *
+ *     auto eth0                      eth0
+ *     iface eth0 inet static             auto
+ *         # the office                   family   inet
+ *         address 192.0.2.7/24           method   static
+ *                                        .comment  the office
+ *                                        address  192.0.2.7/24
+ *
+ * A stanza is one entry with all its lines, and the flags that stand right in front of it for this
+ * interface alone are lines of it: adding the child "auto" to an interface adds the line above its
+ * stanza. A flag that stands elsewhere, or for several interfaces, is a stanza of its own, named as
+ * the line names them. Lines about the whole file ("source ...") are nodes with a value. Comments
+ * and blank lines between options are children; those behind the last option belong to the file.
+ *
+ * When a stanza is written anew, each of its lines whose text still holds is taken over as it was.
+ */
+#include <cerrno>
+#include <cstring>
+#include <new>
+
+#include "interfaces_scan.h"
+#include "llconf/nodes.h"
+#include "llconf/parser.h"
+
+namespace {
+
+using llconf::if_kind;
+using llconf::if_line;
+
+constexpr std::string_view k_family = "family";
+constexpr std::string_view k_method = "method";
+constexpr std::string_view k_inherits = "inherits";
+constexpr std::string_view k_mapping = "mapping";
+constexpr std::string_view k_comment = ".comment";
+constexpr std::string_view k_empty = ".empty";
+constexpr std::string_view k_unparsed = ".unparsed";
+constexpr std::size_t k_search = 64;  // old lines that are looked through for one that still holds
+
+bool is_head_part(std::string_view name) {
+    return name == k_family || name == k_method || name == k_inherits || name == k_mapping;
+}
+
+/* --- reading -------------------------------------------------------------------------------- */
+
+class stanza_reader {
+  public:
+    stanza_reader(cnf_reader *reader, std::string_view text) : reader_(reader), text_(text) {}
+
+    int run() {
+        std::size_t pos = 0;
+        while (pos < text_.size() && result_ == 1) {
+            if_line line = llconf::if_scan_line(text_, pos);
+            pos = line.end;
+            if (!read_line(line)) return result_;
+        }
+        return result_;
+    }
+
+  private:
+    bool read_line(const if_line &line) {
+        switch (line.kind) {
+            case if_kind::empty:
+                return child(k_empty, nullptr);
+            case if_kind::comment:
+                return child(k_comment, &line.rest);
+            case if_kind::flag:
+                return name(line.rest) && child(line.word, nullptr);
+            case if_kind::mapping:
+                return name(line.rest) && child(k_mapping, nullptr);
+            case if_kind::directive:
+                return make(line.word, &line.rest);
+            case if_kind::iface:
+                return iface(line);
+            default:
+                return option(line);
+        }
+    }
+
+    bool fail(int result) {
+        result_ = result;
+        return false;
+    }
+
+    bool make(std::string_view name, const std::string *value) {
+        node_ = cnf_read_node(reader_, nullptr, name.data(), name.size(),
+                              value != nullptr ? value->data() : nullptr,
+                              value != nullptr ? value->size() : 0);
+        return node_ != nullptr || fail(-1);
+    }
+
+    bool name(std::string_view name) {
+        if (node_ != nullptr) return true;
+        return name.empty() ? fail(0) : make(name, nullptr);
+    }
+
+    bool child(std::string_view name, const std::string *value) {
+        const cnfnode *made = cnf_read_node(reader_, node_, name.data(), name.size(),
+                                            value != nullptr ? value->data() : nullptr,
+                                            value != nullptr ? value->size() : 0);
+        return made != nullptr || fail(-1);
+    }
+
+    bool iface(const if_line &line) {
+        std::vector<std::string_view> words = llconf::if_words(line.rest);
+        if (!llconf::if_is_head(words)) return fail(0);
+        std::string family(words[1]);
+        std::string method(words[2]);
+        if (!name(words[0]) || !child(k_family, &family) || !child(k_method, &method)) return false;
+        if (words.size() == 3) return true;
+        std::string other(words[4]);
+        return child(k_inherits, &other);
+    }
+
+    /* What is spelt like a part of the head, but stands below it, is left alone. */
+    bool option(const if_line &line) {
+        bool plain = !is_head_part(line.word) && line.word.front() != '.';
+        if (plain) return child(line.word, &line.rest);
+        std::string text(line.raw);
+        return child(k_unparsed, &text);
+    }
+
+    cnf_reader *reader_;
+    std::string_view text_;
+    cnfnode *node_ = nullptr;
+    int result_ = 1;
+};
+
+/* --- writing -------------------------------------------------------------------------------- */
+
+class stanza_writer {
+  public:
+    explicit stanza_writer(const cnf_format &request) : node_(request.node) {
+        std::string_view old(request.old, request.old_length);
+        for (std::size_t pos = 0; pos < old.size(); pos = old_.back().end) {
+            old_.push_back(llconf::if_scan_line(old, pos));
+            if (old_.back().kind == if_kind::option && indent_.empty()) indent_ = old_.back().lead;
+        }
+        if (indent_.empty()) indent_ = "    ";
+    }
+
+    bool run() {
+        if (node_->value != nullptr) {
+            bool directive = llconf::if_kind_of_word(node_->name) == if_kind::directive;
+            return directive && node_->first_child == nullptr &&
+                   add_line("", node_->name, node_->value, if_kind::directive);
+        }
+        bool head_done = false;
+        for (const cnfnode *child = node_->first_child; child != nullptr; child = child->next) {
+            if (child->first_child != nullptr) return false;
+            bool part = is_head_part(child->name);
+            if (part && head_done) continue;
+            if (!(part ? head() : line(child))) return false;
+            head_done = head_done || part;
+        }
+        return !text_.empty();
+    }
+
+    const std::string &text() const { return text_; }
+
+  private:
+    const char *value_of(std::string_view name) const {
+        for (const cnfnode *child = node_->first_child; child != nullptr; child = child->next) {
+            if (child->name == name) return child->value != nullptr ? child->value : "";
+        }
+        return nullptr;
+    }
+
+    bool head() {
+        if (value_of(k_mapping) != nullptr) {
+            return add_line("", k_mapping, node_->name, if_kind::mapping);
+        }
+        const char *family = value_of(k_family);
+        const char *method = value_of(k_method);
+        const char *inherits = value_of(k_inherits);
+        if (family == nullptr || method == nullptr) return false;
+        std::string rest = std::string(node_->name) + ' ' + family + ' ' + method;
+        if (inherits != nullptr) rest.append(" ").append(k_inherits).append(" ").append(inherits);
+        return add_line("", "iface", rest, if_kind::iface);
+    }
+
+    bool line(const cnfnode *child) {
+        std::string_view name = child->name;
+        std::string_view value = child->value != nullptr ? child->value : "";
+        if (name == k_empty) return add_raw("");
+        if (name == k_unparsed) return add_raw(value);
+        if (name == k_comment) return add_line(indent_, "#", value, if_kind::comment);
+        if (llconf::if_kind_of_word(name) == if_kind::flag) {
+            return add_line("", name, node_->name, if_kind::flag);
+        }
+        return add_line(indent_, name, value, if_kind::option);
+    }
+
+    bool add_raw(std::string_view raw) {
+        if (!first_) text_ += '\n';
+        first_ = false;
+        for (char c : raw) {
+            if (c == '\n' && !text_.empty() && text_.back() == '\r') text_.pop_back();
+            text_ += c;
+        }
+        return true;
+    }
+
+    /* The old line that says the same, or a new one where the old one stood. */
+    bool add_line(std::string_view lead, std::string_view word, std::string_view rest,
+                  if_kind kind) {
+        std::size_t end = std::min(old_.size(), next_ + k_search);
+        for (std::size_t i = next_; i < end; ++i) {
+            if (old_[i].kind != kind || old_[i].rest != rest) continue;
+            if (kind != if_kind::comment && old_[i].word != word) continue;
+            next_ = i + 1;
+            return add_raw(old_[i].raw);
+        }
+        std::string made(lead);
+        if (next_ < old_.size() && old_[next_].kind == kind && old_[next_].word == word) {
+            made = old_[next_++].lead;
+        }
+        made += word;
+        if (!rest.empty() && kind != if_kind::comment) made += ' ';
+        made += rest;
+        return add_raw(made);
+    }
+
+    const cnfnode *node_;
+    std::vector<if_line> old_;
+    std::size_t next_ = 0;
+    std::string indent_;
+    std::string text_;
+    bool first_ = true;
+};
+
+/* --- what fits ------------------------------------------------------------------------------- */
+
+bool accepts_top(std::string_view name, const char *value) {
+    if (value != nullptr) {
+        return llconf::if_kind_of_word(name) == if_kind::directive && llconf::if_is_rest(value);
+    }
+    return !name.empty() && name.front() != '#' && llconf::if_is_rest(name);
+}
+
+bool accepts_child(std::string_view name, const char *value) {
+    if (name == k_mapping || llconf::if_kind_of_word(name) == if_kind::flag) {
+        return llconf::if_is_word(name) && (value == nullptr || *value == '\0');
+    }
+    if (is_head_part(name)) return value == nullptr || llconf::if_is_word(value);
+    return llconf::if_kind_of_word(name) == if_kind::option && llconf::if_is_word(name) &&
+           name.front() != '#' && name.front() != '.' &&
+           (value == nullptr || llconf::if_is_rest(value));
+}
+
+/* --- the parser's functions ------------------------------------------------------------------ */
+
+template <class function>
+int guarded(function f) {
+    try {
+        return f();
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
+        return -1;
+    }
+}
+
+const char *comments(const void *) {
+    return "#";
+}
+
+int cut(const void *, cnf_cut *piece) {
+    return guarded([piece] {
+        std::string_view text(piece->text, piece->length);
+        if_line first = llconf::if_scan_line(text, 0);
+        piece->kind = CNF_ENTRY;
+        piece->piece = first.end;
+        if (first.kind == if_kind::empty) {
+            piece->kind = CNF_EMPTY;
+        } else if (first.kind == if_kind::comment) {
+            piece->kind = CNF_COMMENT;
+        } else if (first.kind == if_kind::option) {
+            piece->kind = CNF_UNPARSED;
+        } else {
+            piece->piece = llconf::if_stanza_length(text, first);
+        }
+        bool has_nul = std::memchr(piece->text, '\0', piece->piece) != nullptr;
+        if (has_nul) piece->kind = CNF_UNPARSED;
+        return 0;
+    });
+}
+
+int read(const void *, cnf_reader *reader, int, const char *text, size_t length) {
+    return guarded([&] { return stanza_reader(reader, {text, length}).run(); });
+}
+
+int format(const void *, const cnf_format *request) {
+    return guarded([request] {
+        stanza_writer writer(*request);
+        if (writer.run()) {
+            return cnf_out_add(request->out, writer.text().data(), writer.text().size());
+        }
+        errno = EINVAL;
+        return -1;
+    });
+}
+
+int accepts(const void *, int level, const cnfnode *, const char *name, const char *value) {
+    if (level == 1) return accepts_top(name, value) ? 1 : 0;
+    return level == 2 && accepts_child(name, value) ? 1 : 0;
+}
+
+constexpr cnf_parser k_parser = {
+    .version = CNF_PARSER_VERSION,
+    .name = "interfaces",
+    .options = nullptr,
+    .keep_blank_lines = 0,
+    .indent = 4,
+    .prepare = nullptr,
+    .release = nullptr,
+    .comments = comments,
+    .cut = cut,
+    .read = read,
+    .kind_of = nullptr,
+    .format = format,
+    .accepts = accepts,
+    .read_tree = nullptr,
+    .format_tree = nullptr,
+};
+
+}  // namespace
+
+int cnfmodule_register_interfaces() {
+    return cnf_register_parser(&k_parser);
+}

@@ -1,0 +1,146 @@
+#include "interfaces_scan.h"
+
+#include <algorithm>
+#include <array>
+
+namespace llconf {
+namespace {
+
+constexpr int k_flags_ahead = 16;  // lines between a flag and the stanza that it belongs to
+
+struct keyword {
+    std::string_view word;
+    if_kind kind;
+};
+
+constexpr std::array<keyword, 9> k_keywords = {{
+    {"auto", if_kind::flag},
+    {"no-auto-down", if_kind::flag},
+    {"no-scripts", if_kind::flag},
+    {"iface", if_kind::iface},
+    {"mapping", if_kind::mapping},
+    {"source", if_kind::directive},
+    {"source-directory", if_kind::directive},
+    {"rename", if_kind::directive},
+    {"template", if_kind::directive},
+}};
+
+bool is_blank(char c) {
+    return c == ' ' || c == '\t';
+}
+
+std::string_view trim(std::string_view text) {
+    while (!text.empty() && is_blank(text.front()))
+        text.remove_prefix(1);
+    while (!text.empty() && is_blank(text.back()))
+        text.remove_suffix(1);
+    return text;
+}
+
+bool goes_on(std::string_view line) {
+    std::size_t last = line.find_last_not_of('\\');
+    std::size_t run = last == std::string_view::npos ? line.size() : line.size() - last - 1;
+    return run % 2 == 1;
+}
+
+std::string_view cut_line(std::string_view text, std::size_t pos, std::size_t &next) {
+    std::size_t lf = text.find('\n', pos);
+    std::size_t end = std::min(lf, text.size());
+    next = lf == std::string_view::npos ? text.size() : lf + 1;
+    if (end > pos && text[end - 1] == '\r') --end;
+    return text.substr(pos, end - pos);
+}
+
+/* Behind the last option of the stanza; what comes after it up to the next stanza is no part. */
+std::size_t options_end(std::string_view text, std::size_t pos) {
+    std::size_t end = pos;
+    while (pos < text.size()) {
+        if_line line = if_scan_line(text, pos);
+        pos = line.end;
+        if (line.kind == if_kind::empty || line.kind == if_kind::comment) continue;
+        if (line.kind != if_kind::option) break;
+        end = pos;
+    }
+    return end;
+}
+
+}  // namespace
+
+if_kind if_kind_of_word(std::string_view word) {
+    for (const keyword &k : k_keywords) {
+        if (k.word == word) return k.kind;
+    }
+    return word.starts_with("allow-") ? if_kind::flag : if_kind::option;
+}
+
+if_line if_scan_line(std::string_view text, std::size_t pos) {
+    if_line line;
+    std::string_view content = cut_line(text, pos, line.end);
+    std::size_t raw_end = pos + content.size();
+    line.lead = content.substr(0, std::min(content.find_first_not_of(" \t"), content.size()));
+    std::string joined;
+    if (trim(content).starts_with('#')) {
+        line.kind = if_kind::comment;
+        line.rest = trim(content).substr(1);
+    } else {
+        while (goes_on(content) && line.end < text.size()) {
+            content.remove_suffix(1);
+            if (!joined.empty() && !trim(content).empty()) joined += ' ';
+            joined += trim(content);
+            std::size_t start = line.end;
+            content = cut_line(text, start, line.end);
+            raw_end = start + content.size();
+        }
+        if (!joined.empty() && !trim(content).empty()) joined += ' ';
+        joined += trim(content);
+        std::size_t word_end = std::min(joined.find_first_of(" \t"), joined.size());
+        line.word = joined.substr(0, word_end);
+        line.rest = trim(std::string_view(joined).substr(word_end));
+        line.kind = joined.empty() ? if_kind::empty : if_kind_of_word(line.word);
+    }
+    line.raw = text.substr(pos, raw_end - pos);
+    return line;
+}
+
+std::size_t if_stanza_length(std::string_view text, const if_line &first) {
+    if (first.kind == if_kind::iface || first.kind == if_kind::mapping) {
+        return options_end(text, first.end);
+    }
+    if (first.kind != if_kind::flag || !if_is_word(first.rest)) return first.end;
+    std::size_t pos = first.end;
+    for (int ahead = 0; ahead < k_flags_ahead && pos < text.size(); ++ahead) {
+        if_line line = if_scan_line(text, pos);
+        pos = line.end;
+        if (line.kind == if_kind::empty || line.kind == if_kind::comment) continue;
+        if (line.kind == if_kind::flag && line.rest == first.rest) continue;
+        bool same = line.kind == if_kind::iface && if_is_head(if_words(line.rest)) &&
+                    if_words(line.rest).front() == first.rest;
+        return same ? options_end(text, pos) : first.end;
+    }
+    return first.end;
+}
+
+std::vector<std::string_view> if_words(std::string_view text) {
+    std::vector<std::string_view> words;
+    for (text = trim(text); !text.empty(); text = trim(text)) {
+        std::size_t end = std::min(text.find_first_of(" \t"), text.size());
+        words.push_back(text.substr(0, end));
+        text.remove_prefix(end);
+    }
+    return words;
+}
+
+bool if_is_head(const std::vector<std::string_view> &words) {
+    return words.size() == 3 || (words.size() == 5 && words[3] == "inherits");
+}
+
+bool if_is_word(std::string_view text) {
+    return !text.empty() && text.find_first_of(" \t") == std::string_view::npos && if_is_rest(text);
+}
+
+bool if_is_rest(std::string_view text) {
+    return text == trim(text) && text.find_first_of("\r\n") == std::string_view::npos &&
+           !goes_on(text);
+}
+
+}  // namespace llconf

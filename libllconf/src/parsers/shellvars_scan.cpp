@@ -1,0 +1,184 @@
+#include "shellvars_scan.h"
+
+#include <algorithm>
+
+namespace llconf {
+namespace {
+
+constexpr std::string_view k_letters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ_";
+constexpr std::string_view k_digits = "0123456789";
+constexpr std::string_view k_plain_marks = "_./:,@%+=-";
+constexpr std::string_view k_ends_word = " \t\r\n";
+constexpr std::string_view k_unreadable = ";&|<>()`";
+constexpr std::size_t k_far = std::size_t{1} << 14;  // how far beyond its first line a value may go
+
+bool contains(std::string_view set, char c) {
+    return set.find(c) != std::string_view::npos;
+}
+
+bool is_plain(char c) {
+    return contains(k_letters, c) || contains(k_digits, c) || contains(k_plain_marks, c);
+}
+
+std::size_t skip_blanks(std::string_view text, std::size_t pos) {
+    return std::min(text.find_first_not_of(" \t", pos), text.size());
+}
+
+struct line_span {
+    std::size_t end = 0;   // behind the content
+    std::size_t next = 0;  // behind the line end
+};
+
+line_span line_at(std::string_view text, std::size_t pos) {
+    line_span line;
+    std::size_t lf = text.find('\n', pos);
+    line.end = std::min(lf, text.size());
+    line.next = lf == std::string_view::npos ? text.size() : lf + 1;
+    if (line.end > pos && text[line.end - 1] == '\r') --line.end;
+    return line;
+}
+
+bool ends_in_backslash(std::string_view text, std::size_t pos, const line_span &line) {
+    return line.end > pos && text[line.end - 1] == '\\';
+}
+
+/* Reads the value of an assignment, one shell word. */
+class word_scanner {
+  public:
+    word_scanner(std::string_view text, std::size_t pos) : text_(text), pos_(pos) {}
+
+    std::size_t pos() const { return pos_; }
+
+    /* False where the word holds what has no text of its own, or a quote stays open. */
+    bool run(std::string &value) {
+        while (pos_ < text_.size() && !contains(k_ends_word, text_[pos_])) {
+            char c = text_[pos_];
+            if (c == '\'' || c == '"') {
+                if (!quoted(value)) return false;
+            } else if (c == '\\') {
+                if (!backslash(value, false)) return false;
+            } else if (contains(k_unreadable, c)) {
+                return false;
+            } else if (c == '$' && pos_ + 1 < text_.size() && contains("('\"", text_[pos_ + 1])) {
+                return false;
+            } else {
+                value += c;
+                ++pos_;
+            }
+        }
+        return true;
+    }
+
+  private:
+    std::size_t line_end_length(std::size_t pos) const {
+        std::string_view rest = text_.substr(std::min(pos, text_.size()));
+        if (rest.starts_with("\n")) return 1;
+        return rest.starts_with("\r\n") ? 2 : 0;
+    }
+
+    bool quoted(std::string &value) {
+        char quote = text_[pos_++];
+        while (pos_ < text_.size() && text_[pos_] != quote) {
+            if (quote == '"' && text_[pos_] == '\\') {
+                if (!backslash(value, true)) return false;
+            } else if (text_[pos_] == '\r' && line_end_length(pos_) > 0) {
+                ++pos_;
+            } else {
+                value += text_[pos_++];
+            }
+        }
+        return pos_++ < text_.size();
+    }
+
+    /* At a line end it joins lines; in double quotes it protects only what is special there. */
+    bool backslash(std::string &value, bool in_quotes) {
+        std::size_t line_end = line_end_length(pos_ + 1);
+        if (line_end > 0) {
+            pos_ += 1 + line_end;
+            return pos_ < text_.size();
+        }
+        if (pos_ + 1 >= text_.size()) return false;
+        if (in_quotes && !contains("$`\"\\", text_[pos_ + 1])) value += '\\';
+        value += text_[pos_ + 1];
+        pos_ += 2;
+        return true;
+    }
+
+    std::string_view text_;
+    std::size_t pos_;
+};
+
+bool scan_assignment(std::string_view text, std::size_t line_end, shell_item &item) {
+    constexpr std::string_view k_export = "export";
+    std::size_t at = skip_blanks(text, 0);
+    if (text.substr(at, k_export.size()) == k_export) {
+        std::size_t behind = skip_blanks(text, at + k_export.size());
+        if (behind > at + k_export.size()) at = behind;
+    }
+    std::size_t equals = text.substr(0, line_end).find('=', at);
+    if (equals == std::string_view::npos || !shell_is_name(text.substr(at, equals - at))) {
+        return false;
+    }
+    word_scanner word(text, equals + 1);
+    if (!word.run(item.value)) return false;
+    item.lead = text.substr(0, at);
+    item.name = text.substr(at, equals - at);
+    item.raw = text.substr(equals + 1, word.pos() - equals - 1);
+
+    line_span line = line_at(text, word.pos());
+    std::size_t comment = skip_blanks(text, word.pos());
+    if (comment < line.end && (comment == word.pos() || text[comment] != '#')) return false;
+    item.tail = text.substr(word.pos(), line.end - word.pos());
+    item.end = line.next;
+    return true;
+}
+
+}  // namespace
+
+bool shell_is_name(std::string_view name) {
+    return !name.empty() && contains(k_letters, name.front()) &&
+           std::all_of(name.begin(), name.end(),
+                       [](char c) { return contains(k_letters, c) || contains(k_digits, c); });
+}
+
+void shell_write_value(std::string_view value, std::string &out) {
+    if (std::all_of(value.begin(), value.end(), is_plain)) {
+        out += value;
+        return;
+    }
+    out += '\'';
+    for (char c : value) {
+        if (c == '\'') {
+            out += "'\\''";
+        } else {
+            out += c;
+        }
+    }
+    out += '\'';
+}
+
+shell_item shell_scan(std::string_view text) {
+    shell_item item;
+    line_span line = line_at(text, 0);
+    std::size_t first = std::min(skip_blanks(text, 0), line.end);
+    item.end = line.next;
+    std::string_view near = text.substr(0, std::min(text.size() - line.next, k_far) + line.next);
+    if (first == line.end) {
+        item.kind = shell_kind::empty;
+    } else if (text[first] == '#') {
+        item.kind = shell_kind::comment;
+    } else if (scan_assignment(near, line.end, item) &&
+               (near.size() == text.size() || near.back() == '\n' || item.end < near.size())) {
+        item.kind = shell_kind::assignment;
+    } else {
+        item.end = line.next;
+        for (std::size_t pos = 0; ends_in_backslash(text, pos, line) && item.end < text.size();) {
+            pos = item.end;
+            line = line_at(text, pos);
+            item.end = line.next;
+        }
+    }
+    return item;
+}
+
+}  // namespace llconf
