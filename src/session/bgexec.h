@@ -36,6 +36,8 @@ typedef struct bgexec_ctx {
     fd_callback *cb_out;
     fd_callback *cb_err;
     void (*cb_exit)(struct bgexec_ctx *job, int status); /* with the wait status */
+    /* Private from here on. */
+    int status;
 } bgexec_ctx;
 
 /* The jobs whose children run, in the order of their start, and those that wait. */
@@ -57,8 +59,13 @@ void destroy_bgexec_ctx(bgexec_ctx *job);
 /* Puts a job in the list, locks its session, and waits for the child from now on. */
 void bgexec_start(bgexec_ctx *job, pid_t pid);
 
-/* Unlocks the session of a completed job and goes on with the lines that arrived meanwhile. */
+/* Unlocks the session of a completed job; the sweep goes on with the lines that arrived meanwhile.
+ * Null is accepted. */
 void bgexec_unlock(ccd_session *session);
+
+/* Completes the jobs whose children have ended: takes their last output, calls the completion
+ * function and destroys them. */
+void bgexec_reap(void);
 
 /* Makes every job of `from` a job of `to`, which may be null. */
 void bgexec_move_session(ccd_session *from, ccd_session *to);
@@ -103,6 +110,13 @@ pid_t bgexec_file(const char *file, char *const argv[], uid_t uid, fd_callback *
 int exec_file(const char *file, char *const argv[], uid_t uid, int (*stdin_cb)(int fd, void *data),
               int (*stdout_cb)(int fd, void *data), int (*stderr_cb)(int fd, void *data),
               void *cb_data, int *pstatus);
+
+/* What execute hands to the callbacks of exec_file. */
+typedef struct exec_cb_context {
+    databuf *dbuf_in;
+    databuf *dbuf_out;
+    databuf *dbuf_err;
+} exec_cb_context;
 
 /* The same with the whole input given and the whole output returned: each output is a new block
  * that the caller frees, with a NUL behind its size bytes, or null and size 0 when empty. Returns

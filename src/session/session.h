@@ -73,10 +73,12 @@ typedef struct ccd_session {
     /* Private from here on. */
     line final_line;       /* the line being executed; its text lies in inbuf */
     line **curr_cmd_tail;  /* where the next collected line is linked */
-    size_t curr_cmd_bytes; /* what they hold */
-    int scanned;           /* bytes of inbuf known to hold no complete line */
-    int stalled;           /* complete lines wait for output to drain */
-    int discarded;         /* session_sweep destroys it */
+    size_t curr_cmd_bytes; /* what the collected lines hold */
+    struct ccd_path_value_item *sanity_last;
+    int filtered;  /* bytes of inbuf that are free of control characters */
+    int scanned;   /* bytes of inbuf that hold no newline */
+    int stalled;   /* session_sweep processes its input */
+    int discarded; /* session_sweep destroys it */
 } ccd_session;
 
 /* All sessions, in the order of their connections. */
@@ -87,6 +89,9 @@ extern ccd_session *g_current_session;
 
 /* Uptime at the start of the current read event. */
 extern long request_time;
+
+/* Not 0 while some session is stalled or discarded. */
+extern int g_session_sweep_needed;
 
 /* From the main configuration: the idle limit of new sessions, which is also how long a terminated
  * one lingers; and whether access methods are passed over (1) and ACCESS answers "1" (2). */
@@ -112,6 +117,12 @@ void close_session(ccd_session *session);
 /* Closes the session and leaves the record to the next sweep: it can no longer be resumed. For
  * callers inside a callback, where destroy_session would come too early. */
 void session_discard(ccd_session *session);
+
+/* Leaves the session's input to the next sweep. */
+void session_stall(ccd_session *session);
+
+/* Frees the lines collected for the current request. */
+void session_free_collected(ccd_session *session);
 
 void add_session(ccd_session *session);
 

@@ -1,0 +1,180 @@
+/* Background jobs: the fork, the pipes, and where the output goes. */
+
+#include "session/bgexec.h"
+
+#include <fcntl.h>
+#include <sys/select.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+
+#include "daemon/trace.h"
+#include "session/child.h"
+#include "session/protocol.h"
+#include "ucfgd/owners.h"
+#include "ucfgd/uptime.h"
+
+namespace {
+
+/* Reads of 1024 bytes that one event may take, so that others get their turn. */
+constexpr int k_reads_a_turn = 16;
+
+bool g_output_held = false;
+
+/* The end of a pipe: the loop closes the descriptor. */
+int end_of_pipe(fd_callback *&registration) {
+    if (registration) {
+        registration->state = FD_CALLBACK_FINISHED;
+        registration->data = nullptr;
+        registration = nullptr;
+    }
+    return -1;
+}
+
+/* Reads what is there, at most one turn's share. False at the end of the pipe. */
+bool read_turn(int fd, databuf *buffer) {
+    for (int i = 0; i < k_reads_a_turn; ++i) {
+        const int got = databuf_flushin(buffer, fd);
+        if (got > 0) continue;
+        return got < 0 && (errno == EAGAIN || errno == EINTR);
+    }
+    return true;
+}
+
+bool output_is_stuck(const ccd_session *session) {
+    return session && session->outbuf && databuf_pending(session->outbuf) >= k_session_output_limit;
+}
+
+/* The output of ADMIN. A client that does not read makes its action wait, not the daemon grow. */
+int collect(int fd, bgexec_ctx *job, databuf *buffer, fd_callback *&registration, int stream) {
+    if (!job || !buffer || !registration) return -1;
+    const bool more = read_turn(fd, buffer);
+    if (databuf_pending(buffer) > 0) {
+        char id[16];
+        snprintf(id, sizeof(id), "%s.%d", job->id, stream);
+        session_write_databuf(job->session, id, buffer, 0);
+    }
+    if (!more) return end_of_pipe(registration);
+    if (output_is_stuck(job->session)) {
+        registration->type = FD_CALLBACK_PARKED;
+        g_output_held = true;
+    }
+    return 0;
+}
+
+/* The output of COMMIT, of which nobody is told. */
+int discard(int fd, const bgexec_ctx *job, databuf *buffer, fd_callback *&registration) {
+    if (!job || !buffer || !registration) return -1;
+    const bool more = read_turn(fd, buffer);
+    databuf_remove(buffer, databuf_pending(buffer));
+    return more ? 0 : end_of_pipe(registration);
+}
+
+bool resume(fd_callback *registration) {
+    if (!registration || registration->type != FD_CALLBACK_PARKED) return false;
+    registration->type = FD_CALLBACK_READ;
+    return true;
+}
+
+/* Hands a pipe's end to the loop. False when the loop refuses it. */
+bool watch(fd_callback *registration, unique_fd &end) {
+    if (!registration) {
+        end.reset();
+        return true;
+    }
+    registration->fd = end.get();
+    if (fcntl(end.get(), F_SETFL, O_NONBLOCK) != 0 || loop_add_callback(registration) != 0) {
+        registration->fd = -1;
+        return false;
+    }
+    end.release();
+    return true;
+}
+
+}  // namespace
+
+void bgexec_unlock(ccd_session *session) {
+    if (!session) return;
+    session->flags &= ~k_session_locked;
+    session->last_action = get_uptime();
+    session_stall(session);
+}
+
+void bgexec_resume_output(void) {
+    if (!g_output_held) return;
+    g_output_held = false;
+    for (bgexec_ctx *job = g_bgexec_ctx_list; job; job = job->next) {
+        if (output_is_stuck(job->session)) {
+            g_output_held = true;
+            continue;
+        }
+        resume(job->cb_out);
+        resume(job->cb_err);
+    }
+}
+
+pid_t bgfork(fd_callback *cb_in, fd_callback *cb_out, fd_callback *cb_err) {
+    child_pipes pipes;
+    if (!open_child_pipes(pipes)) return -1;
+    for (const unique_fd &end : pipes.parent) {
+        if (end.get() < FD_SETSIZE) continue;
+        errno = EMFILE;
+        return -1;
+    }
+    fflush(stdout);
+    fflush(stderr);
+    all_signals_blocked blocked;
+    const pid_t pid = fork();
+    if (pid < 0) return -1;
+    if (pid == 0) {
+        reset_signal_handlers();
+        signal(SIGPIPE, SIG_IGN);
+        blocked.unblock_all();
+        closelog();
+        wire_child(pipes);
+        g_protocol_log_fptr = nullptr;
+        return 0;
+    }
+    signal(SIGPIPE, SIG_IGN);
+    fd_callback *const registrations[] = {cb_in, cb_out, cb_err};
+    for (size_t i = 0; i < 3; ++i) {
+        /* Checked above; without its pipe the child's output is lost, not the child. */
+        if (!watch(registrations[i], pipes.parent[i])) trace(0, "bgfork: pipe not watched\n");
+    }
+    return pid;
+}
+
+void bgexit(int status) {
+    fflush(stdout);
+    fflush(stderr);
+    _exit(status);
+}
+
+int bgexec_std_in(int, void *) {
+    trace(4, "%s\n", __func__);
+    return 0;
+}
+
+int bgexec_std_out(int fd, void *data) {
+    auto *job = static_cast<bgexec_ctx *>(data);
+    return job ? collect(fd, job, job->obuf, job->cb_out, 1) : -1;
+}
+
+int bgexec_std_err(int fd, void *data) {
+    auto *job = static_cast<bgexec_ctx *>(data);
+    return job ? collect(fd, job, job->ebuf, job->cb_err, 2) : -1;
+}
+
+int bgcommit_std_out(int fd, void *data) {
+    auto *job = static_cast<bgexec_ctx *>(data);
+    return job ? discard(fd, job, job->obuf, job->cb_out) : -1;
+}
+
+int bgcommit_std_err(int fd, void *data) {
+    auto *job = static_cast<bgexec_ctx *>(data);
+    return job ? discard(fd, job, job->ebuf, job->cb_err) : -1;
+}

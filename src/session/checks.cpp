@@ -1,0 +1,178 @@
+/* What stands before every command, permission, and behind every failure, the error reply. */
+
+#include <libdaemon/dlog.h>
+
+#include <cstdlib>
+#include <utility>
+
+#include "fe/eval.h"
+#include "session/method_context.h"
+#include "session/protocol.h"
+#include "session/query.h"
+#include "tree/param_error.h"
+#include "ucfgd/owners.h"
+
+namespace {
+
+/* The variables' names in the form in which a context compares them. */
+struct symbols {
+    fe_symbol sid = fe_intern("sid");
+    fe_symbol perm = fe_intern("perm");
+    fe_symbol parampath = fe_intern("parampath");
+    fe_symbol paramtree = fe_intern("paramtree");
+    fe_symbol hlxaaa_sid = fe_intern("hlxaaa_sid");
+};
+
+const symbols &names(void) {
+    static const symbols interned;
+    return interned;
+}
+
+/* Permission bits as letters, as logs and access methods show them. */
+struct perm_letters {
+    explicit perm_letters(int perms) {
+        char *end = text;
+        for (const auto &[bit, letter] :
+             {std::pair{k_perm_read, 'r'}, {k_perm_write, 'w'}, {k_perm_exec, 'x'}}) {
+            if (perms & bit) *end++ = letter;
+        }
+        *end = '\0';
+    }
+    char text[4];
+};
+
+const char *bit_text(int perms, int bit, const char *letter) {
+    return perms & bit ? letter : "";
+}
+
+const char *user_of(const ccd_session *session) {
+    return session->username ? session->username : "";
+}
+
+int deny(ccd_session *session, const char *id) {
+    session_writef(session, "%s NO permission denied\n", id);
+    return -1;
+}
+
+int deny_path(ccd_session *session, const char *id, int perm, const char *path) {
+    const int granted = session->perms;
+    daemon_log(LOG_WARNING,
+               "Request denied: User '%s' accessing node '%s'. Session perms required: '%s%s%s', "
+               "granted: '%s%s%s'",
+               user_of(session), path, bit_text(perm, k_perm_read, "r"),
+               bit_text(perm, k_perm_write, "w"), bit_text(perm, k_perm_exec, "x"),
+               bit_text(granted, k_perm_read, "r"), bit_text(granted, k_perm_write, "w"),
+               bit_text(granted, k_perm_exec, "x"));
+    return deny(session, id);
+}
+
+/* Most trees grant access by the constant '1' at their root: nothing to evaluate. */
+bool access_is_open(const param_path *ppath) {
+    const ccdtree_node *node = ppath->first->ccd;
+    while (node && !node->func_access)
+        node = node->parent;
+    return node && !node->func_access->next && fe_node_is_const_true(node->func_access);
+}
+
+bool access_method_passes(ccd_session *session, int perm, const param_path *ppath,
+                          const line *arg_list) {
+    if (access_is_open(ppath)) return true;
+    const owned_context context =
+        make_access_context(session, perm_letters{perm}.text, ppath->fullpath, ppath->ccd_tree);
+    if (!context) return false;
+    const owned_str result{
+        ccd_param_ppath_access(session->backend_ctx, ppath, arg_list, context.get())};
+    return fe_istrue(result.get()) != 0;
+}
+
+}  // namespace
+
+owned_context make_session_context(const ccd_session *session) {
+    owned_context context{create_fe_context(nullptr, session->backend_ctx)};
+    if (context && session->hlxaaa_sid &&
+        fe_set_symbol(context.get(), names().hlxaaa_sid, session->hlxaaa_sid) != 0) {
+        context.reset();
+    }
+    return context;
+}
+
+owned_context make_sid_context(const ccd_session *session) {
+    owned_context context = make_session_context(session);
+    if (context && fe_set_symbol(context.get(), names().sid, session->sessionid) != 0) {
+        context.reset();
+    }
+    return context;
+}
+
+owned_context make_access_context(const ccd_session *session, const char *perm, const char *path,
+                                  const ccdtree_node *ccd_root) {
+    owned_context context = make_sid_context(session);
+    if (!context) return context;
+    const char *tree = ccd_root == g_ccdtree    ? "configuration"
+                       : ccd_root == g_mgmttree ? "management"
+                                                : nullptr;
+    if (fe_set_symbol(context.get(), names().perm, perm) != 0 ||
+        fe_set_symbol(context.get(), names().parampath, path) != 0 ||
+        (tree && fe_set_symbol(context.get(), names().paramtree, tree) != 0)) {
+        context.reset();
+    }
+    return context;
+}
+
+int session_check_and_barf_perms(ccd_session *session, const char *id, int perm) {
+    const int granted = session->perms;
+    if (granted & perm) return 0;
+    daemon_log(LOG_WARNING,
+               "Request denied: User '%s'. Session perms required: '%s%s%s', granted: '%s%s%s'",
+               user_of(session), bit_text(perm, k_perm_read, "r"),
+               bit_text(perm, k_perm_write, "w"), bit_text(perm, k_perm_exec, "x"),
+               bit_text(granted, k_perm_read, "r"), bit_text(granted, k_perm_write, "w"),
+               bit_text(granted, k_perm_exec, "x"));
+    return deny(session, id);
+}
+
+int session_check_and_barf_perms_access_ppath(ccd_session *session, const char *id, int perm,
+                                              const param_path *ppath, const line *arg_list) {
+    if (g_access_override) return 0;
+    if ((session->perms & perm) && access_method_passes(session, perm, ppath, arg_list)) return 0;
+    daemon_log(LOG_WARNING,
+               "Request denied: User '%s' accessing node '%s'. 'access:' returned false.",
+               user_of(session), ppath->fullpath);
+    return deny(session, id);
+}
+
+int session_check_and_barf_perms_access(ccd_session *session, ccdtree_node *ccd_root,
+                                        const char *id, int perm, const char *path,
+                                        const line *arg_list) {
+    if (g_access_override) return 0;
+    if (session->perms & perm) {
+        const owned<param_path, destroy_param_path> ppath{find_ccd_param(path, ccd_root)};
+        if (ppath) {
+            return session_check_and_barf_perms_access_ppath(session, id, perm, ppath.get(),
+                                                             arg_list);
+        }
+    }
+    return deny_path(session, id, perm, path);
+}
+
+int session_write_error(ccd_session *session, const char *id, const char *dflt_msg) {
+    const param_error *error = ccd_get_error();
+    if (error) {
+        if (error->id) session_writef(session, "%s.error %s\n", id, error->id);
+        for (const line *arg = error->args; arg; arg = arg->next) {
+            session_writef(session, "%s.error.arg %s\n", id, arg->line ? arg->line : "");
+        }
+    }
+    const char *msg = error ? error->msg : dflt_msg;
+    if (msg) {
+        session_writef(session, "%s ERR %s\n", id, msg);
+    } else {
+        session_writef(session, "%s ERR\n", id);
+    }
+    ccd_clear_error();
+    return 0;
+}
+
+int session_write_error_sanity(ccd_session *session, const char *id) {
+    return session_write_error(session, id, "sanity check failed");
+}

@@ -1,0 +1,179 @@
+/* COMMIT, and what a client may ask about its context: CURRENT, UPDATE, DIRTY, REVERT.
+ *
+ * A commit writes files and runs hooks, which takes time, so it happens in a child. The child does
+ * the whole work on its copy of the daemon's memory; the daemon merges the same changes into its
+ * own contexts, waits, and then reads the files again. While a child writes, no second one may: a
+ * second COMMIT waits, locked, and by the time it is taken up its context is stale.
+ */
+
+#include "session/commit.h"
+
+#include <libdaemon/dlog.h>
+#include <sys/wait.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "session/bgexec.h"
+#include "session/method_context.h"
+#include "session/protocol.h"
+#include "session/query.h"
+#include "tree/param_ops.h"
+#include "ucfgd/owners.h"
+#include "ucfgd/slist.h"
+
+namespace {
+
+using owned_job = owned<bgexec_ctx, destroy_bgexec_ctx>;
+using owned_buffer = owned<databuf, destroy_databuf>;
+
+bool is_commit(const bgexec_ctx *job) {
+    return job->cb_exit == session_commit_cb_exit;
+}
+
+bool commit_runs(void) {
+    for (const bgexec_ctx *job = g_bgexec_ctx_list; job; job = job->next) {
+        if (is_commit(job) && job->pid > 0) return true;
+    }
+    return false;
+}
+
+bgexec_ctx *first_waiting(void) {
+    for (bgexec_ctx *job = g_bgexec_ctx_list; job; job = job->next) {
+        if (is_commit(job) && job->pid == 0) return job;
+    }
+    return nullptr;
+}
+
+owned_job make_job(ccd_session *session, const char *id) {
+    owned_buffer out{create_databuf()};
+    owned_buffer err{create_databuf()};
+    if (!out || !err) return nullptr;
+    owned_job job{create_bgexec_ctx(session, id, nullptr, out.get(), err.get(), nullptr,
+                                    bgcommit_std_out, bgcommit_std_err, session_commit_cb_exit)};
+    if (!job) return nullptr;
+    out.release();
+    err.release();
+    return job;
+}
+
+/* The child's end: what went wrong as an error number, which has one byte to pass through. */
+[[noreturn]] void run_commit(const ccd_session *session) {
+    owned_context context = make_session_context(session);
+    g_trns_fe_context = context.get();
+    trns_submit_ctx(session->backend_ctx);
+    errno = 0;
+    const int result = ccd_commit(session->backend_ctx);
+    const int status = result != 0 ? result : errno;
+    bgexit(status < 0 || status > 255 ? EIO : status);
+}
+
+/* Forks the child of a job and merges the changes in the daemon, in this order: a fork that fails
+ * changes nothing. True when the child runs; false when that was answered. */
+bool start(owned_job &job) {
+    ccd_session *session = job->session;
+    errno = 0;
+    const pid_t pid = bgfork(nullptr, job->cb_out, job->cb_err);
+    if (pid == 0) run_commit(session);
+    if (pid < 0) {
+        session_writef(session, "%s ERR %s\n", job->id, strerror(errno));
+        return false;
+    }
+    trns_submit_ctx(session->backend_ctx);
+    bgexec_start(job.release(), pid);
+    return true;
+}
+
+bool answer_if_stale(ccd_session *session, const char *id) {
+    if (trns_check_ctx_serial(session->backend_ctx) == 0) return false;
+    session_writef(session, "%s ERR commit conflict\n", id);
+    return true;
+}
+
+int reply_ok(ccd_session *session, const char *id) {
+    session_writef(session, "%s OK\n", id);
+    return 0;
+}
+
+int reply_errno(ccd_session *session, const char *id, int error) {
+    session_writef(session, "%s ERR %s\n", id, strerror(error));
+    return 0;
+}
+
+/* The error number that a commit's child ended with. One that was killed has left the files in an
+ * unknown state, which is no success. */
+int error_of(int status) {
+    return WIFEXITED(status) ? WEXITSTATUS(status) : EIO;
+}
+
+}  // namespace
+
+int session_process_commit(ccd_session *session, const char *id, const char *) {
+    if (session_check_and_barf_perms(session, id, k_perm_write)) return 0;
+    if (answer_if_stale(session, id)) return 0;
+    owned_job job = make_job(session, id);
+    if (!job) return reply_errno(session, id, ENOMEM);
+    if (commit_runs()) {
+        bgexec_start(job.release(), 0);
+    } else {
+        start(job);
+    }
+    return 0;
+}
+
+void session_commit_next(void) {
+    while (!commit_runs()) {
+        owned_job job{first_waiting()};
+        if (!job) return;
+        g_bgexec_ctx_list = slist_unlink(g_bgexec_ctx_list, job.get());
+        job->next = nullptr;
+        ccd_session *session = job->session;
+        if (!session) continue;
+        if (answer_if_stale(session, job->id) || !start(job)) bgexec_unlock(session);
+    }
+}
+
+void session_commit_cb_exit(bgexec_ctx *job, int status) {
+    ccd_session *session = job->session;
+    trns_ctx *ctx = session ? session->backend_ctx : g_trns_ctx;
+    trns_inc_ctx_serial(ctx);
+    ccd_revert(ctx);
+    if (!session) return;
+    const int error = error_of(status);
+    if (error != 0) {
+        reply_errno(session, job->id, error);
+    } else {
+        reply_ok(session, job->id);
+    }
+    bgexec_unlock(session);
+}
+
+int session_process_current(ccd_session *session, const char *id, const char *) {
+    if (session_check_and_barf_perms(session, id, k_perm_read)) return 0;
+    return answer_if_stale(session, id) ? 0 : reply_ok(session, id);
+}
+
+int session_process_update(ccd_session *session, const char *id, const char *) {
+    if (session_check_and_barf_perms(session, id, k_perm_read)) return 0;
+    if (trns_check_ctx_serial(session->backend_ctx) == 0) return reply_ok(session, id);
+    if (trns_isdirty_ctx(session->backend_ctx) != 0) {
+        session_writef(session, "%s ERR session is dirty and not current\n", id);
+        return 0;
+    }
+    errno = 0;
+    if (ccd_revert(session->backend_ctx) != 0) return reply_errno(session, id, errno);
+    session_writef(session, "%s OK updated\n", id);
+    return 0;
+}
+
+int session_process_dirty(ccd_session *session, const char *id, const char *) {
+    if (session_check_and_barf_perms(session, id, k_perm_read)) return 0;
+    session_writef(session, "%s.dirty %d\n", id, trns_isdirty_ctx(session->backend_ctx));
+    return reply_ok(session, id);
+}
+
+int session_process_revert(ccd_session *session, const char *id, const char *) {
+    errno = 0;
+    if (ccd_revert(session->backend_ctx) != 0) return reply_errno(session, id, errno);
+    return reply_ok(session, id);
+}

@@ -1,0 +1,22 @@
+#ifndef UCFGD_SESSION_INPUT_H
+#define UCFGD_SESSION_INPUT_H
+
+#include "session/session.h"
+
+/* What framing needs to know about the input buffer. The session has one (it is not closed). */
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Drops the control characters, but not the newlines, of what arrived since the last call. */
+void session_filter_input(ccd_session *session);
+
+/* Gives back the storage of lines that have been consumed. */
+void session_settle_input(ccd_session *session);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,231 @@
+/* Between a session's buffers and what is outside: bytes in, reply lines and bytes out. */
+
+#include <sys/select.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "session/chars.h"
+#include "session/input.h"
+#include "session/protocol.h"
+
+namespace {
+
+/* Storage of an idle buffer that is given back. */
+constexpr int k_idle_size = 4096;
+
+constexpr size_t k_reply_max = k_line_size - 1;
+
+/* One reply on its way. Literal text is copied, inserted text loses its control characters. */
+class reply {
+  public:
+    void literal(std::string_view text) { used_ += copy(text, false); }
+    void inserted(std::string_view text) { used_ += copy(text, true); }
+
+    /* For formats that the fast path does not know. */
+    void printed(const char *format, va_list args) __attribute__((format(printf, 2, 0))) {
+        const int length = vsnprintf(text_, sizeof(text_), format, args);
+        used_ = length < 0 ? 0 : static_cast<size_t>(length);
+        cut_ = used_ > k_reply_max;
+        if (cut_) used_ = k_reply_max;
+        for (size_t i = 0; i + 1 < used_; ++i) {
+            if (is_control(text_[i])) text_[i] = ' ';
+        }
+    }
+
+    void clear() {
+        used_ = 0;
+        cut_ = false;
+    }
+
+    /* The reply, whose newline survives a cut. */
+    std::string_view finish() {
+        if (cut_) text_[used_ - 1] = '\n';
+        return {text_, used_};
+    }
+
+  private:
+    size_t copy(std::string_view text, bool blank_controls) {
+        const size_t room = k_reply_max - used_;
+        const size_t length = text.size() < room ? text.size() : room;
+        if (length < text.size()) cut_ = true;
+        char *to = text_ + used_;
+        if (!blank_controls) {
+            memcpy(to, text.data(), length);
+        } else {
+            for (size_t i = 0; i < length; ++i)
+                to[i] = is_control(text[i]) ? ' ' : text[i];
+        }
+        return length;
+    }
+
+    char text_[k_line_size];
+    size_t used_ = 0;
+    bool cut_ = false;
+};
+
+void insert_number(reply &out, int number) {
+    char digits[16];
+    const auto [end, error] = std::to_chars(digits, digits + sizeof(digits), number);
+    if (error == std::errc{}) out.literal({digits, static_cast<size_t>(end - digits)});
+}
+
+/* Nearly every reply is made of texts and numbers alone, and formatting it is a good part of what a
+ * GET costs, so those two directives are done here. False for a format with others. */
+bool format_simple(reply &out, const char *format, va_list args) {
+    while (*format != '\0') {
+        const char *percent = strchrnul(format, '%');
+        out.literal({format, static_cast<size_t>(percent - format)});
+        if (*percent == '\0') return true;
+        switch (percent[1]) {
+            case 's': {
+                const char *text = va_arg(args, const char *);
+                out.inserted(text ? text : "(null)");
+                break;
+            }
+            case 'd':
+                insert_number(out, va_arg(args, int));
+                break;
+            default:
+                return false;
+        }
+        format = percent + 2;
+    }
+    return true;
+}
+
+/* Drops control characters but the newline from the bytes behind the first `clean` ones. */
+void drop_controls(databuf *buffer, int clean) {
+    char *const end = buffer->buf + buffer->end;
+    char *from = buffer->buf + buffer->start + clean;
+    while (from < end && (!is_control(*from) || *from == '\n'))
+        ++from;
+    char *to = from;
+    for (; from < end; ++from) {
+        if (!is_control(*from) || *from == '\n') *to++ = *from;
+    }
+    buffer->end = static_cast<int>(to - buffer->buf);
+}
+
+void log_written(const void *data, size_t size) {
+    fputs("S: ", g_protocol_log_fptr);
+    fwrite(data, 1, size, g_protocol_log_fptr);
+    fflush(g_protocol_log_fptr);
+}
+
+/* A buffer that once grew keeps its storage; an idle session should not. */
+void release_idle_storage(databuf *buffer) {
+    if (databuf_pending(buffer) == 0 && buffer->size > k_idle_size) free(databuf_steal(buffer));
+}
+
+}  // namespace
+
+int session_write(ccd_session *session, const void *data, size_t size) {
+    if (!session->outbuf) return 0;
+    if (g_protocol_log_fptr) log_written(data, size);
+    const int result = databuf_add(session->outbuf, data, static_cast<int>(size));
+    if (session->fdcb_out) session->fdcb_out->type |= FD_CALLBACK_WRITE;
+    return result;
+}
+
+int session_writef(ccd_session *session, const char *format, ...) {
+    reply out;
+    va_list args;
+    va_start(args, format);
+    const bool simple = format_simple(out, format, args);
+    va_end(args);
+    if (!simple) {
+        out.clear();
+        va_start(args, format);
+        out.printed(format, args);
+        va_end(args);
+    }
+    const std::string_view text = out.finish();
+    return session_write(session, text.data(), text.size());
+}
+
+int session_write_databuf(ccd_session *session, const char *id, databuf *buffer, int final) {
+    char text[k_line_size];
+    if (buffer->buf) drop_controls(buffer, 0);
+    const auto take = [&](size_t length, int consumed) {
+        if (length > 0) memcpy(text, buffer->buf + buffer->start, length);
+        text[length] = '\0';
+        if (session) session_writef(session, "%s %s\n", id, text);
+        databuf_remove(buffer, consumed);
+    };
+    while (databuf_pending(buffer) > 0) {
+        const char *begin = buffer->buf + buffer->start;
+        const auto pending = static_cast<size_t>(databuf_pending(buffer));
+        const size_t window = std::min<size_t>(pending, k_line_size);
+        const auto *newline = static_cast<const char *>(memchr(begin, '\n', window));
+        if (!newline && pending <= k_reply_max) break;
+        /* Where a line is cut, the byte at the cut goes the way of a newline. */
+        const size_t length = newline ? static_cast<size_t>(newline - begin) : k_reply_max;
+        take(length, static_cast<int>(length) + 1);
+    }
+    if (final) {
+        const int rest = databuf_pending(buffer);
+        take(static_cast<size_t>(rest), rest);
+    }
+    return 0;
+}
+
+int session_flushout(ccd_session *session, int fd) {
+    if (!session->outbuf) return 0;
+    int result = databuf_sendout(session->outbuf, fd);
+    if (result < 0 && errno == ENOTSOCK) result = databuf_flushout(session->outbuf, fd);
+    if (result > 0) release_idle_storage(session->outbuf);
+    return result;
+}
+
+int session_flushout_nb(ccd_session *session, int fd) {
+    if (fd < 0 || fd >= FD_SETSIZE) {
+        errno = EBADF;
+        return -1;
+    }
+    fd_set writable;
+    FD_ZERO(&writable);
+    FD_SET(fd, &writable);
+    timeval at_once{};
+    const int ready = select(fd + 1, nullptr, &writable, nullptr, &at_once);
+    return ready > 0 ? session_flushout(session, fd) : ready;
+}
+
+int session_flushin(ccd_session *session, int fd) {
+    if (!session->inbuf) {
+        errno = EBADF;
+        return -1;
+    }
+    const int result = databuf_flushin(session->inbuf, fd);
+    if (result <= 0) return result;
+    session_filter_input(session);
+    const bool locked = (session->flags & k_session_locked) != 0;
+    if (locked && databuf_pending(session->inbuf) >= k_session_output_limit && session->fdcb_in) {
+        session->fdcb_in->type &= ~FD_CALLBACK_READ;
+    }
+    return result;
+}
+
+void session_filter_input(ccd_session *session) {
+    databuf *in = session->inbuf;
+    if (session->filtered >= databuf_pending(in)) return;
+    drop_controls(in, session->filtered);
+    session->filtered = databuf_pending(in);
+}
+
+void session_settle_input(ccd_session *session) {
+    databuf *in = session->inbuf;
+    if (databuf_pending(in) == 0) {
+        in->start = 0;
+        in->end = 0;
+        release_idle_storage(in);
+    } else {
+        databuf_remove(in, 0);
+    }
+}

@@ -1,0 +1,199 @@
+/* Commands that read the trees. */
+
+#include "session/query.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "session/method_context.h"
+#include "session/protocol.h"
+#include "tree/param_ops.h"
+#include "ucfgd/escape.h"
+#include "ucfgd/owners.h"
+#include "ucfgd/words.h"
+
+namespace {
+
+constexpr size_t k_arg_size = 256;
+
+using owned_path = owned<param_path, destroy_param_path>;
+using owned_lines = owned<line, destroy_line_list>;
+
+int reply_errno(ccd_session *session, const char *id) {
+    session_writef(session, "%s ERR %s\n", id, strerror(errno));
+    return 0;
+}
+
+int reply_ok(ccd_session *session, const char *id) {
+    session_writef(session, "%s OK\n", id);
+    return 0;
+}
+
+/* A text as one data line; an empty one has none; no text is a failure. */
+int reply_optional(ccd_session *session, const char *id, const char *text) {
+    if (!text) return reply_errno(session, id);
+    if (text[0] != '\0') session_writef(session, "%s.1 %s\n", id, text);
+    return reply_ok(session, id);
+}
+
+int reply_value(ccd_session *session, const char *id, const char *text) {
+    if (!text) return reply_errno(session, id);
+    session_writef(session, "%s.1 %s\n", id, text);
+    return reply_ok(session, id);
+}
+
+void write_numbered(ccd_session *session, const char *id, const char *what, const line *list) {
+    int number = 0;
+    for (; list; list = list->next) {
+        session_writef(session, "%s.%s.%d %s\n", id, what, ++number, list->line ? list->line : "");
+    }
+}
+
+}  // namespace
+
+line *session_arg_list(const char *args, size_t size) {
+    char word[2048];
+    if (size > sizeof(word)) size = sizeof(word);
+    list_builder<line> list;
+    while (dup_next_word_b(&args, word, size) > 0) {
+        line *argument = create_line(unescape_b(word, word));
+        if (!argument) break;
+        list.append(argument);
+    }
+    return list.release();
+}
+
+int session_process_get(ccd_session *session, const char *id, const char *args) {
+    char path[k_word_size];
+    if (dup_next_word_b(&args, path, sizeof(path)) == 0) {
+        session_writef(session, "%s BAD one argument required\n", id);
+        return 0;
+    }
+    const owned_path ppath{find_ccd_param(path, g_ccdtree)};
+    if (!ppath) {
+        session_writef(session, "%s ERR parameter not found\n", id);
+        return 0;
+    }
+    if (session_check_and_barf_perms_access_ppath(session, id, k_perm_read, ppath.get(), nullptr)) {
+        return 0;
+    }
+    errno = 0;
+    const owned_str value{ccd_param_ppath_get(session->backend_ctx, ppath.get())};
+    return reply_value(session, id, value.get());
+}
+
+int session_process_list(ccd_session *session, const char *id, const char *args, int recurse) {
+    return session_process_list_tree(session, id, g_ccdtree, args, recurse);
+}
+
+int session_process_mlist(ccd_session *session, const char *id, const char *args, int recurse) {
+    return session_process_list_tree(session, id, g_mgmttree, args, recurse);
+}
+
+int session_process_list_tree(ccd_session *session, const char *id, ccdtree_node *ccd_root,
+                              const char *args, int recurse) {
+    if (session_check_and_barf_perms(session, id, k_perm_read)) return 0;
+    char path[k_word_size];
+    dup_next_word_b(&args, path, sizeof(path));
+    const owned_context context = make_session_context(session);
+    if (!context) return reply_errno(session, id);
+    errno = 0;
+    const owned_lines list{
+        ccd_param_list(ccd_root, session->backend_ctx, path, context.get(), recurse)};
+    if (!list && errno != 0) return reply_errno(session, id);
+    for (const line *name = list.get(); name; name = name->next) {
+        if (name->line && name->line[0] != '\0')
+            session_writef(session, "%s.1 %s\n", id, name->line);
+    }
+    return reply_ok(session, id);
+}
+
+int session_process_help(ccd_session *session, const char *id, const char *args) {
+    if (session_check_and_barf_perms(session, id, k_perm_read)) return 0;
+    char path[k_word_size];
+    dup_next_word_b(&args, path, sizeof(path));
+    errno = 0;
+    const owned_str help{ccd_param_help(g_ccdtree, session->backend_ctx, path)};
+    return reply_optional(session, id, help.get());
+}
+
+int session_process_attr(ccd_session *session, const char *id, const char *args) {
+    return session_process_attr_tree(session, id, g_ccdtree, args);
+}
+
+int session_process_mattr(ccd_session *session, const char *id, const char *args) {
+    return session_process_attr_tree(session, id, g_mgmttree, args);
+}
+
+int session_process_attr_tree(ccd_session *session, const char *id, ccdtree_node *ccd_root,
+                              const char *args) {
+    if (session_check_and_barf_perms(session, id, k_perm_read)) return 0;
+    char path[k_word_size];
+    dup_next_word_b(&args, path, sizeof(path));
+    errno = 0;
+    const owned<param_attr, destroy_param_attr> attr{
+        ccd_param_attr(ccd_root, session->backend_ctx, path)};
+    if (!attr) return reply_errno(session, id);
+    if (attr->ops) session_writef(session, "%s.ops %s\n", id, attr->ops);
+    if (attr->len > 0) session_writef(session, "%s.len %d\n", id, attr->len);
+    write_numbered(session, id, "choices", attr->choices);
+    write_numbered(session, id, "flags", attr->flags);
+    if (attr->type_name) session_writef(session, "%s.type %s\n", id, attr->type_name);
+    return reply_ok(session, id);
+}
+
+int session_process_access(ccd_session *session, const char *id, const char *args) {
+    return session_process_access_tree(session, id, g_ccdtree, args);
+}
+
+int session_process_maccess(ccd_session *session, const char *id, const char *args) {
+    return session_process_access_tree(session, id, g_mgmttree, args);
+}
+
+int session_process_access_tree(ccd_session *session, const char *id, ccdtree_node *ccd_root,
+                                const char *args) {
+    if (session_check_and_barf_perms(session, id, k_perm_read)) return 0;
+    char path[k_word_size];
+    char perm[k_word_size];
+    dup_next_word_b(&args, path, sizeof(path));
+    dup_next_word_b(&args, perm, sizeof(perm));
+    if (path[0] == '\0' || perm[0] == '\0') {
+        session_writef(session, "%s BAD two arguments required\n", id);
+        return 0;
+    }
+    if (g_access_override >= 2) return reply_optional(session, id, "1");
+    const owned_lines arguments{session_arg_list(args, k_arg_size)};
+    const owned_context context = make_access_context(session, perm, path, ccd_root);
+    if (!context) return reply_errno(session, id);
+    errno = 0;
+    const owned_str result{
+        ccd_param_access(ccd_root, session->backend_ctx, path, arguments.get(), context.get())};
+    return reply_optional(session, id, result.get());
+}
+
+int session_process_info(ccd_session *session, const char *id, const char *args) {
+    if (session_check_and_barf_perms(session, id, k_perm_exec)) return 0;
+    char path[k_word_size];
+    if (dup_next_word_b(&args, path, sizeof(path)) == 0) {
+        session_writef(session, "%s BAD at least one argument required\n", id);
+        return 0;
+    }
+    const owned_lines arguments{session_arg_list(args, k_arg_size)};
+    const owned_path ppath{find_ccd_param(path, g_mgmttree)};
+    if (!ppath) {
+        session_writef(session, "%s ERR parameter not found\n", id);
+        return 0;
+    }
+    /* Whoever may look at the node may have its text: the read bit, although the command as such
+     * took exec. */
+    if (session_check_and_barf_perms_access_ppath(session, id, k_perm_read, ppath.get(), nullptr)) {
+        return 0;
+    }
+    const owned_context context = make_sid_context(session);
+    if (!context) return reply_errno(session, id);
+    errno = 0;
+    const owned_str text{
+        ccd_param_ppath_info(session->backend_ctx, ppath.get(), arguments.get(), context.get())};
+    return reply_value(session, id, text.get());
+}
