@@ -17,8 +17,8 @@ namespace {
 
 class compiled_pattern {
   public:
-    explicit compiled_pattern(std::string_view pattern)
-        : text_(pattern), valid_(regcomp(&regex_, text_.c_str(), REG_EXTENDED) == 0) {}
+    compiled_pattern(std::string_view pattern, size_t size)
+        : size_(size), text_(pattern), valid_(regcomp(&regex_, text_.c_str(), REG_EXTENDED) == 0) {}
     compiled_pattern(const compiled_pattern &) = delete;
     compiled_pattern &operator=(const compiled_pattern &) = delete;
     ~compiled_pattern() {
@@ -26,12 +26,14 @@ class compiled_pattern {
     }
 
     bool valid() const { return valid_; }
+    size_t size() const { return size_; }
     const std::string &text() const { return text_; }
     const regex_t *regex() const { return &regex_; }
     unsigned long last_use = 0;
     size_t matched_bytes = 0;
 
   private:
+    size_t size_;
     std::string text_;
     regex_t regex_ = {};
     bool valid_;
@@ -44,7 +46,11 @@ constexpr size_t k_most_matched_bytes = size_t{4} << 20;
 std::array<std::optional<compiled_pattern>, 16> g_patterns;
 unsigned long g_pattern_uses = 0;
 
-// The compiled form of a pattern, valid until the next call, or null.
+// Compiling and matching take time in proportion to the pattern that is written out.
+constexpr size_t k_pattern_share = 1024;
+
+// The compiled form of a pattern, ready for a text of that length and paid for; valid until the
+// next call. Null when it is no pattern or an unreasonable one.
 const regex_t *compile(std::string_view pattern, size_t text_length) {
     auto *slot = &g_patterns.front();
     for (auto &candidate : g_patterns) {
@@ -56,8 +62,9 @@ const regex_t *compile(std::string_view pattern, size_t text_length) {
     }
     bool fresh = *slot && (*slot)->text() == pattern;
     if (!fresh || (*slot)->matched_bytes > k_most_matched_bytes) {
-        if (!pattern_is_harmless(pattern)) return nullptr;
-        slot->emplace(pattern);
+        size_t size = measure_pattern(pattern);
+        if (size == 0 || !charge(size / 8)) return nullptr;
+        slot->emplace(pattern, size);
         if (!(*slot)->valid()) {
             slot->reset();
             return nullptr;
@@ -65,6 +72,7 @@ const regex_t *compile(std::string_view pattern, size_t text_length) {
     }
     (*slot)->last_use = ++g_pattern_uses;
     (*slot)->matched_bytes += text_length + 1;
+    if (!charge((*slot)->size() * (text_length + 1) / k_pattern_share)) return nullptr;
     return (*slot)->regex();
 }
 

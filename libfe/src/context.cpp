@@ -32,6 +32,7 @@ struct context_record {
     fe_context base;
     unsigned int count;
     bool inner;
+    uint64_t seen;  // one bit for every name, so that most misses need no search
     variable_map *more;
     context_record *next_kept;
     std::array<symbol_ptr, k_own_variables> names;
@@ -46,7 +47,12 @@ context_record *record_of(fe_context *ctx) {
     return reinterpret_cast<context_record *>(ctx);
 }
 
+uint64_t bit_of(const fe_symbol_record *name) {
+    return uint64_t{1} << (name->hash % 64);
+}
+
 value_slot *find_slot(context_record *record, const fe_symbol_record *name) {
+    if ((record->seen & bit_of(name)) == 0) return nullptr;
     for (unsigned int i = 0; i < record->count; ++i) {
         if (record->names[i] == name) return &record->values[i];
     }
@@ -87,7 +93,7 @@ int assign_slot(value_slot &slot, std::string_view value) {
         slot.text = text;
         slot.capacity = static_cast<uint32_t>(bytes);
     } else {
-        memmove(slot.text, value.data(), value.size());
+        copy_text(slot.text, value);
     }
     slot.text[value.size()] = '\0';
     slot.length = static_cast<uint32_t>(value.size());
@@ -110,6 +116,7 @@ value_slot *add_to_map(context_record *record, symbol_ptr name) {
 
 // Takes one use of the name over, also when it fails.
 value_slot *add_slot(context_record *record, symbol_ptr name) {
+    record->seen |= bit_of(name);
     if (record->count < k_own_variables) {
         record->names[record->count] = name;
         value_slot &slot = record->values[record->count++];
@@ -146,6 +153,7 @@ fe_context *new_context(fe_context *parent, void *user_data, bool inner) {
     record->base.parent = parent;
     record->base.user_data = user_data;
     record->count = 0;
+    record->seen = 0;
     record->inner = inner;
     record->more = nullptr;
     return &record->base;
@@ -213,10 +221,13 @@ void destroy_fe_context(fe_context *ctx) {
 }
 
 int fe_set(fe_context *ctx, const char *name, const char *value) {
-    symbol_ptr symbol = acquire_symbol(name);
-    if (symbol == nullptr) return -1;
-    int result = fe_set_symbol(ctx, symbol, value);
-    release_symbol(symbol);
+    const bool is_short = name[0] != '\0' && name[1] == '\0';
+    symbol_ptr known = find_symbol(is_short ? std::string_view(name, 1) : std::string_view(name));
+    if (known != nullptr) return fe_set_symbol(ctx, known, value);
+    symbol_ptr made = acquire_symbol(name);
+    if (made == nullptr) return -1;
+    int result = fe_set_symbol(ctx, made, value);
+    release_symbol(made);
     return result;
 }
 

@@ -48,7 +48,7 @@ constinit fe_def g_def_unparsed = {nullptr,     "unparsed", evaluate_nothing, nu
 
 fe_node *evaluate_call(fe_context *ctx, const fe_node *call) {
     if (g_run.depth >= k_max_nested_calls) {
-        stop_run("an expression was stopped: more than 256 nested calls");
+        stop_run("an expression was stopped: more than 256 nested calls", ELOOP);
         return nullptr;
     }
     ++g_run.depth;
@@ -61,12 +61,12 @@ fe_node *evaluate_call(fe_context *ctx, const fe_node *call) {
 template <class evaluation>
 fe_node *run(evaluation evaluate_it) {
     if (g_run.active) return evaluate_it();
-    g_run = {true, false, 0, 0};
+    g_run = {true, 0, 0, 0};
     fe_node *result = evaluate_it();
     g_run.active = false;
-    if (g_run.reported) {
+    if (g_run.stopped != 0) {
         destroy_fe_node_list(result);
-        return fail_with(ELOOP);
+        return fail_with(g_run.stopped);
     }
     return result;
 }
@@ -120,13 +120,13 @@ void report_redefinition(std::string_view name) {
     report("function '" + std::string(name) + "' is defined again: the later definition wins");
 }
 
-void stop_run(const char *reason) {
-    if (!g_run.reported) {
-        g_run.reported = true;
+void stop_run(const char *reason, int error) {
+    if (g_run.stopped == 0) {
+        g_run.stopped = error;
         report(reason);
     }
     g_run.nodes = k_max_evaluated_nodes + 1;
-    errno = ELOOP;
+    errno = g_run.stopped;
 }
 
 fe_node *evaluate(fe_context *ctx, const fe_node *node) {

@@ -3,6 +3,7 @@
 #ifndef FE_INTERNAL_H
 #define FE_INTERNAL_H
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -81,6 +82,31 @@ inline symbol_ptr symbol_of_name(const char *name) {
                                         offsetof(fe_symbol_record, name));
 }
 
+// Copies a text that is most often short, without a call then. Source and target may overlap.
+inline void copy_text(char *to, std::string_view from) {
+    auto copy_ends = [to, from]<class word>(word) {
+        word head;
+        word tail;
+        memcpy(&head, from.data(), sizeof(word));
+        memcpy(&tail, from.data() + from.size() - sizeof(word), sizeof(word));
+        memcpy(to, &head, sizeof(word));
+        memcpy(to + from.size() - sizeof(word), &tail, sizeof(word));
+    };
+    if (from.size() > 16) {
+        memmove(to, from.data(), from.size());
+    } else if (from.size() >= 8) {
+        copy_ends(uint64_t{});
+    } else if (from.size() >= 4) {
+        copy_ends(uint32_t{});
+    } else if (!from.empty()) {
+        const char middle = from[from.size() / 2];
+        const char last = from.back();
+        to[0] = from[0];
+        to[from.size() / 2] = middle;
+        to[from.size() - 1] = last;
+    }
+}
+
 // --- nodes --------------------------------------------------------------------------------------
 
 // A node whose text of `length` bytes the caller fills in at node_text; only its NUL is written.
@@ -97,7 +123,7 @@ inline std::string_view view_of(const fe_node *node) {
 
 inline fe_node *new_const(std::string_view text) {
     fe_node *node = allocate_node(g_fed_const, text.size());
-    if (node != nullptr) memcpy(node_text(node), text.data(), text.size());
+    if (node != nullptr) copy_text(node_text(node), text);
     return node;
 }
 
@@ -172,21 +198,21 @@ using context_owner = std::unique_ptr<fe_context, context_deleter>;
 
 struct run_state {
     bool active;
-    bool reported;
+    int stopped;  // 0, or the errno of its end
     unsigned int depth;
     unsigned int nodes;
 };
 extern run_state g_run;
 
 // Reports once that the running evaluation is over, and makes whatever it still tries fail.
-void stop_run(const char *reason);
+void stop_run(const char *reason, int error);
 
 inline bool charge(size_t nodes) {
     if (nodes <= k_max_evaluated_nodes && g_run.nodes + nodes <= k_max_evaluated_nodes) {
         g_run.nodes += static_cast<unsigned int>(nodes);
         return true;
     }
-    stop_run("an expression was stopped: more than 10000000 evaluated nodes");
+    stop_run("an expression was stopped: more than 10000000 evaluated nodes", ELOOP);
     return false;
 }
 

@@ -99,6 +99,7 @@ fe_node *copy_tree(const fe_node *node, unsigned int depth) {
 
 int reserve_bytes(size_t bytes) {
     if (bytes > k_max_memory || g_bytes_in_use > k_max_memory - bytes) {
+        if (g_run.active) stop_run("an expression was stopped: more than 256 MiB of texts", ENOMEM);
         errno = ENOMEM;
         return -1;
     }

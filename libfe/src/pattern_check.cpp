@@ -17,7 +17,7 @@ namespace {
 
 constexpr size_t k_longest_pattern = 1000;
 constexpr size_t k_most_repetitions = 1000;
-constexpr size_t k_largest_expansion = 20'000;
+constexpr size_t k_largest_expansion = 10'000;
 
 struct weight {
     size_t repetitions;  // the largest product of bounds on the way down
@@ -32,15 +32,15 @@ class scanner {
   public:
     explicit scanner(std::string_view pattern) : rest_(pattern) {}
 
-    bool is_harmless() {
-        groups_.push_back({1, 0});
+    size_t measure() {
+        groups_.push_back({1, 1});
         while (!rest_.empty()) {
-            if (!take_item()) return false;
+            if (!take_item()) return 0;
         }
         while (groups_.size() > 1)
             close_group();
         end_atom();
-        return fits(groups_.front());
+        return fits(groups_.front()) ? groups_.front().expansion : 0;
     }
 
   private:
@@ -156,8 +156,9 @@ class scanner {
 
 }  // namespace
 
-bool pattern_is_harmless(std::string_view pattern) {
-    return count_characters(pattern) <= k_longest_pattern && scanner(pattern).is_harmless();
+size_t measure_pattern(std::string_view pattern) {
+    if (count_characters(pattern) > k_longest_pattern) return 0;
+    return scanner(pattern).measure();
 }
 
 }  // namespace fe

@@ -25,17 +25,40 @@ constexpr auto k_short_symbols = [] {
     for (size_t i = 0; i < result.size(); ++i) {
         result[i].uses = k_immortal;
         result[i].length = 1;
+        result[i].hash = static_cast<uint32_t>(i);
         result[i].name[0] = static_cast<char>(i);
     }
     return result;
 }();
 std::array<fe_symbol_record, 128> g_short_symbols = k_short_symbols;
 
+uint64_t load(const char *bytes, size_t count) {
+    uint64_t word = 0;
+    memcpy(&word, bytes, count);
+    return word;
+}
+
+uint64_t mix(uint64_t hash, uint64_t word) {
+    hash = (hash ^ word) * 0x9E37'79B9'7F4A'7C15U;
+    return hash ^ (hash >> 32);
+}
+
+// Eight bytes at a time; the last ones may be read twice, which does no harm.
 uint32_t hash_of(std::string_view name) {
-    uint32_t hash = 2166136261U;
+    const char *bytes = name.data();
+    const size_t size = name.size();
+    uint64_t hash = size;
+    if (size >= 8) {
+        for (size_t at = 0; at + 8 < size; at += 8)
+            hash = mix(hash, load(bytes + at, 8));
+        return static_cast<uint32_t>(mix(hash, load(bytes + size - 8, 8)));
+    }
+    if (size >= 4) {
+        return static_cast<uint32_t>(mix(hash, load(bytes, 4) << 32 | load(bytes + size - 4, 4)));
+    }
     for (char c : name)
-        hash = (hash ^ static_cast<unsigned char>(c)) * 16777619U;
-    return hash ^ (hash >> 15);
+        hash = hash << 8 | static_cast<unsigned char>(c);
+    return static_cast<uint32_t>(mix(hash, 0));
 }
 
 symbol_ptr find_in_table(std::string_view name, uint32_t hash) {
