@@ -214,10 +214,10 @@ void set_path_vars(fe_context *ctx, const param_path_item *first) {
 void set_arg_vars(fe_context *ctx, const line *arg_list) {
     int count = 0;
     for (; arg_list; arg_list = arg_list->next) {
-        /* Six bytes: from the hundredth argument on the name is cut and stands for an earlier one.
-         */
-        std::array<char, 6> name;
+        std::array<char, 16> name;
         std::snprintf(name.data(), name.size(), "arg%d", ++count);
+        /* Names have at most five characters: the hundredth argument takes the tenth's place. */
+        name[5] = '\0';
         fe_set(ctx, name.data(), arg_list->line);
     }
     std::array<char, 16> number;

@@ -1,0 +1,241 @@
+#include <clocale>
+
+#include "tree_fixture.h"
+
+class Parameter : public tree_test {
+  protected:
+    /* The given names of a resolved path from the top down, or the error. */
+    static std::string resolved(const std::string &path) {
+        errno = 0;
+        owned<param_path, destroy_param_path> p{find_ccd_param(path.c_str(), g_ccdtree)};
+        if (!p) return errno == ENOENT ? "ENOENT" : "errno?";
+        std::string names;
+        for (const param_path_item *i = p->first; i; i = i->next) {
+            names = std::string(i->name) + "=" + i->ccd->name + " " + names;
+        }
+        EXPECT_EQ(p->fullpath, path);
+        return names;
+    }
+    static std::string error_record() {
+        const param_error *error = ccd_get_error();
+        if (!error) return "";
+        std::string all = std::string(error->msg) + "/" + (error->id ? error->id : "");
+        for (const line *l = error->args; l; l = l->next) {
+            all += std::string("/") + l->line;
+        }
+        return all;
+    }
+};
+
+TEST_F(Parameter, PathsTakeTheExactNameAndThenTheFirstWildcard) {
+    define("a {\n x\n * {\n  y\n }\n *2 {\n z\n }\n}\n\"d.t\"\n");
+    EXPECT_EQ(resolved("a.x"), "a=a x=x ");
+    EXPECT_EQ(resolved("a.q+%2e.y"), "a=a q .=* y=y ");
+    EXPECT_EQ(resolved("d%2et"), "d.t=d.t ");
+    for (const char *path : {"", ".", "a.", ".a", "a..x", "a.q.z", "a.x.y", "b", "a.%00", "d.t"}) {
+        EXPECT_EQ(resolved(path), "ENOENT") << path;
+    }
+    std::string cut(255, 'l');
+    EXPECT_EQ(resolved("a." + cut + "llll.no.such.node"), "a=a " + cut + "=* ");
+    EXPECT_EQ(resolved(std::string(100000, '.')), "ENOENT");
+    find_or_create_ccdtree_path(g_ccdtree, std::string(399, 'p').replace(1, 1, ".").c_str());
+    std::string deep = "p";
+    for (int i = 0; i < 99; i++) {
+        deep += ".p";
+    }
+    find_or_create_ccdtree_path(g_ccdtree, deep.c_str());
+    EXPECT_EQ(resolved(deep).size(), 400U);
+}
+
+TEST_F(Parameter, MethodsSeeTheNamesTheArgumentsAndWhatCommonSet) {
+    define(
+        "common: set('c', 'root')\n"
+        "a {\n common: set('c', $0 .. $argc) \n"
+        " * {\n common: set('c', $c .. $0 .. $1)\n common: fail()\n"
+        "  get: list('no', $c .. ' ' .. $0 .. $1 .. '.')\n"
+        "  info: $argc .. $arg1 .. $arg99 .. $arg10 .. $arg100 .. $outer\n }\n}\n");
+    EXPECT_EQ(get("a.n"), "ana+na%2e");
+    owned<fe_context, destroy_fe_context> caller{create_fe_context(nullptr, nullptr)};
+    fe_set(caller.get(), "outer", "!");
+    auto info = [&](const line *arguments) {
+        return text_of(ccd_param_info(g_ccdtree, nullptr, "a.n", arguments, caller.get()));
+    };
+    EXPECT_EQ(info(nullptr), "0!");
+    list_builder<line> arguments;
+    for (int i = 1; i <= 100; i++) {
+        arguments.append(create_line(("v" + std::to_string(i)).c_str()));
+    }
+    owned<line, destroy_line_list> hundred{arguments.release()};
+    EXPECT_EQ(info(hundred.get()), "100v1v99v100!");
+    define(
+        "1 {\n2 {\n3 {\n4 {\n5 {\n6 {\n7 {\n8 {\n9 {\n10 {\n11 {\n"
+        " get: $0 .. $9 .. defined('10')\n}\n}\n}\n}\n}\n}\n}\n}\n}\n}\n}\n");
+    EXPECT_EQ(get("1.2.3.4.5.6.7.8.9.10.11"), "1120");
+}
+
+TEST_F(Parameter, AccessComesFromTheNearestNodeThatDefinesIt) {
+    define("access: 'root'\na {\n access: 'a'\n b {\n c\n }\n}\nd\n");
+    auto access = [](const char *path) {
+        return text_of(ccd_param_access(g_ccdtree, nullptr, path, nullptr, nullptr));
+    };
+    EXPECT_EQ(access("a.b.c"), "a");
+    EXPECT_EQ(access("d"), "root");
+    EXPECT_EQ(access("e"), "(none)");
+}
+
+TEST_F(Parameter, AttributesTellOperationsLengthChoicesAndFlags) {
+    define_types(
+        "base {\n choices: list('a.b', '')\n}\ncolour {\n parent-type: base\n len: 9\n}\n");
+    define(
+        "all {\n get: 1\n set: 1\n add: 1\n del: 1\n move: 1\n help: 1\n admin: 1\n info: 1\n"
+        " flags: list('x.y', '', $0)\n type: colour\n c\n}\nonly {\n list: 1\n c\n}\n");
+    owned<param_attr, destroy_param_attr> all{ccd_param_attr(g_ccdtree, nullptr, "all")};
+    EXPECT_STREQ(all->ops, "gsadmhAIl");
+    EXPECT_EQ(all->len, 9);
+    EXPECT_STREQ(all->type_name, "colour");
+    EXPECT_EQ(joined(std::exchange(all->choices, nullptr)), "a%2eb,");
+    EXPECT_EQ(joined(std::exchange(all->flags, nullptr)), "x.y,all");
+    owned<param_attr, destroy_param_attr> only{ccd_param_attr(g_ccdtree, nullptr, "only")};
+    EXPECT_STREQ(only->ops, "l");
+    EXPECT_EQ(only->type_name, nullptr);
+}
+
+TEST_F(Parameter, ListingsTellNothingFromNotFound) {
+    define(
+        "a {\n list: list('b.c', '', 'd')\n * {\n x\n y {\n flags: 'hidden'\n z\n }\n }\n}\n"
+        "gone {\n list: fail()\n}\nempty\n");
+    EXPECT_EQ(list("a"), "b%2ec,d");
+    EXPECT_EQ(list("a", 1), "b%2ec,b%2ec.x,b%2ec.y,d,d.x,d.y");
+    EXPECT_EQ(list("", 1), "a,a.b%2ec,a.b%2ec.x,a.b%2ec.y,a.d,a.d.x,a.d.y,gone,empty");
+    for (const char *path : {"empty", "a.d.y"}) {
+        errno = EPERM;
+        EXPECT_EQ(list(path), "");
+        EXPECT_EQ(errno, EPERM) << path;
+    }
+    errno = 0;
+    EXPECT_EQ(list("none"), "");
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(text_of(ccd_param_help(g_ccdtree, nullptr, "empty")), "");
+    EXPECT_EQ(text_of(ccd_param_help(g_ccdtree, nullptr, "none")), "(none)");
+}
+
+TEST_F(Parameter, ARecursiveListingNeverFollowsAPathThatWasCut) {
+    std::string name(200, 'n');
+    std::string path = name;
+    for (int i = 0; i < 7; i++) {
+        path += "." + name;
+    }
+    find_or_create_ccdtree_path(g_ccdtree, path.c_str());
+    std::string listed = list("", 1);
+    EXPECT_EQ(std::count(listed.begin(), listed.end(), ','), 5);
+}
+
+TEST_F(Parameter, TheLastValueOfAMethodDecides) {
+    define(
+        "a {\n set: store($0, $_)\n set: 0\n set: 1\n}\nb {\n set: 1\n set: 0\n}\n"
+        "c {\n set: fail()\n}\nd\n");
+    auto set = [](const char *path) {
+        errno = EPERM;
+        return ccd_param_set(g_ccdtree, nullptr, path, "x+y");
+    };
+    EXPECT_EQ(set("a"), 0);
+    EXPECT_EQ(errno, EPERM);
+    EXPECT_EQ(g_store["a"], "x y");
+    EXPECT_EQ(set("b"), 2);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(set("c"), 1);
+    EXPECT_EQ(set("d"), 5);
+    EXPECT_EQ(set("e"), 3);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(ccd_param_sanity(g_ccdtree, nullptr, "d", "any"), 0);
+    EXPECT_EQ(log(), (log_lines{"set a x+y", "set b x+y failed: 2", "set c x+y failed: 1",
+                                "ccd_param_ppath_value: No implementation found for function "
+                                "\"set:\" at \"d\".",
+                                "set d x+y failed: 5", "find_ccd_param(e) failed",
+                                "set e x+y failed: 3"}));
+}
+
+TEST_F(Parameter, LimitsCountCharactersExceptInAMove) {
+    std::setlocale(LC_ALL, "C.UTF-8");
+    define("a {\n len: 4\n set: store('a', $_)\n move: store('a', $- .. $_)\n}\n");
+    EXPECT_EQ(ccd_param_set(g_ccdtree, nullptr, "a", "äöüß"), 0);
+    EXPECT_EQ(ccd_param_set(g_ccdtree, nullptr, "a", "%e4%e4%e4%e4%e4"), 0);
+    EXPECT_EQ(error_record(), "");
+    EXPECT_EQ(ccd_param_set(g_ccdtree, nullptr, "a", "12345"), 1);
+    EXPECT_EQ(errno, EOVERFLOW);
+    EXPECT_EQ(error_record(), "Exceeded maximum size for this field/error.exceeded.max-size");
+    ccd_clear_error();
+    log();
+    EXPECT_EQ(ccd_param_move(g_ccdtree, nullptr, "a", "long+enough", "1234"), 0);
+    EXPECT_EQ(g_store["a"], "long enough1234");
+    EXPECT_EQ(ccd_param_move(g_ccdtree, nullptr, "a", "1", "äöü"), 1);
+    EXPECT_EQ(errno, EOVERFLOW);
+    EXPECT_EQ(error_record(), "");
+    EXPECT_EQ(log(), (log_lines{"move a long+enough 1234"}));
+    std::setlocale(LC_ALL, "C");
+}
+
+TEST_F(Parameter, EntriesAreAddedAndDeletedOnlyWhereTheListingAllowsIt) {
+    define("a {\n list: list('x.1', 'y')\n add: store('add', $_)\n del: store('del', $_)\n}\n");
+    EXPECT_EQ(ccd_param_add(g_ccdtree, nullptr, "a", "x%2E1"), 6);
+    EXPECT_EQ(errno, EEXIST);
+    EXPECT_EQ(error_record(), "Entry already exists/error.exists");
+    EXPECT_EQ(ccd_param_del(g_ccdtree, nullptr, "a", "z"), 6);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(error_record(), "Entry does not exist/error.not_exists");
+    EXPECT_TRUE(g_store.empty());
+    EXPECT_EQ(ccd_param_add(g_ccdtree, nullptr, "a", "z"), 0);
+    EXPECT_EQ(ccd_param_del(g_ccdtree, nullptr, "a", "y"), 0);
+    EXPECT_EQ(g_store["add"] + g_store["del"], "zy");
+}
+
+TEST_F(Parameter, AnAdminActionIsLoggedTwice) {
+    define("a {\n admin: $argc == 1 && $arg1 == 'go'\n}\n");
+    owned<line, destroy_line_list> go{create_line("go")};
+    EXPECT_EQ(ccd_param_admin(g_ccdtree, nullptr, "a", go.get(), nullptr), 0);
+    EXPECT_EQ(ccd_param_admin(g_ccdtree, nullptr, "a", nullptr, nullptr), 2);
+    EXPECT_EQ(log(), (log_lines{"admin a", "admin a", "admin a: 2", "admin a: 2"}));
+}
+
+TEST_F(Parameter, ExpressionsReachOtherParameters) {
+    define(
+        "a {\n get: 'x.y'\n set: store('a', $_)\n sanity: $_ == 1 || seterror('no', 'e.no', $_, "
+        "2)\n"
+        " list: list('b', 'c.d')\n add: store('new', $_)\n move: store('moved', $- .. $_)\n}\n"
+        "hidden {\n flags: 'hidden'\n c\n}\n");
+    file("/etc/m.conf", "i {\n info: list($arg1 .. '.' .. $argc)\n admin: $arg1\n}\n");
+    ccdtree_readconf(g_mgmttree, "/etc/m.conf", base->fed_list);
+    const std::pair<const char *, const char *> cases[] = {{"paramget('a')", "x.y"},
+                                                           {"paramget('none')", ""},
+                                                           {"paramget()", ""},
+                                                           {"paramset('a', 'v+w')", "1"},
+                                                           {"paramset('a')", ""},
+                                                           {"paramset('hidden', 1)", ""},
+                                                           {"paramsanity('a', 1)", "1"},
+                                                           {"paramsanity('a', 7)", ""},
+                                                           {"paramadd('a', 'b')", ""},
+                                                           {"paramadd('a', 'n')", "1"},
+                                                           {"paramdel('a', 'b')", ""},
+                                                           {"parammove('a', 1, 2)", "1"},
+                                                           {"paramlist('a')", "b,c%2ed"},
+                                                           {"paramlist('hidden')", ""},
+                                                           {"paramexists('a.c%2ed')", "1"},
+                                                           {"paramexists('hidden')", "1"},
+                                                           {"paramexists('hidden.c')", "0"},
+                                                           {"mgmtexists('i')", "1"},
+                                                           {"mgmtlist('')", "i"},
+                                                           {"mgmtinfo('i', 'p', 'q')", "p%2e2"},
+                                                           {"mgmtinfo('none')", ""},
+                                                           {"mgmtadmin('i', 1)", "1"},
+                                                           {"mgmtadmin('i')", "0"},
+                                                           {"mgmtadmin()", ""},
+                                                           {"clearerror()", "1"}};
+    for (const auto &[text, answer] : cases) {
+        EXPECT_EQ(evaluate(text), answer) << text;
+    }
+    EXPECT_EQ(g_store["a"] + g_store["new"] + g_store["moved"], "v wn12");
+    evaluate("paramsanity('a', 7)");
+    EXPECT_EQ(error_record(), "no/e.no/7/2");
+    evaluate("clearerror(1)");
+    EXPECT_EQ(error_record(), "");
+}

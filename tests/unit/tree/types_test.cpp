@@ -1,0 +1,33 @@
+#include "tree_fixture.h"
+
+class Type : public tree_test {};
+
+TEST_F(Type, ValidationIsInheritedButLengthAndFlagsAreNot) {
+    define_types(
+        "child {\n parent-type: base\n flags: Case-Insensitive\n}\n"
+        "%note {\n len: 1\n}\nbase {\n len: 2\n flags: other\n validation: $_ =~ '^[0-9]*$'\n}\n"
+        "own {\n parent-type: base\n validation: $_ == 'x'\n}\nfree {\n parent-type: no\n}\n");
+    EXPECT_EQ(find_ccd_type(g_types, "%note"), nullptr);
+    EXPECT_EQ(find_ccd_type(g_types, "child")->flags, k_type_case_insensitive);
+    EXPECT_EQ(find_ccd_type(g_types, "base")->flags, 0);
+    const std::pair<const char *, const char *> cases[] = {
+        {"istype('12345', 'child')", "1"}, {"istype('a', 'child')", "0"},
+        {"istype('123', 'base')", "0"},    {"istype('x', 'own')", "1"},
+        {"istype('1', 'own')", "0"},       {"istype('', 'free')", "1"},
+        {"istype('', 'none')", "0"},       {"istype('x')", "0"},
+        {"istype('x', 'own', 1)", "0"}};
+    for (const auto &[text, answer] : cases) {
+        EXPECT_EQ(evaluate(text), answer) << text;
+    }
+}
+
+TEST_F(Type, ACircleOfParentsEndsTheSearch) {
+    define_types(
+        "a {\n parent-type: b\n}\nb {\n parent-type: c\n}\nc {\n parent-type: b\n}\n"
+        "self {\n parent-type: self\n}\nd {\n parent-type: e\n}\n"
+        "e {\n parent-type: f\n}\nf {\n parent-type: d\n choices: 1\n}\n");
+    EXPECT_EQ(get_type_validation_func(find_ccd_type(g_types, "a")), nullptr);
+    EXPECT_EQ(get_type_validation_func(find_ccd_type(g_types, "self")), nullptr);
+    EXPECT_EQ(get_type_choices_func(find_ccd_type(g_types, "d")),
+              find_ccd_type(g_types, "f")->func_choices);
+}
