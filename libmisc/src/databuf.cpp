@@ -34,7 +34,7 @@ constexpr int k_shrink_above = 8192;
 
 /* Moves the window to the block's front. */
 void compact(databuf *dbuf) {
-    if (dbuf->start == 0) return;
+    if (!dbuf->buf || dbuf->start == 0) return;
     int pending = databuf_pending(dbuf);
     std::memmove(dbuf->buf, dbuf->buf + dbuf->start, static_cast<size_t>(pending));
     dbuf->start = 0;

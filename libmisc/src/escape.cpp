@@ -38,8 +38,8 @@ constexpr std::array<byte_class, 256> k_classes = [] {
     for (size_t c = 0; c < classes.size(); c++)
         classes[c] = c > 32 && c < 128 ? byte_class::plain : byte_class::other;
     classes[' '] = byte_class::blank;
-    for (unsigned char c : {'.', '+', '%'})
-        classes[c] = byte_class::other;
+    for (char c : {'.', '+', '%'})
+        classes[static_cast<unsigned char>(c)] = byte_class::other;
     return classes;
 }();
 

@@ -16,7 +16,6 @@
 #include <cstring>
 
 #include "auth/session_auth.h"
-#include "auth/session_users.h"
 #include "backend/ll_trns.h"
 #include "backend/registry.h"
 #include "daemon/config.h"
@@ -45,7 +44,7 @@ constexpr int k_kill_wait_seconds = 5;
 
 using function_family = fe_def *(*)(fe_def *list);
 
-/* In the order in which their names are looked up last. */
+/* A later family wins where two have the same name. */
 constexpr function_family k_families[] = {
     fe_register_felib_funcs, fe_register_network_sanity_funcs, fe_register_llfuncs,
     fe_register_llmiscfuncs, fe_register_llmgettyfuncs,        fe_register_lltavfuncs,
