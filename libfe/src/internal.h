@@ -74,9 +74,7 @@ symbol_ptr find_symbol(std::string_view name);
 // With one more use, to be given back with release_symbol.
 symbol_ptr acquire_symbol(std::string_view name);
 void release_symbol(symbol_ptr symbol);
-inline void retain_symbol(symbol_ptr symbol) {
-    ++symbol->uses;
-}
+void retain_symbol(symbol_ptr symbol);
 inline symbol_ptr symbol_of_name(const char *name) {
     return reinterpret_cast<symbol_ptr>(const_cast<char *>(name) -
                                         offsetof(fe_symbol_record, name));

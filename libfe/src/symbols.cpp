@@ -13,11 +13,14 @@ namespace {
 constexpr size_t k_first_buckets = 256;
 constexpr uint32_t k_immortal = 0x4000'0000;  // uses of a symbol that is never released
 
+// Symbols that nobody uses any more stay for a while: the next request brings the same names.
 struct symbol_table {
     symbol_ptr *buckets = nullptr;
     size_t size = 0;
     size_t count = 0;
+    size_t unused = 0;
 };
+constexpr size_t k_most_unused = 64;  // and a quarter of the table
 symbol_table g_symbols;
 
 constexpr auto k_short_symbols = [] {
@@ -89,12 +92,29 @@ int grow_table() {
     return 0;
 }
 
-bool is_short(std::string_view name) {
-    return name.size() == 1 && static_cast<unsigned char>(name[0]) < g_short_symbols.size();
-}
-
 size_t bytes_of(size_t name_length) {
     return sizeof(fe_symbol_record) + name_length;
+}
+
+void drop_unused() {
+    for (size_t i = 0; i < g_symbols.size; ++i) {
+        symbol_ptr *link = &g_symbols.buckets[i];
+        while (symbol_ptr symbol = *link) {
+            if (symbol->uses != 0) {
+                link = &symbol->next_in_bucket;
+                continue;
+            }
+            *link = symbol->next_in_bucket;
+            release_bytes(bytes_of(symbol->length));
+            free(symbol);
+            --g_symbols.count;
+        }
+    }
+    g_symbols.unused = 0;
+}
+
+bool is_short(std::string_view name) {
+    return name.size() == 1 && static_cast<unsigned char>(name[0]) < g_short_symbols.size();
 }
 
 }  // namespace
@@ -116,7 +136,7 @@ symbol_ptr acquire_symbol(std::string_view name) {
     }
     uint32_t hash = hash_of(name);
     if (symbol_ptr symbol = find_in_table(name, hash)) {
-        ++symbol->uses;
+        retain_symbol(symbol);
         return symbol;
     }
     if (g_symbols.count >= g_symbols.size && grow_table() != 0 && g_symbols.size == 0) {
@@ -141,15 +161,14 @@ symbol_ptr acquire_symbol(std::string_view name) {
     return symbol;
 }
 
+void retain_symbol(symbol_ptr symbol) {
+    if (symbol->uses++ == 0) --g_symbols.unused;
+}
+
 void release_symbol(symbol_ptr symbol) {
-    if (--symbol->uses != 0) return;
-    symbol_ptr *link = &g_symbols.buckets[symbol->hash & (g_symbols.size - 1)];
-    while (*link != symbol)
-        link = &(*link)->next_in_bucket;
-    *link = symbol->next_in_bucket;
-    --g_symbols.count;
-    release_bytes(bytes_of(symbol->length));
-    free(symbol);
+    if (--symbol->uses == 0 && ++g_symbols.unused > k_most_unused + g_symbols.count / 4) {
+        drop_unused();
+    }
 }
 
 }  // namespace fe
