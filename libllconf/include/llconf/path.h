@@ -20,7 +20,7 @@ struct cnfnode;
  *    none.
  * 2. What is no path (an open bracket, a stray "]", an empty component, a backslash at the end)
  *    matches nothing.
- * 3. Inside a name "=" needs no backslash; inside a key it does, as "[", "]" and "/" do everywhere.
+ * 3. In a name, "/", "[" and "]" need a backslash; inside brackets "]" does, and "=" in a key.
  * 4. Results are borrowed nodes; they live as long as the tree leaves them alone.
  * 5. errno: ENOENT for nothing found, EINVAL for what cannot be created, ENOMEM. Success keeps it.
  */

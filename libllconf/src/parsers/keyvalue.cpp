@@ -1,0 +1,259 @@
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "line_tokens.h"
+#include "llconf/nodes.h"
+#include "llconf/parser.h"
+
+/* A key and the rest of its line, as in resolv.conf, sshd_config and sysctl.conf. The rest is the
+ * value of the node, or is cut into columns, which are its children. */
+
+namespace {
+
+struct keyvalue_data {
+    std::string separator; /* empty: a run of blanks */
+    std::string comment;
+    std::vector<const char *> columns;
+    std::vector<std::string> only; /* keys that have columns; empty: all */
+
+    bool cuts(std::string_view key) const {
+        return !columns.empty() &&
+               (only.empty() || std::find(only.begin(), only.end(), key) != only.end());
+    }
+};
+
+/* A line in its parts; key and rest are empty where there is none. */
+struct key_line {
+    std::string_view lead;
+    std::string_view key;
+    std::string_view gap; /* blanks and separator */
+    std::string_view rest;
+};
+
+constexpr std::string_view k_blanks = " \t";
+
+const keyvalue_data &options_of(const void *data) {
+    return *static_cast<const keyvalue_data *>(data);
+}
+
+std::string_view without_blanks_behind(std::string_view text) {
+    return text.substr(0, text.find_last_not_of(k_blanks) + 1);
+}
+
+/* Cuts a line; false when it has no key. */
+bool cut_line(const keyvalue_data &options, std::string_view line, key_line &parts) {
+    line = without_blanks_behind(line);
+    size_t start = line.find_first_not_of(k_blanks);
+    if (start == std::string_view::npos) return false;
+    std::string_view body = line.substr(start);
+    size_t key_end =
+        options.separator.empty() ? body.find_first_of(k_blanks) : body.find(options.separator);
+    std::string_view key = without_blanks_behind(body.substr(0, key_end));
+    size_t rest = body.size();
+    if (key_end != std::string_view::npos) {
+        rest = body.find_first_not_of(k_blanks, key_end + options.separator.size());
+        if (rest == std::string_view::npos) rest = body.size();
+    }
+    parts = {line.substr(0, start), key, body.substr(key.size(), rest - key.size()),
+             body.substr(rest)};
+    bool alone = key_end == std::string_view::npos;
+    return !key.empty() && !(alone && key.find_first_of(k_blanks) != std::string_view::npos);
+}
+
+bool split_names(const char *list, std::vector<std::string> &names) {
+    for (std::string_view rest = list;;) {
+        size_t slash = rest.find('/');
+        names.emplace_back(rest.substr(0, slash));
+        if (names.back().empty()) return false;
+        if (slash == std::string_view::npos) return true;
+        rest.remove_prefix(slash + 1);
+    }
+}
+
+bool read_columns(const char *list, std::vector<const char *> &columns) {
+    std::vector<std::string> names;
+    if (!split_names(list, names)) return false;
+    for (const std::string &name : names) {
+        const char *kept = cnf_intern(name.c_str());
+        if (kept == nullptr) throw std::bad_alloc{};
+        /* Columns of one name could not be told apart. */
+        if (std::find(columns.begin(), columns.end(), kept) != columns.end()) return false;
+        columns.push_back(kept);
+    }
+    return true;
+}
+
+bool read_options(const cnfnode *options, keyvalue_data &data) {
+    data.comment = cnf_option(options, "comment", "#");
+    data.separator = cnf_option(options, "separator", "");
+    if (data.separator == "blank" ||
+        data.separator.find_first_not_of(k_blanks) == std::string::npos) {
+        data.separator.clear();
+    }
+    const char *columns = cnf_option(options, "columns", nullptr);
+    const char *only = cnf_option(options, "only", nullptr);
+    if (columns != nullptr && !read_columns(columns, data.columns)) return false;
+    if (only == nullptr) return true;
+    return columns != nullptr && split_names(only, data.only);
+}
+
+int prepare(const cnfnode *options, void **data) {
+    try {
+        auto made = std::make_unique<keyvalue_data>();
+        if (!read_options(options, *made)) {
+            errno = EINVAL;
+            return -1;
+        }
+        *data = made.release();
+        return 0;
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
+        return -1;
+    }
+}
+
+void release(void *data) {
+    delete static_cast<keyvalue_data *>(data);
+}
+
+const char *comments(const void *data) {
+    return options_of(data).comment.c_str();
+}
+
+int read_line(const void *data, cnf_reader *reader, int, const char *text, size_t length) {
+    const keyvalue_data &options = options_of(data);
+    key_line line;
+    if (!cut_line(options, {text, length}, line)) return 0;
+    bool cuts = options.cuts(line.key);
+    cnfnode *entry = cnf_read_node(reader, nullptr, line.key.data(), line.key.size(),
+                                   cuts ? nullptr : line.rest.data(), line.rest.size());
+    if (entry == nullptr) return -1;
+    if (!cuts) return 1;
+    try {
+        line_tokens columns{line.rest, "", options.columns.size()};
+        for (size_t i = 0; i < columns.tokens.size(); i++) {
+            std::string_view word = columns.tokens[i].word;
+            if (cnf_read_key(reader, entry, options.columns[i], word.data(), word.size()) ==
+                nullptr) {
+                return -1;
+            }
+        }
+        return 1;
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
+        return -1;
+    }
+}
+
+/* The columns as text, with the blanks that they had. False when one before another is missing, or
+ * one has no text. */
+bool join_columns(const keyvalue_data &options, const cnfnode *entry, std::string_view old,
+                  std::string &text) {
+    line_tokens layout{old, "", options.columns.size()};
+    bool ended = false;
+    for (size_t i = 0; i < options.columns.size(); i++) {
+        const cnfnode *column = find_node(entry->first_child, options.columns[i]);
+        if (column == nullptr) {
+            ended = true;
+            continue;
+        }
+        if (ended || column->value == nullptr || *column->value == '\0') return false;
+        if (i > 0) text += layout.gap(i, " ");
+        text += column->value;
+    }
+    return true;
+}
+
+int format_parts(const keyvalue_data &options, const cnf_format *format) {
+    const cnfnode *node = format->node;
+    key_line old;
+    std::string_view old_text{format->old != nullptr ? format->old : "", format->old_length};
+    bool had_line = cut_line(options, old_text, old);
+    if (!had_line) old = {};
+    std::string rest;
+    if (!options.cuts(node->name)) {
+        rest = node->value != nullptr ? node->value : "";
+    } else if (!join_columns(options, node, old.rest, rest)) {
+        errno = EINVAL;
+        return -1;
+    }
+    std::string line{old.lead};
+    line += node->name;
+    std::string_view separator = options.separator.empty() ? " " : options.separator;
+    /* A key that stands alone, and has nothing behind it now either, stays alone. */
+    bool alone = rest.empty() && (options.separator.empty() || (had_line && old.gap.empty()));
+    if (!alone) line += old.gap.empty() ? separator : old.gap;
+    line += rest;
+    return cnf_out_add(format->out, line.data(), line.size());
+}
+
+int format_line(const void *data, const cnf_format *format) {
+    try {
+        return format_parts(options_of(data), format);
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
+        return -1;
+    }
+}
+
+/* Neither empty nor with blanks at its ends. */
+bool is_trimmed(std::string_view text) {
+    return !text.empty() && k_blanks.find(text.front()) == std::string_view::npos &&
+           k_blanks.find(text.back()) == std::string_view::npos;
+}
+
+bool accepts_key(const keyvalue_data &options, std::string_view key) {
+    if (!is_trimmed(key) || options.comment.find(key[0]) != std::string::npos) return false;
+    if (options.separator.empty()) return is_word(key);
+    return key.find(options.separator) == std::string_view::npos;
+}
+
+bool accepts_column(const keyvalue_data &options, const cnfnode *parent, const char *name,
+                    const char *value) {
+    if (!options.cuts(parent->name)) return false;
+    for (size_t i = 0; i < options.columns.size(); i++) {
+        if (std::strcmp(options.columns[i], name) != 0) continue;
+        bool last = i + 1 == options.columns.size();
+        return value == nullptr || (last ? is_trimmed(value) : is_word(value));
+    }
+    return false;
+}
+
+int accepts_line(const void *data, int level, const cnfnode *parent, const char *name,
+                 const char *value) {
+    const keyvalue_data &options = options_of(data);
+    if (level == 2) return accepts_column(options, parent, name, value) ? 1 : 0;
+    if (level != 1 || !accepts_key(options, name)) return 0;
+    if (value == nullptr || *value == '\0') return 1;
+    return !options.cuts(name) && is_trimmed(value) ? 1 : 0;
+}
+
+constexpr const char *k_options[] = {"separator", "comment", "columns", "only", nullptr};
+
+constexpr cnf_parser make_parser() {
+    cnf_parser parser{};
+    parser.version = CNF_PARSER_VERSION;
+    parser.name = "keyvalue";
+    parser.options = k_options;
+    parser.prepare = prepare;
+    parser.release = release;
+    parser.comments = comments;
+    parser.read = read_line;
+    parser.format = format_line;
+    parser.accepts = accepts_line;
+    return parser;
+}
+
+constexpr cnf_parser k_keyvalue = make_parser();
+
+}  // namespace
+
+int cnfmodule_register_keyvalue(void) {
+    return cnf_register_parser(&k_keyvalue);
+}

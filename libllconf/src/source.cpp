@@ -1,0 +1,34 @@
+#include <cstdlib>
+#include <cstring>
+
+#include "llconf/nodes.h"
+#include "node_record.h"
+#include "ucfgd/owners.h"
+
+cnf_source *create_source(const cnf_parser *parser, const cnfnode *options, char *text,
+                          size_t length) {
+    owned_str owner{text};
+    owned<cnfnode, destroy_cnftree> copy;
+    if (options != nullptr) {
+        copy.reset(clone_cnftree(options));
+        if (!copy) return nullptr;
+    }
+    auto *source = static_cast<cnf_source *>(std::calloc(1, sizeof(cnf_source)));
+    if (source == nullptr) return nullptr;
+    source->references = 1;
+    source->parser = parser;
+    source->options = copy.release();
+    source->text = owner.release();
+    source->length = static_cast<uint32_t>(length);
+    const void *end = length > 0 ? std::memchr(text, '\n', length) : nullptr;
+    source->crlf = end != nullptr && end != text && static_cast<const char *>(end)[-1] == '\r';
+    source->no_final_newline = length > 0 && text[length - 1] != '\n';
+    return source;
+}
+
+void source_release(cnf_source *source) {
+    if (source == nullptr || --source->references > 0) return;
+    destroy_cnftree(source->options);
+    std::free(source->text);
+    std::free(source);
+}
