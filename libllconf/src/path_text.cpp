@@ -13,11 +13,12 @@ struct raw_component {
 };
 
 /* The place of the first of these characters that no backslash precedes; npos for none. */
-size_t find_plain(std::string_view text, std::string_view characters) {
+template <char... characters>
+size_t find_plain(std::string_view text) {
     for (size_t i = 0; i < text.size(); i++) {
         if (text[i] == '\\') {
             i++;
-        } else if (characters.find(text[i]) != std::string_view::npos) {
+        } else if (((text[i] == characters) || ...)) {
             return i;
         }
     }
@@ -33,11 +34,11 @@ bool ends_in_backslash(std::string_view text) {
 
 /* Takes the first component off, with the "/" behind it. False when there is none. */
 bool cut_component(std::string_view &rest, raw_component &raw) {
-    size_t end = find_plain(rest, "/[]");
+    size_t end = find_plain<'/', '[', ']'>(rest);
     raw = {rest.substr(0, end), false, {}};
     if (end != std::string_view::npos && rest[end] == '[') {
         std::string_view behind = rest.substr(end + 1);
-        size_t close = find_plain(behind, "]");
+        size_t close = find_plain<']'>(behind);
         if (close == std::string_view::npos) return false;
         raw.has_selector = true;
         raw.selector = behind.substr(0, close);
@@ -58,7 +59,7 @@ bool is_number(std::string_view text) {
 
 bool is_selector(std::string_view text) {
     if (is_number(text)) return true;
-    size_t equals = find_plain(text, "=");
+    size_t equals = find_plain<'='>(text);
     return equals != std::string_view::npos && equals > 0;
 }
 
@@ -108,7 +109,7 @@ path_component path_reader::next() {
     raw_component raw;
     path_component part{};
     if (!cut_component(rest_, raw)) rest_ = {};
-    part.wildcard = wildcards_ && find_plain(raw.name, "*?") != std::string_view::npos;
+    part.wildcard = wildcards_ && find_plain<'*', '?'>(raw.name) != std::string_view::npos;
     part.name = part.wildcard ? raw.name : plain(raw.name);
     if (!raw.has_selector) return part;
     if (is_number(raw.selector)) {
@@ -116,7 +117,7 @@ path_component path_reader::next() {
         part.index = to_index(raw.selector);
         return part;
     }
-    size_t equals = find_plain(raw.selector, "=");
+    size_t equals = find_plain<'='>(raw.selector);
     part.select = selector::key;
     part.key = plain(raw.selector.substr(0, equals));
     part.text = plain(raw.selector.substr(equals + 1));
