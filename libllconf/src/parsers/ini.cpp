@@ -48,7 +48,7 @@ int kind_of_item(ini_kind kind) {
 int read_piece(const ini_syntax &syntax, cnf_reader *reader, std::string_view text) {
     ini_item item = llconf::ini_scan(text, 0, syntax);
     bool fits = item.kind == ini_kind::section || item.kind == ini_kind::key;
-    if (!fits || text.find('\0') != std::string_view::npos) return 0;
+    if (!fits) return 0;
     const char *value = item.has_value ? item.value.c_str() : nullptr;
     const cnfnode *node = cnf_read_node(reader, nullptr, item.name.data(), item.name.size(), value,
                                         item.value.size());
@@ -92,7 +92,8 @@ int format_piece(const ini_syntax &syntax, const cnf_format &request) {
         old = llconf::ini_scan({request.old, request.old_length}, 0, syntax);
         if (request.old_kind != request.kind) old = ini_item();
     }
-    bool heading = request.kind == CNF_HEADING;
+    bool section_without_keys = request.level == 1 && request.node->value == nullptr;
+    bool heading = request.kind == CNF_HEADING || section_without_keys;
     if (heading && request.node->value != nullptr) {
         errno = EINVAL;
         return -1;
@@ -134,10 +135,10 @@ int cut(const void *data, cnf_cut *piece) {
     try {
         ini_item item = llconf::ini_scan({piece->text, piece->length}, 0, syntax_of(data));
         piece->kind = kind_of_item(item.kind);
-        if (item.kind == ini_kind::key && !item.has_value && piece->depth == 0) {
-            piece->kind = CNF_UNPARSED;
-        }
         piece->piece = item.end;
+        bool lone_on_top = item.kind == ini_kind::key && !item.has_value && piece->depth == 0;
+        bool has_nul = std::memchr(piece->text, '\0', piece->piece) != nullptr;
+        if (lone_on_top || has_nul) piece->kind = CNF_UNPARSED;
         return 0;
     } catch (const std::bad_alloc &) {
         errno = ENOMEM;

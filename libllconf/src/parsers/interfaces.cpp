@@ -4,16 +4,17 @@
  *     iface eth0 inet static             auto
  *         # the office                   family   inet
  *         address 192.0.2.7/24           method   static
- *                                        .comment  the office
  *                                        address  192.0.2.7/24
  *
  * A stanza is one entry with all its lines, and the flags that stand right in front of it for this
  * interface alone are lines of it: adding the child "auto" to an interface adds the line above its
  * stanza. A flag that stands elsewhere, or for several interfaces, is a stanza of its own, named as
  * the line names them. Lines about the whole file ("source ...") are nodes with a value. Comments
- * and blank lines between options are children; those behind the last option belong to the file.
+ * and blank lines behind the last option belong to the file; those between the lines of a stanza
+ * are a part of its text only.
  *
- * When a stanza is written anew, each of its lines whose text still holds is taken over as it was.
+ * When a stanza is written anew, each of its old lines that still says what the tree says is taken
+ * over as it was, and so are the comments in front of it.
  */
 #include <cerrno>
 #include <cstring>
@@ -32,13 +33,17 @@ constexpr std::string_view k_family = "family";
 constexpr std::string_view k_method = "method";
 constexpr std::string_view k_inherits = "inherits";
 constexpr std::string_view k_mapping = "mapping";
-constexpr std::string_view k_comment = ".comment";
-constexpr std::string_view k_empty = ".empty";
-constexpr std::string_view k_unparsed = ".unparsed";
 constexpr std::size_t k_search = 64;  // old lines that are looked through for one that still holds
 
 bool is_head_part(std::string_view name) {
     return name == k_family || name == k_method || name == k_inherits || name == k_mapping;
+}
+
+/* A line of a stanza that the tree does not show: layout, and what is spelt like a part of the head
+ * but stands below it. */
+bool is_kept(const if_line &line) {
+    if (line.kind == if_kind::empty || line.kind == if_kind::comment) return true;
+    return line.kind == if_kind::option && (is_head_part(line.word) || line.word.front() == '.');
 }
 
 /* --- reading -------------------------------------------------------------------------------- */
@@ -61,9 +66,8 @@ class stanza_reader {
     bool read_line(const if_line &line) {
         switch (line.kind) {
             case if_kind::empty:
-                return child(k_empty, nullptr);
             case if_kind::comment:
-                return child(k_comment, &line.rest);
+                return true;
             case if_kind::flag:
                 return name(line.rest) && child(line.word, nullptr);
             case if_kind::mapping:
@@ -112,13 +116,7 @@ class stanza_reader {
         return child(k_inherits, &other);
     }
 
-    /* What is spelt like a part of the head, but stands below it, is left alone. */
-    bool option(const if_line &line) {
-        bool plain = !is_head_part(line.word) && line.word.front() != '.';
-        if (plain) return child(line.word, &line.rest);
-        std::string text(line.raw);
-        return child(k_unparsed, &text);
-    }
+    bool option(const if_line &line) { return is_kept(line) || child(line.word, &line.rest); }
 
     cnf_reader *reader_;
     std::string_view text_;
@@ -153,6 +151,7 @@ class stanza_writer {
             if (!(part ? head() : line(child))) return false;
             head_done = head_done || part;
         }
+        keep_until(old_.size());
         return !text_.empty();
     }
 
@@ -182,9 +181,6 @@ class stanza_writer {
     bool line(const cnfnode *child) {
         std::string_view name = child->name;
         std::string_view value = child->value != nullptr ? child->value : "";
-        if (name == k_empty) return add_raw("");
-        if (name == k_unparsed) return add_raw(value);
-        if (name == k_comment) return add_line(indent_, "#", value, if_kind::comment);
         if (llconf::if_kind_of_word(name) == if_kind::flag) {
             return add_line("", name, node_->name, if_kind::flag);
         }
@@ -201,22 +197,35 @@ class stanza_writer {
         return true;
     }
 
+    /* Passes over old lines, but for those that the tree does not show. */
+    void keep_until(std::size_t index) {
+        for (; next_ < index; ++next_) {
+            if (is_kept(old_[next_])) add_raw(old_[next_].raw);
+        }
+    }
+
     /* The old line that says the same, or a new one where the old one stood. */
     bool add_line(std::string_view lead, std::string_view word, std::string_view rest,
                   if_kind kind) {
+        auto same_word = [&](const if_line &line) {
+            return line.kind == kind && line.word == word && !is_kept(line);
+        };
         std::size_t end = std::min(old_.size(), next_ + k_search);
         for (std::size_t i = next_; i < end; ++i) {
-            if (old_[i].kind != kind || old_[i].rest != rest) continue;
-            if (kind != if_kind::comment && old_[i].word != word) continue;
-            next_ = i + 1;
-            return add_raw(old_[i].raw);
+            if (!same_word(old_[i]) || old_[i].rest != rest) continue;
+            keep_until(i);
+            return add_raw(old_[next_++].raw);
         }
         std::string made(lead);
-        if (next_ < old_.size() && old_[next_].kind == kind && old_[next_].word == word) {
+        std::size_t shown = next_;
+        while (shown < end && is_kept(old_[shown]))
+            ++shown;
+        if (shown < end && same_word(old_[shown])) {
+            keep_until(shown);
             made = old_[next_++].lead;
         }
         made += word;
-        if (!rest.empty() && kind != if_kind::comment) made += ' ';
+        if (!rest.empty()) made += ' ';
         made += rest;
         return add_raw(made);
     }

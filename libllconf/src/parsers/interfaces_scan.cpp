@@ -81,7 +81,7 @@ if_line if_scan_line(std::string_view text, std::size_t pos) {
     std::string joined;
     if (trim(content).starts_with('#')) {
         line.kind = if_kind::comment;
-        line.rest = trim(content).substr(1);
+        line.rest = trim(trim(content).substr(1));
     } else {
         while (goes_on(content) && line.end < text.size()) {
             content.remove_suffix(1);
