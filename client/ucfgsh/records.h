@@ -17,7 +17,12 @@ using owned_conn = owned<ucfg_conn, ucfg_destroy>;
 using owned_strings = owned<ucfg_strings, ucfg_destroy_strings>;
 using owned_attr = owned<ucfg_attr, ucfg_destroy_attr>;
 using owned_batch = owned<ucfg_batch, ucfg_destroy_batch>;
-using owned_json = owned<json_t, json_decref>;
+
+/* json_decref() is inline in each file that uses it, so it cannot be part of a type's name. */
+struct release_json {
+    void operator()(json_t *value) const { json_decref(value); }
+};
+using owned_json = std::unique_ptr<json_t, release_json>;
 
 /* The text, "" for null, which these calls answer when memory is exhausted. */
 inline std::string take_text(char *text) {

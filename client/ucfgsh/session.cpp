@@ -164,6 +164,10 @@ bool session::recover() {
         tell_("no connection: " + explain());
         return false;
     }
+    if (!may_replace_) {
+        tell_("the session is gone, and its uncommitted changes are lost: " + explain());
+        return false;
+    }
     if (log_in() != k_exit_done) return false;
     generation_++;
     resumed_foreign_ = false;
@@ -185,7 +189,8 @@ int session::after_end(int code) {
         return code;
     }
     tell_("the session has ended (" + text + "); uncommitted changes are lost");
-    if (ucfg_reconnect(conn_.get()) != k_ucfg_ok || log_in() != k_exit_done) return code;
+    if (!may_replace_ || ucfg_reconnect(conn_.get()) != k_ucfg_ok || log_in() != k_exit_done)
+        return code;
     tell_("logged in again");
     return k_ucfg_ok;
 }
@@ -195,16 +200,18 @@ int session::call(after_loss policy, const request &work) {
         tell_("not logged in: \"login\" begins a session");
         return k_ucfg_refused;
     }
-    if (!ucfg_alive(conn_.get()) && !recover()) return k_ucfg_lost;
+    unsigned before = generation_;
+    auto useless = [&] { return policy == after_loss::same_only && generation_ != before; };
+    if (!ucfg_alive(conn_.get()) && (!recover() || useless())) return k_ucfg_lost;
     int code = work(conn_.get());
     if (code == k_ucfg_lost && !g_interrupted) {
-        if (!recover()) return k_ucfg_lost;
+        if (!recover() || useless()) return k_ucfg_lost;
         if (policy == after_loss::repeat) return work(conn_.get());
         tell_("the request may or may not have been carried out: look before you repeat it");
         return k_ucfg_lost;
     }
     if (session_ended(code, ucfg_text(conn_.get()))) {
-        if (after_end(code) != k_ucfg_ok) return code;
+        if (after_end(code) != k_ucfg_ok || useless()) return k_ucfg_lost;
         return work(conn_.get());
     }
     return code;

@@ -13,8 +13,9 @@ namespace ucfgsh {
 
 /* What may happen to a request whose connection broke before its answer came. */
 enum class after_loss {
-    repeat, /* asking twice does no harm */
-    report  /* it may have been carried out; the user decides */
+    repeat,   /* asking twice does no harm */
+    report,   /* it may have been carried out; the user decides */
+    same_only /* the same, and it makes no sense in a session without the old one's changes */
 };
 
 class session {
@@ -28,6 +29,10 @@ class session {
 
     /* Ends the session; leaves it for --session when that was asked for. */
     void close();
+
+    /* Whether a new session may replace one that is gone for good. Somebody who types can be told;
+     * a script would go on and commit half of its changes. */
+    void allow_new_session(bool allow) { may_replace_ = allow; }
 
     /* Runs one request. A lost connection is brought back; the request is repeated or reported. */
     using request = std::function<int(ucfg_conn *)>;
@@ -64,6 +69,7 @@ class session {
     std::string user_;
     int perms_ = 0;
     bool force_ = false;
+    bool may_replace_ = false;
     bool logged_in_ = false;
     bool resumed_foreign_ = false;
     unsigned generation_ = 0;

@@ -1,0 +1,125 @@
+/* What is not committed yet, for people and as JSON. */
+#include <algorithm>
+
+#include "ucfgsh/commands.h"
+
+namespace ucfgsh {
+
+namespace {
+
+std::vector<std::string> lines_of(const std::string &text) {
+    std::vector<std::string> lines;
+    for (size_t at = 0; at <= text.size();) {
+        size_t end = std::min(text.find('\n', at), text.size());
+        lines.push_back(text.substr(at, end - at));
+        at = end + 1;
+    }
+    return lines;
+}
+
+/* A value of several lines: the lines that both have at the ends are not repeated. */
+void print_long_change(shell &sh, const value_change &change) {
+    std::vector<std::string> before = lines_of(*change.before);
+    std::vector<std::string> after = lines_of(*change.after);
+    size_t head = 0;
+    while (head < before.size() && head < after.size() && before[head] == after[head])
+        head++;
+    size_t tail = 0;
+    while (tail < before.size() - head && tail < after.size() - head &&
+           before[before.size() - 1 - tail] == after[after.size() - 1 - tail])
+        tail++;
+    sh.out.line("  " + sh.out.paint(style::name, change.path) + ": line " +
+                std::to_string(head + 1));
+    for (size_t i = head; i < before.size() - tail; i++)
+        sh.out.line(sh.out.paint(style::bad, "-   " + before[i]));
+    for (size_t i = head; i < after.size() - tail; i++)
+        sh.out.line(sh.out.paint(style::good, "+   " + after[i]));
+}
+
+void print_change(shell &sh, const value_change &change) {
+    auto long_value = [](const std::optional<std::string> &text) {
+        return text && text->find('\n') != std::string::npos;
+    };
+    if (change.before && change.after && (long_value(change.before) || long_value(change.after))) {
+        print_long_change(sh, change);
+        return;
+    }
+    if (change.before)
+        sh.out.line(
+            sh.out.paint(style::bad, "- " + change.path + ": " + show_value(*change.before)));
+    if (change.after)
+        sh.out.line(
+            sh.out.paint(style::good, "+ " + change.path + ": " + show_value(*change.after)));
+}
+
+void print_order(shell &sh, const order_change &change) {
+    sh.out.line("  " + sh.out.paint(style::name, change.path) + ": order");
+    for (size_t i = 0; i < change.before.size(); i++) {
+        if (change.before[i] == change.after[i]) continue;
+        sh.out.line(sh.out.paint(style::bad, "- " + change.before[i]) + "\n" +
+                    sh.out.paint(style::good, "+ " + change.after[i]));
+    }
+}
+
+owned_json changes_json(const change_set &set, bool dirty) {
+    owned_json values{json_array()};
+    for (const value_change &change : set.values) {
+        owned_json item = json_object_of({{"path", change.path}});
+        json_put(item, "before",
+                 change.before ? json_text(*change.before) : owned_json{json_null()});
+        json_put(item, "after", change.after ? json_text(*change.after) : owned_json{json_null()});
+        json_array_append_new(values.get(), item.release());
+    }
+    owned_json orders{json_array()};
+    for (const order_change &change : set.orders) {
+        owned_json item = json_object_of({{"path", change.path}});
+        json_put(item, "before", json_list(change.before));
+        json_put(item, "after", json_list(change.after));
+        json_array_append_new(orders.get(), item.release());
+    }
+    owned_json object{json_object()};
+    json_put(object, "dirty", owned_json{json_boolean(dirty)});
+    json_put(object, "values", std::move(values));
+    json_put(object, "orders", std::move(orders));
+    return object;
+}
+
+int show_file_diff(shell &sh) {
+    if (!sh.opts.diff_node)
+        return complain_usage(sh,
+                              "the diff of the files comes from a management node: name it with "
+                              "--diff-node PATH");
+    arguments info;
+    info.words.push_back({*sh.opts.diff_node, *sh.opts.diff_node, 0});
+    return run_info(sh, info);
+}
+
+}  // namespace
+
+int run_changes(shell &sh, const arguments &args) {
+    if (args.has('f')) return show_file_diff(sh);
+    int dirty = 0;
+    int code =
+        sh.link.call(after_loss::repeat, [&](ucfg_conn *conn) { return ucfg_dirty(conn, &dirty); });
+    if (code != k_ucfg_ok) return report_failure(sh, "changes", code);
+    sh.changes.follow(sh.link);
+    change_set set = sh.changes.compare(sh.link);
+    if (sh.out.json()) {
+        sh.out.document(changes_json(set, dirty != 0));
+        return k_exit_done;
+    }
+    for (const value_change &change : set.values)
+        print_change(sh, change);
+    for (const order_change &change : set.orders)
+        print_order(sh, change);
+    if (sh.link.resumed_foreign())
+        sh.out.line("changes from before this program took the session up are not shown");
+    else if (set.empty() && dirty)
+        sh.out.line(
+            "no parameter that was changed here differs, but the session counts as changed");
+    else if (set.empty())
+        sh.out.line("no changes");
+    return k_exit_done;
+}
+
+}  // namespace ucfgsh

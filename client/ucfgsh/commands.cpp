@@ -1,0 +1,226 @@
+/* ucfgsh is a table of commands with three ways in: one command from the command line (main.cpp),
+ * lines of a script (script.cpp), and lines typed at a terminal (interactive.cpp). All three end in
+ * run_command(), so that a command behaves alike wherever it comes from.
+ *
+ * A command gets a `shell`, the bundle of what it may use: the session, which takes care of log-in
+ * and lost connections; the output, which decides between text and JSON, colours and a pager; the
+ * change log, which remembers values from before they were changed; and a source of further lines.
+ * It does one thing with libucfg, prints through the output, and returns an exit status.
+ *
+ * People type paths and values as they think of them. What travels is escaped, by libucfg alone;
+ * take_path() is the one place where typed text becomes a path, print_path() the one where a path
+ * becomes text again, and what is printed can always be typed.
+ *
+ * To add a command: declare its function in commands.h, write it in the file of its kind, and add a
+ * row here. Help and completion follow from the row.
+ */
+#include "ucfgsh/commands.h"
+
+#include <algorithm>
+#include <array>
+#include <limits>
+
+namespace ucfgsh {
+
+namespace {
+
+constexpr size_t k_many = std::numeric_limits<size_t>::max();
+constexpr int k_r = k_ucfg_perm_read;
+constexpr int k_w = k_ucfg_perm_read | k_ucfg_perm_write;
+constexpr int k_x = k_ucfg_perm_read | k_ucfg_perm_exec;
+constexpr int k_all = k_ucfg_perm_all;
+
+constexpr std::array k_commands{
+    command{"get", run_get, "", "p", 1, k_many, k_r, false, "PATH...", "print values"},
+    command{"set", run_set, "f:", "pv", 1, 2, k_w, true, "PATH VALUE | -f FILE PATH",
+            "change a value (VALUE may be <<WORD: the lines up to WORD)"},
+    command{"add", run_add, "", "le", 1, 2, k_w, true, "LIST NAME",
+            "add an entry to a list (also LIST.NAME)"},
+    command{"del", run_del, "", "le", 1, 2, k_w, true, "LIST NAME",
+            "delete an entry of a list (also LIST.NAME)"},
+    command{"move", run_move, "", "le", 3, 3, k_w, true, "LIST NAME PLACE",
+            "move or rename an entry, as the list defines it"},
+    command{"list", run_list, "rm", "p", 0, 1, k_r, false, "[-r] [-m] [PATH]",
+            "names below a node (-r: all levels, -m: management tree)"},
+    command{"show", run_show, "m", "p", 0, 1, k_r, false, "[-m] [PATH]",
+            "a tree with its values (-m: management tree)"},
+    command{"attr", run_attr, "m", "p", 1, 1, k_r, false, "[-m] PATH",
+            "operations, type, length, choices and flags of a node"},
+    command{"help", run_help, "", "c", 0, 1, k_r, false, "[COMMAND | PATH]",
+            "explain a command or a parameter"},
+    command{"access", run_access, "m", "pr.", 2, k_many, k_r, false, "[-m] PATH rwx [ARGUMENT...]",
+            "ask whether access would be granted"},
+    command{"info", run_info, "", "m.", 1, k_many, k_x, false, "PATH [ARGUMENT...]",
+            "print a management node's text"},
+    command{"admin", run_admin, "", "m.", 1, k_many, k_all, false, "PATH [ARGUMENT...]",
+            "run a management action"},
+    command{"submit", run_submit, "f:", ".", 0, k_many, k_w, true, "[-f FILE] [ITEM...]",
+            "make several changes or none; without items: the lines up to \"end\""},
+    command{"changes", run_changes, "f", "", 0, 0, k_all, false, "[-f]",
+            "what is not committed yet (-f: as a diff of the files)"},
+    command{"commit", run_commit, "", "", 0, 0, k_w, false, "", "write the changes to the files"},
+    command{"revert", run_revert, "", "", 0, 0, k_w, false, "", "drop the changes"},
+    command{"update", run_update, "", "", 0, 0, k_w, false, "", "read what others have committed"},
+    command{"current", run_current, "", "", 0, 0, k_w, false, "",
+            "ask whether others have committed"},
+    command{"dirty", run_dirty, "", "", 0, 0, k_w, false, "", "ask whether there are changes"},
+    command{"whoami", run_whoami, "", "", 0, 0, k_all, false, "", "user, rights and session"},
+    command{"login", run_login, "f", ".", 0, 1, k_all, false, "[-f] [USER]",
+            "begin a new session (-f: log every other writer out)"},
+    command{"source", run_source, "", ".", 1, 1, k_all, false, "FILE",
+            "run the commands of a file"},
+    command{"raw", run_raw, "", "", 0, 0, k_all, false, "",
+            "pass standard input to the daemon as it is"},
+    command{"quit", run_quit, "", "", 0, 0, k_r, false, "", "leave; what is not committed is lost"},
+};
+
+constexpr std::array k_results{
+    "",
+    "no answer from the node's method",
+    "refused by the node's method",
+    "no such parameter",
+    "no such parameter",
+    "this node does not support that",
+};
+
+int take_flags(shell &sh, const command &row, const std::vector<word> &line, size_t &at,
+               arguments &args) {
+    for (at = 1; at < line.size(); at++) {
+        const std::string &text = line[at].text;
+        if (line[at].raw.size() < 2 || line[at].raw.front() != '-') return k_exit_done;
+        if (text == "--") {
+            at++;
+            return k_exit_done;
+        }
+        for (size_t i = 1; i < text.size(); i++) {
+            size_t found = row.flags.find(text[i]);
+            if (text[i] == ':' || found == std::string_view::npos)
+                return complain_usage(sh, "unknown flag -" + text.substr(i, 1) +
+                                              "; usage: " + std::string{row.name} + " " +
+                                              std::string{row.synopsis});
+            args.flags[text[i]] = "";
+            if (found + 1 >= row.flags.size() || row.flags[found + 1] != ':') continue;
+            if (++at >= line.size()) return complain_usage(sh, "a flag lacks its value");
+            args.flags[text[i]] = line[at].text;
+            break;
+        }
+    }
+    return k_exit_done;
+}
+
+}  // namespace
+
+std::span<const command> all_commands() {
+    return k_commands;
+}
+
+const command *find_command(std::string_view name) {
+    const command *found = nullptr;
+    if (name == "exit") name = "quit";
+    if (name == "?") name = "help";
+    for (const command &row : k_commands) {
+        if (row.name == name) return &row;
+        if (name.empty() || !row.name.starts_with(name)) continue;
+        if (found) return nullptr;
+        found = &row;
+    }
+    return found;
+}
+
+int run_command(shell &sh, const std::vector<word> &line) {
+    if (line.empty()) return k_exit_done;
+    const command *row = find_command(line.front().text);
+    if (!row)
+        return complain_usage(
+            sh, "unknown command \"" + line.front().text + "\"; \"help\" lists the commands");
+    arguments args;
+    size_t at = 0;
+    int status = take_flags(sh, *row, line, at, args);
+    if (status != k_exit_done) return status;
+    args.words.assign(line.begin() + static_cast<std::ptrdiff_t>(std::min(at, line.size())),
+                      line.end());
+    if (args.words.size() < row->least || args.words.size() > row->most)
+        return complain_usage(
+            sh, "usage: " + std::string{row->name} + " " + std::string{row->synopsis});
+    sh.changes.follow(sh.link);
+    return row->run(sh, args);
+}
+
+std::string command_help(const command &row) {
+    return std::string{row.name} + " " + std::string{row.synopsis} + "\n    " +
+           std::string{row.summary};
+}
+
+int complain_usage(shell &sh, const std::string &text) {
+    if (sh.out.json()) {
+        owned_json object = json_object_of({{"status", "usage"}, {"text", text}});
+        json_put(object, "ok", owned_json{json_false()});
+        sh.out.document(std::move(object));
+    }
+    sh.out.complain(sh.prefix + text);
+    return k_exit_usage;
+}
+
+std::string readable(const std::string &text) {
+    constexpr std::string_view k_result = "result=";
+    if (text == "Success" || text.empty()) return "refused without a reason";
+    if (!text.starts_with(k_result) || text.size() < 9) return text;
+    auto number = static_cast<size_t>(text[k_result.size()] - '0');
+    if (number == 0 || number >= k_results.size() || text[k_result.size() + 1] != ' ') return text;
+    std::string reason = text.substr(k_result.size() + 2);
+    /* EINVAL is what the daemon says when a method says nothing. */
+    bool empty = reason == "Success" || reason == "Invalid argument";
+    return empty ? k_results[number] : std::string{k_results[number]} + ": " + reason;
+}
+
+owned_json failure_json(shell &sh, const std::string &subject, int code) {
+    ucfg_conn *conn = sh.link.conn();
+    owned_json object = json_object_of(
+        {{"subject", subject}, {"status", ucfg_code_name(code)}, {"text", ucfg_text(conn)}});
+    json_put(object, "ok", owned_json{json_false()});
+    if (const char *id = ucfg_error_id(conn)) {
+        std::vector<std::string> args;
+        for (size_t i = 0; ucfg_error_arg(conn, i); i++)
+            args.emplace_back(ucfg_error_arg(conn, i));
+        json_put(object, "id", json_text(id));
+        json_put(object, "arguments", json_list(args));
+    }
+    return object;
+}
+
+int report_failure(shell &sh, const std::string &subject, int code) {
+    ucfg_conn *conn = sh.link.conn();
+    std::string text = ucfg_text(conn);
+    int status = status_of(code, text);
+    if (sh.out.json()) {
+        sh.out.document(failure_json(sh, subject, code));
+        return status;
+    }
+    std::string said = code <= k_ucfg_inuse ? readable(text) : text;
+    if (const char *id = ucfg_error_id(conn)) {
+        said += std::string{" ("} + id;
+        for (size_t i = 0; ucfg_error_arg(conn, i); i++)
+            said += std::string{i == 0 ? ": " : ", "} + ucfg_error_arg(conn, i);
+        said += ")";
+    }
+    std::string hint = advice(code, text);
+    if (!hint.empty()) said += "\n  " + hint;
+    sh.out.complain(sh.prefix + subject + ": " + said);
+    return status;
+}
+
+std::optional<std::string> take_path(shell &sh, const word &typed) {
+    const char *problem = nullptr;
+    owned_str path{ucfg_path_parse(typed.raw.c_str(), &problem)};
+    if (path) return path.get();
+    complain_usage(sh, typed.raw + ": " + (problem ? problem : "not a path"));
+    return std::nullopt;
+}
+
+bool is_dirty(shell &sh) {
+    int dirty = 0;
+    int code = sh.link.quietly([&](ucfg_conn *conn) { return ucfg_dirty(conn, &dirty); });
+    return code == k_ucfg_ok && dirty != 0;
+}
+
+}  // namespace ucfgsh

@@ -1,0 +1,127 @@
+/* The commands: one table, from which come dispatch, usage, help and completion. */
+#ifndef UCFGSH_COMMANDS_H
+#define UCFGSH_COMMANDS_H
+
+#include <functional>
+#include <map>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "ucfgsh/changes.h"
+#include "ucfgsh/output.h"
+#include "ucfgsh/session.h"
+#include "ucfgsh/words.h"
+
+namespace ucfgsh {
+
+/* Where further lines come from: a script, standard input or the terminal. */
+class line_source {
+  public:
+    line_source() = default;
+    line_source(const line_source &) = delete;
+    line_source &operator=(const line_source &) = delete;
+    virtual ~line_source() = default;
+
+    /* The next line without its newline; false at the end. */
+    virtual bool next(std::string &line, const std::string &prompt) = 0;
+};
+
+/* Everything that a command works with. */
+struct shell {
+    const options &opts;
+    session &link;
+    output &out;
+    change_log &changes;
+    line_source *lines = nullptr; /* null: there are no further lines */
+    std::string prefix;           /* opens every complaint: "ucfgsh: ", "FILE:LINE: " */
+    bool interactive = false;
+    bool quit = false;
+    int depth = 0; /* scripts that read scripts */
+};
+
+struct arguments {
+    std::map<char, std::string> flags; /* the value is "" for a flag that takes none */
+    std::vector<word> words;
+
+    bool has(char flag) const { return flags.contains(flag); }
+    const std::string &text(size_t i) const { return words[i].text; }
+};
+
+/* The letters of `kinds`, one an argument (the last one also for all that follow):
+ *   p  a parameter's path          m  a management node's path   l  the path of a list
+ *   e  an entry of the list        v  a value of the parameter   r  permission letters
+ *   c  a command or a path         .  any text */
+struct command {
+    std::string_view name;
+    int (*run)(shell &sh, const arguments &args);
+    std::string_view flags; /* as getopt has them */
+    std::string_view kinds;
+    size_t least, most;
+    int perms;    /* what the daemon will want to see */
+    bool changes; /* a change: committed when given on the command line */
+    std::string_view synopsis;
+    std::string_view summary;
+};
+
+std::span<const command> all_commands();
+
+/* The command of that name, or the only one that begins with it; null for none. */
+const command *find_command(std::string_view name);
+
+/* Runs one line, already split; returns an exit_status. */
+int run_command(shell &sh, const std::vector<word> &line);
+
+/* "usage: ..." and the summary of one command. */
+std::string command_help(const command &row);
+
+/* ---- for the commands themselves ---- */
+
+/* A complaint, with the current prefix; as JSON when JSON is asked for. */
+int complain_usage(shell &sh, const std::string &text);
+
+/* Reports a request that ended with `code`: the subject, the daemon's text, its error record and
+ * advice. Returns the exit status. */
+int report_failure(shell &sh, const std::string &subject, int code);
+
+/* {"ok": false, "status": "failed", ...} of the last call. */
+owned_json failure_json(shell &sh, const std::string &subject, int code);
+
+/* The daemon's text in words that people understand. */
+std::string readable(const std::string &text);
+
+/* A wire path of what was typed; complains and returns nothing when it is none. */
+std::optional<std::string> take_path(shell &sh, const word &typed);
+
+/* Whether the session holds changes; false too when that cannot be learnt. */
+bool is_dirty(shell &sh);
+
+int run_get(shell &sh, const arguments &args);
+int run_list(shell &sh, const arguments &args);
+int run_show(shell &sh, const arguments &args);
+int run_attr(shell &sh, const arguments &args);
+int run_help(shell &sh, const arguments &args);
+int run_access(shell &sh, const arguments &args);
+int run_info(shell &sh, const arguments &args);
+int run_admin(shell &sh, const arguments &args);
+int run_set(shell &sh, const arguments &args);
+int run_add(shell &sh, const arguments &args);
+int run_del(shell &sh, const arguments &args);
+int run_move(shell &sh, const arguments &args);
+int run_submit(shell &sh, const arguments &args);
+int run_changes(shell &sh, const arguments &args);
+int run_commit(shell &sh, const arguments &args);
+int run_revert(shell &sh, const arguments &args);
+int run_update(shell &sh, const arguments &args);
+int run_current(shell &sh, const arguments &args);
+int run_dirty(shell &sh, const arguments &args);
+int run_whoami(shell &sh, const arguments &args);
+int run_login(shell &sh, const arguments &args);
+int run_raw(shell &sh, const arguments &args);
+int run_source(shell &sh, const arguments &args);
+int run_quit(shell &sh, const arguments &args);
+
+}  // namespace ucfgsh
+
+#endif

@@ -1,0 +1,217 @@
+/* The terminal: line editing, history, Tab and "?". What is completed and explained comes from
+ * completion.cpp; here it only meets the editing library. */
+#include "ucfgsh/interactive.h"
+
+#include <histedit.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+
+#include "ucfgsh/completion.h"
+#include "ucfgsh/terminal.h"
+
+namespace ucfgsh {
+
+namespace {
+
+constexpr int k_history_size = 1000;
+constexpr const char *k_history_name = "/.ucfgsh_history";
+
+size_t count_characters(std::string_view text) {
+    return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) {
+        return (static_cast<unsigned char>(c) & 0xc0U) != 0x80U;
+    }));
+}
+
+/* The items in columns, as many as fit. */
+std::string in_columns(const std::vector<std::string> &items) {
+    size_t width = 0;
+    for (const std::string &item : items)
+        width = std::max(width, count_characters(item) + 2);
+    size_t columns = std::max<size_t>(static_cast<size_t>(terminal_columns()) / width, 1);
+    size_t limit = columns * static_cast<size_t>(std::max(terminal_rows() - 3, 4));
+    std::string text;
+    for (size_t i = 0; i < std::min(items.size(), limit); i++) {
+        text += printable(items[i]);
+        bool last = (i + 1) % columns == 0 || i + 1 == std::min(items.size(), limit);
+        text += last ? "\n" : std::string(width - count_characters(items[i]), ' ');
+    }
+    if (items.size() > limit) text += "... " + std::to_string(items.size() - limit) + " more\n";
+    return text;
+}
+
+class editor : public line_source {
+  public:
+    explicit editor(shell &sh);
+    ~editor() override;
+    bool next(std::string &line, const std::string &prompt) override;
+
+  private:
+    static editor *of(EditLine *el) {
+        void *self = nullptr;
+        el_get(el, EL_CLIENTDATA, &self);
+        return static_cast<editor *>(self);
+    }
+    static char *show_prompt(EditLine *el) { return of(el)->prompt_.data(); }
+    static unsigned char on_tab(EditLine *el, int) { return of(el)->complete_here(); }
+    static unsigned char on_question(EditLine *el, int) { return of(el)->help_here(); }
+    static unsigned char on_cancel(EditLine *el, int) { return of(el)->cancel(); }
+
+    std::string_view before_cursor() const {
+        const LineInfo *info = el_line(el_.get());
+        return {info->buffer, static_cast<size_t>(info->cursor - info->buffer)};
+    }
+    unsigned char complete_here();
+    unsigned char help_here();
+    unsigned char cancel();
+    void remember(const std::string &line);
+
+    shell &sh_;
+    owned<EditLine, el_end> el_;
+    owned<History, history_end> history_;
+    std::string history_file_;
+    std::string prompt_;
+    bool completing_ = true;
+};
+
+editor::editor(shell &sh)
+    : sh_(sh), el_(el_init("ucfgsh", stdin, stdout, stderr)), history_(history_init()) {
+    if (!el_ || !history_) throw std::bad_alloc{};
+    HistEvent event;
+    history(history_.get(), &event, H_SETSIZE, k_history_size);
+    history(history_.get(), &event, H_SETUNIQUE, 1);
+    const char *home = getenv("HOME");
+    if (home && *home) history_file_ = std::string{home} + k_history_name;
+    if (!history_file_.empty()) history(history_.get(), &event, H_LOAD, history_file_.c_str());
+    EditLine *el = el_.get();
+    el_set(el, EL_CLIENTDATA, this);
+    el_set(el, EL_PROMPT_ESC, show_prompt, '\1');
+    el_set(el, EL_EDITOR, "emacs");
+    el_set(el, EL_SIGNAL, 1);
+    el_set(el, EL_HIST, history, history_.get());
+    el_set(el, EL_ADDFN, "ucfg-complete", "complete the word", on_tab);
+    el_set(el, EL_ADDFN, "ucfg-help", "explain what belongs here", on_question);
+    el_set(el, EL_ADDFN, "ucfg-cancel", "drop the line", on_cancel);
+    el_set(el, EL_BIND, "^I", "ucfg-complete", nullptr);
+    el_set(el, EL_BIND, "?", "ucfg-help", nullptr);
+    el_set(el, EL_BIND, "^C", "ucfg-cancel", nullptr);
+    el_set(el, EL_BIND, "^R", "em-inc-search-prev", nullptr);
+    /* While a line is edited, Ctrl-C is a key like any other. */
+    el_set(el, EL_SETTY, "-d", "-isig", nullptr);
+    el_source(el, nullptr);
+}
+
+editor::~editor() {
+    if (history_file_.empty()) return;
+    mode_t before = umask(S_IRWXG | S_IRWXO);
+    HistEvent event;
+    history(history_.get(), &event, H_SAVE, history_file_.c_str());
+    umask(before);
+}
+
+bool editor::next(std::string &line, const std::string &prompt) {
+    completing_ = prompt.empty();
+    prompt_ = prompt;
+    if (completing_) {
+        prompt_ = is_dirty(sh_) ? "ucfg*> " : "ucfg> ";
+        /* Both marks say that what is between them takes no room. */
+        if (sh_.out.paint(style::title, "x") != "x")
+            prompt_ = "\1\033[1m\1" + prompt_ + "\1\033[0m\1";
+    }
+    int count = 0;
+    const char *text = el_gets(el_.get(), &count);
+    if (!text || count <= 0) return false;
+    line.assign(text, static_cast<size_t>(count));
+    while (!line.empty() && (line.back() == '\n' || line.back() == '\r'))
+        line.pop_back();
+    if (completing_) remember(line);
+    return true;
+}
+
+/* A line that begins with a blank stays out of the history, for values that are secrets. */
+void editor::remember(const std::string &line) {
+    if (line.empty() || line.front() == ' ') return;
+    HistEvent event;
+    history(history_.get(), &event, H_ENTER, line.c_str());
+}
+
+unsigned char editor::complete_here() {
+    if (!completing_) return el_insertstr(el_.get(), "\t") == 0 ? CC_REFRESH : CC_ERROR;
+    std::string line{before_cursor()};
+    candidates found = complete(sh_, line);
+    if (found.items.empty()) return CC_REFRESH_BEEP;
+    std::string typed = line.substr(found.start);
+    std::string better = common_prefix(found.items);
+    if (found.items.size() == 1 && found.final) better += ' ';
+    if (found.items.size() > 1 && (better.size() <= typed.size() || better.empty())) {
+        printf("\n%s", in_columns(found.items).c_str());
+        fflush(stdout);
+        return CC_REDISPLAY;
+    }
+    el_deletestr(el_.get(), static_cast<int>(count_characters(typed)));
+    return el_insertstr(el_.get(), better.c_str()) == 0 ? CC_REFRESH : CC_REFRESH_BEEP;
+}
+
+unsigned char editor::help_here() {
+    std::string line{before_cursor()};
+    if (!completing_ || !asks_for_help(line))
+        return el_insertstr(el_.get(), "?") == 0 ? CC_REFRESH : CC_ERROR;
+    printf("?\n%s", printable(explain(sh_, line)).c_str());
+    fflush(stdout);
+    return CC_REDISPLAY;
+}
+
+unsigned char editor::cancel() {
+    const LineInfo *info = el_line(el_.get());
+    std::string_view all{info->buffer, static_cast<size_t>(info->lastchar - info->buffer)};
+    std::string_view rest{info->cursor, static_cast<size_t>(info->lastchar - info->cursor)};
+    int behind = static_cast<int>(count_characters(rest));
+    int length = static_cast<int>(count_characters(all));
+    el_cursor(el_.get(), behind);
+    el_deletestr(el_.get(), length);
+    printf("^C\n");
+    fflush(stdout);
+    return CC_REDISPLAY;
+}
+
+/* Leaving drops what is not committed: the user is asked to say so twice. */
+bool may_leave(shell &sh, bool &warned) {
+    if (warned || sh.opts.keep || !is_dirty(sh)) return true;
+    sh.out.complain(
+        "There are uncommitted changes (\"changes\" shows them). \"commit\" keeps them;");
+    sh.out.complain("leave once more to drop them.");
+    warned = true;
+    return false;
+}
+
+}  // namespace
+
+int run_interactive(shell &sh) {
+    editor lines{sh};
+    sh.lines = &lines;
+    sh.interactive = true;
+    sh.prefix = "";
+    bool warned = false;
+    std::string line;
+    for (;;) {
+        g_interrupted = 0;
+        if (lines.next(line, "")) {
+            words split = split_words(line);
+            if (split.open)
+                complain_usage(sh, "a quote is not closed");
+            else
+                run_command(sh, split.list);
+            sh.out.flush();
+            if (!sh.quit && !split.list.empty()) warned = false;
+        } else {
+            printf("\n");
+            sh.quit = true;
+        }
+        if (sh.quit && may_leave(sh, warned)) break;
+        sh.quit = false;
+    }
+    sh.lines = nullptr;
+    return k_exit_done;
+}
+
+}  // namespace ucfgsh
