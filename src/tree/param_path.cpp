@@ -20,6 +20,7 @@
 #include "tree/param_path.h"
 
 #include <array>
+#include <charconv>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
@@ -51,10 +52,12 @@ const known_names &names() {
 
 /* Follows a path through the tree, a component a step. */
 struct path_walk {
+    path_walk(const ccdtree_node *root, const char *path) : above(root), rest(path) {}
+
     const ccdtree_node *above;
     const char *rest;
     ccdtree_node *node = nullptr;
-    std::array<char, k_max_segment + 1> name{}; /* of the present component, unescaped */
+    std::array<char, k_max_segment + 1> name; /* of the present component, unescaped */
     bool goes_on = true;
 
     bool step() {
@@ -221,7 +224,7 @@ void set_arg_vars(fe_context *ctx, const line *arg_list) {
         fe_set(ctx, name.data(), arg_list->line);
     }
     std::array<char, 16> number;
-    std::snprintf(number.data(), number.size(), "%d", count);
+    *std::to_chars(number.begin(), number.end() - 1, count).ptr = '\0';
     fe_set_symbol(ctx, names().argc, number.data());
 }
 

@@ -91,7 +91,7 @@ TEST_F(DefinitionFile, IncludesAreReadBelowTheRootPrefixIntoTheirNode) {
 TEST_F(DefinitionFile, OneThatMultipliesWithoutEndIsCutShort) {
     std::string text;
     for (int i = 0; i < 60; i++) {
-        text += "a|b {\n";
+        text += "a|a {\n";
     }
     for (int i = 0; i < 60; i++) {
         text += "}\n";

@@ -11,7 +11,7 @@ class Parameter : public tree_test {
         if (!p) return errno == ENOENT ? "ENOENT" : "errno?";
         std::string names;
         for (const param_path_item *i = p->first; i; i = i->next) {
-            names = std::string(i->name) + "=" + i->ccd->name + " " + names;
+            names.insert(0, std::string(i->name) + "=" + i->ccd->name + " ");
         }
         EXPECT_EQ(p->fullpath, path);
         return names;
@@ -148,9 +148,9 @@ TEST_F(Parameter, TheLastValueOfAMethodDecides) {
     EXPECT_EQ(set("e"), 3);
     EXPECT_EQ(errno, ENOENT);
     EXPECT_EQ(ccd_param_sanity(g_ccdtree, nullptr, "d", "any"), 0);
-    EXPECT_EQ(log(), (log_lines{"set a x+y", "set b x+y failed: 2", "set c x+y failed: 1",
-                                "ccd_param_ppath_value: No implementation found for function "
-                                "\"set:\" at \"d\".",
+    const char *missing =
+        "ccd_param_ppath_value: No implementation found for function \"set:\" at \"d\".";
+    EXPECT_EQ(log(), (log_lines{"set a x+y", "set b x+y failed: 2", "set c x+y failed: 1", missing,
                                 "set d x+y failed: 5", "find_ccd_param(e) failed",
                                 "set e x+y failed: 3"}));
 }
