@@ -170,8 +170,13 @@ int format(const void *data, const cnf_format *request) {
     }
 }
 
-int accepts(const void *data, int level, const cnfnode *, const char *name, const char *value) {
+/* A section has no value. Which node of that name is meant is not known here; the first one counts.
+ */
+int accepts(const void *data, int level, const cnfnode *parent, const char *name,
+            const char *value) {
     const ini_syntax &syntax = syntax_of(data);
+    const cnfnode *there = value != nullptr ? find_node(parent->first_child, name) : nullptr;
+    if (level == 1 && there != nullptr && there->first_child != nullptr) return 0;
     if (value != nullptr && !llconf::ini_accepts_value(value, syntax)) return 0;
     bool key = level <= 2 && llconf::ini_accepts_key(name, value != nullptr, syntax);
     bool section = level == 1 && value == nullptr && llconf::ini_accepts_section(name);

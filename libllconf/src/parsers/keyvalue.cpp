@@ -185,7 +185,8 @@ int format_parts(const keyvalue_data &options, const cnf_format *format) {
     }
     std::string line{old.lead};
     line += node->name;
-    std::string_view separator = options.separator.empty() ? " " : options.separator;
+    std::string_view separator = options.separator;
+    if (separator.empty()) separator = " ";
     /* A key that stands alone, and has nothing behind it now either, stays alone. */
     bool alone = rest.empty() && (options.separator.empty() || (had_line && old.gap.empty()));
     if (!alone) line += old.gap.empty() ? separator : old.gap;
