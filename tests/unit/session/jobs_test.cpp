@@ -1,0 +1,153 @@
+#include <sys/wait.h>
+
+#include "session_fixture.h"
+
+class Jobs : public session_test {
+  protected:
+    void SetUp() override {
+        session_test::SetUp();
+        define(g_ccdtree, "access: '1'\n* {\n get: fetch($0)\n set: store($0, $_)\n}\n");
+        define(g_mgmttree, "access: '1'\nrun {\n admin: act($arg1)\n}\n");
+    }
+};
+
+TEST_F(Jobs, ACommitWritesInAChildAndMakesTheOthersStale) {
+    ccd_session *first = logged_in("admin");
+    ccd_session *second = logged_in("admin");
+    ask(second, "t SET b 2");
+    EXPECT_EQ(ask(first, "t SET a 1\nc COMMIT\nn GET a"), "t OK\n");
+    EXPECT_EQ(ask(second, "c COMMIT\nn NOOP"), "");
+    EXPECT_EQ(wait(first), "c OK\nn.1 1\nn OK\n");
+    EXPECT_EQ(read_file("values"), "a 1\n");
+    EXPECT_EQ(wait(second), "c ERR commit conflict\nn OK\n");
+    EXPECT_EQ(ask(second, "t CURRENT\nt UPDATE"),
+              "t ERR commit conflict\nt ERR session is dirty and not current\n");
+    EXPECT_EQ(ask(second, "t REVERT\nt UPDATE\nt GET a"), "t OK\nt OK\nt.1 1\nt OK\n");
+    ask(first, "t SET a 3\nc COMMIT");
+    EXPECT_EQ(wait(first), "c OK\n");
+    EXPECT_EQ(ask(second, "t UPDATE\nt GET a"), "t OK updated\nt.1 3\nt OK\n");
+}
+
+TEST_F(Jobs, ACommitThatFailsSaysWhyAndIsTakenBack) {
+    ccd_session *session = logged_in("admin");
+    ask(session, "t SET errno 28\nc COMMIT");
+    EXPECT_EQ(wait(session), "c ERR No space left on device\n");
+    EXPECT_EQ(ask(session, "t GET errno"), "t ERR Success\n");
+    ask(session, "t SET crash 1\nc COMMIT");
+    EXPECT_EQ(wait(session), "c ERR Input/output error\n");
+}
+
+TEST_F(Jobs, AJobGoesOnWithoutItsSession) {
+    ccd_session *session = logged_in("admin");
+    ccd_session *other = logged_in("admin");
+    ask(session, "t SET a 1\nc COMMIT");
+    session_discard(session);
+    session_sweep();
+    while (g_bgexec_ctx_list)
+        pump();
+    EXPECT_EQ(ask(other, "t CURRENT\nt UPDATE\nt GET a"),
+              "t ERR commit conflict\nt OK updated\nt.1 1\nt OK\n");
+}
+
+TEST_F(Jobs, OutputOfAnActionArrivesWhileItRuns) {
+    ccd_session *session = logged_in("admin");
+    const std::string fifo = dir + "/fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    ask(session, "t ADMIN run echo+one;read+x<" + fifo + ";echo+$x;echo+err+>%262;exit+0\nn NOOP");
+    std::string output;
+    while (output.empty()) {
+        pump();
+        output = replies(session);
+    }
+    EXPECT_EQ(output, "t.1 one\n");
+    std::ofstream(fifo) << "two\n";
+    output = wait(session);
+    for (const char *part : {"t.1 two\n", "t.2 err\n", "t.1 \nt.2 \nt OK\nn OK\n"}) {
+        EXPECT_NE(output.find(part), std::string::npos) << output;
+    }
+    ask(session, "averylongtag1234 ADMIN run exit+3");
+    EXPECT_EQ(wait(session), "averylongtag123 \naverylongtag123 \naverylongtag1234 ERR\n");
+}
+
+TEST_F(Jobs, AProcessThatKeepsThePipeOpenHoldsNobodyUp) {
+    ccd_session *session = logged_in("admin");
+    ask(session, "t ADMIN run seq+20000;sleep+100+%26+echo+$!+>" + dir + "/pid");
+    const std::string output = wait(session);
+    EXPECT_NE(output.find("t.1 20000\n"), std::string::npos);
+    EXPECT_TRUE(output.ends_with("t.1 \nt.2 \nt OK\n"));
+    kill(std::stoi(read_file("pid")), SIGKILL);
+}
+
+TEST_F(Jobs, AnActionWaitsForAClientThatDoesNotRead) {
+    ccd_session *session = logged_in("admin");
+    ask(session, "t ADMIN run seq+400000");
+    for (int turn = 0; turn < 200; ++turn)
+        pump();
+    EXPECT_LT(databuf_pending(session->outbuf), k_session_output_limit + 64 * 1024);
+    std::string output;
+    while ((session->flags & k_session_locked) != 0) {
+        output += replies(session);
+        pump();
+    }
+    output += replies(session);
+    EXPECT_EQ(std::count(output.begin(), output.end(), '\n'), 400003);
+}
+
+TEST_F(Jobs, ResumeTakesOverTheJobAndItsLock) {
+    ccd_session *session = logged_in("admin");
+    ask(session, "t ADMIN run sleep+0.2;echo+late");
+    const std::string identifier = session->sessionid;
+    close_session(session);
+    ccd_session *next = connect();
+    EXPECT_EQ(ask(next, "r RESUME " + identifier + "\nn NOOP"), "r OK welcome back admin\n");
+    session_sweep();
+    EXPECT_EQ(wait(next), "t.1 late\nt.1 \nt.2 \nt OK\nn OK\n");
+}
+
+class Execute : public testing::Test {
+  protected:
+    int run(const char *script, const std::string &input = "", uid_t uid = getuid()) {
+        char sh[] = "sh";
+        char option[] = "-c";
+        std::string text = script;
+        char *const argv[] = {sh, option, text.data(), nullptr};
+        char *data[2] = {};
+        int size[2] = {};
+        int status = -1;
+        EXPECT_EQ(execute("sh", argv, uid, input.data(), static_cast<int>(input.size()), &data[0],
+                          &size[0], &data[1], &size[1], &status),
+                  0);
+        out = data[0] ? std::string(data[0], static_cast<size_t>(size[0])) : "";
+        err = data[1] ? std::string(data[1], static_cast<size_t>(size[1])) : "";
+        free(data[0]);
+        free(data[1]);
+        return status;
+    }
+    std::string out;
+    std::string err;
+};
+
+TEST_F(Execute, ExchangesAnyAmountOfDataWithTheProgram) {
+    const std::string input(3000000, 'x');
+    EXPECT_EQ(run("cat; echo error >&2; exit 3", input), 3 << 8);
+    EXPECT_EQ(out, input);
+    EXPECT_EQ(err, "error\n");
+    EXPECT_EQ(run("exit 0", input), 0);
+    EXPECT_EQ(run("ls /proc/self/fd | wc -l; kill -PIPE $$"), SIGPIPE);
+    EXPECT_EQ(out, "4\n");
+}
+
+TEST_F(Execute, RunsUnderTheAccountAndItsGroupsOrNotAtAll) {
+    if (getuid() != 0) GTEST_SKIP() << "needs root";
+    EXPECT_EQ(run("id -u; id -g; id -G", "", 65534), 0);
+    EXPECT_EQ(out, "65534\n65534\n65534\n");
+    char *const argv[] = {nullptr};
+    int status = 0;
+    char *data[2] = {};
+    int size[2] = {};
+    EXPECT_EQ(execute("/no/such", argv, 0, "", 0, &data[0], &size[0], &data[1], &size[1], &status),
+              0);
+    EXPECT_STREQ(data[1], "executing '/no/such' failed: No such file or directory\n");
+    EXPECT_EQ(status, 1 << 8);
+    free(data[1]);
+}

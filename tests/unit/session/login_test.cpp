@@ -1,0 +1,116 @@
+#include "session/login.h"
+
+#include "session_fixture.h"
+
+class Login : public session_test {
+  protected:
+    static std::string without_id(const std::string &reply) {
+        const size_t at = reply.find("SESSION ");
+        if (at == std::string::npos) return reply;
+        std::string identifier = reply.substr(at + 8, 17);
+        EXPECT_EQ(identifier.find_first_not_of("0123456789abcdef"), 16U);
+        return std::string(reply).replace(at + 8, 16, "ID");
+    }
+    static std::string resume(const std::string &id) { return ask(connect(), "r RESUME " + id); }
+};
+
+TEST_F(Login, GivesTheRightsThatAreGrantedAndAskedFor) {
+    const std::pair<const char *, const char *> table[] = {
+        {"a LOGIN", "a ERR no username\n"},
+        {"a LOGIN admin wrong", "a NO auth failed\n"},
+        {"a LOGIN admin admi%6E", "a.1 PERMS read write exec\na.1 SESSION ID\na OK\n"},
+        {"a LOGIN reader reader", "a.1 PERMS read\na.1 SESSION ID\na OK\n"},
+        {"a LOGIN stranger stranger", "a.1 PERMS none\na.1 SESSION ID\na OK\n"},
+        {"a.1 Perms READ nonsense\na LOGIN admin admin", "a.1 PERMS read\na.1 SESSION ID\na OK\n"},
+        {"a.1 perms\na LOGIN admin admin", "a.1 PERMS none\na.1 SESSION ID\na OK\n"},
+        {"a LOGINFORCE reader wrong", "a NO you do not have write permission\n"},
+    };
+    for (const auto &[request, reply] : table) {
+        EXPECT_EQ(without_id(ask(connect(), request)), reply) << request;
+    }
+    ccd_session *session = logged_in("admin");
+    EXPECT_NE(session->backend_ctx, g_trns_ctx);
+    EXPECT_EQ(logged_in("reader")->backend_ctx, g_trns_ctx);
+    EXPECT_EQ(ask(session, "a LOGIN admin admin"), "a ERR already logged in\n");
+    ask(session, "a LOGOUT");
+    const std::string events = read_file("events");
+    EXPECT_NE(events.find("\"event\": 4, \"args\": [\"admin\"]"), std::string::npos) << events;
+    EXPECT_NE(events.find("\"event\": 2, \"args\": [\"reader\", 6]"), std::string::npos);
+    EXPECT_NE(events.find("\"event\": 3, \"args\": [\"admin\", 6]"), std::string::npos);
+}
+
+TEST_F(Login, LeavesNoPasswordInTheInputBuffer) {
+    ccd_session *session = connect();
+    ask(session, "a LOGIN admin secret\na LOGIN admin admin");
+    const std::string_view storage{session->inbuf->buf, 60};
+    EXPECT_EQ(storage.find("secret"), std::string::npos);
+}
+
+TEST_F(Login, ByForceEndsOtherWritersAndNobodyElse) {
+    ccd_session *writer = logged_in("admin");
+    ccd_session *lost = logged_in(".other");
+    ccd_session *reader = logged_in("reader");
+    const std::string identifier = lost->sessionid;
+    close_session(lost);
+    EXPECT_EQ(without_id(ask(connect(), "f LOGINFORCE admin admin")),
+              "f.1 PERMS read write exec\nf.1 SESSION ID\nf OK\n");
+    EXPECT_EQ(ask(writer, "a NOOP\nb NOOP"),
+              "a INUSE you have been logged out\nb INUSE you have been logged out\n");
+    EXPECT_EQ(ask(reader, "a CURRENT"), "a OK\n");
+    EXPECT_EQ(resume(identifier), "r NO logged out\n");
+    EXPECT_EQ(resume(identifier), "r NO invalid session id\n");
+    EXPECT_NE(read_file("events").find("\"event\": 13, \"args\": [\"admin\", \".other\"]"),
+              std::string::npos);
+}
+
+TEST_F(Login, ASessionThatLostItsConnectionIsResumedWithItsChanges) {
+    define(g_ccdtree, "access: '1'\nv {\n get: fetch('v')\n set: store('v', $_)\n}\n");
+    ccd_session *session = logged_in("admin");
+    const std::string identifier = session->sessionid;
+    EXPECT_EQ(resume(identifier), "r INUSE not suspended\n");
+    ask(session, "a SET v changed");
+    close_session(session);
+    EXPECT_EQ(session->inbuf, nullptr);
+    ccd_session *next = connect();
+    EXPECT_EQ(ask(next, "r RESUME " + identifier), "r OK welcome back admin\n");
+    EXPECT_EQ(ask(next, "a GET v"), "a.1 changed\na OK\n");
+    EXPECT_EQ(ask(next, "a RESUME " + identifier), "a ERR already logged in\n");
+    close_session(connect());
+    session_sweep();
+    EXPECT_EQ(g_session_list->next, next);
+    EXPECT_EQ(next->next, nullptr);
+}
+
+TEST_F(Login, ATerminatedSessionNeverComesBack) {
+    ccd_session *session = logged_in("admin");
+    const std::string identifier = session->sessionid;
+    EXPECT_EQ(ask(session, "a LOGOUT\nb LOGIN admin admin\nc GET v"),
+              "a OK\nb NO logged out\nc NO logged out\n");
+    close_session(session);
+    EXPECT_EQ(session->state, k_session_logout);
+    EXPECT_EQ(resume(identifier), "r NO logged out\n");
+}
+
+TEST_F(Login, IdleSessionsTimeOutAndAreForgotten) {
+    ccd_session *session = connect();
+    ask(session, "a.1 timeout 99999999999999\na LOGIN admin admin");
+    EXPECT_EQ(session->timeout, INT_MAX);
+    ccd_session *brief = connect();
+    ask(brief, "a.1 timeout 10\na LOGIN reader reader");
+    ccd_session *locked = logged_in("reader");
+    locked->flags |= k_session_locked;
+    const std::string identifier = brief->sessionid;
+    g_now += 10;
+    session_timeout_check_all(session);
+    EXPECT_EQ(ask(brief, "a NOOP"), "a OK\n");
+    g_now += 11;
+    session_timeout_check_all(session);
+    EXPECT_EQ(ask(brief, "a NOOP"), "a NO timed out\n");
+    close_session(brief);
+    g_now += 1801;
+    session_timeout_check_all(nullptr);
+    session_sweep();
+    EXPECT_EQ(resume(identifier), "r NO invalid session id\n");
+    EXPECT_EQ(session->state, k_session_logged);
+    EXPECT_EQ(locked->state, k_session_logged);
+}

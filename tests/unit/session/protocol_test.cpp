@@ -1,0 +1,150 @@
+#include "session_fixture.h"
+
+class Protocol : public session_test {};
+
+TEST_F(Protocol, EachLineIsAnsweredUnderItsTag) {
+    ccd_session *session = connect();
+    const std::string tag(255, 't');
+    const std::pair<std::string, std::string> table[] = {
+        {"a1 noop\n", "a1 OK\n"},
+        {"a1 NOOP\r\n", "a1 OK\n"},
+        {"a1\x01 \x07no\top\n", "a1 OK\n"},
+        {"a1 NOOP trailing words\n", "a1 OK\n"},
+        {"a1noop\n", "a1noop BAD id invalid\n"},
+        {"\x01\x02\n", " BAD id invalid\n"},
+        {"a1\n", "a1 BAD id invalid\n"},
+        {"a1\xc3\xa9 NOOP\n", "a1 BAD id invalid\n"},
+        {"t1 FOO\n", "t1 NO login required\n"},
+        {"t1 \n", "t1 NO login required\n"},
+        {"t1 GET a\nt2 NOOP\nt3 NO", "t1 NO login required\nt2 OK\n"},
+        {"OP\n", "t3 OK\n"},
+        {"t1 " + std::string(255, 'x') + "\n", "t1 BAD invalid command\n"},
+        {tag + " NOOP\n", tag + " OK\n"},
+        {tag + "t NOOP\n", tag + " BAD id invalid\n"},
+    };
+    for (const auto &[input, output] : table)
+        EXPECT_EQ(send(session, input), output) << input;
+    ask(session, "l LOGIN admin admin");
+    EXPECT_EQ(ask(session, "t1 FOO"), "t1 BAD invalid command\n");
+    EXPECT_EQ(ask(session, "t1 LIST2"), "t1 ERR No such file or directory\n");
+}
+
+TEST_F(Protocol, BytesMayArriveOneByOne) {
+    ccd_session *session = connect();
+    std::string output;
+    for (char c : std::string("a NOOP\r\nb\x02 NOOP\n"))
+        output += send(session, std::string(1, c));
+    EXPECT_EQ(output, "a OK\nb OK\n");
+}
+
+TEST_F(Protocol, ARequestIsCollectedUntilALineOfItsTagEndsIt) {
+    ccd_session *session = logged_in("admin");
+    EXPECT_EQ(ask(session, "x.part one\nx.part two"), "");
+    EXPECT_EQ(ask(session, "y SUBMIT"), "y BAD id unexpected\n");
+    EXPECT_EQ(ask(session, "x NOOP"), "x OK\n");
+    EXPECT_EQ(ask(session, "y NOOP"), "y OK\n");
+    EXPECT_EQ(ask(session, "ab.one\na NOOP\nb NOOP"), "a OK\nb OK\n");
+}
+
+TEST_F(Protocol, WhatIsTooLongClosesTheSession) {
+    ccd_session *session = connect();
+    const std::string longest = "a NOOP " + std::string(16382 - 7, 'x');
+    EXPECT_EQ(ask(session, longest), "a OK\n");
+    EXPECT_EQ(ask(session, "\x01" + longest), "a OK\n");
+    EXPECT_EQ(ask(session, longest + "x"), "(closed)");
+    EXPECT_EQ(send(connect(), std::string(16383, 'x')), "(closed)");
+
+    const std::string piece = "a." + std::string(1021, 'x') + "\n";
+    session = connect();
+    for (int i = 0; i < 64; ++i)
+        EXPECT_EQ(send(session, piece), "");
+    EXPECT_EQ(send(session, piece), "(closed)");
+    session = logged_in("reader");
+    for (int i = 0; i < 4096; ++i)
+        send(session, piece);
+    EXPECT_EQ(session->state, k_session_logged);
+    EXPECT_EQ(send(session, piece), "(closed)");
+    EXPECT_EQ(session->state, k_session_suspended);
+}
+
+TEST_F(Protocol, AReplyKeepsItsNewlineAndNothingForgesAnother) {
+    ccd_session *session = connect();
+    session_writef(session, "%s ERR %s %d %5s|%%\n", "t", "a\nb\rc\x1f", -12, "\nx");
+    EXPECT_EQ(replies(session), "t ERR a b c  -12     x|%\n");
+    const std::string text(20000, 'x');
+    for (const char *format : {"t.1 %s\n", "t.1 %-1s\n"}) {
+        session_writef(session, format, text.c_str());
+        const std::string reply = replies(session);
+        EXPECT_EQ(reply.size(), 16383U) << format;
+        EXPECT_EQ(reply.find('\n'), 16382U) << format;
+    }
+}
+
+TEST_F(Protocol, LinesOfAChildBecomeReplies) {
+    ccd_session *session = connect();
+    const owned<databuf, destroy_databuf> buffer{create_databuf()};
+    const auto write = [&](const std::string &text, int final) {
+        databuf_add(buffer.get(), text.data(), static_cast<int>(text.size()));
+        session_write_databuf(session, "t.1", buffer.get(), final);
+        return replies(session);
+    };
+    EXPECT_EQ(write("one\r\n\x1b[1mtw", 0), "t.1 one\n");
+    EXPECT_EQ(write("o\n\nthree", 0), "t.1 [1mtwo\nt.1 \n");
+    EXPECT_EQ(write("", 1), "t.1 three\n");
+    EXPECT_EQ(write("", 1), "t.1 \n");
+    EXPECT_EQ(write(std::string(16383, 'a') + "\nb\n", 0).substr(16370), "aaaaaaaaaaaa\nt.1 b\n");
+    EXPECT_EQ(write(std::string(16383, 'a'), 0), "");
+    const std::string cut = write("Xb\n", 0);
+    EXPECT_EQ(cut.substr(16382), "\nt.1 b\n");
+    EXPECT_EQ(write(std::string(1000000, '\0'), 0), "");
+    EXPECT_LT(databuf_pending(buffer.get()), 1);
+}
+
+TEST_F(Protocol, AClientThatDoesNotReadIsNotServedUntilItDoes) {
+    define(g_ccdtree, "access: '1'\nbig {\n get: '" + std::string(16000, 'x') + "'\n}\n");
+    ccd_session *session = logged_in("admin");
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+    session->fdcb_in = create_fd_callback(ends[0], FD_CALLBACK_READ, nullptr, session);
+    session->fdcb_out = create_fd_callback(ends[0], FD_CALLBACK_PARKED, nullptr, session);
+    std::string requests;
+    for (int i = 0; i < 200; ++i)
+        requests += "t GET big\n";
+    databuf_add(session->inbuf, requests.data(), static_cast<int>(requests.size()));
+    session_process_input(session);
+    const int piled_up = databuf_pending(session->outbuf);
+    EXPECT_GE(piled_up, k_session_output_limit);
+    EXPECT_LT(piled_up, k_session_output_limit + 2 * k_line_size);
+    EXPECT_EQ(session->fdcb_in->type, FD_CALLBACK_PARKED);
+    EXPECT_EQ(session->fdcb_out->type, FD_CALLBACK_WRITE);
+    size_t received = 0;
+    for (int sent = 1; sent > 0; session_sweep()) {
+        while ((sent = session_flushout(session, ends[0])) < 0 && errno == EAGAIN) {
+            char bytes[65536];
+            received += static_cast<size_t>(read(ends[1], bytes, sizeof(bytes)));
+        }
+    }
+    EXPECT_EQ(session->fdcb_in->type, FD_CALLBACK_READ);
+    shutdown(ends[0], SHUT_WR);
+    char bytes[65536];
+    for (ssize_t got = 1; (got = read(ends[1], bytes, sizeof(bytes))) > 0;) {
+        received += static_cast<size_t>(got);
+    }
+    EXPECT_EQ(received, 200 * (strlen("t.1 \nt OK\n") + 16000));
+    EXPECT_LT(session->outbuf->size + session->inbuf->size, 6000);
+    free(std::exchange(session->fdcb_in, nullptr));
+    free(std::exchange(session->fdcb_out, nullptr));
+    close(ends[0]);
+    close(ends[1]);
+}
+
+TEST_F(Protocol, TheLogShowsRequestsAndReplies) {
+    ccd_session *session = connect();
+    char *text = nullptr;
+    size_t size = 0;
+    g_protocol_log_fptr = open_memstream(&text, &size);
+    ask(session, "a NOOP\n a");
+    fclose(std::exchange(g_protocol_log_fptr, nullptr));
+    const owned_str log{text};
+    EXPECT_STREQ(log.get(), "C: a NOOP\nS: a OK\nC:  a\nS:  NO login required\n");
+}
