@@ -170,7 +170,7 @@ void edit_values(const cnfmodule *module, const machine_file &file) {
 
 /* Cuts a copy off, or puts strange bytes into it. */
 std::string damaged(const std::string &text, std::mt19937 &random) {
-    static const std::string k_strange("\0\n\r\t \"'\\(){}[]#=:;$`\xff", 22);
+    static const std::string k_strange("\0\n\r\t \"'\\(){}[]#=:;$`\xff", 21);
     std::string copy = text;
     if (random() % 2 == 0) copy.resize(random() % (copy.size() + 1));
     for (auto count = random() % 8; count > 0 && !copy.empty(); --count) {
