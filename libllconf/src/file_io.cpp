@@ -64,6 +64,10 @@ struct text_buffer {
 };
 
 bool read_descriptor(int fd, size_t expected, text_buffer &buffer) {
+    if (expected > k_max_file) {
+        errno = EFBIG;
+        return false;
+    }
     if (!buffer.reserve(expected + 1)) return false;
     while (true) {
         if (!buffer.reserve(buffer.length + 1)) return false;
@@ -195,8 +199,11 @@ cnfnode *cnfmodule_parse_file(const cnfmodule *module, const char *path) {
     unique_fd fd{open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY)};
     struct stat status {};
     bool known = fd && fstat(fd.get(), &status) == 0;
-    auto expected = known && status.st_size > 0 ? static_cast<size_t>(status.st_size) : 0;
-    if (!known || !read_descriptor(fd.get(), std::min(expected, k_max_file + 1), buffer)) {
+    size_t expected = 0;
+    if (known && status.st_size > 0) {
+        expected = static_cast<size_t>(std::min<off_t>(status.st_size, k_max_file + 1));
+    }
+    if (!known || !read_descriptor(fd.get(), expected, buffer)) {
         fail_with_errno(path);
         return nullptr;
     }
