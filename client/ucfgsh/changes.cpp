@@ -1,8 +1,5 @@
 #include "ucfgsh/changes.h"
 
-#include <algorithm>
-#include <set>
-
 namespace ucfgsh {
 
 namespace {
@@ -54,11 +51,27 @@ std::vector<std::string> subtree(session &link, const std::string &path) {
 
 void change_log::note_all(session &link, const std::vector<std::string> &paths) {
     std::vector<std::string> unknown;
-    std::copy_if(paths.begin(), paths.end(), std::back_inserter(unknown),
-                 [&](const std::string &path) { return !values_.contains(path); });
+    for (const std::string &path : paths) {
+        if (values_.contains(path)) continue;
+        if (is_new(path))
+            values_[path] = std::nullopt;
+        else
+            unknown.push_back(path);
+    }
     std::vector<value> found = read_values(link, unknown);
     for (size_t i = 0; i < unknown.size(); i++)
         values_[unknown[i]] = std::move(found[i]);
+}
+
+/* Whether the path lies in an entry that was not there before the changes. */
+bool change_log::is_new(const std::string &path) const {
+    for (size_t dot = path.find('.'); dot != std::string::npos; dot = path.find('.', dot + 1)) {
+        auto list = lists_.find(path.substr(0, dot));
+        if (list == lists_.end()) continue;
+        std::string name = path.substr(dot + 1, path.find('.', dot + 1) - dot - 1);
+        if (!list->second.known.contains(take_text(ucfg_unescape(name.c_str())))) return true;
+    }
+    return false;
 }
 
 void change_log::note_set(session &link, const std::string &path) {
@@ -67,7 +80,10 @@ void change_log::note_set(session &link, const std::string &path) {
 
 void change_log::note_list(session &link, const std::string &path) {
     if (lists_.contains(path)) return;
-    if (auto names = read_names(link, path)) lists_[path] = std::move(*names);
+    auto names = read_names(link, path);
+    if (!names) return;
+    std::set<std::string> known(names->begin(), names->end());
+    lists_[path] = {std::move(*names), std::move(known)};
 }
 
 void change_log::note_entry(session &link, const std::string &list, const std::string &name) {
@@ -156,7 +172,7 @@ class comparison {
 change_set change_log::compare(session &link) const {
     comparison work{link, values_};
     for (const auto &[path, names] : lists_)
-        work.look_at_list(path, names);
+        work.look_at_list(path, names.in_order);
     return work.finish();
 }
 

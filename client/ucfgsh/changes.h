@@ -4,6 +4,7 @@
 
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -48,10 +49,15 @@ class change_log {
 
   private:
     using value = std::optional<std::string>;
+    struct list_names {
+        std::vector<std::string> in_order;
+        std::set<std::string> known;
+    };
     void note_all(session &link, const std::vector<std::string> &paths);
+    bool is_new(const std::string &path) const;
 
     std::map<std::string, value> values_;
-    std::map<std::string, std::vector<std::string>> lists_;
+    std::map<std::string, list_names> lists_;
     unsigned generation_ = 0;
 };
 

@@ -1,0 +1,217 @@
+// The client program's parts, with a small daemon in memory behind them.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <set>
+#include <sstream>
+
+#include "fake_daemon.h"
+#include "ucfgsh/changes.h"
+#include "ucfgsh/commands.h"
+#include "ucfgsh/completion.h"
+#include "ucfgsh/script.h"
+#include "ucfgsh/tree_view.h"
+
+using namespace ucfgsh;
+
+namespace {
+
+// Parameters as wire paths; a node's children are what the paths say.
+class toy_tree {
+  public:
+    std::map<std::string, std::string> values{{"net.name", "box"},
+                                              {"net.mode", "dhcp"},
+                                              {"hosts.a", "10.0.0.1"},
+                                              {"hosts.my%2ehost", "10.0.0.2"},
+                                              {"motd", "one%0atwo%0athree"}};
+    unsigned hang_ups = 0;  // answers to swallow
+    unsigned sets = 0;
+
+    fake_reply operator()(const fake_request &r) {
+        size_t blank = std::min(r.args.find(' '), r.args.size());
+        std::string path = r.args.substr(0, blank);
+        std::string value = r.args.substr(std::min(blank + 1, r.args.size()));
+        if (r.word == "LOGIN") return {".1 PERMS read write", ".1 SESSION 12ab", " OK"};
+        if (r.word == "RESUME") return {" OK welcome back ann"};
+        if (hang_ups > 0 && hang_ups-- > 0) return {"!close"};
+        if (r.word == "LIST" || r.word == "LISTR") return list(path, r.word == "LISTR");
+        if (r.word == "ATTR") return attr(path);
+        if (r.word == "GET")
+            return values.contains(path) ? fake_reply{".1 " + values[path], " OK"}
+                                         : fake_reply{" ERR Success"};
+        if (r.word == "SET") return set(path, value);
+        if (r.word == "ADD") values[path + "." + value] = "";
+        if (r.word == "DEL") values.erase(path + "." + value);
+        if (r.word == "DIRTY") return {".dirty 1", " OK"};
+        return {" OK"};
+    }
+
+  private:
+    fake_reply set(const std::string &path, const std::string &value) {
+        sets++;
+        if (value == "bad") return {".error error.bad", " ERR not that"};
+        values[path] = value;
+        return {" OK"};
+    }
+
+    fake_reply list(const std::string &path, bool all) {
+        std::set<std::string> names;
+        std::string prefix = path.empty() ? "" : path + ".";
+        for (const auto &[name, value] : values) {
+            if (!name.starts_with(prefix) || name.size() == prefix.size()) continue;
+            std::string rest = name.substr(prefix.size());
+            names.insert(rest.substr(0, rest.find('.')));
+            if (all) names.insert(rest);
+        }
+        fake_reply reply;
+        for (const std::string &name : names)
+            reply.push_back(".1 " + name);
+        reply.emplace_back(" OK");
+        return reply;
+    }
+
+    fake_reply attr(const std::string &path) {
+        bool children = list(path, false).size() > 1;
+        if (path != "net.mode") return {children ? ".ops l" : ".ops gs", " OK"};
+        return {".ops gs", ".choices.1 dhcp", ".choices.2 fixed+address", " OK"};
+    }
+};
+
+// A shell that is logged in at a toy.
+class ShellTest : public testing::Test {
+  protected:
+    toy_tree toy;
+    fake_daemon daemon{[this](const fake_request &r) { return toy(r); }};
+    options opts = [this] {
+        options o;
+        o.socket_path = daemon.path();
+        o.user = "ann";
+        o.complete_line = "";  // never asks for a password
+        return o;
+    }();
+    output out{false, false, false, false};
+    std::string told;
+    session link{opts, [this](const std::string &text) { told += text + "\n"; }};
+    change_log changes;
+    shell sh{opts, link, out, changes, nullptr, "test: ", false, false, 0};
+
+    void SetUp() override { ASSERT_EQ(link.open(0), k_exit_done); }
+
+    std::vector<std::string> completed(const char *line) { return complete(sh, line).items; }
+
+    // Runs a script; its output and complaints.
+    std::pair<int, std::string> script(const std::string &text) {
+        std::istringstream in{text};
+        script_source source{in, "s"};
+        testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr();
+        int status = run_script(sh, source);
+        std::string said = testing::internal::GetCapturedStdout();
+        return {status, said + testing::internal::GetCapturedStderr()};
+    }
+};
+
+using strings = std::vector<std::string>;
+
+TEST(Words, QuotesBackslashesAndCommentsMeanWhatTheySay) {
+    words w = split_words(R"(set a."b c" 'x \n' "x\n\x41" y\ z # rest)");
+    strings texts, raws;
+    for (const word &each : w.list) {
+        texts.push_back(each.text);
+        raws.push_back(each.raw);
+    }
+    EXPECT_EQ(texts, (strings{"set", "a.b c", "x \\n", "x\nA", "y z"}));
+    EXPECT_EQ(raws[1], "a.\"b c\"");
+    EXPECT_TRUE(split_words("a \"b").open);
+    EXPECT_TRUE(split_words("a \\").open);
+    EXPECT_FALSE(split_words("a b").fresh);
+    EXPECT_TRUE(split_words("a b ").fresh);
+    for (const char *text : {"", "-1", "#x", "<<E", "a b", "\"\\'", "tab\t\x01\nend", "\xc3\xa9"})
+        EXPECT_EQ(split_words(quote_word(text)).list[0].text, text);
+}
+
+TEST(Words, TheDaemonsResultNumbersBecomeWords) {
+    EXPECT_EQ(readable("result=3 Success"), "no such parameter");
+    EXPECT_EQ(readable("result=2 No space left on device"),
+              "refused by the node's method: No space left on device");
+    EXPECT_EQ(readable("result=9 x"), "result=9 x");
+    EXPECT_EQ(readable("Entry already exists"), "Entry already exists");
+}
+
+TEST(Output, JsonIsValidWhateverTheBytes) {
+    owned_json text = json_text("a\xe9 \xc3\xa9 \xed\xa0\x80 \xc0\xaf\x01");
+    ASSERT_TRUE(text);
+    owned_str dump{json_dumps(text.get(), JSON_ENCODE_ANY)};
+    ASSERT_TRUE(dump);
+    EXPECT_NE(std::string_view{dump.get()}.find("\xc3\xa9"), std::string_view::npos);
+    tree_node tree = build_tree({"a", "a.b%2ec", "d"}, {"1", "2", std::nullopt});
+    owned_str object{json_dumps(tree_json(tree).get(), JSON_COMPACT)};
+    EXPECT_STREQ(object.get(), R"({"a":{"":"1","b.c":"2"},"d":{}})");
+}
+
+TEST_F(ShellTest, CompletesWhatBelongsWhereTheCursorStands) {
+    EXPECT_EQ(completed("co"), strings{"commit"});
+    EXPECT_EQ(completed("get ne"), strings{"net."});
+    EXPECT_EQ(completed("get net."), (strings{"net.mode", "net.name"}));
+    EXPECT_EQ(completed("get hosts.m"), strings{"hosts.\"my.host\""});
+    EXPECT_EQ(completed("get hosts.\"my.h"), strings{"hosts.\"my.host\""});
+    EXPECT_EQ(completed("set net.mode "), (strings{"dhcp", "\"fixed address\""}));
+    EXPECT_EQ(completed("set net.mode \"fixed a"), strings{"\"fixed address\""});
+    EXPECT_EQ(completed("set net.name "), strings{"box"});
+    EXPECT_EQ(completed("del hosts m"), strings{"my.host"});
+    EXPECT_EQ(completed("add hosts m"), strings{});
+    EXPECT_EQ(completed("nonsense "), strings{});
+    EXPECT_EQ(common_prefix({"n\xc3\xa9", "n\xc3\xa8"}), "n");
+    EXPECT_TRUE(asks_for_help("get net."));
+    EXPECT_FALSE(asks_for_help("set motd what"));
+    EXPECT_NE(explain(sh, "set net.mode ").find("choices: dhcp"), std::string::npos);
+}
+
+TEST_F(ShellTest, ChangesComparesWithWhatWasThereBefore) {
+    auto [status, said] = script(
+        "set net.name other\nset net.name third\nset net.mode fixed\n"
+        "set net.mode dhcp\nadd hosts.new\nset hosts.new 10.0.0.3\n"
+        "del hosts a\nset motd <<END\none\n2\nthree\nEND\nchanges\n");
+    EXPECT_EQ(status, k_exit_done) << said;
+    EXPECT_EQ(said,
+              "- hosts.a: 10.0.0.1\n"
+              "+ hosts.new: 10.0.0.3\n"
+              "  motd: line 2\n"
+              "-   two\n"
+              "+   2\n"
+              "- net.name: box\n"
+              "+ net.name: third\n");
+    std::tie(status, said) = script("commit\nset net.name x\nrevert\nchanges\n");
+    EXPECT_EQ(said.find("net.name"), std::string::npos);
+}
+
+TEST_F(ShellTest, AFailingLineIsNamedAndEndsTheScript) {
+    auto [status, said] = script("# first\nget net.name\n\nset net.name bad\nget net.mode\n");
+    EXPECT_EQ(status, k_exit_failed);
+    EXPECT_EQ(said, "box\ns:4: net.name: not that (error.bad)\n");
+    std::tie(status, said) = script("get \"net\n");
+    EXPECT_EQ(status, k_exit_usage);
+    EXPECT_EQ(said, "s:1: a quote is not closed\n");
+    std::tie(status, said) = script("submit\n  set net.name y\n");
+    EXPECT_EQ(said, "s:1: \"end\" is missing\n");
+    opts.go_on = true;
+    std::tie(status, said) = script("frob\nget net.\\\nmode\n");
+    EXPECT_EQ(status, k_exit_usage);
+    EXPECT_NE(said.find("s:1: unknown command"), std::string::npos);
+    EXPECT_NE(said.find("dhcp\n"), std::string::npos);
+}
+
+TEST_F(ShellTest, ALostConnectionIsBroughtBackAndOnlySafeRequestsAreRepeated) {
+    toy.hang_ups = 1;
+    EXPECT_EQ(script("get net.name\n").second, "box\n");
+    EXPECT_NE(told.find("the session is back"), std::string::npos);
+    toy.hang_ups = 1;
+    auto add = [](ucfg_conn *conn) { return ucfg_add(conn, "hosts", "x"); };
+    EXPECT_EQ(link.call(after_loss::report, add), k_ucfg_lost);
+    EXPECT_FALSE(toy.values.contains("hosts.x"));
+    EXPECT_NE(told.find("may or may not have been carried out"), std::string::npos);
+    EXPECT_EQ(link.call(after_loss::report, add), k_ucfg_ok);
+    EXPECT_TRUE(toy.values.contains("hosts.x"));
+}
+
+}  // namespace
