@@ -101,7 +101,7 @@ constexpr command_index build_index() {
 constexpr bool words_are_upper_case_letters() {
     for (const session_command &command : k_commands) {
         const std::string_view word = command.word;
-        if (word.empty() || !command.handler || !command.help) return false;
+        if (word.empty() || !command.help) return false;
         for (char c : word) {
             if (!is_letter(c) || upper(c) != c) return false;
         }
