@@ -3,6 +3,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <new>
 
 #include "internal.h"
 
@@ -76,7 +77,7 @@ symbol_ptr find_in_table(std::string_view name, uint32_t hash) {
 
 int grow_table() {
     size_t size = g_symbols.size == 0 ? k_first_buckets : g_symbols.size * 2;
-    auto **buckets = static_cast<symbol_ptr *>(calloc(size, sizeof(symbol_ptr)));
+    auto **buckets = new (std::nothrow) symbol_ptr[size]();
     if (buckets == nullptr) return -1;
     for (size_t i = 0; i < g_symbols.size; ++i) {
         while (symbol_ptr symbol = g_symbols.buckets[i]) {
@@ -86,7 +87,7 @@ int grow_table() {
             bucket = symbol;
         }
     }
-    free(g_symbols.buckets);
+    delete[] g_symbols.buckets;
     g_symbols.buckets = buckets;
     g_symbols.size = size;
     return 0;
