@@ -9,7 +9,6 @@ TEST_F(DefinitionFile, NamesMayBeSharedRemovedAndEmpty) {
     EXPECT_EQ(list("", 1), "a,a.x,,b,b.x,old,~kept,list");
     define("~old\n~kept\n~nothing\na {\n ~x\n}\n");
     EXPECT_EQ(list("", 1), "a,,b,b.x,~kept,list");
-    EXPECT_TRUE(log().empty());
 }
 
 TEST_F(DefinitionFile, LaterFilesAddToListsOfMethodsAndAnEmptyOneClearsThem) {
@@ -18,7 +17,6 @@ TEST_F(DefinitionFile, LaterFilesAddToListsOfMethodsAndAnEmptyOneClearsThem) {
     EXPECT_EQ(get("a"), "two");
     EXPECT_EQ(fe_argc(g_ccdtree->first_child->next->func_get), 2);
     EXPECT_EQ(get("b"), "two");
-    EXPECT_TRUE(log().empty());
 }
 
 TEST_F(DefinitionFile, AReplacedSanityCheckCanBeCalledAsSuper) {
@@ -57,8 +55,6 @@ TEST_F(DefinitionFile, AnExpressionThatDoesNotParseFailsAndTheOthersWork) {
     EXPECT_EQ(lines[2], "Error: Parsing tree failed at 'a.list:'.");
     EXPECT_EQ(get("a"), "(none)");
     EXPECT_EQ(get("a.b"), "fine");
-    errno = 0;
-    EXPECT_EQ(list("a"), "");
 }
 
 TEST_F(DefinitionFile, AFileThatCannotBeReadIsLoggedWithTheReason) {
@@ -90,24 +86,11 @@ TEST_F(DefinitionFile, IncludesAreReadBelowTheRootPrefixIntoTheirNode) {
 
 TEST_F(DefinitionFile, OneThatMultipliesWithoutEndIsCutShort) {
     std::string text;
-    for (int i = 0; i < 60; i++) {
-        text += "a|a {\n";
-    }
-    for (int i = 0; i < 60; i++) {
-        text += "}\n";
-    }
+    for (int i = 0; i < 60; i++)
+        text = "a|a {\n" + text + "}\n";
     define(text);
     EXPECT_EQ(log(), (log_lines{"Error: The tree has more than 1000000 entries. The others are "
                                 "ignored."}));
-}
-
-TEST_F(DefinitionFile, TypesAreLookedUpAndAnUnknownOneClears) {
-    define_types("short {\n len: 3\n}\n");
-    define("a {\n type: short\n len: x\n}\nb {\n type: short\n type: no\n}\n");
-    EXPECT_EQ(g_ccdtree->first_child->type, g_types);
-    EXPECT_EQ(g_ccdtree->first_child->next->type, nullptr);
-    EXPECT_EQ(log(),
-              (log_lines{"Warning: Nonexistent type 'no' referred to by 'b.type:'.  Ignoring."}));
 }
 
 TEST_F(DefinitionFile, UnguardedAndUncheckedNodesDrawWarnings) {
@@ -115,10 +98,8 @@ TEST_F(DefinitionFile, UnguardedAndUncheckedNodesDrawWarnings) {
         "a {\n list: 1\n b {\n get: 1\n add: 1\n set: 1\n }\n"
         " c {\n access: $x\n d {\n get: 1\n }\n }\n}\n");
     ccdtree_postprocess(g_ccdtree, 0, 0);
-    std::string access =
-        "Warning: No 'access:' specified for node 'a.b' or its parents in parameter tree, but "
-        "functions are available.";
-    EXPECT_EQ(log(), (log_lines{access}));
+    EXPECT_EQ(log(), (log_lines{"Warning: No 'access:' specified for node 'a.b' or its parents in "
+                                "parameter tree, but functions are available."}));
     g_debug_level = 1;
     ccdtree_postprocess(g_ccdtree, 1, 1);
     g_debug_level = 0;
@@ -130,7 +111,9 @@ TEST_F(DefinitionFile, UnguardedAndUncheckedNodesDrawWarnings) {
 
 TEST_F(DefinitionFile, ADumpNamesMethodsTypeAndLength) {
     define_types("short {\n len: 3\n}\n");
-    define("a {\n help: 1\n access: $x\n set: 1\n type: short\n b {\n len: 7\n }\n}\n");
+    define(
+        "a {\n help: 1\n access: $x\n set: 1\n type: short\n len: x\n b {\n len: 7\n"
+        " type: short\n type: no\n }\n}\n");
     owned<cnfnode, destroy_cnftree> dump{create_cnfnode("(root)")};
     dump_ccdtree(dump.get(), g_ccdtree);
     std::string names;
@@ -139,12 +122,14 @@ TEST_F(DefinitionFile, ADumpNamesMethodsTypeAndLength) {
     }
     EXPECT_EQ(names, "set: help: type:short len:3 b{} ");
     EXPECT_STREQ(cnf_get_entry(dump.get(), "a/b/len:"), "7");
+    EXPECT_EQ(cnf_get_node(dump.get(), "a/b/type:"), nullptr);
+    EXPECT_EQ(log(), (log_lines{"Warning: Nonexistent type 'no' referred to by 'a.b.type:'.  "
+                                "Ignoring."}));
 }
 
 TEST_F(DefinitionFile, AWideLevelKeepsOrderAndFindsTheFirstOfEachName) {
-    for (int i = 0; i < 1000; i++) {
+    for (int i = 0; i < 1000; i++)
         find_or_create_ccdtree_child(g_ccdtree, ("n" + std::to_string(i)).c_str());
-    }
     ccdtree_node *wild = find_or_create_ccdtree_path(g_ccdtree, "*first");
     ccdtree_node *second = create_ccdtree_node("n7");
     append_ccdtree_node(g_ccdtree, second);

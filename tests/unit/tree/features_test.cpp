@@ -51,6 +51,6 @@ TEST_F(FeatureModule, SubtreesArePluggedInWhereTheModuleSays) {
     EXPECT_EQ(list("", 1), "new,new.n%2e1,new.n%2e1.x,x");
     EXPECT_EQ(get("new.n%2e1"), "8");
     EXPECT_EQ(get("x"), "42");
-    EXPECT_EQ(text_of(ccd_param_get(g_mgmttree, nullptr, "x")), "42");
+    EXPECT_EQ(get("x", g_mgmttree), "42");
     EXPECT_TRUE(log().empty());
 }

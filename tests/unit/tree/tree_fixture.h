@@ -24,7 +24,7 @@
 #include "tree/param_ops.h"
 #include "ucfgd/owners.h"
 
-/* What the expressions of the tests read and write: fetch(name), store(name, value). */
+/* What the expressions of the tests write with store(name, value). */
 inline std::map<std::string, std::string> g_store;
 
 /* A scratch root file system with definition files, a tree read from them, and the log. */
@@ -39,7 +39,6 @@ class tree_test : public testing::Test {
         base = create_felib_base();
         base->fed_list =
             fe_register_typefuncs(fe_register_paramfuncs(fe_register_felib_funcs(nullptr)));
-        base->fed_list = fe_register_func(base->fed_list, "fetch", fetch, nullptr);
         base->fed_list = fe_register_func(base->fed_list, "store", store, nullptr);
         g_ccdtree = create_ccdtree();
         g_mgmttree = create_ccdtree();
@@ -89,8 +88,8 @@ class tree_test : public testing::Test {
         owned_str own{text};
         return own ? own.get() : "(none)";
     }
-    static std::string get(const char *path) {
-        return text_of(ccd_param_get(g_ccdtree, nullptr, path));
+    static std::string get(const char *path, ccdtree_node *root = g_ccdtree) {
+        return text_of(ccd_param_get(root, nullptr, path));
     }
     /* The lines of a list with a comma between them. */
     static std::string joined(line *list) {
@@ -120,12 +119,6 @@ class tree_test : public testing::Test {
     felib_base *base = nullptr;
 
   private:
-    static fe_node *fetch(fe_context *ctx, fe_node *call) {
-        owned<fe_node, destroy_fe_node_list> name{eval_fe_expr_list(ctx, call->first_child)};
-        auto entry = g_store.find(name->text);
-        if (entry == g_store.end()) return nullptr;
-        return create_fe_node(g_fed_const, entry->second.c_str());
-    }
     static fe_node *store(fe_context *ctx, fe_node *call) {
         owned<fe_node, destroy_fe_node_list> pair{eval_fe_expr_list(ctx, call->first_child)};
         g_store[pair->text] = pair->next->text;
