@@ -31,7 +31,8 @@ std::optional<std::string> read_all(shell &sh, const std::string &name) {
 std::optional<std::string> read_lines(shell &sh, const std::string &end) {
     std::string text;
     std::string line;
-    while (sh.lines && text.size() < k_value_limit && sh.lines->next(line, end + "> ")) {
+    while (sh.lines && text.size() < k_value_limit &&
+           sh.lines->next(line, "[up to " + end + "] ")) {
         if (line == end) {
             if (!text.empty()) text.pop_back();
             return text;

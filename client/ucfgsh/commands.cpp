@@ -74,6 +74,8 @@ constexpr std::array k_commands{
     command{"quit", run_quit, "", "", 0, 0, k_r, false, "", "leave; what is not committed is lost"},
 };
 
+constexpr const char *k_lost = "not answered, the connection or the session was lost";
+
 constexpr std::array k_results{
     "",
     "no answer from the node's method",
@@ -175,8 +177,9 @@ std::string readable(const std::string &text) {
 
 owned_json failure_json(shell &sh, const std::string &subject, int code) {
     ucfg_conn *conn = sh.link.conn();
-    owned_json object = json_object_of(
-        {{"subject", subject}, {"status", ucfg_code_name(code)}, {"text", ucfg_text(conn)}});
+    owned_json object = json_object_of({{"subject", subject},
+                                        {"status", ucfg_code_name(code)},
+                                        {"text", code == k_ucfg_lost ? k_lost : ucfg_text(conn)}});
     json_put(object, "ok", owned_json{json_false()});
     if (const char *id = ucfg_error_id(conn)) {
         std::vector<std::string> args;
@@ -197,6 +200,8 @@ int report_failure(shell &sh, const std::string &subject, int code) {
         return status;
     }
     std::string said = code <= k_ucfg_inuse ? readable(text) : text;
+    /* What the connection said last belongs to the attempts to bring it back. */
+    if (code == k_ucfg_lost) said = k_lost;
     if (const char *id = ucfg_error_id(conn)) {
         said += std::string{" ("} + id;
         for (size_t i = 0; ucfg_error_arg(conn, i); i++)

@@ -113,10 +113,11 @@ bool editor::next(std::string &line, const std::string &prompt) {
     completing_ = prompt.empty();
     prompt_ = prompt;
     if (completing_) {
-        prompt_ = is_dirty(sh_) ? "ucfg*> " : "ucfg> ";
-        /* Both marks say that what is between them takes no room. */
-        if (sh_.out.paint(style::title, "x") != "x")
-            prompt_ = "\1\033[1m\1" + prompt_ + "\1\033[0m\1";
+        std::string text = is_dirty(sh_) ? "ucfg*>" : "ucfg>";
+        /* The marks say that what is between them takes no room; the library loses one at the end.
+         */
+        bool colored = sh_.out.paint(style::title, "x") != "x";
+        prompt_ = (colored ? "\1\033[1m\1" + text + "\1\033[0m\1" : text) + " ";
     }
     int count = 0;
     const char *text = el_gets(el_.get(), &count);

@@ -46,12 +46,14 @@ int run_once(shell &sh) {
     if (!row) return run_command(sh, line);
     bool about_commands =
         row->name == "help" && (line.size() == 1 || find_command(line[1].text) != nullptr);
-    if (about_commands || row->name == "quit") return run_command(sh, line);
+    if (about_commands || (row->name == "quit" && !sh.opts.session_id))
+        return run_command(sh, line);
     int wanted = sh.opts.keep ? 0 : row->perms;
     int status = open_session(sh, sh.opts.perms != 0 ? sh.opts.perms : wanted);
     if (status != k_exit_done) return status;
     status = run_command(sh, line);
-    if (status == k_exit_done && row->changes && !sh.opts.check && !sh.opts.keep)
+    if (status == k_exit_done && row->changes && !sh.opts.check &&
+        (sh.opts.commit || !sh.opts.keep))
         status = commit(sh);
     return status;
 }
@@ -60,8 +62,9 @@ int run_whole_script(shell &sh, const std::string &name) {
     int status = open_session(sh, sh.opts.perms);
     if (status != k_exit_done) return status;
     status = run_script_file(sh, name);
-    if (sh.opts.keep || !is_dirty(sh)) return status;
+    if (!is_dirty(sh)) return status;
     if (sh.opts.commit && status == k_exit_done) return commit(sh);
+    if (sh.opts.keep) return status;
     sh.out.complain(sh.prefix +
                     "the script has ended without a commit: its changes are lost (--commit)");
     return status == k_exit_done ? k_exit_uncommitted : status;

@@ -85,8 +85,10 @@ constexpr const char *k_usage =
     "                            on the terminal when one is needed\n"
     "      --perms LIST          ask for these rights only: read, write, exec\n"
     "      --force               log every other writer out\n"
-    "      --session ID          take up a session that was kept\n"
     "      --keep                keep the session, with its changes, for --session\n"
+    "      --session ID          take up a session that was kept, and keep it on; the command "
+    "quit\n"
+    "                            ends it\n"
     "Work:\n"
     "  -f, --file SCRIPT         read commands from SCRIPT (- is standard input)\n"
     "      --continue            go on after a failing line of a script\n"
@@ -222,8 +224,11 @@ std::optional<int> check_options(options &opts) {
     if (opts.script && !opts.command.empty())
         return usage_error("--file and a command (\"%s\") exclude each other",
                            opts.command.front().c_str());
-    if (opts.check && (opts.commit || opts.keep))
-        return usage_error("%s", "--check drops the change; it excludes --commit and --keep");
+    if (opts.check && (opts.commit || opts.keep || opts.session_id))
+        return usage_error("%s",
+                           "--check drops the change; it excludes --commit, --keep and --session");
+    bool ends = !opts.command.empty() && (opts.command[0] == "quit" || opts.command[0] == "exit");
+    opts.keep = (opts.keep || opts.session_id) && !ends;
     if (!opts.user_given) {
         const passwd *account = getpwuid(geteuid());
         opts.user = account ? account->pw_name : std::to_string(geteuid());

@@ -13,7 +13,7 @@ enum exit_status {
     k_exit_done = 0,
     k_exit_failed = 1,      /* the daemon refused the request, or it failed there */
     k_exit_usage = 2,       /* a command or option that makes no sense; nothing was asked */
-    k_exit_unreachable = 3, /* no connection, or it was lost for good */
+    k_exit_unreachable = 3, /* no connection, or it or the session was lost for good */
     k_exit_login = 4,       /* the log-in was refused */
     k_exit_conflict = 5,    /* somebody else has committed in between */
     k_exit_uncommitted = 6, /* the script is through, but left changes that are gone now */

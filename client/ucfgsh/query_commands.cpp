@@ -111,7 +111,8 @@ int run_show(shell &sh, const arguments &args) {
         return ucfg_list_all(conn, tree_of(args), path->c_str(), &found);
     });
     owned_strings names{found};
-    if (code != k_ucfg_ok && path->empty()) return report_failure(sh, "show", code);
+    if (code != k_ucfg_ok)
+        return report_failure(sh, path->empty() ? "show" : print_path(*path), code);
     std::vector<std::string> below = to_vector(names.get());
     std::vector<std::string> paths;
     for (const std::string &item : below)
@@ -119,7 +120,6 @@ int run_show(shell &sh, const arguments &args) {
     if (!path->empty()) paths.push_back(*path);
     std::vector<std::optional<std::string>> values(paths.size());
     if (!args.has('m')) values = read_values(sh.link, paths);
-    if (code != k_ucfg_ok && !values.back()) return report_failure(sh, print_path(*path), code);
     std::optional<std::string> own;
     if (!path->empty()) own = values.back();
     values.resize(below.size());

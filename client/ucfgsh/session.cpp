@@ -132,11 +132,11 @@ int session::log_in() {
 
 void session::close() {
     if (!logged_in_) return;
-    if (opts_.keep)
+    /* A session that was taken up by its id is one whose user knows the id. */
+    if (opts_.keep && !opts_.session_id)
         tell_(std::string{"session kept, take it up with --session "} +
               ucfg_session_id(conn_.get()));
-    else if (ucfg_alive(conn_.get()))
-        ucfg_logout(conn_.get());
+    if (!opts_.keep && ucfg_alive(conn_.get())) ucfg_logout(conn_.get());
     ucfg_close(conn_.get());
     logged_in_ = false;
 }
@@ -198,7 +198,7 @@ int session::after_end(int code) {
 int session::call(after_loss policy, const request &work) {
     if (!logged_in_) {
         tell_("not logged in: \"login\" begins a session");
-        return k_ucfg_refused;
+        return k_ucfg_lost;
     }
     unsigned before = generation_;
     auto useless = [&] { return policy == after_loss::same_only && generation_ != before; };
