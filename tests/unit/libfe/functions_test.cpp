@@ -139,7 +139,7 @@ TEST_F(FeFunctions, PatternsThatWouldTakeTooMuchAreRefused) {
            {"match('xx', '(x)\\\\1')", "FAIL"}});
     std::string plus = "x";
     for (int i = 0; i < 30; ++i)
-        plus = "(" + plus + ")+";
+        plus.insert(0, "(").append(")+");
     EXPECT_EQ(eval("match('x', '" + plus + "')"), "FAIL");
 }
 
