@@ -99,13 +99,16 @@ fe_node *func_lllist(llconf_item *lli, const char *path, const char * /*third*/)
 }
 
 fe_node *func_lllistindexed(llconf_item *lli, const char *path, const char * /*third*/) {
+    /* Counts only names that occur again: the library's index finds a name's first child. */
     const cnfnode *parent = nullptr;
-    std::unordered_map<std::string_view, int> seen;
-    auto take = [&parent, &seen](answer_list &answers, const cnfnode *child) {
-        if (child->parent != parent) seen.clear();
+    std::unordered_map<std::string_view, int> repeated;
+    auto take = [&parent, &repeated](answer_list &answers, const cnfnode *child) {
+        if (child->parent != parent) repeated.clear();
         parent = child->parent;
+        bool is_first = find_node(parent->first_child, child->name) == child;
         char text[256];
-        std::snprintf(text, sizeof(text), "%s[%d]", child->name, seen[child->name]++);
+        std::snprintf(text, sizeof(text), "%s[%d]", child->name,
+                      is_first ? 0 : ++repeated[child->name]);
         return answers.add(text);
     };
     try {

@@ -1,0 +1,159 @@
+#include <sys/stat.h>
+
+#include "backend_fixture.h"
+
+namespace {
+
+class file_io : public backend_test {
+  protected:
+    llconf_item *lines(const std::string &name, const std::string &fields) const {
+        modules(name + " {\n module: lines\n" + fields + "}\n");
+        return item(name.c_str());
+    }
+    /* Sets the first line of an instance and writes it. */
+    static int write_line(llconf_item *lli, const std::string &text) {
+        if (!lli->cn_root->first_child) append_node(lli->cn_root, create_cnfnode("line"));
+        cnfnode_setval(lli->cn_root->first_child, text.c_str());
+        lli->is_dirty = 1;
+        return llconf_write_cnftree(lli);
+    }
+    unsigned int mode(const char *name) const {
+        return static_cast<unsigned int>(std::filesystem::status(path(name)).permissions());
+    }
+};
+
+TEST_F(file_io, AWrittenFileKeepsItsModeUnlessTheModuleSetsOne) {
+    put("f", "a\nb\n");
+    chmod(path("f").c_str(), 0640);
+    llconf_item *lli = lines("f", " file: /f\n");
+    EXPECT_EQ(write_line(lli, "c"), 0);
+    EXPECT_EQ(get("f"), "c\nb\n");
+    EXPECT_EQ(mode("f"), 0640U);
+    llconf_set_file_attributes(lli, 0600, -1, -1);
+    write_line(lli, "d");
+    EXPECT_EQ(mode("f"), 0600U);
+}
+
+TEST_F(file_io, AFailedWriteLeavesTheOldFileAndTheReason) {
+    std::filesystem::create_directories(path("d/f.ucfgd-tmp"));
+    put("d/f", "old\n");
+    llconf_item *lli = lines("f", " file: d/f\n");
+    llconf_item *good = lines("g", " file: g\n flags: create\n");
+    EXPECT_NE(write_line(lli, "new"), 0);
+    EXPECT_EQ(get("d/f"), "old\n");
+    std::filesystem::remove_all(path("d"));
+    lli->is_dirty = good->is_dirty = 1;
+    EXPECT_NE(llconf_write_all_cnftrees(lli_list_from_trns_ctx(g_trns_ctx)), 0);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(unlogged({"writing to " + root + "/d/f.ucfgd-tmp failed: No such file"}), "");
+}
+
+TEST_F(file_io, LinksSurviveAndAPlantedTemporaryLinkIsNotFollowed) {
+    for (const char *name : {"run", "inner"})
+        std::filesystem::create_directory(path(name));
+    put("run/real", "a\n");
+    put("victim", "v\n");
+    std::filesystem::create_symlink("run/real", path("f"));
+    std::filesystem::create_symlink(path("victim"), path("run/real.ucfgd-tmp"));
+    EXPECT_EQ(write_line(lines("f", " file: f\n"), "b"), 0);
+    EXPECT_EQ(get("run/real"), "b\n");
+    EXPECT_TRUE(std::filesystem::is_symlink(path("f")));
+    std::filesystem::create_symlink(path("victim"), path("inner/out"));
+    std::string inner = path("inner");
+    char *outer = std::exchange(g_filesprefix, inner.data());
+    EXPECT_EQ(write_line(lines("out", " file: out\n"), "b"), 0);
+    g_filesprefix = outer;
+    EXPECT_EQ(get("victim"), "v\n");
+}
+
+TEST_F(file_io, ARevertParsesAgainOnlyWhenTimeAndInodeDifferOrTheItemAsksForIt) {
+    const struct {
+        bool new_inode, new_time, dirty;
+        unsigned int flags;
+        bool parses;
+    } rows[] = {
+        {false, false, false, 0, false}, {true, false, false, 0, false},
+        {false, true, false, 0, false},  {true, true, false, 0, true},
+        {false, false, true, 0, true},   {false, false, false, LLI_FLAG_ALWAYS_REVERT, true}};
+    llconf_item *lli = lines("f", " file: f\n flags: create\n");
+    for (const auto &row : rows) {
+        put("f", "old\n");
+        std::filesystem::last_write_time(path("f"), {});
+        lli->is_dirty = 1;
+        llconf_revert_cnftree(lli);
+        put(row.new_inode ? "f2" : "f", "new\n");
+        if (row.new_inode) std::filesystem::rename(path("f2"), path("f"));
+        if (!row.new_time) std::filesystem::last_write_time(path("f"), {});
+        lli->is_dirty = row.dirty;
+        lli->flags = row.flags;
+        llconf_revert_cnftree(lli);
+        EXPECT_EQ(eval("llget('f', 'line')"), row.parses ? "new" : "old") << (&row - rows);
+    }
+}
+
+TEST_F(file_io, AFileThatCouldNeverBeReadIsNotReplacedByNothing) {
+    put("t", "section {\n");
+    modules("t {\n module: tavconf\n file: t\n}\n");
+    EXPECT_EQ(unlogged({"parsing " + path("t") + " failed: Invalid argument\n", "/t:"}), "");
+    trns_commit_ctx(g_trns_ctx);
+    EXPECT_EQ(errno, 0);
+    append_node(item("t")->cn_root, create_cnfnode("lost"));
+    trns_commit_ctx(g_trns_ctx);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(get("t"), "section {\n");
+}
+
+TEST_F(file_io, ADirectoryIsReadAndWrittenFileByFile) {
+    std::filesystem::create_directory(path("d"));
+    for (std::string name : {"a.c", "b.c", "bad.c", "stale.c.ucfgd-tmp"})
+        put("d/" + name, name == "bad.c" ? "x {\n" : "k: 1\n");
+    modules("d {\n module: tavconf\n dir: /d\n pattern: *.c*\n}\n");
+    EXPECT_EQ(eval("lllist('d', '')"), "a.c b.c");
+    EXPECT_EQ(eval("llset('d', 'a.c/k:', '2') .. lldel('d', '', 'b.c')"), "11");
+    EXPECT_EQ(eval("lladd('d', '', 'new.c/k:') .. llset('d', 'new.c/k:', '3')"), "11");
+    EXPECT_EQ(eval("lladd('d', '', '..\\/..\\/victim') .. lladd('d', '', 'e.c.ucfgd-tmp')"), "00");
+    EXPECT_EQ(llconf_write_cnftree(item("d")), 0);
+    EXPECT_EQ(get("d/a.c") + get("d/new.c") + get("d/bad.c"), "k: 2\nk: 3\nx {\n");
+    EXPECT_EQ(get("d/b.c") + get("d/stale.c.ucfgd-tmp"), "");
+    EXPECT_EQ(eval("lladd('d', '', 'bad.c')"), "1");
+    EXPECT_NE(llconf_write_cnftree(item("d")), 0);
+    EXPECT_EQ(get("d/bad.c"), "x {\n");
+}
+
+TEST_F(file_io, ADirectoryWhosePathIsCutIsNeverWritten) {
+    std::string deep = "d/" + std::string(250 - root.size(), 'x');
+    std::filesystem::create_directories(path(deep));
+    put(deep + "/file.conf", "a\n");
+    EXPECT_NE(write_line(lines("d", " dir: " + deep + "\n pattern: *.conf\n"), "b"), 0);
+    EXPECT_EQ(errno, ENAMETOOLONG);
+    EXPECT_EQ(get(deep + "/file.conf"), "a\n");
+}
+
+TEST_F(file_io, CommandsAreReadAndWrittenAndStayDirty) {
+    llconf_item *lli = lines("c", " pipe-in: echo one\n pipe-out: cat >" + path("out") + "\n");
+    EXPECT_EQ(eval("llget('c', 'line')"), "one");
+    EXPECT_EQ(write_line(lli, "two"), 0);
+    EXPECT_EQ(get("out"), "two\n");
+    EXPECT_EQ(lli->is_dirty, 1);
+    llconf_item *failing = lines("f", " pipe-in: echo one\n pipe-out: exit 3\n");
+    EXPECT_NE(write_line(failing, std::string(200000, 'x')), 0);
+    EXPECT_EQ(unlogged({"piping to exit 3 failed: "}), "");
+}
+
+TEST_F(file_io, HooksRunAroundReadingAndWritingAndTwiceAfterACommandIsRead) {
+    std::string hooks;
+    for (std::string name : {"pre-read", "post-read", "pre-commit", "post-commit"})
+        hooks += " " + name + ": lladd('log', '', '" + name + "')\n";
+    put("f", "a\n");
+    modules("log {\n module: virtual\n}\n");
+    llconf_item *file = lines("f", " file: f\n flags: readonly\n" + hooks);
+    lines("c", " pipe-in: cat\n pipe-out: true\n" + hooks);
+    llconf_write_cnftree(file);
+    EXPECT_EQ(eval("lllist('log', '')"), "pre-read post-read pre-read post-read post-read");
+    llconf_install_cnftree(item("log"), create_cnfnode("(root)"));
+    EXPECT_EQ(write_line(file, "b"), 0);
+    EXPECT_EQ(eval("lllist('log', '')"), "pre-commit post-commit");
+    EXPECT_EQ(get("f"), "a\n");
+}
+
+}  // namespace
