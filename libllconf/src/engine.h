@@ -26,6 +26,9 @@ constexpr std::string_view k_unparsed_name = ".unparsed";
  * characters become "?", so that the text stays one line. */
 int set_error(int error, std::string_view label, size_t line, std::string_view what);
 
+/* What errno means; a text for every number. */
+std::string_view errno_text();
+
 /* Hands a line to the function set with llconf_set_report. Keeps errno. */
 void report(int priority, const std::string &text);
 

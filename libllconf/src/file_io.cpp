@@ -26,7 +26,7 @@ constexpr size_t k_runs_at_once = 64;
 static_assert(k_runs_at_once <= IOV_MAX);
 
 int fail_with_errno(std::string_view label) {
-    return set_error(errno, label, 0, strerrordesc_np(errno));
+    return set_error(errno, label, 0, errno_text());
 }
 
 /* A growing buffer that a parse takes over. */
@@ -97,7 +97,7 @@ cnfnode *parse_buffer(const cnfmodule *module, std::string_view label, text_buff
     try {
         return parse_owned_text(module, label, buffer.finish(), length);
     } catch (const std::bad_alloc &) {
-        set_error(ENOMEM, label, 0, strerrordesc_np(ENOMEM));
+        set_error(ENOMEM, label, 0, "Cannot allocate memory");
         return nullptr;
     }
 }
@@ -161,7 +161,7 @@ bool plan(const cnfmodule *module, std::string_view label, const cnfnode *tree, 
         }
         if (errno == 0) errno = EINVAL;
     } catch (const std::bad_alloc &) {
-        set_error(ENOMEM, label, 0, strerrordesc_np(ENOMEM));
+        set_error(ENOMEM, label, 0, "Cannot allocate memory");
     }
     return false;
 }

@@ -156,8 +156,10 @@ void free_tree(node_record *top) {
         node_record *next = node->next_node();
         node_record *parent = node->up();
         bool last = node == top;
+        // The flags tell what has memory of its own. NOLINTBEGIN(clang-analyzer-unix.Malloc)
         if (node->has(k_heap_name)) std::free(node->name);
         if (node->has(k_heap_value)) std::free(node->value);
+        // NOLINTEND(clang-analyzer-unix.Malloc)
         if (node->index != nullptr) index_drop(node);
         if (source_text *text = node->text()) source_release(text->source);
         std::free(node);

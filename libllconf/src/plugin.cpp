@@ -49,7 +49,7 @@ int load(const std::string &name, const std::string &library, int flags) {
     using register_function = int (*)();
     if (check_library(library) < 0) {
         int error = errno;
-        std::string why = error == EPERM ? "others than root may write it" : strerrordesc_np(error);
+        std::string why{error == EPERM ? "others than root may write it" : errno_text()};
         return refuse("plug-in '" + name + "': " + library + ": " + why, error);
     }
     /* A name without a slash would be looked for elsewhere than where it was checked. */

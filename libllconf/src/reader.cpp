@@ -331,7 +331,7 @@ node_record *parse_owned_text(const cnfmodule *module, std::string_view label, c
         if (errno == EINVAL) return nullptr;
         if (errno == 0) errno = EINVAL;
     }
-    set_error(errno, label, 0, strerrordesc_np(errno));
+    set_error(errno, label, 0, errno_text());
     return nullptr;
 }
 

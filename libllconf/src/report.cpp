@@ -2,6 +2,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 #include "engine.h"
 #include "ucfgd/owners.h"
@@ -30,6 +31,11 @@ int set_error(int error, std::string_view label, size_t line, std::string_view w
     }
     errno = error;
     return -1;
+}
+
+std::string_view errno_text() {
+    const char *text = strerrordesc_np(errno);
+    return text != nullptr ? text : "unknown error";
 }
 
 void report(int priority, const std::string &text) {
