@@ -2,44 +2,13 @@
 #include <algorithm>
 
 #include "conn.h"
+#include "quoting.h"
 
 namespace {
 
 using namespace ucfg;
 
 constexpr std::string_view k_needs_quotes = ".\"'\\#;<>";
-
-int hex_value(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    c = static_cast<char>(c | 0x20);
-    return c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
-}
-
-bool is_control(char c) {
-    return static_cast<unsigned char>(c) < ' ' || c == 127;
-}
-
-/* The character behind a backslash in double quotes; `at` stands on it and is left on its last. */
-char quoted_escape(std::string_view text, size_t &at) {
-    switch (text[at]) {
-        case 'n':
-            return '\n';
-        case 't':
-            return '\t';
-        case 'r':
-            return '\r';
-        case 'x':
-            if (at + 2 < text.size() && hex_value(text[at + 1]) >= 0 &&
-                hex_value(text[at + 2]) >= 0) {
-                int value = hex_value(text[at + 1]) * 16 + hex_value(text[at + 2]);
-                at += 2;
-                return static_cast<char>(value);
-            }
-            return 'x';
-        default:
-            return text[at];
-    }
-}
 
 /* Reads components off what was typed. */
 class typed_path {
@@ -92,27 +61,11 @@ class typed_path {
 };
 
 std::string quote_component(std::string_view component) {
-    constexpr std::string_view k_digits = "0123456789abcdef";
     auto special = [](char c) {
         return is_control(c) || c == ' ' || k_needs_quotes.find(c) != std::string_view::npos;
     };
-    if (std::none_of(component.begin(), component.end(), special)) return std::string{component};
-    std::string quoted = "\"";
-    for (char c : component) {
-        if (c == '\n') {
-            quoted += "\\n";
-        } else if (c == '\t') {
-            quoted += "\\t";
-        } else if (is_control(c)) {
-            quoted += "\\x";
-            quoted += k_digits[static_cast<unsigned char>(c) >> 4U];
-            quoted += k_digits[static_cast<unsigned char>(c) & 15U];
-        } else {
-            if (c == '"' || c == '\\') quoted += '\\';
-            quoted += c;
-        }
-    }
-    return quoted + "\"";
+    bool bare = std::none_of(component.begin(), component.end(), special);
+    return bare ? std::string{component} : in_quotes(component);
 }
 
 std::vector<std::string> split_path(std::string_view path) {

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "libucfg/quoting.h"
+
 namespace ucfgsh {
 
 namespace {
@@ -9,16 +11,6 @@ namespace {
 bool is_blank(char c) {
     return c == ' ' || c == '\t';
 }
-bool is_control(char c) {
-    return static_cast<unsigned char>(c) < ' ' || c == 127;
-}
-
-int hex_value(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    c = static_cast<char>(c | 0x20);
-    return c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
-}
-
 class splitter {
   public:
     explicit splitter(std::string_view line) : line_(line) {}
@@ -51,7 +43,7 @@ class splitter {
                     result_.open = true;
                     break;
                 }
-                next.text += quote == '"' ? quoted_escape() : line_[at_];
+                next.text += quote == '"' ? ucfg::quoted_escape(line_, at_) : line_[at_];
             } else {
                 next.text += c;
             }
@@ -62,51 +54,10 @@ class splitter {
         result_.list.push_back(std::move(next));
     }
 
-    char quoted_escape() {
-        switch (line_[at_]) {
-            case 'n':
-                return '\n';
-            case 't':
-                return '\t';
-            case 'r':
-                return '\r';
-            case 'x':
-                if (at_ + 2 < line_.size() && hex_value(line_[at_ + 1]) >= 0 &&
-                    hex_value(line_[at_ + 2]) >= 0) {
-                    int value = hex_value(line_[at_ + 1]) * 16 + hex_value(line_[at_ + 2]);
-                    at_ += 2;
-                    return static_cast<char>(value);
-                }
-                return 'x';
-            default:
-                return line_[at_];
-        }
-    }
-
     std::string_view line_;
     size_t at_ = 0;
     words result_;
 };
-
-std::string in_quotes(std::string_view text) {
-    constexpr std::string_view k_digits = "0123456789abcdef";
-    std::string quoted = "\"";
-    for (char c : text) {
-        if (c == '\n') {
-            quoted += "\\n";
-        } else if (c == '\t') {
-            quoted += "\\t";
-        } else if (is_control(c)) {
-            quoted += "\\x";
-            quoted += k_digits[static_cast<unsigned char>(c) >> 4U];
-            quoted += k_digits[static_cast<unsigned char>(c) & 15U];
-        } else {
-            if (c == '"' || c == '\\') quoted += '\\';
-            quoted += c;
-        }
-    }
-    return quoted + "\"";
-}
 
 }  // namespace
 
@@ -116,17 +67,17 @@ words split_words(std::string_view line) {
 
 std::string quote_word(std::string_view text) {
     auto special = [](char c) {
-        return is_control(c) || c == ' ' || c == '"' || c == '\'' || c == '\\';
+        return ucfg::is_control(c) || c == ' ' || c == '"' || c == '\'' || c == '\\';
     };
     bool bare = !text.empty() && text.front() != '#' && text.front() != '-' &&
                 text.front() != '<' && std::none_of(text.begin(), text.end(), special);
-    return bare ? std::string{text} : in_quotes(text);
+    return bare ? std::string{text} : ucfg::in_quotes(text);
 }
 
 std::string show_value(std::string_view text) {
     bool bare = !text.empty() && text.front() != ' ' && text.back() != ' ' && text.front() != '"' &&
-                std::none_of(text.begin(), text.end(), is_control);
-    return bare ? std::string{text} : in_quotes(text);
+                std::none_of(text.begin(), text.end(), ucfg::is_control);
+    return bare ? std::string{text} : ucfg::in_quotes(text);
 }
 
 }  // namespace ucfgsh
