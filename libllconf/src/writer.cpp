@@ -17,6 +17,7 @@
 
 struct cnf_out {
     std::string text;
+    std::string_view source; /* the text that a whole file was read from */
 };
 
 namespace {
@@ -42,19 +43,32 @@ std::vector<const cnfnode *> children_of(const cnfnode *node, bool sorted) {
     return list;
 }
 
-/* Whether a tree reads as it should: a missing value is as good as an empty one, and the entries of
- * a flat syntax may order their children as they like. As deep as what was read, which is bounded.
- */
-bool reads_same(const cnfnode *wanted, const cnfnode *got, bool flat, bool top) {
+/* What may differ between a tree and what is read from its text. */
+struct leniency {
+    bool flat;    /* the entries of a flat syntax may order their children as they like */
+    bool counted; /* names that are numbers may be other numbers */
+};
+
+bool is_number(const char *name) {
+    return *name != '\0' && name[std::strspn(name, "0123456789")] == '\0';
+}
+
+bool same_name(const char *a, const char *b, const leniency &may) {
+    return std::strcmp(a, b) == 0 || (may.counted && is_number(a) && is_number(b));
+}
+
+/* Whether a tree reads as it should: a missing value is as good as an empty one. As deep as what
+ * was read, which is bounded. */
+bool reads_same(const cnfnode *wanted, const cnfnode *got, const leniency &may, bool top) {
     std::string_view value = wanted->value != nullptr ? wanted->value : "";
     std::string_view read = got->value != nullptr ? got->value : "";
-    if (value != read || (!top && std::strcmp(wanted->name, got->name) != 0)) return false;
+    if (value != read || (!top && !same_name(wanted->name, got->name, may))) return false;
     if (wanted->first_child == nullptr && got->first_child == nullptr) return true;
-    std::vector<const cnfnode *> a = children_of(wanted, flat && !top);
-    std::vector<const cnfnode *> b = children_of(got, flat && !top);
+    std::vector<const cnfnode *> a = children_of(wanted, may.flat && !top);
+    std::vector<const cnfnode *> b = children_of(got, may.flat && !top);
     return std::equal(
         a.begin(), a.end(), b.begin(), b.end(),
-        [flat](const cnfnode *x, const cnfnode *y) { return reads_same(x, y, flat, false); });
+        [&may](const cnfnode *x, const cnfnode *y) { return reads_same(x, y, may, false); });
 }
 
 class tree_writer {
@@ -140,10 +154,12 @@ bool tree_writer::write_whole(const node_record *root) {
         }
         node = next;
     }
+    const source_text *old = root->has(k_file_root) ? text_of(root) : nullptr;
     formatted_.text.clear();
+    if (old != nullptr) formatted_.source = {old->source->text, old->length};
     if (syntax_.parser->format_tree(syntax_.data, root, &formatted_) < 0) {
         if (errno == EINVAL) return refuse(root);
-        set_error(errno, label_, 0, strerrordesc_np(errno));
+        set_error(errno, label_, 0, errno_text());
         return false;
     }
     add_raw(formatted_.text);
@@ -221,7 +237,7 @@ bool tree_writer::write_formatted(const node_record *node, int level, int kind,
     formatted_.text.clear();
     if (syntax_.parser->format(syntax_.data, &format) < 0) {
         if (errno == EINVAL) return refuse(node);
-        set_error(errno, label_, 0, strerrordesc_np(errno));
+        set_error(errno, label_, 0, errno_text());
         return false;
     }
     if (formatted_.text.find('\0') != std::string::npos) return refuse(node);
@@ -243,7 +259,7 @@ bool tree_writer::check_line(const node_record *node) {
     }
     if (p.kind != CNF_ENTRY) return false;
     owned_node read{read_single(syntax_, p)};
-    return read && reads_same(node, read.get(), true, false);
+    return read && reads_same(node, read.get(), {true, false}, false);
 }
 
 bool tree_writer::write_layout(const node_record *node, int level, const source_text *text) {
@@ -262,9 +278,8 @@ bool tree_writer::check_all(const node_record *root) {
     owned_str copy = dup_str(joined);
     if (!copy) return false;
     owned_node read{parse_owned_text(module_, label_, copy.release(), joined.size())};
-    if (read && reads_same(root, read.get(), !syntax_.nested() && !syntax_.whole_file(), true)) {
-        return true;
-    }
+    leniency may{!syntax_.nested() && !syntax_.whole_file(), syntax_.parser->counted_names != 0};
+    if (read && reads_same(root, read.get(), may, true)) return true;
     if (!read && errno != EINVAL) return false;
     set_error(EINVAL, label_, 0, "the tree holds a text that this file cannot hold");
     return false;
@@ -360,6 +375,11 @@ int cnf_out_add(cnf_out *out, const char *text, size_t length) {
         errno = ENOMEM;
         return -1;
     }
+}
+
+const char *cnf_out_source(const cnf_out *out, size_t *length) {
+    *length = out->source.size();
+    return out->source.data();
 }
 
 int cnf_out_text(cnf_out *out, const char *text) {

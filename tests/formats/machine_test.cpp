@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <map>
 #include <random>
 #include <sstream>
 
@@ -68,6 +69,20 @@ constexpr source_files k_sources[] = {
     {"keyvalue", "separator=:", "/etc/debconf.conf"},
     {"keyvalue", "columns=type/rest", "/etc/hosts.allow"},
     {"mgetty", "", "/etc/mgetty/login.config"},
+    {"augeas", "lens=Hosts", "/etc/hosts"},
+    {"augeas", "lens=Passwd", "/etc/passwd"},
+    {"augeas", "lens=Group", "/etc/group"},
+    {"augeas", "lens=Fstab", "/etc/fstab"},
+    {"augeas", "lens=Resolv", "/etc/resolv.conf"},
+    {"augeas", "lens=Nsswitch", "/etc/nsswitch.conf"},
+    {"augeas", "lens=Host_Conf", "/etc/host.conf"},
+    {"augeas", "lens=Login_Defs", "/etc/login.defs"},
+    {"augeas", "lens=Pam", "/etc/pam.d/*"},
+    {"augeas", "lens=Shells", "/etc/shells"},
+    {"augeas", "lens=Ssh", "/etc/ssh/ssh_config"},
+    {"augeas", "lens=Sysctl", "/etc/sysctl.conf"},
+    {"augeas", "lens=Logrotate", "/etc/logrotate.d/*"},
+    {"augeas", "lens=Systemd", "/etc/systemd/*.conf"},
     {"lines", "", "/etc/*.conf"},
     {"lines", "", "/etc/bash.bashrc"},
     {"lines", "", "/etc/shells"},
@@ -76,6 +91,7 @@ constexpr source_files k_sources[] = {
 
 constexpr std::size_t k_edits = 20;    // nodes of a file that are edited, one after the other
 constexpr std::size_t k_damages = 30;  // damaged copies of a file
+constexpr std::size_t k_few = 3;       // the same where a lens is at work, which is slow
 constexpr std::size_t k_largest = 1 << 18;
 constexpr const char *k_new_value = "9999";
 
@@ -84,6 +100,10 @@ struct machine_file {
     std::string path;
     std::string text;
 };
+
+bool uses_lens(const machine_file &file) {
+    return file.source->parser == std::string("augeas");
+}
 
 bool fits_pattern(const std::string &name, const std::string &pattern) {
     std::size_t star = pattern.find('*');
@@ -108,6 +128,7 @@ const std::vector<machine_file> &machine_files() {
     static const std::vector<machine_file> k_files = [] {
         std::vector<machine_file> files;
         for (const source_files &source : k_sources) {
+            if (source.parser == std::string("augeas") && !plugin_built()) continue;
             std::filesystem::path pattern(source.pattern);
             std::error_code none;
             std::filesystem::directory_iterator entries(pattern.parent_path(), none);
@@ -150,18 +171,29 @@ void expect_one_place(const std::string &from, const std::string &to) {
     }
 }
 
+/* A module is made once: a lens takes its time to load. */
+const cnfmodule *module_for(const machine_file &file) {
+    static std::map<std::string, module_ptr> modules;
+    module_ptr &module = modules[std::string(file.source->parser) + " " + file.source->options];
+    if (module == nullptr) module = open_module(file.source->parser, file.source->options);
+    EXPECT_NE(module, nullptr) << file.source->parser << " " << file.source->options;
+    return module.get();
+}
+
 void edit_values(const cnfmodule *module, const machine_file &file) {
     tree_ptr tree = parse(module, file.text);
     std::vector<cnfnode *> nodes;
     collect_values(tree.get(), nodes);
-    std::size_t step = nodes.size() / k_edits + 1;
+    std::size_t step = nodes.size() / (uses_lens(file) ? k_few : k_edits) + 1;
     for (std::size_t i = 0; i < nodes.size(); i += step) {
         SCOPED_TRACE(nodes[i]->name);
         std::string old = nodes[i]->value;
         ASSERT_EQ(cnfnode_setval(nodes[i], k_new_value), 0);
         std::optional<std::string> written = write(module, tree.get());
-        ASSERT_TRUE(written) << cnf_error_text();
-        expect_one_place(file.text, *written);
+        /* Some values of a lens are words of a list. */
+        bool may_refuse = uses_lens(file) && errno == EINVAL;
+        ASSERT_TRUE(written || may_refuse) << cnf_error_text();
+        if (written) expect_one_place(file.text, *written);
         tree = parse(module, file.text);
         nodes.clear();
         collect_values(tree.get(), nodes);
@@ -198,13 +230,12 @@ void expect_read_or_refused(const cnfmodule *module, const std::string &text) {
 TEST(MachineFiles, AreReadAndWrittenWithoutADifference) {
     for (const machine_file &file : machine_files()) {
         SCOPED_TRACE(file.path);
-        module_ptr module = open_module(file.source->parser, file.source->options);
-        ASSERT_NE(module, nullptr) << file.source->parser;
-        tree_ptr tree = parse(module.get(), file.text);
+        const cnfmodule *module = module_for(file);
+        tree_ptr tree = parse(module, file.text);
         ASSERT_NE(tree, nullptr) << cnf_error_text();
-        EXPECT_EQ(write(module.get(), tree.get()), file.text);
+        EXPECT_EQ(write(module, tree.get()), file.text);
         tree_ptr copy(clone_cnftree(tree.get()));
-        EXPECT_EQ(write(module.get(), copy.get()), file.text);
+        EXPECT_EQ(write(module, copy.get()), file.text);
     }
     std::cout << machine_files().size() << " files of this machine\n";
 }
@@ -212,9 +243,8 @@ TEST(MachineFiles, AreReadAndWrittenWithoutADifference) {
 TEST(MachineFiles, ChangeInTheLinesOfAnEditOnly) {
     for (const machine_file &file : machine_files()) {
         SCOPED_TRACE(file.path);
-        module_ptr module = open_module(file.source->parser, file.source->options);
-        ASSERT_NE(module, nullptr);
-        edit_values(module.get(), file);
+        const cnfmodule *module = module_for(file);
+        edit_values(module, file);
     }
 }
 
@@ -222,10 +252,9 @@ TEST(MachineFiles, AreReadOrRefusedWhenTheyAreDamaged) {
     std::mt19937 random(20);
     for (const machine_file &file : machine_files()) {
         SCOPED_TRACE(file.path);
-        module_ptr module = open_module(file.source->parser, file.source->options);
-        ASSERT_NE(module, nullptr);
-        for (std::size_t i = 0; i < k_damages; ++i) {
-            expect_read_or_refused(module.get(), damaged(file.text, random));
+        const cnfmodule *module = module_for(file);
+        for (std::size_t i = 0; i < (uses_lens(file) ? k_few : k_damages); ++i) {
+            expect_read_or_refused(module, damaged(file.text, random));
         }
     }
 }

@@ -119,6 +119,10 @@ struct cnf_parser {
      * included. */
     int (*read_tree)(const void *data, struct cnf_reader *reader, const char *text, size_t length);
     int (*format_tree)(const void *data, const struct cnfnode *tree, struct cnf_out *out);
+
+    /* 1 where a list's nodes are named by decimal numbers that a reader counts anew, so that a tree
+     * with a gap in them reads back under other numbers. */
+    int counted_names;
 };
 
 /* Registers a parser under its name; the record must stay valid for good. A parser of that name
@@ -147,6 +151,10 @@ int cnf_read_error(struct cnf_reader *reader, size_t offset, const char *what);
 /* Appends to the text. Both return 0, or -1 with ENOMEM. */
 int cnf_out_add(struct cnf_out *out, const char *text, size_t length);
 int cnf_out_text(struct cnf_out *out, const char *text); /* null: nothing */
+
+/* For format_tree: the text of the file that the tree was read from, *length bytes without a NUL
+ * behind them; null for a tree that was not read from a file of this module's syntax and options. */
+const char *cnf_out_source(const struct cnf_out *out, size_t *length);
 
 /* --- for all -------------------------------------------------------------------------------- */
 

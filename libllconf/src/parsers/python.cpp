@@ -184,6 +184,7 @@ constexpr cnf_parser k_parser = {
     .accepts = accepts,
     .read_tree = read_tree,
     .format_tree = format_tree,
+    .counted_names = 0,
 };
 
 }  // namespace

@@ -128,6 +128,7 @@ constexpr cnf_parser k_parser = {
     .accepts = accepts,
     .read_tree = nullptr,
     .format_tree = nullptr,
+    .counted_names = 0,
 };
 
 }  // namespace
