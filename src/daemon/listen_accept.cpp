@@ -64,18 +64,19 @@ bool is_transient(int error) {
     return error == EAGAIN || error == EWOULDBLOCK || error == EINTR || error == ECONNABORTED;
 }
 
-/* Both sides, or neither after pausing the listener. */
+/* Both sides, or neither. The place of the second one is taken before anything is accepted, so that
+ * no connection is lost for want of it. */
 connection_pair accept_pair(int listener, const char *name) {
     connection_pair pair;
-    pair.in.reset(accept(listener, nullptr, nullptr));
+    pair.out.reset(dup(listener));
+    if (pair.out) pair.in.reset(accept(listener, nullptr, nullptr));
     if (!pair.in) {
         if (!is_transient(errno)) pause_listener(listener, name);
         return {};
     }
     set_reuse_address(pair.in.get());
-    pair.out.reset(dup(pair.in.get()));
-    if (!pair.out) {
-        pause_listener(listener, name);
+    if (dup2(pair.in.get(), pair.out.get()) < 0) {
+        daemon_log(LOG_ERR, "dup: %s", strerror(errno));
         return {};
     }
     set_close_on_exec(pair.in.get());

@@ -2,14 +2,10 @@
 
 #include <errno.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <climits>
-#include <cstdlib>
 #include <string>
-#include <string_view>
 
 #include "ucfgd/owners.h"
 
@@ -17,30 +13,23 @@ namespace {
 
 using buffer = owned<databuf, destroy_databuf>;
 
-std::string_view content(const buffer &b) {
-    return {b->buf + b->start, static_cast<size_t>(databuf_pending(b.get()))};
+std::string content(const buffer &b) {
+    return {b->buf + b->start, b->buf + b->end};
 }
 
 void add(const buffer &b, const std::string &text) {
     ASSERT_EQ(databuf_add(b.get(), text.data(), static_cast<int>(text.size())), 0);
 }
 
-TEST(Databuf, GrowsByTheContentAndItsSlackOnlyWhenItIsFull) {
-    buffer b{create_databuf()};
-    add(b, std::string(1024, 'a'));
-    EXPECT_EQ(b->size, 1024);
-    add(b, "b");
-    EXPECT_EQ(b->size, 1024 + 1 + 1024);
-    EXPECT_EQ(content(b), std::string(1024, 'a') + "b");
-}
-
-TEST(Databuf, MovesItsContentToTheFrontBeforeItGrows) {
+TEST(Databuf, MovesItsContentToTheFrontBeforeItGrowsByItsSlack) {
     buffer b{create_databuf()};
     add(b, std::string(600, 'x') + std::string(424, 'y'));
     databuf_remove(b.get(), 600);
     add(b, std::string(600, 'z'));
     EXPECT_EQ(b->size, 1024);
-    EXPECT_EQ(content(b), std::string(424, 'y') + std::string(600, 'z'));
+    add(b, "b");
+    EXPECT_EQ(b->size, 1024 + 1 + 1024);
+    EXPECT_EQ(content(b), std::string(424, 'y') + std::string(600, 'z') + "b");
 }
 
 TEST(Databuf, ShrinksToItsContentAfterMoreThanEightKibibytesWereConsumed) {
@@ -54,61 +43,36 @@ TEST(Databuf, ShrinksToItsContentAfterMoreThanEightKibibytesWereConsumed) {
     EXPECT_EQ(content(b), "rest");
 }
 
-TEST(Databuf, GivesItsStorageAwayAndStartsAfresh) {
-    buffer b{create_databuf()};
-    add(b, "stolen");
-    owned_str block{databuf_steal(b.get())};
-    EXPECT_EQ(std::string_view(block.get(), 6), "stolen");
-    EXPECT_EQ(b->buf, nullptr);
-    EXPECT_EQ(databuf_flushout(b.get(), -1), 0);
-    add(b, "new");
-    EXPECT_EQ(content(b), "new");
-}
-
 TEST(Databuf, RefusesToCountPastItsLimitAndStaysAsItWas) {
     buffer b{create_databuf()};
     add(b, "kept");
     EXPECT_LT(databuf_reserve(b.get(), INT_MAX), INT_MAX);
-    EXPECT_EQ(errno, ENOMEM);
     EXPECT_EQ(databuf_add(b.get(), "", INT_MAX - 100), -1);
-    databuf_remove(b.get(), -5);
+    EXPECT_EQ(errno, ENOMEM);
     EXPECT_EQ(content(b), "kept");
-    databuf_remove(b.get(), INT_MAX);
-    EXPECT_EQ(databuf_pending(b.get()), 0);
+    free(databuf_steal(b.get()));
+    add(b, "new");
+    EXPECT_EQ(content(b), "new");
 }
 
-TEST(Databuf, CarriesBytesBetweenDescriptorsAtMostOneChunkARead) {
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
-    unique_fd in{ends[0]};
-    unique_fd out{ends[1]};
-    buffer b{create_databuf()};
-    buffer received{create_databuf()};
-    add(b, std::string(1500, 'p'));
-    EXPECT_EQ(databuf_flushout(b.get(), out.get()), 1500);
-    EXPECT_EQ(databuf_flushin(received.get(), in.get()), 1024);
-    EXPECT_EQ(databuf_flushin(received.get(), in.get()), 476);
-    out.reset();
-    EXPECT_EQ(databuf_flushin(received.get(), in.get()), 0);
-    EXPECT_EQ(content(received), std::string(1500, 'p'));
-    EXPECT_EQ(databuf_flushin(received.get(), -1), -1);
-}
-
-TEST(Databuf, NeverWaitsForASocketAndSurvivesAVanishedPeer) {
+TEST(Databuf, ReadsChunksAndNeverWaitsForASocketOrDiesOfAVanishedPeer) {
     int ends[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
     unique_fd near{ends[0]};
     unique_fd far{ends[1]};
     buffer b{create_databuf()};
+    EXPECT_EQ(databuf_flushout(b.get(), -1), 0) << "nothing to write";
     add(b, std::string(4 << 20, 's'));
     int sent = databuf_sendout(b.get(), near.get());
     EXPECT_GT(sent, 0);
     EXPECT_EQ(databuf_pending(b.get()), (4 << 20) - sent);
     while (databuf_sendout(b.get(), near.get()) > 0) {}
     EXPECT_EQ(errno, EAGAIN);
+    buffer received{create_databuf()};
+    EXPECT_EQ(databuf_flushin(received.get(), far.get()), 1024);
+    EXPECT_EQ(content(received), std::string(1024, 's'));
     far.reset();
     EXPECT_EQ(databuf_sendout(b.get(), near.get()), -1);
-    EXPECT_EQ(errno, EPIPE);
 }
 
 }  // namespace

@@ -4,11 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "ucfgd/hslist.h"
 #include "ucfgd/lines.h"
 #include "ucfgd/owners.h"
 #include "ucfgd/slist.h"
-#include "ucfgd/strlcpy.h"
 #include "ucfgd/words.h"
 
 namespace {
@@ -43,14 +41,6 @@ TEST(Lines, ReadAStreamKeepingNewlinesAndCuttingWhatIsTooLong) {
     EXPECT_EQ(read(list.get()), (texts{"one\n", std::string(4094, 'l'), "tail\n", "last"}));
 }
 
-TEST(Lines, TakeANewTextThatLiesInTheirOldOne) {
-    lines l{create_line("old text")};
-    ASSERT_EQ(line_setval(l.get(), l->line + 4), 0);
-    EXPECT_STREQ(l->line, "text");
-    ASSERT_EQ(line_setval(l.get(), nullptr), 0);
-    EXPECT_EQ(l->line, nullptr);
-}
-
 TEST(Lists, UnlinkTheHeadTheMiddleAndNothingThatIsNotThere) {
     line c{nullptr, nullptr};
     line b{nullptr, nullptr};
@@ -65,33 +55,6 @@ TEST(Lists, UnlinkTheHeadTheMiddleAndNothingThatIsNotThere) {
     EXPECT_EQ(slist_unlink(list, &a), &c);
 }
 
-TEST(Lists, AreWalkedWhileTheirElementsGo) {
-    list_builder<line> built;
-    for (const char *text : {"1", "2", "3"})
-        built.append(create_line(text));
-    texts seen;
-    for (line *l : removal_safe(built.release())) {
-        seen.emplace_back(l->line);
-        destroy_line(l);
-    }
-    EXPECT_EQ(seen, (texts{"1", "2", "3"}));
-}
-
-TEST(Lists, WithAHeadAppendAfterPrependingToAnEmptyOne) {
-    slist_hdr first{nullptr};
-    slist_hdr second{nullptr};
-    slist_hdr third{nullptr};
-    owned<slist_head, free> head{hslist_create()};
-    hslist_prepend(head.get(), &first);
-    EXPECT_EQ(head->last, nullptr);
-    hslist_append(head.get(), &second);
-    slist_head more{&third, &third};
-    hslist_append_list(head.get(), &more);
-    EXPECT_EQ(first.next, &second);
-    EXPECT_EQ(second.next, &third);
-    EXPECT_EQ(head->last, &third);
-}
-
 TEST(Words, AreTakenOneByOneAndWhatDoesNotFitIsDropped) {
     const char *position = "  first verylongword\tx  ";
     char word[6];
@@ -103,16 +66,6 @@ TEST(Words, AreTakenOneByOneAndWhatDoesNotFitIsDropped) {
     EXPECT_STREQ(word, "x");
     EXPECT_EQ(dup_next_word_b(&position, word, sizeof word), 0u);
     EXPECT_STREQ(position, "");
-}
-
-TEST(Strlcpy, CutsAndTellsTheLengthThatItWouldHaveNeeded) {
-    char out[108];
-    std::string path(200, 'p');
-    EXPECT_EQ(strlcpy(out, path.c_str(), sizeof out), 200u);
-    EXPECT_EQ(out, std::string(107, 'p'));
-    out[0] = 'k';
-    EXPECT_EQ(strlcpy(out, "x", 0), 1u);
-    EXPECT_EQ(out[0], 'k');
 }
 
 }  // namespace
