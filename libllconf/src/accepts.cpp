@@ -64,7 +64,7 @@ bool accepts_formatting(const syntax &s, int level, const cnfnode *node) {
 
 bool accepts_node(const syntax &s, int level, const cnfnode *parent, const char *name,
                   const char *value) {
-    if (level < 1 || level > k_max_depth) return false;
+    if (level < 1 || level > k_max_depth + 1) return false;  // entries of the innermost section
     if (!s.whole_file()) {
         cnfnode probe{nullptr, const_cast<char *>(name), const_cast<char *>(value), nullptr,
                       nullptr};

@@ -204,12 +204,28 @@ bool text_reader::close_section(const piece &p) {
     return true;
 }
 
-/* A section without an end of its own reaches up to here. */
+/* A section without an end of its own reaches up to here; but blank lines at its end, and comments
+ * behind them, lead over to what follows, and a node added to the section comes in front of them.
+ */
 void text_reader::end_heading() {
     if (open_.empty() || open_.back().kind != CNF_HEADING) return;
-    source_text *text = open_.back().node->text();
-    text->length = static_cast<uint32_t>(at_) - text->offset;
+    node_record *section = open_.back().node;
     open_.pop_back();
+    node_record *first = nullptr;
+    for (node_record *node = section->last_child; node != nullptr; node = node->prev) {
+        if (node->name != k_empty_name && node->name != k_comment_name) break;
+        if (node->name == k_empty_name) first = node;
+    }
+    source_text *text = section->text();
+    size_t end = first != nullptr ? first->text()->offset : at_;
+    text->length = static_cast<uint32_t>(end) - text->offset;
+    while (first != nullptr) {
+        node_record *next = first->next_node();
+        take_out(first);
+        link_node(current(), first, nullptr);
+        first->text_level = static_cast<uint16_t>(open_.size() + 1);
+        first = next;
+    }
 }
 
 /* The root of a file that holds its own: nothing of this counts as a change. */

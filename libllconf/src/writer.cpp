@@ -180,7 +180,7 @@ bool tree_writer::write_node(const node_record *node, int level) {
         add_source(text->source->text + text->offset, text->length);
         return true;
     }
-    if (level > k_max_depth) return refuse(node);
+    if (level > k_max_depth + 1) return refuse(node);
     if (cnfnode_is_formatting(node) != 0) return write_layout(node, level, text);
     if (!accepts_node(syntax_, level, node->parent, node->name, node->value)) return refuse(node);
     int kind = text != nullptr && is_section_kind(node->text_kind) ? node->text_kind

@@ -39,6 +39,10 @@ bool is_head_part(std::string_view name) {
     return name == k_family || name == k_method || name == k_inherits || name == k_mapping;
 }
 
+bool is_flag(std::string_view name) {
+    return llconf::if_kind_of_word(name) == if_kind::flag;
+}
+
 /* A line of a stanza that the tree does not show: layout, and what is spelt like a part of the head
  * but stands below it. */
 bool is_kept(const if_line &line) {
@@ -143,21 +147,32 @@ class stanza_writer {
             return directive && node_->first_child == nullptr &&
                    add_line("", node_->name, node_->value, if_kind::directive);
         }
-        bool head_done = false;
-        for (const cnfnode *child = node_->first_child; child != nullptr; child = child->next) {
-            if (child->first_child != nullptr) return false;
-            bool part = is_head_part(child->name);
-            if (part && head_done) continue;
-            if (!(part ? head() : line(child))) return false;
-            head_done = head_done || part;
-        }
-        keep_until(old_.size());
-        return !text_.empty();
+        return flags() && head() && options();
     }
 
     const std::string &text() const { return text_; }
 
   private:
+    bool flags() {
+        for (const cnfnode *child = node_->first_child; child != nullptr; child = child->next) {
+            if (child->first_child != nullptr) return false;
+            if (!is_flag(child->name)) continue;
+            add_line("", child->name, node_->name, if_kind::flag);
+        }
+        return true;
+    }
+
+    bool options() {
+        for (const cnfnode *child = node_->first_child; child != nullptr; child = child->next) {
+            if (is_flag(child->name) || is_head_part(child->name)) continue;
+            if (!has_head_) return false;
+            std::string_view value = child->value != nullptr ? child->value : "";
+            add_line(indent_, child->name, value, if_kind::option);
+        }
+        keep_until(old_.size());
+        return !text_.empty();
+    }
+
     const char *value_of(std::string_view name) const {
         for (const cnfnode *child = node_->first_child; child != nullptr; child = child->next) {
             if (child->name == name) return child->value != nullptr ? child->value : "";
@@ -165,26 +180,22 @@ class stanza_writer {
         return nullptr;
     }
 
+    /* A stanza of flags has none. */
     bool head() {
-        if (value_of(k_mapping) != nullptr) {
-            return add_line("", k_mapping, node_->name, if_kind::mapping);
-        }
         const char *family = value_of(k_family);
         const char *method = value_of(k_method);
         const char *inherits = value_of(k_inherits);
-        if (family == nullptr || method == nullptr) return false;
-        std::string rest = std::string(node_->name) + ' ' + family + ' ' + method;
-        if (inherits != nullptr) rest.append(" ").append(k_inherits).append(" ").append(inherits);
-        return add_line("", "iface", rest, if_kind::iface);
-    }
-
-    bool line(const cnfnode *child) {
-        std::string_view name = child->name;
-        std::string_view value = child->value != nullptr ? child->value : "";
-        if (llconf::if_kind_of_word(name) == if_kind::flag) {
-            return add_line("", name, node_->name, if_kind::flag);
+        has_head_ = true;
+        if (value_of(k_mapping) != nullptr) {
+            return add_line("", k_mapping, node_->name, if_kind::mapping);
         }
-        return add_line(indent_, name, value, if_kind::option);
+        if (family != nullptr && method != nullptr) {
+            std::string rest = std::string(node_->name) + ' ' + family + ' ' + method;
+            if (inherits != nullptr) rest.append(" inherits ").append(inherits);
+            return add_line("", "iface", rest, if_kind::iface);
+        }
+        has_head_ = false;
+        return family == nullptr && method == nullptr && inherits == nullptr;
     }
 
     bool add_raw(std::string_view raw) {
@@ -236,6 +247,7 @@ class stanza_writer {
     std::string indent_;
     std::string text_;
     bool first_ = true;
+    bool has_head_ = false;
 };
 
 /* --- what fits ------------------------------------------------------------------------------- */
@@ -248,7 +260,7 @@ bool accepts_top(std::string_view name, const char *value) {
 }
 
 bool accepts_child(std::string_view name, const char *value) {
-    if (name == k_mapping || llconf::if_kind_of_word(name) == if_kind::flag) {
+    if (name == k_mapping || is_flag(name)) {
         return llconf::if_is_word(name) && (value == nullptr || *value == '\0');
     }
     if (is_head_part(name)) return value == nullptr || llconf::if_is_word(value);
