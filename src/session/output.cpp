@@ -129,7 +129,11 @@ void release_idle_storage(databuf *buffer) {
 int session_write(ccd_session *session, const void *data, size_t size) {
     if (!session->outbuf) return 0;
     if (g_protocol_log_fptr) log_written(data, size);
-    const int result = databuf_add(session->outbuf, data, static_cast<int>(size));
+    databuf *out = session->outbuf;
+    const int length = static_cast<int>(size);
+    /* A long listing grows its buffer in steps of its own size. */
+    if (out->size - out->end < length) databuf_reserve(out, length + databuf_pending(out) / 2);
+    const int result = databuf_add(out, data, length);
     if (session->fdcb_out) session->fdcb_out->type |= FD_CALLBACK_WRITE;
     return result;
 }

@@ -10,7 +10,7 @@ class Change : public session_test {
                "access: '1'\n"
                "a {\n get: fetch('a')\n set: store('a', $_)\n}\n"
                "b {\n get: fetch('b')\n set: store('b', $_)\n sanity: fetch('a') != 'bad'\n}\n"
-               "c {\n set: complain()\n}\n"
+               "c {\n set: seterror('no such\\nthing', 'error.thing', 'a1')\n}\n"
                "d {\n set: '0'\n}\n"
                "list {\n list: 'x'\n del: store('deleted', $_)\n sanity: fail()\n * \n}\n"
                "closed {\n access: '0'\n set: '1'\n}\n");

@@ -7,7 +7,7 @@ class Jobs : public session_test {
     void SetUp() override {
         session_test::SetUp();
         define(g_ccdtree, "access: '1'\n* {\n get: fetch($0)\n set: store($0, $_)\n}\n");
-        define(g_mgmttree, "access: '1'\nrun {\n admin: act($arg1)\n}\n");
+        define(g_mgmttree, "access: '1'\nrun {\n admin: system($arg1)\n}\n");
     }
 };
 
@@ -52,13 +52,11 @@ TEST_F(Jobs, AJobGoesOnWithoutItsSession) {
 TEST_F(Jobs, OutputOfAnActionArrivesWhileItRuns) {
     ccd_session *session = logged_in("admin");
     const std::string fifo = dir + "/fifo";
-    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    mkfifo(fifo.c_str(), 0600);
     ask(session, "t ADMIN run echo+one;read+x<" + fifo + ";echo+$x;echo+err+>%262;exit+0\nn NOOP");
     std::string output;
-    while (output.empty()) {
+    for (; output.empty(); output = replies(session))
         pump();
-        output = replies(session);
-    }
     EXPECT_EQ(output, "t.1 one\n");
     std::ofstream(fifo) << "two\n";
     output = wait(session);
@@ -72,9 +70,7 @@ TEST_F(Jobs, OutputOfAnActionArrivesWhileItRuns) {
 TEST_F(Jobs, AProcessThatKeepsThePipeOpenHoldsNobodyUp) {
     ccd_session *session = logged_in("admin");
     ask(session, "t ADMIN run seq+20000;sleep+100+%26+echo+$!+>" + dir + "/pid");
-    const std::string output = wait(session);
-    EXPECT_NE(output.find("t.1 20000\n"), std::string::npos);
-    EXPECT_TRUE(output.ends_with("t.1 \nt.2 \nt OK\n"));
+    EXPECT_TRUE(wait(session).ends_with("t.1 20000\nt.1 \nt.2 \nt OK\n"));
     kill(std::stoi(read_file("pid")), SIGKILL);
 }
 
@@ -84,12 +80,9 @@ TEST_F(Jobs, AnActionWaitsForAClientThatDoesNotRead) {
     for (int turn = 0; turn < 200; ++turn)
         pump();
     EXPECT_LT(databuf_pending(session->outbuf), k_session_output_limit + 64 * 1024);
-    std::string output;
-    while ((session->flags & k_session_locked) != 0) {
-        output += replies(session);
+    std::string output = replies(session);
+    for (; (session->flags & k_session_locked) != 0; output += replies(session))
         pump();
-    }
-    output += replies(session);
     EXPECT_EQ(std::count(output.begin(), output.end(), '\n'), 400003);
 }
 
@@ -104,50 +97,32 @@ TEST_F(Jobs, ResumeTakesOverTheJobAndItsLock) {
     EXPECT_EQ(wait(next), "t.1 late\nt.1 \nt.2 \nt OK\nn OK\n");
 }
 
-class Execute : public testing::Test {
-  protected:
-    int run(const char *script, const std::string &input = "", uid_t uid = getuid()) {
-        char sh[] = "sh";
-        char option[] = "-c";
-        std::string text = script;
-        char *const argv[] = {sh, option, text.data(), nullptr};
-        char *data[2] = {};
-        int size[2] = {};
-        int status = -1;
-        EXPECT_EQ(execute("sh", argv, uid, input.data(), static_cast<int>(input.size()), &data[0],
-                          &size[0], &data[1], &size[1], &status),
-                  0);
-        out = data[0] ? std::string(data[0], static_cast<size_t>(size[0])) : "";
-        err = data[1] ? std::string(data[1], static_cast<size_t>(size[1])) : "";
-        free(data[0]);
-        free(data[1]);
-        return status;
-    }
-    std::string out;
-    std::string err;
-};
-
-TEST_F(Execute, ExchangesAnyAmountOfDataWithTheProgram) {
-    const std::string input(3000000, 'x');
-    EXPECT_EQ(run("cat; echo error >&2; exit 3", input), 3 << 8);
-    EXPECT_EQ(out, input);
-    EXPECT_EQ(err, "error\n");
-    EXPECT_EQ(run("exit 0", input), 0);
-    EXPECT_EQ(run("ls /proc/self/fd | wc -l; kill -PIPE $$"), SIGPIPE);
-    EXPECT_EQ(out, "4\n");
-}
-
-TEST_F(Execute, RunsUnderTheAccountAndItsGroupsOrNotAtAll) {
-    if (getuid() != 0) GTEST_SKIP() << "needs root";
-    EXPECT_EQ(run("id -u; id -g; id -G", "", 65534), 0);
-    EXPECT_EQ(out, "65534\n65534\n65534\n");
-    char *const argv[] = {nullptr};
-    int status = 0;
+/* The wait status of a script, its output and its errors. */
+static std::tuple<int, std::string, std::string> run(const char *program, std::string script,
+                                                     const std::string &input, uid_t uid) {
+    char option[] = "-c";
+    char *const argv[] = {option, option, script.data(), nullptr};
     char *data[2] = {};
     int size[2] = {};
-    EXPECT_EQ(execute("/no/such", argv, 0, "", 0, &data[0], &size[0], &data[1], &size[1], &status),
+    int status = -1;
+    EXPECT_EQ(execute(program, argv, uid, input.data(), static_cast<int>(input.size()), &data[0],
+                      &size[0], &data[1], &size[1], &status),
               0);
-    EXPECT_STREQ(data[1], "executing '/no/such' failed: No such file or directory\n");
-    EXPECT_EQ(status, 1 << 8);
-    free(data[1]);
+    const owned_str out{data[0]};
+    const owned_str err{data[1]};
+    return {status, out ? out.get() : "", err ? err.get() : ""};
+}
+
+TEST(Execute, ExchangesAnyAmountOfDataWithAProgramUnderItsAccount) {
+    const std::string input(3000000, 'x');
+    EXPECT_EQ(run("sh", "cat; echo error >&2; exit 3", input, getuid()),
+              std::tuple(3 << 8, input, "error\n"));
+    EXPECT_EQ(run("sh", "ls /proc/self/fd | wc -l; kill -PIPE $$", "", getuid()),
+              std::tuple(SIGPIPE, "4\n", ""));
+    EXPECT_EQ(run("/no/such", "", "", getuid()),
+              std::tuple(1 << 8, "", "executing '/no/such' failed: No such file or directory\n"));
+    if (getuid() == 0) {
+        EXPECT_EQ(run("sh", "id -u; id -g; id -G", "", 65534),
+                  std::tuple(0, "65534\n65534\n65534\n", ""));
+    }
 }

@@ -1,23 +1,20 @@
 #ifndef SESSION_FIXTURE_H
 #define SESSION_FIXTURE_H
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <libdaemon/dlog.h>
 #include <poll.h>
-#include <sys/socket.h>
 
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <string>
 
 #include "auth/session_auth.h"
 #include "auth/session_users.h"
+#include "conf_text.h"
 #include "daemon/dirs.h"
 #include "fe/fe.h"
-#include "llconf/modules.h"
-#include "llconf/nodes.h"
+#include "functions/functions.h"
 #include "session/bgexec.h"
 #include "session/protocol.h"
 #include "tavevent/tavevent.h"
@@ -35,37 +32,27 @@ using values = std::map<std::string, std::string>;
 inline long g_now = 100;
 inline std::string g_values_file;
 
-struct test_state {
-    values current;
-    bool dirty = false;
-};
-
-inline test_state &state_of(const trns_ctx_item *item) {
-    return *static_cast<test_state *>(item->data);
-}
-
-inline int load_values(trns_ctx_item *item) {
-    test_state loaded;
-    std::ifstream file(g_values_file);
-    for (std::string name, value; file >> name >> value;)
-        loaded.current[name] = value;
-    state_of(item) = loaded;
-    return 0;
+inline values &values_of(const trns_ctx_item *item) {
+    return *static_cast<values *>(item->data);
 }
 
 inline int revert_values(trns_ctx_item *item) {
-    if (!item->parent) return load_values(item);
-    revert_values(item->parent);
-    state_of(item) = state_of(item->parent);
+    values reverted;
+    std::ifstream file(g_values_file);
+    for (std::string name, value; file >> name >> value;)
+        reverted[name] = value;
+    for (; item; item = item->parent)
+        values_of(item) = reverted;
     return 0;
 }
 
 /* "errno" holds the error that a commit ends with, "crash" makes it die. */
 inline int commit_values(trns_ctx_item *item) {
-    const values &all = state_of(item).current;
+    values &all = values_of(item);
     if (all.contains("crash")) abort();
-    if (all.contains("errno")) return errno = std::stoi(all.at("errno"));
+    if (all.contains("errno")) return errno = std::stoi(all["errno"]);
     std::ofstream file(g_values_file);
+    all.erase("dirty");
     for (const auto &[name, value] : all)
         file << name << ' ' << value << '\n';
     std::cout << "noise that no client sees" << std::endl;
@@ -74,49 +61,25 @@ inline int commit_values(trns_ctx_item *item) {
 
 inline void register_backend() {
     register_trns_interface(
-        7, [](trns_ctx_item *item) { return item->data = new test_state, 0; },
-        [](trns_ctx_item *item) { return delete &state_of(item), 0; },
+        7, [](trns_ctx_item *item) { return item->data = new values, 0; },
+        [](trns_ctx_item *item) { return delete &values_of(item), 0; },
         [](trns_ctx_item *item, trns_ctx_item *parent) {
-            return item->data = new test_state{state_of(parent).current}, 0;
+            auto *copy = new values(values_of(parent));
+            copy->erase("dirty");
+            return item->data = copy, 0;
         },
-        [](trns_ctx_item *item) {
-            if (!item->parent || !state_of(item).dirty) return 0;
-            state_of(item->parent) = {state_of(item).current, true};
-            return 0;
-        },
+        [](trns_ctx_item *item) { return values_of(item->parent) = values_of(item), 0; },
         [](trns_ctx_item *) { return 0; }, commit_values, revert_values,
-        [](trns_ctx_item *item) { return state_of(item).dirty ? 1 : 0; });
+        [](trns_ctx_item *item) { return values_of(item).contains("dirty") ? 1 : 0; });
 }
 
-/* fetch(name) fails for a name without a value; store(name, value); print comes with the library.
- */
-inline fe_node *fetch(fe_context *ctx, fe_node *call) {
-    const owned<fe_node, destroy_fe_node_list> name{eval_fe_expr_list(ctx, call->first_child)};
-    const auto *item = trns_find_ctx_byid(static_cast<trns_ctx *>(ctx->user_data), 7);
-    const values &all = state_of(item).current;
-    const auto found = all.find(name->text);
-    if (found == all.end()) return nullptr;
-    return create_fe_node(g_fed_const, found->second.c_str());
-}
-
-inline fe_node *store(fe_context *ctx, fe_node *call) {
-    const owned<fe_node, destroy_fe_node_list> pair{eval_fe_expr_list(ctx, call->first_child)};
-    const auto *item = trns_find_ctx_byid(static_cast<trns_ctx *>(ctx->user_data), 7);
-    state_of(item).current[pair->text] = pair->next->text;
-    state_of(item).dirty = true;
-    return create_fe_node(g_fed_const, "1");
-}
-
-inline fe_node *complain(fe_context *, fe_node *) {
-    ccd_set_error("no such\nthing", "error.thing");
-    ccd_add_error_arg("a1");
-    return create_fe_node(g_fed_const, "0");
-}
-
-/* act(command): a management action. */
-inline fe_node *act(fe_context *ctx, fe_node *call) {
-    const owned<fe_node, destroy_fe_node_list> words{eval_fe_expr_list(ctx, call->first_child)};
-    return system(words->text) == 0 ? create_fe_node(g_fed_const, "1") : nullptr;
+/* fetch(name) fails for a name without a value; store(name, value). */
+inline fe_node *fetch_or_store(fe_context *ctx, fe_node *call) {
+    const owned<fe_node, destroy_fe_node_list> args{eval_fe_expr_list(ctx, call->first_child)};
+    values &all = values_of(trns_find_ctx_byid(static_cast<trns_ctx *>(ctx->user_data), 7));
+    if (args->next) all[args->text] = all["dirty"] = args->next->text;
+    if (!all.contains(args->text)) return nullptr;
+    return create_fe_node(g_fed_const, args->next ? "1" : all[args->text].c_str());
 }
 
 class session_test : public testing::Test {
@@ -130,34 +93,21 @@ class session_test : public testing::Test {
         daemon_log_use = DAEMON_LOG_STDERR;
         g_uptime_source = [] { return g_now; };
         request_time = g_now;
-        g_session_timeout = 1800;
         g_access_override = 0;
-        register_all();
         if (!g_trns_iface_list) register_backend();
         g_trns_ctx = trns_create_ctx();
         base = create_felib_base();
-        base->fed_list = fe_register_felib_funcs(nullptr);
-        const std::pair<const char *, fe_function> functions[] = {
-            {"fetch", fetch}, {"store", store}, {"complain", complain}, {"act", act}};
-        for (const auto &[name, function] : functions) {
-            base->fed_list = fe_register_func(base->fed_list, name, function, nullptr);
-        }
+        base->fed_list =
+            fe_register_paramfuncs(fe_register_llmiscfuncs(fe_register_felib_funcs(nullptr)));
+        base->fed_list = fe_register_func(base->fed_list, "fetch", fetch_or_store, nullptr);
+        base->fed_list = fe_register_func(base->fed_list, "store", fetch_or_store, nullptr);
         g_ccdtree = create_ccdtree();
         g_mgmttree = create_ccdtree();
-        g_conftree = create_cnfnode("(root)");
-        const std::pair<const char *, int> users[] = {{"admin", 7}, {"reader", 4}, {".other", 6}};
-        for (const auto &[name, perms] : users) {
-            session_user *user = create_session_user(name);
-            user->perms = perms;
-            g_users_list = append_session_user(g_users_list, user);
-        }
-        cnfnode *method = create_cnfnode("authtype:");
-        cnfnode_setval(method, "debug");
-        cnfnode *listen = create_cnfnode("listen");
-        cnfnode *local = create_cnfnode("local");
-        append_node(g_conftree, listen);
-        append_node(listen, local);
-        append_node(local, method);
+        g_conftree = conf_text(
+            "listen {\n local {\n authtype: debug\n }\n}\n"
+            "users {\n admin {\n access: rwx\n }\n reader {\n access: r\n }\n"
+            " .other {\n access: rw\n }\n}\n");
+        g_users_list = read_session_users(find_node(g_conftree->first_child, "users"));
     }
 
     void TearDown() override {
@@ -167,7 +117,6 @@ class session_test : public testing::Test {
             session_discard(session);
         pump();
         EXPECT_EQ(g_session_list, nullptr);
-        EXPECT_EQ(g_cb_list, nullptr);
         ccd_clear_error();
         destroy_ccdtree(std::exchange(g_ccdtree, nullptr));
         destroy_ccdtree(std::exchange(g_mgmttree, nullptr));
