@@ -142,7 +142,8 @@ int submit(ucfg_conn *conn, const ucfg_item *items, size_t count, ucfg_batch **o
         int result = change_line(conn, items[i], line);
         if (result != k_ucfg_ok)
             return fail(conn, result, "item " + std::to_string(i + 1) + ": " + conn->text);
-        text += tag + "." + std::to_string(i + 1) + " " + line + "\n";
+        text.append(tag).append(".").append(std::to_string(i + 1));
+        text.append(" ").append(line).append("\n");
     }
     text += tag + " SUBMIT\n";
     if (text.size() > k_request_limit) return fail(conn, k_ucfg_too_long, "the batch is too long");

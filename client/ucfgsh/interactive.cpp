@@ -25,7 +25,7 @@ size_t count_characters(std::string_view text) {
 
 /* The items in columns, as many as fit. */
 std::string in_columns(const std::vector<std::string> &items) {
-    size_t width = 0;
+    size_t width = 1;
     for (const std::string &item : items)
         width = std::max(width, count_characters(item) + 2);
     size_t columns = std::max<size_t>(static_cast<size_t>(terminal_columns()) / width, 1);

@@ -85,7 +85,8 @@ session_user *create_session_user_from_conf(const cnfnode *node, const session_u
 session_user *read_session_users(const cnfnode *node) {
     if (!node) return nullptr;
     const cnfnode *first = node->first_child;
-    while (first && cnfnode_is_formatting(first)) first = first->next;
+    while (first && cnfnode_is_formatting(first))
+        first = first->next;
     const bool has_default = first && name_of(first) == k_default_name;
     session_user *default_user = has_default ? create_session_user_from_conf(first, nullptr)
                                              : create_session_user(k_default_name);

@@ -153,7 +153,8 @@ int cnf_out_add(struct cnf_out *out, const char *text, size_t length);
 int cnf_out_text(struct cnf_out *out, const char *text); /* null: nothing */
 
 /* For format_tree: the text of the file that the tree was read from, *length bytes without a NUL
- * behind them; null for a tree that was not read from a file of this module's syntax and options. */
+ * behind them; null for a tree that was not read from a file of this module's syntax and options.
+ */
 const char *cnf_out_source(const struct cnf_out *out, size_t *length);
 
 /* --- for all -------------------------------------------------------------------------------- */
