@@ -43,10 +43,11 @@ int reply_value(ccd_session *session, const char *id, const char *text) {
     return reply_ok(session, id);
 }
 
-void write_numbered(ccd_session *session, const char *id, const char *what, const line *list) {
+/* The format takes the tag, a number from 1 on, and the text. */
+void write_numbered(ccd_session *session, const char *id, const char *format, const line *list) {
     int number = 0;
     for (; list; list = list->next) {
-        session_writef(session, "%s.%s.%d %s\n", id, what, ++number, list->line ? list->line : "");
+        session_writef(session, format, id, ++number, list->line ? list->line : "");
     }
 }
 
@@ -137,8 +138,8 @@ int session_process_attr_tree(ccd_session *session, const char *id, ccdtree_node
     if (!attr) return reply_errno(session, id);
     if (attr->ops) session_writef(session, "%s.ops %s\n", id, attr->ops);
     if (attr->len > 0) session_writef(session, "%s.len %d\n", id, attr->len);
-    write_numbered(session, id, "choices", attr->choices);
-    write_numbered(session, id, "flags", attr->flags);
+    write_numbered(session, id, "%s.choices.%d %s\n", attr->choices);
+    write_numbered(session, id, "%s.flags.%d %s\n", attr->flags);
     if (attr->type_name) session_writef(session, "%s.type %s\n", id, attr->type_name);
     return reply_ok(session, id);
 }

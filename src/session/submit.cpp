@@ -161,7 +161,7 @@ int sub_process_entry(ccd_session *session, const char *id, const char *args, co
     char name[k_word_size];
     dup_next_word_b(&args, path, sizeof(path));
     if (dup_next_word_b(&args, name, sizeof(name)) == 0) {
-        session_writef(session, "%s BAD %s\n", id, usage);
+        session_writef(session, usage, id);
         return 0;
     }
     ccd_path_value_item *item = add_item(session, id, path, name);
@@ -249,12 +249,13 @@ int sub_session_process_set(ccd_session *session, const char *id, const char *ar
 }
 
 int sub_session_process_add(ccd_session *session, const char *id, const char *args) {
-    return sub_process_entry(session, id, args, "at least one arguments required", ccd_param_add,
-                             0);
+    return sub_process_entry(session, id, args, "%s BAD at least one arguments required\n",
+                             ccd_param_add, 0);
 }
 
 int sub_session_process_del(ccd_session *session, const char *id, const char *args) {
-    return sub_process_entry(session, id, args, "two arguments required", ccd_param_del, 1);
+    return sub_process_entry(session, id, args, "%s BAD two arguments required\n", ccd_param_del,
+                             1);
 }
 
 int sub_session_process_move(ccd_session *session, const char *id, const char *args) {

@@ -95,9 +95,8 @@ TEST_F(Authentication, NoPasswordFitsAFieldThatIsNone) {
         EXPECT_EQ(method(&session, "joe", "secret"), 0);
         EXPECT_EQ(method(&session, "joe", ""), 1);
         for (const char *user : {"locked", "none", "open", "null", "stranger"}) {
-            for (const char *pass : {"", "!", "*0", "*1"}) {
+            for (const char *pass : {"", "!", "*0", "*1"})
                 EXPECT_EQ(method(&session, user, pass), 1) << user << pass;
-            }
         }
     }
 }

@@ -1,4 +1,4 @@
-#include <sys/wait.h>
+#include <sys/stat.h>
 
 #include "session_fixture.h"
 
@@ -23,9 +23,6 @@ TEST_F(Jobs, ACommitWritesInAChildAndMakesTheOthersStale) {
     EXPECT_EQ(ask(second, "t CURRENT\nt UPDATE"),
               "t ERR commit conflict\nt ERR session is dirty and not current\n");
     EXPECT_EQ(ask(second, "t REVERT\nt UPDATE\nt GET a"), "t OK\nt OK\nt.1 1\nt OK\n");
-    ask(first, "t SET a 3\nc COMMIT");
-    EXPECT_EQ(wait(first), "c OK\n");
-    EXPECT_EQ(ask(second, "t UPDATE\nt GET a"), "t OK updated\nt.1 3\nt OK\n");
 }
 
 TEST_F(Jobs, ACommitThatFailsSaysWhyAndIsTakenBack) {
@@ -60,9 +57,8 @@ TEST_F(Jobs, OutputOfAnActionArrivesWhileItRuns) {
     EXPECT_EQ(output, "t.1 one\n");
     std::ofstream(fifo) << "two\n";
     output = wait(session);
-    for (const char *part : {"t.1 two\n", "t.2 err\n", "t.1 \nt.2 \nt OK\nn OK\n"}) {
-        EXPECT_NE(output.find(part), std::string::npos) << output;
-    }
+    EXPECT_NE(output.find("t.2 err\n"), std::string::npos) << output;
+    EXPECT_TRUE(output.ends_with("t.1 \nt.2 \nt OK\nn OK\n")) << output;
     ask(session, "averylongtag1234 ADMIN run exit+3");
     EXPECT_EQ(wait(session), "averylongtag123 \naverylongtag123 \naverylongtag1234 ERR\n");
 }
@@ -80,9 +76,7 @@ TEST_F(Jobs, AnActionWaitsForAClientThatDoesNotRead) {
     for (int turn = 0; turn < 200; ++turn)
         pump();
     EXPECT_LT(databuf_pending(session->outbuf), k_session_output_limit + 64 * 1024);
-    std::string output = replies(session);
-    for (; (session->flags & k_session_locked) != 0; output += replies(session))
-        pump();
+    const std::string output = wait(session);
     EXPECT_EQ(std::count(output.begin(), output.end(), '\n'), 400003);
 }
 
