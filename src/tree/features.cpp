@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <libdaemon/dlog.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstdio>
@@ -122,10 +123,17 @@ owned_tree parse_backend_file(cnfmodule *tavconf, const char *file) {
     return tree;
 }
 
+/* A copy of a system (--root) brings its own plug-ins, or takes those of the machine. */
+void register_plugin(const char *name, const char *library) {
+    owned_str path{prefix_ucfgdconffilename(library)};
+    bool is_there = path && access(path.get(), F_OK) == 0;
+    cnfmodule_register_plugin(name, is_there ? path.get() : library, 0);
+}
+
 void add_backends(cnfmodule *tavconf, const cnfnode *module, fe_def *fed_list) {
     const char *name = cnf_get_entry(module, "backends/llconf/library/name:");
     const char *library = cnf_get_entry(module, "backends/llconf/library/library:");
-    if (name && library) cnfmodule_register_plugin(name, library, 0);
+    if (name && library) register_plugin(name, library);
     const char *file = cnf_get_entry(module, "backends/llconf/file:");
     if (!file) return;
     owned_tree modules = parse_backend_file(tavconf, file);

@@ -33,8 +33,8 @@ typedef struct iface {
 /* One entry of a listing. */
 typedef struct iface_node {
     struct iface_node *next;
-    char name[IFNAMSIZ];
-    iface *iface; /* owned; null until iface_get_all_cfg */
+    char name[IF_NAMESIZE];
+    struct iface *iface; /* owned; null until iface_get_all_cfg */
 } iface_node;
 
 /* The interfaces that have an IPv4 address, in the kernel's order, without those whose name begins
