@@ -24,6 +24,7 @@
 #include "fe/eval.h"
 
 #include <cerrno>
+#include <exception>
 #include <new>
 #include <string>
 
@@ -52,7 +53,15 @@ fe_node *evaluate_call(fe_context *ctx, const fe_node *call) {
         return nullptr;
     }
     ++g_run.depth;
-    fe_node *result = call->fed->function(ctx, const_cast<fe_node *>(call));
+    fe_node *result = nullptr;
+    try {
+        result = call->fed->function(ctx, const_cast<fe_node *>(call));
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
+    } catch (const std::exception &) {
+        // A function of a feature module may be written in C++, too.
+        errno = EINVAL;
+    }
     --g_run.depth;
     return result;
 }

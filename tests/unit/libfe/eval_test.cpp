@@ -1,4 +1,6 @@
 // Evaluation: contexts, laziness, user functions, limits, and who keeps what alive.
+#include <stdexcept>
+
 #include "fe_fixture.h"
 #include "llconf/nodes.h"
 
@@ -248,6 +250,15 @@ TEST_F(FeEval, EndlessRecursionEndsWithOneReportHoweverForgiving) {
         2, "an expression was stopped: more than 256 nested calls");
     EXPECT_EQ(reports(), expected);
     EXPECT_EQ(eval("down(3)"), "bottom") << "the next evaluation starts anew";
+}
+
+TEST_F(FeEval, AnExceptionOfANativeFunctionIsAFailureLikeOthers) {
+    register_native("throwing", [](fe_context *, fe_node *) -> fe_node * {
+        throw std::runtime_error("not for the daemon");
+    });
+    EXPECT_EQ(eval("default(throwing(), 'saved')"), "saved");
+    EXPECT_EQ(eval("seq(1, throwing())"), "FAIL");
+    EXPECT_EQ(eval("1 + 1"), "2") << "the meters of the evaluation were given back";
 }
 
 TEST_F(FeEval, RunawayLoopsEndAtTenMillionNodesOrWhenMemoryIsUp) {
