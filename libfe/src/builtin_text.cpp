@@ -3,6 +3,7 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <cstring>
 #include <cwctype>
 #include <string>
 
@@ -14,6 +15,13 @@ namespace fe {
 namespace {
 
 constexpr int64_t k_max_width = 10'000;
+
+// In linear time, however often the beginning of the part comes up; std::string_view::find is not.
+size_t find_part(std::string_view text, std::string_view part) {
+    const void *found = memmem(text.data(), text.size(), part.data(), part.size());
+    if (found == nullptr) return std::string_view::npos;
+    return static_cast<size_t>(static_cast<const char *>(found) - text.data());
+}
 
 fe_node *join_texts(std::span<const std::string_view> texts, std::string_view separator) {
     size_t length = texts.empty() ? 0 : separator.size() * (texts.size() - 1);
@@ -95,13 +103,17 @@ fe_node *func_substr(const arguments &args) {
     if (start < 0) {
         start = std::max<int64_t>(0, start + static_cast<int64_t>(count_characters(text)));
     }
-    text.remove_prefix(offset_of_character(text, static_cast<size_t>(start)));
+    // No text has more characters than bytes, and a size_t may be shorter than a number.
+    auto characters = [](int64_t n, std::string_view of) {
+        return static_cast<size_t>(std::min(n, static_cast<int64_t>(of.size())));
+    };
+    text.remove_prefix(offset_of_character(text, characters(start, text)));
     if (count <= 0) return new_const({});
-    return new_const(text.substr(0, offset_of_character(text, static_cast<size_t>(count))));
+    return new_const(text.substr(0, offset_of_character(text, characters(count, text))));
 }
 
 fe_node *func_index(const arguments &args) {
-    size_t offset = args[0].find(args[1]);
+    size_t offset = find_part(args[0], args[1]);
     if (offset == std::string_view::npos) return new_number(-1);
     return new_number(static_cast<int64_t>(count_characters(args[0].substr(0, offset))));
 }
@@ -112,7 +124,7 @@ fe_node *func_replace(const arguments &args) {
     const std::string_view to = args[2];
     if (from.empty()) return new_const(text);
     std::string result;
-    for (size_t at = text.find(from); at != std::string_view::npos; at = text.find(from)) {
+    for (size_t at; (at = find_part(text, from)) != std::string_view::npos;) {
         result.append(text.substr(0, at)).append(to);
         text.remove_prefix(at + from.size());
         if (result.size() > k_max_text) return fail_with(ENOMEM);
@@ -125,7 +137,7 @@ fe_node *func_split(const arguments &args) {
     result_list pieces;
     std::string_view rest = args[0];
     while (true) {
-        size_t at = rest.find(args[1]);
+        size_t at = find_part(rest, args[1]);
         if (!charge(1) || !pieces.append_text(rest.substr(0, at))) return nullptr;
         if (at == std::string_view::npos) return pieces.release();
         rest.remove_prefix(at + args[1].size());

@@ -94,6 +94,14 @@ TEST_F(FeFunctions, TextsAreCountedInCharacters) {
            {R"(format('[%3s]', '\xC3\xA4') == '[  \xC3\xA4]')", "1"}});
 }
 
+TEST_F(FeFunctions, ALongPartIsLookedForInOnePass) {
+    fe_set(ctx, "text", std::string(4 << 20, 'a').c_str());
+    fe_set(ctx, "part", (std::string(2 << 20, 'a') + 'b').c_str());
+    EXPECT_EQ(eval("index($text, $part)"), "-1");
+    EXPECT_EQ(eval("count(split($text, $part))"), "1");
+    EXPECT_EQ(eval("replace($text, $part, '') == $text"), "1");
+}
+
 TEST_F(FeFunctions, CaseFollowsTheLocaleAndLeavesOtherBytesAlone) {
     const std::string before = setlocale(LC_CTYPE, nullptr);
     ASSERT_NE(setlocale(LC_CTYPE, "C.UTF-8"), nullptr);
