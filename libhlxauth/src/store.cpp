@@ -131,6 +131,9 @@ session_place *locked_store::by_id(int id) const {
 session_place *locked_store::take_free() const {
     for (session_place &place : store_->places) {
         if (is_live(place)) continue;
+        /* First of all, so that half of a new session is never a live old one. */
+        place.state = place_state::writing;
+        std::atomic_thread_fence(std::memory_order_release);
         session_place fresh{};
         fresh.state = place_state::writing;
         fresh.generation = place.generation + 1;
