@@ -1,9 +1,11 @@
 #include <fcntl.h>
 #include <fnmatch.h>
+#include <libdaemon/dlog.h>
 #include <stdio.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <string>
 
 #include "backend/file_io.h"
@@ -17,6 +19,9 @@
  * the target of a symbolic link is a text like any other and does not. */
 
 namespace {
+
+constexpr size_t k_longest_file = 64UL << 20;  /* bytes of a file that is read as lines */
+constexpr size_t k_most_matching = 64UL << 20; /* characters of a pattern times those of a text */
 
 /* The answer to a question about the file of a name. */
 template <class question>
@@ -59,7 +64,13 @@ fe_node *llmisc_symlink(const call_arguments &arguments) {
                      [&](const char *path) { return symlink(arguments[0], path) == 0; });
 }
 
+/* Matching takes time in proportion to both lengths multiplied. */
 fe_node *llmisc_fnmatch(const call_arguments &arguments) {
+    size_t pattern = strlen(arguments[0]);
+    if (pattern > 0 && strlen(arguments[1]) > k_most_matching / pattern) {
+        daemon_log(LOG_ERR, "fnmatch: pattern and text are too long to be compared");
+        return const_node("0");
+    }
     return truth_node(fnmatch(arguments[0], arguments[1], 0) == 0);
 }
 
@@ -77,11 +88,17 @@ fe_node *llmisc_readlines(const call_arguments &arguments) {
     node_list lines;
     line_splitter splitter{lines};
     char chunk[4096];
+    size_t total = 0;
     for (;;) {
         ssize_t n = read(fd.get(), chunk, sizeof chunk);
         if (n < 0 && errno == EINTR) continue;
         if (n < 0) return nullptr;
         if (n == 0) break;
+        total += static_cast<size_t>(n);
+        if (total > k_longest_file) {
+            errno = EFBIG;
+            return nullptr;
+        }
         splitter.take({chunk, static_cast<size_t>(n)});
     }
     splitter.finish();

@@ -1,6 +1,7 @@
 #include <stdlib.h>
 
 #include <string>
+#include <vector>
 
 #include "functions/llmisc.h"
 #include "functions/shell_words.h"
@@ -36,17 +37,6 @@ void insert_before(std::string &text, const std::vector<shell_word> &words, size
         text.insert(words.back().end, ' ' + word);
 }
 
-/* Removes a word with the blanks behind it, or those before it when it is the last one. */
-void remove_word(std::string &text, const std::vector<shell_word> &words, size_t number) {
-    size_t begin = words[number].begin;
-    size_t end = words[number].end;
-    if (number + 1 < words.size())
-        end = words[number + 1].begin;
-    else if (number > 0)
-        begin = words[number - 1].end;
-    text.erase(begin, end - begin);
-}
-
 /* The first n characters of a word as they stand, or quoted anew where they hold quotes. */
 std::string word_prefix(const std::string &text, const shell_word &word, size_t n) {
     std::string raw = text.substr(word.begin, n);
@@ -80,28 +70,52 @@ std::string add_option(std::string text, const option_line &line, char letter, o
     return text;
 }
 
-/* Removes the last use of an option; the line is read anew for the one before it. */
-std::string remove_use(std::string text, const option_line &line, const option_use &use) {
-    const shell_word &word = line.words[use.word];
-    if (use.where == option_use::argument::next_word) remove_word(text, line.words, use.word + 1);
-    std::string rest = word.text.substr(0, use.at);
-    if (use.where != option_use::argument::attached) rest += word.text.substr(use.at + 1);
-    if (rest == "-") {
-        option_line now{split_shell_words(text), {}, {}, 0};
-        remove_word(text, now.words, use.word);
-    } else {
-        replace_word(text, word, quote_shell_word(rest));
+/* What becomes of a word when an option is removed. */
+struct word_change {
+    bool touched = false;
+    bool dropped = false; /* it was the option's argument */
+    std::string rest;     /* of a word with options: what is left of it */
+};
+
+std::vector<word_change> changes_without(const option_line &line, char letter) {
+    std::vector<word_change> changes(line.words.size());
+    for (const option_use &use : line.options) {
+        word_change &change = changes[use.word];
+        if (use.at == 1) change.rest = "-";
+        if (use.letter == letter) {
+            change.touched = true;
+            if (use.where == option_use::argument::next_word) changes[use.word + 1].dropped = true;
+        } else {
+            bool attached = use.where == option_use::argument::attached;
+            change.rest.append(line.words[use.word].text, use.at,
+                               attached ? std::string::npos : size_t{1});
+        }
     }
-    return text;
+    return changes;
 }
 
-std::string remove_option(std::string text, std::string_view optstring, char letter) {
-    for (;;) {
-        option_line line = read_option_line(text, optstring);
-        const option_use *use = last_use(line, letter);
-        if (use == nullptr) return text;
-        text = remove_use(text, line, *use);
+/* Removes every use of an option, in one pass. A word goes with the blanks behind it, or with those
+ * before it when it is the last one. */
+std::string remove_option(const std::string &text, std::string_view optstring, char letter) {
+    option_line line = read_option_line(text, optstring);
+    if (line.words.empty()) return text;
+    std::vector<word_change> changes = changes_without(line, letter);
+    std::string result = text.substr(0, line.words.front().begin);
+    size_t end = result.size();
+    for (size_t i = 0; i < line.words.size(); i++) {
+        const shell_word &word = line.words[i];
+        const word_change &change = changes[i];
+        if (change.dropped || (change.touched && change.rest == "-")) continue;
+        if (change.touched)
+            result += quote_shell_word(change.rest);
+        else
+            result.append(text, word.begin, word.end - word.begin);
+        end = result.size();
+        if (i + 1 < line.words.size())
+            result.append(text, word.end, line.words[i + 1].begin - word.end);
     }
+    result.resize(end);
+    return result.append(text, line.words.back().end);
 }
 
 /* The number of an operand; -1 for a text that is none. */

@@ -135,6 +135,8 @@ TEST_F(Functions, ChangeOneOptionOfACommandLineAndNoOtherByte) {
         {"setopt('-vq x', 'vq', 'q', '0')", "-v x"},
         {"delopt('-v  -p 22  -vp 23 host', 'vp:', 'p')", "-v  -v host"},
         {"delopt('-p 22', 'p:', 'p')", ""},
+        {"delopt(' -v -qv  x -vp 22 ', 'vqp:', 'v')", " -q  x -p 22 "},
+        {"delopt(' -a  -bv -- -b', 'abv', 'b')", " -a  -v -- -b"},
         {"get_nonoptarg('-p 22 a -v b', 'vp:', '1')", "b"},
         {"get_nonoptarg('-p 22 a -v b', 'vp:', '2')", ""},
         {"set_nonoptarg('-p 22 a  b', 'p:', '1', 'c d')", "-p 22 a  'c d'"},
