@@ -115,6 +115,7 @@ int run_show(shell &sh, const arguments &args) {
         return report_failure(sh, path->empty() ? "show" : print_path(*path), code);
     std::vector<std::string> below = to_vector(names.get());
     std::vector<std::string> paths;
+    paths.reserve(below.size() + 1);
     for (const std::string &item : below)
         paths.push_back(join_path(*path, item));
     if (!path->empty()) paths.push_back(*path);

@@ -111,8 +111,8 @@ json event_args(std::string_view format, value_source next, void *arguments) {
 std::string event_line(int number, json args) {
     struct timespec now {};
     clock_gettime(CLOCK_REALTIME, &now);
-    auto microseconds = static_cast<double>(now.tv_nsec / 1000);
-    double seconds = static_cast<double>(now.tv_sec) + microseconds / 1e6;
+    const long microseconds = now.tv_nsec / 1000;
+    double seconds = static_cast<double>(now.tv_sec) + static_cast<double>(microseconds) / 1e6;
     json event{json_object()};
     json_object_set_new(event.get(), "time", json_real(seconds));
     json_object_set_new(event.get(), "pid", json_integer(getpid()));

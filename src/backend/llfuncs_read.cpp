@@ -105,7 +105,7 @@ fe_node *func_lllistindexed(llconf_item *lli, const char *path, const char * /*t
     auto take = [&parent, &repeated](answer_list &answers, const cnfnode *child) {
         if (child->parent != parent) repeated.clear();
         parent = child->parent;
-        bool is_first = find_node(parent->first_child, child->name) == child;
+        bool is_first = parent == nullptr || find_node(parent->first_child, child->name) == child;
         char text[256];
         std::snprintf(text, sizeof(text), "%s[%d]", child->name,
                       is_first ? 0 : ++repeated[child->name]);

@@ -138,7 +138,7 @@ bool write_tree(const cnfnode *top, std::string &text) {
             text += open.empty() ? "])\n" : "]),\n";
             next = open.empty() ? nullptr : done->next;
         }
-        if (open.empty()) return true;
+        if (next == nullptr) return true;
         text.append(open.size() * k_indent, ' ');
         node = next;
     }

@@ -57,9 +57,7 @@ class word_scanner {
                 if (!quoted(value)) return false;
             } else if (c == '\\') {
                 if (!backslash(value, false)) return false;
-            } else if (contains(k_unreadable, c)) {
-                return false;
-            } else if (c == '$' && pos_ + 1 < text_.size() && contains("('\"", text_[pos_ + 1])) {
+            } else if (contains(k_unreadable, c) || opens_expansion()) {
                 return false;
             } else {
                 value += c;
@@ -70,6 +68,10 @@ class word_scanner {
     }
 
   private:
+    bool opens_expansion() const {
+        return text_[pos_] == '$' && pos_ + 1 < text_.size() && contains("('\"", text_[pos_ + 1]);
+    }
+
     std::size_t line_end_length(std::size_t pos) const {
         std::string_view rest = text_.substr(std::min(pos, text_.size()));
         if (rest.starts_with("\n")) return 1;
