@@ -1,4 +1,5 @@
-# What is installed: the programs with their configuration (packaging), and what feature modules and parser plug-ins are built against.
+# What is installed: the programs with their configuration (packaging), and what feature modules and
+# parser plug-ins are built against.
 
 install(TARGETS ucfgd RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
 add_subdirectory(packaging)
