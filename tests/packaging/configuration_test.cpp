@@ -1,0 +1,215 @@
+#include <filesystem>
+
+#include "daemon_fixture.h"
+
+/* The configuration as it is installed, on the files that a Debian system has. */
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/* What a start says when nothing is wrong; the locale depends on the machine. */
+constexpr std::string_view k_clean_start = R"(parsing configuration...
+	done.
+initializing felib...
+	done.
+parsing functions...
+	done.
+parsing modules configuration...
+	done.
+initializing backend transaction management...
+	done.
+loading types...
+	done.
+parsing parameter tree...
+	done.
+parsing management tree from '/etc/ucfgd/management.conf'...
+	done.
+sucessfully started
+setting up daemon environment... done.
+)";
+
+constexpr std::string_view k_interfaces = R"(source /etc/network/interfaces.d/*
+
+auto lo
+iface lo inet loopback
+
+allow-hotplug eth0
+iface eth0 inet dhcp
+
+auto eth1
+iface eth1 inet static
+    address 192.0.2.7
+    netmask 255.255.254.0
+)";
+
+class Configuration : public daemon_test {
+  protected:
+    void SetUp() override {
+        daemon_test::SetUp();
+        fs::remove_all(path("/etc"));
+        fs::create_directories(path("/etc"));
+        fs::copy(SOURCE_DIR "/packaging/etc/ucfgd", path("/etc/ucfgd"),
+                 fs::copy_options::recursive);
+        put("/etc/passwd", "root:x:0:0:root:/root:/bin/bash\nman:x:6:12:man,,:/var/cache/man:\n");
+    }
+
+    void put_system() const {
+        put("/etc/hostname", "old\n");
+        put("/etc/hosts", "127.0.0.1\tlocalhost\n127.0.1.1\told.example.net old\n");
+        put("/etc/resolv.conf", "nameserver 192.0.2.53\n");
+        put("/etc/network/interfaces", k_interfaces);
+        put("/etc/systemd/timesyncd.conf", "[Time]\n#NTP=\n");
+        put("/etc/timezone", "Etc/UTC\n");
+        put("/usr/share/zoneinfo/Europe/Vienna", "");
+        put("/usr/share/zoneinfo/zone1970.tab", "# codes\nAT\t+4813+01620\tEurope/Vienna\n");
+        put("/etc/ssh/sshd_config", "#Port 22\nX11Forwarding yes\nMatch User git\n\tPort 1\n");
+        put("/etc/rsyslog.d/.keep", "");
+        put("/etc/sysctl.conf", "#kernel.sysrq=438\nvm.swappiness=10\n");
+        put("/etc/aliases", "postmaster:    root\n");
+        put("/etc/motd", "\nwelcome\n\nall\n");
+    }
+
+    std::string complaints() const {
+        std::string text = log();
+        if (std::size_t at = text.find("locale before"); at != std::string::npos)
+            text.erase(at, text.find('\n', at) + 1 - at);
+        return text.substr(0, k_clean_start.size()) == k_clean_start ? "" : text;
+    }
+};
+
+struct change {
+    std::string_view request, file, text;
+};
+
+constexpr change k_changes[] = {
+    {"SET system.hostname new", "/etc/hosts",
+     "127.0.0.1\tlocalhost\n127.0.1.1\tnew.example.net new\n"},
+    {"ADD network.resolver.nameservers 2001:db8::53", "/etc/resolv.conf",
+     "nameserver 192.0.2.53\nnameserver 2001:db8::53\n"},
+    {"SET time.zone Europe/Vienna", "/etc/timezone", "Europe/Vienna\n"},
+    {"SET time.ntp.servers a.example.net+192.0.2.1", "/etc/systemd/timesyncd.conf",
+     "[Time]\n#NTP=\nNTP=a.example.net 192.0.2.1\n"},
+    {"SET ssh.port 2222", "/etc/ssh/sshd_config",
+     "#Port 22\nX11Forwarding yes\nPort 2222\nMatch User git\n\tPort 1\n"},
+    {"SET log.forward.host 2001:db8::1", "", ""},
+    {"SET log.forward.level warning", "", ""},
+    {"SET log.forward.protocol tcp", "/etc/rsyslog.d/60-ucfgd-forward.conf",
+     "*.warning @@[2001:db8::1]:514\n"},
+    {"SET kernel.forwarding on", "/etc/sysctl.conf",
+     "#kernel.sysrq=438\nvm.swappiness=10\nnet.ipv4.ip_forward=1\n"},
+    {"SET mail.root ops@example.net", "/etc/aliases",
+     "postmaster:    root\nroot:ops@example.net\n"},
+    {"SET system.banner.welcome one%0a%0athree", "/etc/motd", "one\n\nthree\n"},
+    {"SET network.interfaces.eth0.address 198.51.100.2/24", "", ""},
+    {"SET network.interfaces.eth0.gateway 198.51.100.1", "", ""},
+    {"SET network.interfaces.eth1.method dhcp", "", ""},
+    {"SET network.interfaces.lo.auto no", "/etc/network/interfaces",
+     "source /etc/network/interfaces.d/*\n\niface lo inet loopback\n\nallow-hotplug eth0\n"
+     "iface eth0 inet static\n    address 198.51.100.2/24\n    gateway 198.51.100.1\n\nauto eth1\n"
+     "iface eth1 inet dhcp\n"},
+};
+
+TEST_F(Configuration, ChangesTheLinesThatAreConcernedAndNoOthers) {
+    put_system();
+    start();
+    EXPECT_EQ(complaints(), "");
+    client c = logged_in();
+    for (const change &step : k_changes)
+        EXPECT_EQ(c.ask("a " + std::string{step.request}), "a OK\n") << step.request;
+    EXPECT_EQ(c.ask("b COMMIT").substr(0, 5), "b OK\n");
+    for (const change &step : k_changes)
+        if (!step.file.empty()) {
+            EXPECT_EQ(file(step.file), step.text) << step.request;
+        }
+    EXPECT_EQ(file("/etc/hostname"), "new\n");
+    EXPECT_EQ(fs::read_symlink(path("/etc/localtime")), "/usr/share/zoneinfo/Europe/Vienna");
+    EXPECT_EQ(c.ask("c GET log.forward.host"), "c.1 2001:db8::1\nc OK\n");
+    EXPECT_EQ(c.ask("d SET log.forward.host"), "d OK\n");
+    EXPECT_EQ(c.ask("e COMMIT").substr(0, 5), "e OK\n");
+    EXPECT_EQ(file("/etc/rsyslog.d/60-ucfgd-forward.conf"), "");
+}
+
+TEST_F(Configuration, ReadsWhatTheFilesSayAndOtherwiseWhatHoldsWithoutThem) {
+    put_system();
+    start();
+    client c = logged_in();
+    constexpr std::pair<std::string_view, std::string_view> k_values[] = {
+        {"network.interfaces.eth1.address", "192%2e0%2e2%2e7/23"},
+        {"network.interfaces.eth0.ipv6.method", "none"},
+        {"ssh.port", "22"},
+        {"ssh.x11", "yes"},
+        {"system.banner.welcome", "%0awelcome%0a%0aall"},
+        {"kernel.settings.vm%2eswappiness.value", "10"},
+        {"log.forward.level", "info"},
+        {"users.man.name", "man"},
+    };
+    for (const auto &[name, value] : k_values) {
+        EXPECT_EQ(c.ask("a GET " + std::string{name}), "a.1 " + std::string{value} + "\na OK\n");
+    }
+    EXPECT_EQ(c.ask("b ATTR time.zone"),
+              "b.ops gsh\nb.len 64\nb.choices.1 Etc/UTC\nb.choices.2 Europe/Vienna\nb OK\n");
+    EXPECT_EQ(c.ask("c MLIST services"), "c OK\n");
+    EXPECT_EQ(c.ask("d ATTR users.root.shell"), "d.ops gh\nd OK\n");
+}
+
+TEST_F(Configuration, RefusalsSayWhatIsWrong) {
+    put_system();
+    start();
+    client c = logged_in();
+    constexpr std::pair<std::string_view, std::string_view> k_refused[] = {
+        {"SET ssh.port 70000", "a port must be a number from 1 to 65535, not 70000"},
+        {"SET time.zone ../../etc/passwd", "there is no time zone ../../etc/passwd in"},
+        {"SET network.interfaces.eth0.address 192.0.2.1",
+         "192.0.2.1 is not an IPv4 address with a length"},
+        {"SET network.interfaces.eth0.gateway 192.0.2.1", "eth0 has no address of its own"},
+        {"SET network.interfaces.eth0.method static", "give eth0 an address"},
+        {"ADD network.interfaces a/b", "a/b is not the name of an interface"},
+        {"SET log.forward.port 515", "set log.forward.host first"},
+        {"SET kernel.swappiness 999", "swappiness must be a number from 0 to 200, not 999"},
+        {"ADD kernel.settings a+b", "a b is not the name of a parameter"},
+        {"SET mail.root a+b", "a b is neither an account nor an address"},
+    };
+    for (const auto &[request, reason] : k_refused) {
+        const std::string reply = c.ask("a " + std::string{request});
+        EXPECT_NE(reply.find("a ERR " + std::string{reason}), std::string::npos) << reply;
+    }
+    EXPECT_EQ(c.ask("b SET ssh.key-login no"), "b OK\n");
+    EXPECT_NE(c.ask("c SET ssh.password-login no").find("c ERR neither passwords nor keys"),
+              std::string::npos);
+}
+
+TEST_F(Configuration, WhatIsNotInstalledIsNoTroubleUntilItIsSet) {
+    start();
+    EXPECT_EQ(complaints(), "");
+    client c = logged_in();
+    EXPECT_EQ(c.ask("a GET ssh.port"), "a.1 22\na OK\n");
+    for (std::string_view request : {"SET ssh.port 2222", "SET time.ntp.servers a",
+                                     "SET log.forward.host a", "ADD network.interfaces eth0"}) {
+        const std::string reply = c.ask("b " + std::string{request});
+        EXPECT_NE(reply.find(" is not installed here: "), std::string::npos) << reply;
+    }
+    EXPECT_EQ(c.ask("c SET system.hostname new"), "c OK\n");
+    EXPECT_EQ(c.ask("d COMMIT").substr(0, 5), "d OK\n");
+    EXPECT_EQ(file("/etc/hostname"), "new\n");
+    EXPECT_FALSE(fs::exists(path("/etc/ssh")));
+}
+
+TEST_F(Configuration, AnyAreaCanBeDropped) {
+    put_system();
+    for (const auto &entry : fs::directory_iterator(path("/etc/ucfgd/features"))) {
+        if (entry.path().extension() != ".conf") continue;
+        const std::string name = entry.path();
+        fs::rename(name, name + ".dropped");
+        fs::remove(path(".log"));
+        start();
+        EXPECT_EQ(complaints(), "") << name;
+        client c = logged_in();
+        const std::string other = name.ends_with("/ssh.conf") ? "mail.root" : "ssh.port";
+        EXPECT_TRUE(c.ask("a GET " + other).ends_with("a OK\n")) << name;
+        stop();
+        fs::rename(name + ".dropped", name);
+    }
+}
+
+}  // namespace
