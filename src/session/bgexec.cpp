@@ -3,6 +3,7 @@
 #include "session/bgexec.h"
 
 #include <fcntl.h>
+#include <libdaemon/dlog.h>
 #include <sys/select.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -11,6 +12,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "daemon/trace.h"
 #include "session/child.h"
@@ -66,12 +68,25 @@ int collect(int fd, bgexec_ctx *job, databuf *buffer, fd_callback *&registration
     return 0;
 }
 
-/* The output of COMMIT, of which nobody is told. */
-int discard(int fd, const bgexec_ctx *job, databuf *buffer, fd_callback *&registration) {
-    if (!job || !buffer || !registration) return -1;
-    const bool more = read_turn(fd, buffer);
+void discard(databuf *buffer) {
     databuf_remove(buffer, databuf_pending(buffer));
-    return more ? 0 : end_of_pipe(registration);
+}
+
+/* Complete lines go where the daemon's own go; what follows waits for its newline, unless it is
+ * the last or too long for a line. */
+void pass_on_log(databuf *buffer, bool last) {
+    if ((daemon_log_use & DAEMON_LOG_STDERR) == 0) {
+        discard(buffer);
+        return;
+    }
+    const auto pending = static_cast<size_t>(databuf_pending(buffer));
+    if (pending == 0) return;
+    const char *begin = buffer->buf + buffer->start;
+    const auto *newline = static_cast<const char *>(memrchr(begin, '\n', pending));
+    size_t length = newline ? static_cast<size_t>(newline - begin) + 1 : 0;
+    if (last || pending - length >= k_line_size) length = pending;
+    fwrite(begin, 1, length, stderr);
+    databuf_remove(buffer, static_cast<int>(length));
 }
 
 bool resume(fd_callback *registration) {
@@ -100,7 +115,9 @@ bool watch(fd_callback *registration, unique_fd &end) {
 void bgexec_unlock(ccd_session *session) {
     if (!session) return;
     session->flags &= ~k_session_locked;
-    session->last_action = get_uptime();
+    /* The lines that waited are requests of now: the session was not idle, however long it took. */
+    request_time = get_uptime();
+    session->last_action = request_time;
     session_stall(session);
 }
 
@@ -171,10 +188,18 @@ int bgexec_std_err(int fd, void *data) {
 
 int bgcommit_std_out(int fd, void *data) {
     auto *job = static_cast<bgexec_ctx *>(data);
-    return job ? discard(fd, job, job->obuf, job->cb_out) : -1;
+    if (!job || !job->obuf || !job->cb_out) return 0;
+    const bool more = read_turn(fd, job->obuf);
+    discard(job->obuf);
+    if (!more) end_of_pipe(job->cb_out);
+    return 0;
 }
 
 int bgcommit_std_err(int fd, void *data) {
     auto *job = static_cast<bgexec_ctx *>(data);
-    return job ? discard(fd, job, job->ebuf, job->cb_err) : -1;
+    if (!job || !job->ebuf || !job->cb_err) return 0;
+    const bool more = read_turn(fd, job->ebuf);
+    pass_on_log(job->ebuf, !more);
+    if (!more) end_of_pipe(job->cb_err);
+    return 0;
 }

@@ -87,7 +87,8 @@ void bgexit(int status)
     ;
 
 /* Handlers of the jobs' pipes, with the job as data: the output of ADMIN becomes reply lines as it
- * arrives, that of COMMIT is thrown away. They return 0, and -1 at the end of the pipe. */
+ * arrives, and -1 tells the end of the pipe. The output of COMMIT is thrown away, but what it logs
+ * on its standard error goes to the daemon's own while the daemon logs there; the result is 0. */
 int bgexec_std_in(int fd, void *data);
 int bgexec_std_out(int fd, void *data);
 int bgexec_std_err(int fd, void *data);

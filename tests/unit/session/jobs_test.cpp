@@ -28,7 +28,10 @@ TEST_F(Jobs, ACommitWritesInAChildAndMakesTheOthersStale) {
 TEST_F(Jobs, ACommitThatFailsSaysWhyAndIsTakenBack) {
     ccd_session *session = logged_in("admin");
     ask(session, "t SET errno 28\nc COMMIT");
+    testing::internal::CaptureStderr();
     EXPECT_EQ(wait(session), "c ERR No space left on device\n");
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("values: not written\n"),
+              std::string::npos);
     EXPECT_EQ(ask(session, "t GET errno"), "t ERR Success\n");
     ask(session, "t SET crash 1\nc COMMIT");
     EXPECT_EQ(wait(session), "c ERR Input/output error\n");
