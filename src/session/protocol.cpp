@@ -4,6 +4,7 @@
 
 #include <libdaemon/dlog.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -36,17 +37,24 @@ int refuse(ccd_session *session, const char *why) {
     return -1;
 }
 
-/* Sets what the loop watches: output as long as some is pending, input unless too much is. */
+/* The time that one session's lines may take before the others get their turn; long enough for any
+ * burst of ordinary requests. */
+constexpr auto k_turn = std::chrono::milliseconds{10};
+
+/* Sets what the loop watches: output as long as some is pending, input unless too much is. A
+ * session that has lines left over is watched for output too, so that the loop comes round. */
 void set_watching(ccd_session *session) {
     if (!session->fdcb_in || !session->fdcb_out) return;
     const int pending = databuf_pending(session->outbuf);
-    if (pending > 0) {
+    if (pending > 0 || session->stalled) {
         session->fdcb_out->type |= FD_CALLBACK_WRITE;
     } else {
         session->fdcb_out->type &= ~FD_CALLBACK_WRITE;
     }
     if (pending >= k_session_output_limit) {
         trace(3, "blocking input, osize=%d\n", pending);
+        session->fdcb_in->type &= ~FD_CALLBACK_READ;
+    } else if (session->stalled) {
         session->fdcb_in->type &= ~FD_CALLBACK_READ;
     } else if ((session->flags & k_session_locked) == 0) {
         session->fdcb_in->type |= FD_CALLBACK_READ;
@@ -82,9 +90,12 @@ void execute_line(ccd_session *session, char *newline) {
     }
 }
 
-/* Stops behind a command that locks the session, and where its replies have piled up; the sweep
- * comes back to both. */
+/* Stops behind a command that locks the session, where its replies have piled up, and when its turn
+ * is over; the sweep comes back to all of them. */
 int frame_lines(ccd_session *session) {
+    using clock = std::chrono::steady_clock;
+    const clock::time_point turn_ends = clock::now() + k_turn;
+    bool turn_is_over = false;
     while (session->inbuf && (session->flags & k_session_locked) == 0) {
         char *newline = find_newline(session);
         const int length =
@@ -92,11 +103,12 @@ int frame_lines(ccd_session *session) {
                     : session->scanned;
         if (length >= k_line_size - 1) return refuse(session, "line too long, closing session");
         if (!newline) break;
-        if (databuf_pending(session->outbuf) >= k_session_output_limit) {
+        if (turn_is_over || databuf_pending(session->outbuf) >= k_session_output_limit) {
             session_stall(session);
             break;
         }
         execute_line(session, newline);
+        turn_is_over = clock::now() > turn_ends;
     }
     return session->inbuf ? 0 : -1;
 }

@@ -104,7 +104,7 @@ TEST_F(Protocol, AClientThatDoesNotReadIsNotServedUntilItDoes) {
     for (int i = 0; i < 200; ++i)
         requests += "t GET big\n";
     databuf_add(session->inbuf, requests.data(), static_cast<int>(requests.size()));
-    session_process_input(session);
+    process(session);
     EXPECT_GE(databuf_pending(session->outbuf), k_session_output_limit);
     EXPECT_LT(databuf_pending(session->outbuf), k_session_output_limit + 2 * k_line_size);
     EXPECT_EQ(in.type, FD_CALLBACK_PARKED);
@@ -118,6 +118,20 @@ TEST_F(Protocol, AClientThatDoesNotReadIsNotServedUntilItDoes) {
     EXPECT_EQ(in.type, FD_CALLBACK_READ);
     session->fdcb_in = nullptr;
     session->fdcb_out = nullptr;
+}
+
+TEST_F(Protocol, SlowRequestsGiveOthersTheirTurn) {
+    define(g_ccdtree, "access: '1'\nslow {\n get: system('sleep 0.02; echo 1')\n}\n");
+    ccd_session *session = logged_in("admin");
+    const std::string requests = "a GET slow\nb GET slow\nc GET slow\n";
+    databuf_add(session->inbuf, requests.data(), static_cast<int>(requests.size()));
+    session_process_input(session);
+    EXPECT_EQ(replies(session).substr(0, 3), "a.1");
+    EXPECT_EQ(databuf_pending(session->inbuf), 22);
+    session_sweep();
+    EXPECT_EQ(replies(session).substr(0, 3), "b.1");
+    session_sweep();
+    EXPECT_EQ(replies(session).substr(0, 3), "c.1");
 }
 
 TEST_F(Protocol, EveryCommandIsDocumented) {

@@ -50,7 +50,10 @@ inline int revert_values(trns_ctx_item *item) {
 inline int commit_values(trns_ctx_item *item) {
     values &all = values_of(item);
     if (all.contains("crash")) abort();
-    if (all.contains("errno")) return errno = std::stoi(all["errno"]);
+    if (all.contains("errno")) {
+        daemon_log(LOG_ERR, "values: not written");
+        return errno = std::stoi(all["errno"]);
+    }
     std::ofstream file(g_values_file);
     all.erase("dirty");
     for (const auto &[name, value] : all)
@@ -152,9 +155,15 @@ class session_test : public testing::Test {
         databuf_remove(session->outbuf, pending);
         return text;
     }
+    /* As many turns as it takes. */
+    static void process(ccd_session *session) {
+        do {
+            session_process_input(session);
+        } while (session->stalled && databuf_pending(session->outbuf) < k_session_output_limit);
+    }
     static std::string send(ccd_session *session, const std::string &bytes) {
         databuf_add(session->inbuf, bytes.data(), static_cast<int>(bytes.size()));
-        session_process_input(session);
+        process(session);
         return replies(session);
     }
     /* One request a line; the last newline is added. */
