@@ -39,10 +39,7 @@ owned_job make_job(ccd_session *session, const char *id) {
 /* Only what the action itself writes may reach the pipes. */
 void silence_daemon(void) {
     g_debug_level = 0;
-    unsigned use =
-        static_cast<unsigned>(daemon_log_use) & ~static_cast<unsigned>(DAEMON_LOG_STDERR);
-    if (use == 0) use = DAEMON_LOG_SYSLOG;
-    daemon_log_use = static_cast<enum daemon_log_flags>(use);
+    daemon_log_use = DAEMON_LOG_SYSLOG;
 }
 
 [[noreturn]] void run_action(const ccd_session *session, const char *path, const line *arguments) {

@@ -14,6 +14,7 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <csignal>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -266,7 +267,10 @@ int session_process_login(ccd_session *session, const char *id, const char *args
         session_writef(session, "%s NO you do not have write permission\n", id);
         return 0;
     }
-    if (session_auth(session, user, password.text) == 0) {
+    const bool accepted = session_auth(session, user, password.text) == 0;
+    /* A method that runs a helper may have taken the signal of a job's end for that of its own. */
+    if (g_bgexec_ctx_list) raise(SIGCHLD);
+    if (accepted) {
         admit(session, id, user, granted, force != 0);
     } else {
         refuse_login(session, id, user);

@@ -171,4 +171,5 @@ void session_dump_all(ccd_session *current) {
         }
     }
     printf("\n");
+    fflush(stdout);
 }
