@@ -22,9 +22,11 @@
 
 namespace {
 
-/* Bounds for files that include each other without end, or multiply with "a|b" inside "a|b". No
- * definition for people comes near them. */
+/* Bounds for files that include each other (a directory whose files all include it would be read in
+ * every order there is) or multiply with "a|b" inside "a|b". No definition for people comes near
+ * them. */
 constexpr size_t k_max_include_depth = 20;
+constexpr size_t k_max_included_files = 10'000;
 constexpr size_t k_max_entries = 1'000'000;
 
 struct file_identity {
@@ -36,6 +38,7 @@ struct file_identity {
 /* The files that are being read, outermost first, and what they came to so far. */
 struct reading {
     std::vector<file_identity> files;
+    size_t included = 0;
     size_t entries = 0;
 };
 reading g_reading;
@@ -54,7 +57,7 @@ class file_in_progress {
     file_in_progress &operator=(const file_in_progress &) = delete;
     ~file_in_progress() {
         g_reading.files.pop_back();
-        if (g_reading.files.empty()) g_reading.entries = 0;
+        if (g_reading.files.empty()) g_reading.included = g_reading.entries = 0;
     }
     bool circular() const { return circular_; }
     bool too_deep() const { return g_reading.files.size() > k_max_include_depth; }
@@ -63,13 +66,21 @@ class file_in_progress {
     bool circular_;
 };
 
-/* False from the entry on that is one too many; said once. */
-bool count_entry() {
-    if (g_reading.entries > k_max_entries) return false;
-    if (++g_reading.entries <= k_max_entries) return true;
-    daemon_log(LOG_ERR, "Error: The tree has more than %zu entries. The others are ignored.",
-               k_max_entries);
+/* False from the one on that is one too many; said once. */
+bool count_up_to(size_t most, size_t &count, const char *what) {
+    if (count > most) return false;
+    if (++count <= most) return true;
+    daemon_log(LOG_ERR, "Error: The tree has more than %zu %s. The others are ignored.", most,
+               what);
     return false;
+}
+
+bool count_entry() {
+    return count_up_to(k_max_entries, g_reading.entries, "entries");
+}
+
+bool count_include() {
+    return count_up_to(k_max_included_files, g_reading.included, "included files");
 }
 
 /* Where a file's entries come from. */
@@ -82,7 +93,7 @@ void include_files(ccdtree_node *target, const char *value, const definition_sou
     std::array<char, 256> pattern;
     std::snprintf(pattern.data(), pattern.size(), "%s/%s", source.dir, value);
     root_glob files{pattern.data()};
-    for (size_t i = 0; i < files.count(); i++) {
+    for (size_t i = 0; i < files.count() && count_include(); i++) {
         ccdtree_readconf(target, files.given(i), source.fed_list);
     }
 }

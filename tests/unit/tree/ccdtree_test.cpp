@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "llconf/nodes.h"
 #include "llconf/path.h"
 #include "tree_fixture.h"
@@ -82,6 +84,18 @@ TEST_F(DefinitionFile, IncludesAreReadBelowTheRootPrefixIntoTheirNode) {
     EXPECT_EQ(log(), (log_lines{"Error: File '" + dir +
                                 "/etc/more/deeper/../../more/1.conf' is "
                                 "being read already and is not included again."}));
+}
+
+TEST_F(DefinitionFile, ADirectoryWhoseFilesAllIncludeItIsNotReadInEveryOrder) {
+    for (char name = 'a'; name < 'p'; name++)
+        file(std::string("/etc/all/") + name + ".conf", "include: *.conf\nget: 'x'\n");
+    define("a {\n include: all/*.conf\n}\n");
+    log_lines lines = log();
+    EXPECT_LE(lines.size(), 10'001U);
+    EXPECT_NE(std::find(lines.begin(), lines.end(),
+                        "Error: The tree has more than 10000 included files. The others are "
+                        "ignored."),
+              lines.end());
 }
 
 TEST_F(DefinitionFile, OneThatMultipliesWithoutEndIsCutShort) {
