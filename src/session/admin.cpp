@@ -31,8 +31,8 @@ owned_job make_job(ccd_session *session, const char *id) {
     owned_job job{create_bgexec_ctx(session, id, nullptr, out.get(), err.get(), nullptr,
                                     bgexec_std_out, bgexec_std_err, session_admin_cb_exit)};
     if (!job) return nullptr;
-    out.release();
-    err.release();
+    (void)out.release();
+    (void)err.release();
     return job;
 }
 

@@ -52,8 +52,8 @@ owned_job make_job(ccd_session *session, const char *id) {
     owned_job job{create_bgexec_ctx(session, id, nullptr, out.get(), err.get(), nullptr,
                                     bgcommit_std_out, bgcommit_std_err, session_commit_cb_exit)};
     if (!job) return nullptr;
-    out.release();
-    err.release();
+    (void)out.release();
+    (void)err.release();
     return job;
 }
 
