@@ -3,11 +3,6 @@
 
 install(TARGETS ucfgd RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
 add_subdirectory(packaging)
-file(GLOB man_pages docs/man/*.[1-8])
-foreach(page ${man_pages})
-  string(REGEX REPLACE "^.*\\." "" section ${page})
-  install(FILES ${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
-endforeach()
 
 set(headers ${CMAKE_INSTALL_INCLUDEDIR})
 install(DIRECTORY libllconf/include/llconf libfe/include/fe DESTINATION ${headers})
