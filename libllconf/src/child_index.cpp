@@ -2,6 +2,7 @@
 
 #include <sys/random.h>
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cerrno>
@@ -164,8 +165,17 @@ void chain_in_order(child_slot *slot, node_record *node) {
     slot->head = node;
 }
 
+/* Large enough for all children, so that it need not grow at once: large tables are dear to move.
+ */
+size_t first_size(const node_record *parent) {
+    size_t children = 0;
+    for (const cnfnode *child = parent->first_child; child != nullptr; child = child->next)
+        children++;
+    return std::max(k_first_size, std::bit_ceil(children + children / 4));
+}
+
 void build_index(node_record *parent) {
-    parent->index = allocate_index(k_first_size);
+    parent->index = allocate_index(first_size(parent));
     if (parent->index == nullptr) return;
     node_record *end = nullptr;
     /* Each child is added as if it were the last one so far. */
@@ -205,6 +215,21 @@ node_record *next_named(const node_record *node) {
         if (++steps == k_walk_limit) build_index(parent);
     }
     return parent->index != nullptr ? node->next_same : nullptr;
+}
+
+bool index_children(node_record *parent) {
+    int count = 0;
+    for (const cnfnode *child = parent->first_child; parent->index == nullptr && child != nullptr;
+         child = child->next) {
+        if (++count < k_walk_limit) continue;
+        build_index(parent);
+        break;
+    }
+    return parent->index != nullptr;
+}
+
+node_record *earlier_named(const node_record *node) {
+    return node->prev_same->next_same == node ? node->prev_same : nullptr;
 }
 
 void index_add(node_record *node) {

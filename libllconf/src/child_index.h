@@ -14,6 +14,11 @@ node_record *first_named(const node_record *parent, std::string_view name);
 /* The next sibling of the same name, or null. */
 node_record *next_named(const node_record *node);
 
+/* Makes the table, if it is not there and pays; false when there is none. */
+bool index_children(node_record *parent);
+/* The sibling of the same name before this one, or null. Only where the parent has its table. */
+node_record *earlier_named(const node_record *node);
+
 /* For the operations that change a tree. index_add comes after the node is linked, index_remove
  * before it is unlinked; both under the name that it bears. */
 void index_add(node_record *node);

@@ -44,7 +44,9 @@ class path_writer {
         node_record *reached = nullptr;
         size_t end = 0;
         size_t before = 0; /* siblings of the name before node, when the name is no pattern */
-        std::unordered_map<std::string_view, size_t> seen; /* up to node, when it is one */
+        /* When it is one: for every name that occurs again up to node, where it did so last and how
+         * many stand before that. */
+        std::unordered_map<const node_record *, size_t> repeated;
     };
 
     void add(size_t level) {
@@ -72,16 +74,27 @@ class path_writer {
     }
 
     static size_t seen_before(step &here, const node_record *node) {
+        if (!index_children(node->up())) return count_same_before(node);
         const node_record *other = nullptr;
         if (here.node == nullptr || here.node->parent != node->parent) {
-            here.seen.clear();
+            here.repeated.clear();
             other = node->up()->first();
         } else {
             other = here.node->next_node();
         }
         for (; other != node; other = other->next_node())
-            here.seen[other->name]++;
-        return here.seen[node->name]++;
+            count_repeated(here, other);
+        return count_repeated(here, node);
+    }
+
+    /* To be called for one sibling after the other. */
+    static size_t count_repeated(step &here, const node_record *node) {
+        const node_record *earlier = earlier_named(node);
+        if (earlier == nullptr) return 0;
+        auto entry = here.repeated.extract(earlier);
+        if (entry.empty()) return here.repeated[node] = 1;
+        entry.key() = node;
+        return here.repeated.insert(std::move(entry)).position->second += 1;
     }
 
     path_search &search_;
