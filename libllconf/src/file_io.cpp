@@ -63,6 +63,13 @@ struct text_buffer {
     }
 };
 
+/* Does not wait for a named pipe's other end. */
+unique_fd open_source(const char *path) {
+    unique_fd fd{open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK)};
+    if (fd && fcntl(fd.get(), F_SETFL, O_RDONLY) < 0) fd.reset();
+    return fd;
+}
+
 bool read_descriptor(int fd, size_t expected, text_buffer &buffer) {
     if (expected > k_max_file) {
         errno = EFBIG;
@@ -196,7 +203,7 @@ cnfnode *cnfmodule_parse_file(const cnfmodule *module, const char *path) {
     }
     int before = errno;
     text_buffer buffer;
-    unique_fd fd{open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY)};
+    unique_fd fd{open_source(path)};
     struct stat status {};
     bool known = fd && fstat(fd.get(), &status) == 0;
     size_t expected = 0;
