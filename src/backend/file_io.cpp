@@ -18,6 +18,7 @@
 #include "backend/contexts.h"
 #include "backend/files.h"
 #include "backend/items.h"
+#include "backend/ll_trns.h"
 #include "daemon/dirs.h"
 #include "daemon/trace.h"
 #include "fe/fe.h"
@@ -93,9 +94,23 @@ int install_clean(llconf_item *lli, cnfnode *tree) {
     return 0;
 }
 
+/* Whether a commit has ended since the item's source was looked at last. Its child wrote the source
+ * without this process seeing it: perhaps after another session's revert had read the old one, or
+ * from a hook. */
+bool commit_has_ended(const llconf_item *lli) {
+    return lli->read_serial != llconf_trns_ctx_serial();
+}
+
+bool has_current_tree(const llconf_item *lli) {
+    return lli->cn_root && !lli->is_dirty && !(lli->flags & LLI_FLAG_ALWAYS_REVERT);
+}
+
+/* Files that commits write follow each other within one second, so that after a commit the inode
+ * alone counts. */
 bool is_unchanged(const llconf_item *lli, const struct stat &st) {
-    return lli->cn_root && (st.st_mtime == lli->file->mtime || st.st_ino == lli->file->st_ino) &&
-           !lli->is_dirty && !(lli->flags & LLI_FLAG_ALWAYS_REVERT);
+    if (!has_current_tree(lli)) return false;
+    if (st.st_ino == lli->file->st_ino) return true;
+    return st.st_mtime == lli->file->mtime && !commit_has_ended(lli);
 }
 
 int revert_missing_file(llconf_item *lli) {
@@ -119,7 +134,7 @@ int revert_file(llconf_item *lli) {
 }
 
 int revert_command(llconf_item *lli) {
-    if (lli->cn_root && !lli->is_dirty && !(lli->flags & LLI_FLAG_ALWAYS_REVERT)) return 0;
+    if (has_current_tree(lli) && !(lli->in_commit && commit_has_ended(lli))) return 0;
     cnfnode *tree = llconf_parse_pipe_in(lli, lli->pipe_in);
     if (!tree && (lli->flags & LLI_FLAG_CREATE)) tree = create_cnfnode("(root)");
     return install_clean(lli, tree);
@@ -133,6 +148,12 @@ int revert_virtual(llconf_item *lli) {
     return 0;
 }
 
+int revert_source(llconf_item *lli) {
+    if (lli->file) return revert_file(lli);
+    if (lli->pipe_in) return revert_command(lli);
+    return revert_virtual(lli);
+}
+
 /* A deletion that a commit's child has carried out ends the item here, where the child's memory is
  * not seen. One that left its file behind has failed, and is forgotten. */
 bool release_if_deleted(llconf_item *lli) {
@@ -141,7 +162,7 @@ bool release_if_deleted(llconf_item *lli) {
         owned_str path{prefix_llfilename(lli->file->filename)};
         struct stat st {};
         if (path && (lstat(path.get(), &st) == 0 || errno != ENOENT)) {
-            lli->delete_me = 0;
+            if (!lli->in_commit || commit_has_ended(lli)) lli->delete_me = 0;
             return false;
         }
     }
@@ -225,9 +246,10 @@ int llconf_revert_cnftree(llconf_item *lli) {
     if (!lli) return 0;
     trace(3, "%s: %s\n", __func__, lli->name);
     destroy_cnftree(std::exchange(lli->replaced, nullptr));
-    if (lli->file) return revert_file(lli);
-    if (lli->pipe_in) return revert_command(lli);
-    return revert_virtual(lli);
+    if (revert_source(lli) != 0) return -1;
+    if (commit_has_ended(lli)) lli->in_commit = 0;
+    lli->read_serial = llconf_trns_ctx_serial();
+    return 0;
 }
 
 int llconf_revert_all_cnftrees(llconf_item *list) {

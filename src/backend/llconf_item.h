@@ -75,11 +75,15 @@ typedef struct llconf_item {
     /* Private. While journal is set, cn_root belongs to item_orig and every change to it is noted
      * in the journal; borrower is the other end of that loan. replaced is a tree that a submit put
      * aside, released with the next change of tree. read_state tells (file_write.cpp) whether the
-     * tree has anything to do with the source. */
+     * tree has anything to do with the source. read_serial is the master context's serial when the
+     * source was looked at last; while in_commit is set and that is still its serial, the child of
+     * a commit may be writing the source (file_io.cpp). */
     struct cnf_journal *journal;
     struct llconf_item *borrower;
     struct cnfnode *replaced;
     int read_state;
+    int read_serial;
+    int in_commit;
 } llconf_item;
 
 /* A list cell that refers to an item without owning it. */

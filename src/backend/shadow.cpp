@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "backend/items.h"
+#include "backend/ll_trns.h"
 #include "daemon/trace.h"
 #include "fe/fe.h"
 #include "llconf/journal.h"
@@ -80,6 +81,8 @@ void move_tree_up(llconf_item *shadow) {
     }
     orig->is_dirty = 1;
     orig->delete_me = shadow->delete_me;
+    orig->in_commit = orig->item_orig ? 0 : 1;
+    orig->read_serial = llconf_trns_ctx_serial();
 }
 
 }  // namespace

@@ -37,6 +37,25 @@ TEST_F(transactions, AnEditStaysInItsSessionUntilItIsCommittedOrReverted) {
     EXPECT_EQ(trns_isdirty_ctx(session.get()), 0);
 }
 
+TEST_F(transactions, WhatACommitsChildWroteIsReadAlthoughAnotherSessionRevertedMeanwhile) {
+    modules("out {\n module: lines\n pipe-in: cat " + path("pipe") + "\n pipe-out: cat\n}\n");
+    owned_ctx other{trns_copy_ctx(g_trns_ctx)};
+    set(session, "gamma");
+    eval("lladd('out', '', 'line')", session.get());
+    trns_submit_ctx(session.get());
+    EXPECT_EQ(trns_revert_ctx(other.get()), 0);
+    EXPECT_EQ(name(session), "alpha");
+    auto second = std::filesystem::last_write_time(path("hosts"));
+    put("pipe", "written\n");
+    put("hosts.new", "10.0.0.1 gamma\n");
+    std::filesystem::rename(path("hosts.new"), path("hosts"));
+    std::filesystem::last_write_time(path("hosts"), second);
+    trns_inc_ctx_serial(session.get());
+    EXPECT_EQ(trns_revert_ctx(session.get()), 0);
+    EXPECT_EQ(name(session), "gamma");
+    EXPECT_EQ(eval("llget('out', 'line')", session.get()), "written");
+}
+
 TEST_F(transactions, ABatchWorksInTheSessionsOwnTreeAndCancelTakesItsEditsBack) {
     set(session, "gamma");
     set(batch, "delta");
