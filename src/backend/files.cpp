@@ -87,6 +87,15 @@ int fail_writing(const std::string &temporary) {
     return -1;
 }
 
+/* Of a tree that the file cannot hold, the library says which node is to blame. */
+int fail_unparsing(const std::string &temporary) {
+    bool refused = errno == EINVAL;
+    fail_writing(temporary);
+    errno_guard keep;
+    if (refused) daemon_log(LOG_ERR, "%s", cnf_error_text());
+    return -1;
+}
+
 /* Owner before mode: a change of owner clears mode bits. Failures are logged only. */
 void apply_attributes(int fd, const char *path, const struct stat *old,
                       const file_attributes &wanted) {
@@ -131,7 +140,7 @@ int write_temporary(const cnfmodule *module, const std::string &temporary, const
     if (!fd) return fail_writing(temporary);
     bool keeps_attributes = replaces && S_ISREG(old.st_mode);
     apply_attributes(fd.get(), path, keeps_attributes ? &old : nullptr, attributes);
-    if (cnfmodule_unparse_fd(module, fd.get(), tree) != 0) return fail_writing(temporary);
+    if (cnfmodule_unparse_fd(module, fd.get(), tree) != 0) return fail_unparsing(temporary);
     if (fd.close_now() != 0) return fail_writing(temporary);
     return 0;
 }

@@ -93,10 +93,14 @@ cnfnode *ll_write_node(llconf_item *lli, const char *path) {
 
 bool ll_storable(llconf_item *lli, const cnfnode *parent, const char *name, const char *value) {
     const llconf_item *primary = llconf_primary_item(lli);
-    if (!primary->module || !parent) return true;
+    if (!primary->module) return true;
     if (!primary->pattern) return cnfmodule_accepts(primary->module, parent, name, value) != 0;
+    if (!parent) return !value || !*value;
     const cnfnode *member = member_of(parent);
-    if (!member) return is_member_name(name);
+    if (!member) {
+        bool is_root_value = cnfmodule_accepts(primary->module, nullptr, name, value) != 0;
+        return is_member_name(name) && is_root_value;
+    }
     return cnfmodule_accepts_below(primary->module, member, parent, name, value) != 0;
 }
 
