@@ -238,8 +238,8 @@ char *ccd_param_get(ccdtree_node *root, backend_ctx *ctx, const char *path) {
 char *ccd_param_help(ccdtree_node *root, backend_ctx *ctx, const char *path) {
     owned_path resolved{find_ccd_param(path, root)};
     if (!resolved) return nullptr;
-    if (!resolved->first->ccd->func_help) return dup_str("").release();
-    return ccd_param_ppath_help(ctx, resolved.get());
+    char *help = ccd_param_ppath_help(ctx, resolved.get());
+    return help || resolved->first->ccd->func_help ? help : dup_str("").release();
 }
 
 char *ccd_param_info(ccdtree_node *root, backend_ctx *ctx, const char *path, const line *arg_list,

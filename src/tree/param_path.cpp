@@ -153,15 +153,15 @@ char *ccd_param_ppath(const method_call &call) {
     const ccdtree_node *node = call.path->first->ccd;
     const fe_node *method =
         call.action == value_action::access ? nearest_access(node) : node->*kind.field;
+    owned_context own = create_method_context(call.ctx, call.parent);
+    if (!own) return nullptr;
+    if (call.takes_arguments) set_arg_vars(own.get(), call.arg_list);
+    enter_path(own.get(), call.path);
     if (!method) {
         trace(4, "%s: No implementation found for function \"%s:\" at \"%s\".\n", __func__,
               kind.name, call.path->fullpath);
         return nullptr;
     }
-    owned_context own = create_method_context(call.ctx, call.parent);
-    if (!own) return nullptr;
-    if (call.takes_arguments) set_arg_vars(own.get(), call.arg_list);
-    enter_path(own.get(), call.path);
     owned_result result{eval_fe_expr_list(own.get(), method)};
     return escaped_result(result.get());
 }
