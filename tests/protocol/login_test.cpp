@@ -1,0 +1,253 @@
+#include <crypt.h>
+#include <fcntl.h>
+#include <sched.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
+
+#include "daemon_fixture.h"
+
+/* Who gets in and with which rights, and what becomes of sessions afterwards. */
+
+namespace {
+
+/* Longer than the second after which a session without patience has timed out. */
+void let_a_second_pass() {
+    std::this_thread::sleep_for(std::chrono::milliseconds{1100});
+}
+
+class Login : public daemon_test {
+  protected:
+    /* Accounts, users and groups of the tests; "x" has a passwd entry whose password is elsewhere.
+     */
+    void start_with(std::string_view methods, const std::vector<std::string> &arguments = {}) {
+        crypt_data data{};
+        const std::string hash = crypt_r("opensesame", "$6$salt$", &data);
+        put("/accounts/passwd", "root:*:0:0::/:/bin/sh\nann:" + hash +
+                                    ":1001:2001::/:/bin/sh\nbob:x:1002:2002::/:/bin/sh\n"
+                                    "eve:*:1003:2003::/:/bin/sh\nlost:x:1004:9999::/:/bin/sh\n");
+        put("/accounts/group", "root:x:0:\nadm:x:2001:bob\nops:x:2002:ann\n");
+        put("/accounts/shadow", "bob:" + hash + ":19000:0:99999:7:::\neve:*:19000:0:99999:7:::\n");
+        put("/accounts/pam.db", "ann:pamword:ucfgd\nbob:pamword:other\n");
+        const std::string module = PAM_MATRIX " passdb=" + path("/accounts/pam.db") + "\n";
+        put("/accounts/pam.d/ucfgd",
+            "auth required " + module +
+                "account optional pam_echo.so Ask the boss of %u\naccount required " + module +
+                "session required " + module);
+        environment = wrapped_accounts(path("/accounts"));
+        configure(methods,
+                  "%default {\n access: r\n}\nroot {\n access: wx\n}\n"
+                  "bob {\n access: x\n}\n.hlxaaa {\n access: w\n}\n",
+                  "groups {\n adm {\n  access: w\n }\n}\n");
+        start(arguments);
+    }
+
+    /* One request on a connection of its own. */
+    std::string try_login(std::string_view words) const {
+        return connect().login("l LOGIN " + std::string{words});
+    }
+
+    /* The AAA store's program, where the daemon's store is. */
+    std::string hlxsession(std::vector<std::string> words) const {
+        words.insert(words.begin(), HLXSESSION);
+        std::string text = run_program(words).out;
+        return text.substr(0, text.find('\n'));
+    }
+};
+
+constexpr char k_refused[] = "l NO auth failed\n";
+constexpr char k_reader[] = "l.1 PERMS read\nl OK\n";
+
+TEST_F(Login, NeedsAUserNameAndHappensOnce) {
+    start();
+    client c = connect();
+    EXPECT_EQ(c.ask("l LOGIN"), "l ERR no username\n");
+    EXPECT_EQ(c.ask("l LOGINFORCE"), "l ERR no username\n");
+    EXPECT_EQ(c.login(), "l.1 PERMS read write exec\nl OK\n");
+    EXPECT_EQ(c.session().find_first_not_of("0123456789abcdef"), std::string::npos);
+    EXPECT_EQ(c.session().size(), 16U);
+    EXPECT_EQ(c.ask("l LOGIN root"), "l ERR already logged in\n");
+    EXPECT_EQ(c.ask("l RESUME " + c.session()), "l ERR already logged in\n");
+    EXPECT_TRUE(logged("user root logged in successfully\n"));
+}
+
+TEST_F(Login, ByPeerCredentialsIsForTheAccountOfThePeer) {
+    start_with("authtype: usercred\n");
+    EXPECT_EQ(try_login("root nonsense"), "l.1 PERMS read write exec\nl OK\n");
+    EXPECT_EQ(try_login("bob"), k_refused);
+    EXPECT_EQ(try_login("nobody-at-all"), k_refused);
+    EXPECT_TRUE(logged("no passwd entry for user nobody-at-all\n"));
+    EXPECT_TRUE(logged("auth for user bob failed\n"));
+    EXPECT_EQ(try_login("lost"), k_refused);
+    EXPECT_TRUE(logged("group with gid=9999 not found\n"));
+}
+
+TEST_F(Login, ByPasswdAndShadowComparesHashes) {
+    start_with("authtype: passwd\nauthtype: shadow\n");
+    EXPECT_EQ(try_login("ann opensesame"), "l.1 PERMS read write\nl OK\n");
+    EXPECT_EQ(try_login("ann wrong"), k_refused);
+    EXPECT_EQ(try_login("ann"), k_refused);
+    EXPECT_EQ(try_login("bob open%73esame"), "l.1 PERMS read exec\nl OK\n");
+    EXPECT_EQ(try_login("bob x"), k_refused);
+    EXPECT_EQ(try_login("eve *"), k_refused);
+    EXPECT_EQ(try_login("eve"), k_refused);
+}
+
+TEST_F(Login, ByPamAsksItsServiceAndPassesItsWordsOn) {
+    start_with("authtype: pam\n");
+    EXPECT_EQ(try_login("ann pamword"), "l.1 PERMS read write\nl OK\n");
+    EXPECT_EQ(try_login("ann wrong"), k_refused);
+    EXPECT_TRUE(logged("pam_authenticate() failed: Authentication failure\n"));
+    EXPECT_EQ(try_login("bob pamword"), "l NO Ask the boss of bob\n");
+    EXPECT_TRUE(logged("pam_acct_mgmt() failed: "));
+    EXPECT_EQ(try_login("nobody x"), k_refused);
+}
+
+TEST_F(Login, TriesTheMethodsInTheirOrder) {
+    start_with("authtype: passwd\nauthtype: sorcery\nauthtype: debug\nauthtype: usercred\n");
+    EXPECT_EQ(try_login("root wrong"), "l.1 PERMS read write exec\nl OK\n");
+    EXPECT_TRUE(logged("unknown authtype sorcery\n"));
+    EXPECT_EQ(try_login("eve eve"), k_reader);
+    EXPECT_EQ(try_login("eve adam"), k_refused);
+    EXPECT_EQ(try_login("ann opensesame"), "l.1 PERMS read write\nl OK\n");
+}
+
+TEST_F(Login, WithoutAMethodIsRefused) {
+    start_with("mode: 0600\n");
+    EXPECT_EQ(try_login("root"), k_refused);
+    client c = connect();
+    c.ask("l LOGIN root");
+    EXPECT_EQ(c.ask("l LOGIN root"), k_refused);
+    EXPECT_EQ(c.ask("l NOOP"), "l OK\n");
+}
+
+TEST_F(Login, LinesAheadOfItNarrowTheSession) {
+    start();
+    const std::pair<std::string, std::string> k_wishes[] = {
+        {"l.1 perms read", "l.1 PERMS read\nl OK\n"},
+        {"l.1 PERMS Exec nonsense WRITE", "l.1 PERMS write exec\nl OK\n"},
+        {"l.1 perms", "l.1 PERMS none\nl OK\n"},
+        {"l.1 perms read\nl.2 perms write", "l.1 PERMS write\nl OK\n"},
+        {"l.1 colour blue", "l.1 PERMS read write exec\nl OK\n"},
+    };
+    for (const auto &[lines, reply] : k_wishes) {
+        client c = connect();
+        EXPECT_EQ(c.login(lines + "\nl LOGIN root"), reply);
+    }
+}
+
+TEST_F(Login, SessionsTimeOutWhenTheyHaveBeenIdleForLonger) {
+    start();
+    client patient = logged_in("l.1 timeout 1\nl LOGIN root");
+    client hasty = logged_in("l.1 timeout 0\nl LOGIN root");
+    client negative = logged_in("l.1 timeout -99999999999999999999\nl LOGIN root");
+    EXPECT_EQ(negative.ask("a NOOP"), "a NO timed out\n");
+    EXPECT_EQ(negative.line(), "<closed>");
+    EXPECT_EQ(hasty.ask("a NOOP"), "a OK\n");
+    client gone = logged_in("l.1 timeout 0\nl LOGIN root");
+    gone.close();
+    let_a_second_pass();
+    EXPECT_EQ(patient.ask("a NOOP"), "a OK\n");
+    EXPECT_EQ(hasty.ask("a GET name"), "a NO timed out\n");
+    EXPECT_EQ(hasty.line(), "<closed>");
+    client c = connect();
+    EXPECT_EQ(c.ask("r RESUME " + gone.session()), "r NO logged out\n");
+    EXPECT_EQ(c.ask("r RESUME " + gone.session()), "r NO invalid session id\n");
+}
+
+TEST_F(Login, AForcedLoginEndsEveryOtherWriter) {
+    start_with("authtype: usercred\nauthtype: debug\n");
+    client writer = logged_in();
+    client suspended = logged_in("l LOGIN ann ann");
+    client reader = logged_in("l.1 perms read\nl LOGIN root");
+    suspended.close();
+    client c = connect();
+    EXPECT_EQ(c.ask("l LOGINFORCE bob wrong"), "l NO you do not have write permission\n");
+    EXPECT_EQ(c.ask("l LOGINFORCE ann wrong"), k_refused);
+    EXPECT_EQ(writer.ask("a SET name beta"), "a OK\n");
+    EXPECT_EQ(c.login("l LOGINFORCE ann ann"), "l.1 PERMS read write\nl OK\n");
+    EXPECT_EQ(writer.ask("a GET name"), "a INUSE you have been logged out\n");
+    EXPECT_EQ(writer.line(), "<closed>");
+    EXPECT_EQ(reader.ask("a GET name"), "a.1 alpha\na OK\n");
+    EXPECT_EQ(connect().ask("r RESUME " + suspended.session()), "r NO logged out\n");
+    EXPECT_EQ(c.ask("a DIRTY"), "a.dirty 0\na OK\n");
+    std::string events = file("/var/log/tavevent.jsonl");
+    EXPECT_NE(events.find("\"ann\""), std::string::npos) << events;
+}
+
+TEST_F(Login, ALostSessionIsResumedWithItsChangesAndRights) {
+    start();
+    client lost = logged_in("l.1 perms read write\nl LOGIN root");
+    client c = connect();
+    EXPECT_EQ(c.ask("r RESUME"), "r NO invalid session id\n");
+    EXPECT_EQ(c.ask("r RESUME 0123456789abcdef"), "r NO invalid session id\n");
+    EXPECT_EQ(c.ask("r RESUME " + lost.session()), "r INUSE not suspended\n");
+    EXPECT_EQ(lost.ask("a SET name beta"), "a OK\n");
+    lost.close();
+    EXPECT_TRUE(eventually([this] { return logged("client closed connection"); }));
+    EXPECT_EQ(c.ask("r RESUME " + lost.session()), "r OK welcome back root\n");
+    EXPECT_TRUE(logged("user root resumed session\n"));
+    EXPECT_EQ(c.ask("a GET name"), "a.1 beta\na OK\n");
+    EXPECT_EQ(c.ask("a ADMIN x"), "a NO permission denied\n");
+    EXPECT_EQ(connect().ask("r RESUME " + lost.session()), "r INUSE not suspended\n");
+    EXPECT_EQ(c.ask("a COMMIT"), "a OK\n");
+    EXPECT_EQ(c.ask("a LOGOUT"), "a OK\n");
+    EXPECT_EQ(c.line(), "<closed>");
+    EXPECT_EQ(connect().ask("r RESUME " + lost.session()), "r NO invalid session id\n");
+}
+
+TEST_F(Login, ALostConnectionKeepsTheJobOfItsSession) {
+    append("/etc/ucfgd/management.conf",
+           "wait {\n admin: system('while ! test -e ' .. $arg1 .. '; do sleep 0.01; done') && "
+           "print('done')\n}\n");
+    start();
+    client lost = logged_in();
+    lost.send("a ADMIN wait " + path("/go") + "\n");
+    EXPECT_TRUE(eventually([this] { return child() != 0; }));
+    lost.close();
+    EXPECT_TRUE(eventually([this] { return logged("client closed connection"); }));
+    client c = connect();
+    EXPECT_EQ(c.ask("r RESUME " + lost.session()), "r OK welcome back root\n");
+    c.send("b NOOP\n");
+    EXPECT_TRUE(c.silent_for(30));
+    put("/go", "");
+    EXPECT_EQ(c.reply("b"), "a.1 done\na.1 \na.2 \na OK\nb OK\n");
+}
+
+TEST_F(Login, WithAnAaaSessionTakesItsIdentifier) {
+    append("/etc/ucfgd/management.conf", "sid {\n info: $hlxaaa_sid\n}\n");
+    append("/etc/ucfgd/param.conf",
+           "sid {\n access: $hlxaaa_sid != '' || $perm == 'w'\n get: '1'\n}\n");
+    configure("authtype: hlxaaa\nauthtype: usercred\n",
+              ".hlxaaa {\n access: rwx\n}\nroot {\n access: rwx\n}\n");
+    start();
+    const std::string good = hlxsession({"create", "--user", "ann"});
+    ASSERT_EQ(good.size(), 32U);
+    client c = connect();
+    EXPECT_EQ(c.login("l.1 timeout 0\nl LOGIN .HLXaaa " + good), "l.1 PERMS none\nl OK\n");
+    client d = logged_in("l.1 timeout 0\nl LOGIN .hlxaaa " + good);
+    EXPECT_TRUE(logged("ACL Inititalization Failed\n"));
+    EXPECT_EQ(d.ask("a INFO sid"), "a.1 " + good + "\na OK\n");
+    EXPECT_EQ(d.ask("a GET sid"), "a.1 1\na OK\n");
+    EXPECT_EQ(logged_in().ask("a GET sid"), "a NO permission denied\n");
+    let_a_second_pass();
+    EXPECT_EQ(d.ask("a NOOP"), "a OK\n");
+    EXPECT_EQ(hlxsession({"revoke", good}), "");
+    /* The session loses its identifier first; the idle limit counts from then on. */
+    EXPECT_EQ(d.ask("a GET sid"), "a NO permission denied\n");
+    const std::vector<std::string> k_bad = {
+        good,
+        hlxsession({"create", "--flags", "4"}),
+        hlxsession({"create", "--expires", "0"}),
+        "0123456789abcdef0123456789abcdef",
+        "short",
+        std::string(255, 'a'),
+        "",
+    };
+    for (const std::string &sid : k_bad)
+        EXPECT_EQ(connect().login("l LOGIN .hlxaaa " + sid), k_refused) << sid;
+    EXPECT_EQ(try_login("ann " + hlxsession({"create"})), k_refused);
+}
+
+}  // namespace
