@@ -1,7 +1,9 @@
 #include "tree/types.h"
 
+#include <libdaemon/dlog.h>
 #include <strings.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -158,7 +160,11 @@ ccd_type *types_readconf(const char *filename, fe_def *fed_list) {
         return nullptr;
     }
     owned<cnfnode, destroy_cnftree> tree{ucfgd_cnfmodule_parse_file(module, filename)};
-    if (!tree) return nullptr;
+    if (!tree) {
+        /* A system without types is no error, a file that cannot be read is one. */
+        if (errno != ENOENT) daemon_log(LOG_ERR, "%s", cnf_error_text());
+        return nullptr;
+    }
     strip_cnftree(tree.get());
     owned<ccd_type, destroy_ccd_type_list> types{read_types(tree.get(), fed_list)};
     try {
