@@ -129,9 +129,24 @@ class sigpipe_ignored {
     struct sigaction old_ {};
 };
 
-/* A command that reports a failure has not taken the data: the mark stays in any case. */
+int fail_piping(const char *command, int reason) {
+    daemon_log(LOG_ERR, "piping to %s failed: %s", command, std::strerror(reason));
+    errno = reason;
+    return -1;
+}
+
+/* The command is not even started for a tree that has no text: it would take that for an empty one.
+ * One that reports a failure has not taken the data. The mark stays in any case. */
 int write_command(const llconf_item *lli) {
     const char *command = lli->pipe_out;
+    size_t length = 0;
+    owned_str text{cnfmodule_unparse_text(lli->module, lli->cn_root, &length)};
+    if (!text) {
+        fail_piping(command, errno);
+        errno_guard keep;
+        daemon_log(LOG_ERR, "%s", cnf_error_text());
+        return -1;
+    }
     FILE *stream = popen(command, "we");
     if (!stream) {
         int reason = errno;
@@ -141,17 +156,14 @@ int write_command(const llconf_item *lli) {
     }
     sigpipe_ignored quiet;
     outcome piped;
-    piped.add(cnfmodule_unparse(lli->module, stream, lli->cn_root));
+    bool passed = std::fwrite(text.get(), 1, length, stream) == length && std::fflush(stream) == 0;
+    piped.add(passed ? 0 : -1);
     int status = pclose(stream);
     if (piped.result == 0 && status != 0) {
         errno = status > 0 ? EIO : errno;
         piped.add(-1);
     }
-    if (piped.result != 0) {
-        daemon_log(LOG_ERR, "piping to %s failed: %s", command, std::strerror(piped.reason));
-    }
-    errno = piped.reason;
-    return piped.result;
+    return piped.result == 0 ? 0 : fail_piping(command, piped.reason);
 }
 
 /* Whether the source is there but has never been readable: then the tree lacks what it holds. */

@@ -138,6 +138,9 @@ TEST_F(file_io, CommandsAreReadAndWrittenAndStayDirty) {
     llconf_item *failing = lines("f", " pipe-in: echo one\n pipe-out: exit 3\n");
     EXPECT_NE(write_line(failing, std::string(200000, 'x')), 0);
     EXPECT_EQ(unlogged({"piping to exit 3 failed: "}), "");
+    cnfnode_setval(lli->cn_root->first_child, "two\nlines");
+    EXPECT_NE(llconf_write_cnftree(lli), 0);
+    EXPECT_EQ(get("out"), "two\n") << "a command is not fed with what cannot be written";
 }
 
 TEST_F(file_io, HooksRunAroundReadingAndWritingAndTwiceAfterACommandIsRead) {
