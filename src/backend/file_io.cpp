@@ -114,7 +114,7 @@ bool is_unchanged(const llconf_item *lli, const struct stat &st) {
 }
 
 int revert_missing_file(llconf_item *lli) {
-    if (!(lli->flags & LLI_FLAG_CREATE)) return -1;
+    if (!(lli->flags & LLI_FLAG_CREATE)) return install_clean(lli, nullptr);
     if (lli->cn_root && !lli->is_dirty) return 0;
     return install_clean(lli, create_cnfnode("(root)"));
 }

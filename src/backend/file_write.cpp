@@ -166,7 +166,8 @@ int write_command(const llconf_item *lli) {
     return piped.result == 0 ? 0 : fail_piping(command, piped.reason);
 }
 
-/* Whether the source is there but has never been readable: then the tree lacks what it holds. */
+/* Whether the source is there, perhaps since a moment ago, but could never be read: then the tree
+ * lacks what it holds. */
 bool is_unread(const llconf_item *lli) {
     if (lli->read_state != k_read_failed) return false;
     if (!lli->file) return true;
@@ -179,11 +180,12 @@ bool is_unread(const llconf_item *lli) {
 int keep_unread(const llconf_item *lli) {
     const char *source = lli->file ? lli->file->filename : lli->pipe_out;
     if (lli->cn_root && lli->cn_root->first_child) {
-        daemon_log(LOG_ERR, "writing to %s failed: its present contents cannot be read", source);
+        daemon_log(LOG_ERR, "writing to %s failed: its present contents have not been read",
+                   source);
         errno = EINVAL;
         return -1;
     }
-    daemon_log(LOG_WARNING, "module '%s': %s could not be read, not writing it", lli->name, source);
+    daemon_log(LOG_WARNING, "module '%s': %s has not been read, not writing it", lli->name, source);
     return 0;
 }
 

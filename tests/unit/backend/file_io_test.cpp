@@ -101,6 +101,10 @@ TEST_F(file_io, AFileThatCouldNeverBeReadIsNotReplacedByNothing) {
     trns_commit_ctx(g_trns_ctx);
     EXPECT_EQ(errno, EINVAL);
     EXPECT_EQ(get("t"), "section {\n");
+    lines("l", " file: late\n");
+    put("late", "made by others\n");
+    trns_commit_ctx(g_trns_ctx);
+    EXPECT_EQ(get("late"), "made by others\n");
 }
 
 TEST_F(file_io, ADirectoryIsReadAndWrittenFileByFile) {
