@@ -103,7 +103,9 @@ int place_node(node_record *parent, node_record *node, node_record *position) {
             errno = EINVAL;
             return -1;
         }
-        if (unlink_node(node) < 0) return -1;
+        /* For both steps: between them the node stands nowhere, and nobody would have it. */
+        size_t records = 4 + marks_needed(node->up()) + marks_needed(parent);
+        if (log_reserve(from ? from : to, records) < 0 || unlink_node(node) < 0) return -1;
     }
     return link_new(parent, node, position);
 }
