@@ -1,0 +1,366 @@
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "daemon_fixture.h"
+
+/* Clients that are slow, many, broken or malicious, and actions that misbehave: whatever they do,
+ * everybody else is served and the daemon stays as it was. */
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+constexpr std::string_view k_management = R"(
+slow {
+    admin: system('echo one; sleep 0.5; echo two >&2; sleep 0.3; echo three')
+}
+hold {
+    admin: system('sleep 3 & echo started')
+}
+babble {
+    admin: system('yes & echo started')
+}
+flood {
+    admin: system('head -c 3000000 /dev/zero | tr "\\0" "x" | fold -w 100')
+}
+crash {
+    admin: system('echo gone; kill -9 $PPID')
+}
+)";
+
+class Hostile : public daemon_test {
+  protected:
+    void SetUp() override {
+        daemon_test::SetUp();
+        if (IsSkipped()) return;
+        append("/etc/ucfgd/management.conf", k_management);
+        start();
+        a = logged_in();
+    }
+
+    /* The daemon serves those who were there and those who come, and quickly. */
+    void expect_service() {
+        const auto begin = std::chrono::steady_clock::now();
+        EXPECT_EQ(a.ask("alive GET name"), "alive.1 alpha\nalive OK\n");
+        client fresh = logged_in();
+        EXPECT_EQ(fresh.ask("alive GET level"), "alive.1 5\nalive OK\n");
+        EXPECT_EQ(fresh.ask("bye LOGOUT"), "bye OK\n");
+        EXPECT_LT(std::chrono::steady_clock::now() - begin, 1s);
+        EXPECT_EQ(file("/etc/box.conf"), "# the box\nname = alpha\nlevel = 5\n");
+    }
+
+    size_t descriptors() const {
+        const fs::directory_iterator all{"/proc/" + std::to_string(pid()) + "/fd"};
+        return static_cast<size_t>(std::distance(begin(all), end(all)));
+    }
+
+    long resident_kib() const {
+        std::ifstream statm{"/proc/" + std::to_string(pid()) + "/statm"};
+        long size = 0;
+        long resident = 0;
+        statm >> size >> resident;
+        return resident * sysconf(_SC_PAGESIZE) / 1024;
+    }
+
+    /* The sanitizer keeps what is freed. */
+    void expect_growth_below(long kib, long before) const {
+#ifndef __SANITIZE_ADDRESS__
+        EXPECT_LT(resident_kib() - before, kib);
+#else
+        EXPECT_NE(resident_kib() + kib, before);
+#endif
+    }
+
+    /* Processor time of the daemon, in seconds. */
+    double used() const {
+        clockid_t clock{};
+        timespec time{};
+        clock_getcpuclockid(pid(), &clock);
+        clock_gettime(clock, &time);
+        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+    }
+
+    client a;
+};
+
+/* Sends until the daemon takes no more for a while; how many bytes it took. */
+size_t stuff(const client &c, std::string_view request) {
+    std::string many;
+    while (many.size() < 1U << 20)
+        many += request;
+    many.resize(many.size() / request.size() * request.size());
+    size_t total = 0;
+    for (auto last = std::chrono::steady_clock::now();
+         std::chrono::steady_clock::now() - last < 100ms && total < 64U << 20;) {
+        const size_t at = total % many.size();
+        const ssize_t sent =
+            send(c.fd(), many.data() + at, many.size() - at, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (sent > 0) {
+            total += static_cast<size_t>(sent);
+            last = std::chrono::steady_clock::now();
+        } else {
+            std::this_thread::sleep_for(1ms);
+        }
+    }
+    return total;
+}
+
+TEST_F(Hostile, AClientThatNeverReadsHoldsUpNobodyAndLosesNothing) {
+    client c = logged_in();
+    const long before = resident_kib();
+    const std::string_view request = "t LISTR\n";
+    const size_t taken = stuff(c, request);
+    EXPECT_LT(taken, 16U << 20);
+    expect_service();
+    expect_growth_below(8192, before);
+    const double start_time = used();
+    std::this_thread::sleep_for(100ms);
+    EXPECT_LT(used() - start_time, 0.05);
+    /* Once it reads, every request that got through has its whole reply. */
+    const std::string expected = a.ask("t LISTR");
+    for (size_t i = 0; i < taken / request.size(); i++)
+        ASSERT_EQ(c.reply("t"), expected) << i;
+    if (taken % request.size() != 0) c.send("\n");
+    c.send("u NOOP\n");
+    EXPECT_TRUE(c.reply("u").ends_with("u OK\n"));
+}
+
+TEST_F(Hostile, TwoThousandClientsAtOnceLeaveTheFirstServedAndTheNextWelcome) {
+    rlimit limit{4096, 4096};
+    if (setrlimit(RLIMIT_NOFILE, &limit) != 0) GTEST_SKIP() << "too few descriptors here";
+    const size_t before = descriptors();
+    std::vector<client> crowd(2000);
+    for (client &c : crowd)
+        c = connect();
+    EXPECT_EQ(a.ask("x GET name"), "x.1 alpha\nx OK\n");
+    EXPECT_EQ(crowd[0].ask("x NOOP"), "x OK\n");
+    EXPECT_EQ(crowd[400].login(), "l.1 PERMS read write exec\nl OK\n");
+    EXPECT_EQ(crowd[400].ask("x GET name"), "x.1 alpha\nx OK\n");
+    EXPECT_EQ(crowd[1999].ask("x NOOP"), "<closed>");
+    EXPECT_TRUE(logged("too many connections, closing a new one on listen/local\n"));
+    EXPECT_EQ(crowd[400].ask("y LOGOUT"), "y OK\n");
+    /* Room for a child's pipes is left, too. */
+    EXPECT_EQ(a.ask("x ADMIN crash"), "x.1 gone\nx.1 \nx.2 \nx OK\n");
+    crowd.clear();
+    EXPECT_TRUE(eventually([&] { return descriptors() == before; })) << descriptors();
+    expect_service();
+}
+
+TEST_F(Hostile, WithoutDescriptorsNewClientsWaitAndTheDaemonRests) {
+    const rlimit few{40, 40};
+    ASSERT_EQ(prlimit(pid(), RLIMIT_NOFILE, &few, nullptr), 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path("/dev/ucfgd").copy(address.sun_path, sizeof address.sun_path - 1);
+    std::vector<client> crowd;
+    int refusals = 0;
+    while (refusals < 50 && crowd.size() < 100) {
+        unique_fd fd{socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0)};
+        if (::connect(fd.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) == 0) {
+            fcntl(fd.get(), F_SETFL, 0);
+            crowd.emplace_back(std::move(fd));
+        } else {
+            refusals++;
+            std::this_thread::sleep_for(1ms);
+        }
+    }
+    EXPECT_LT(crowd.size(), 40U);
+    EXPECT_EQ(a.ask("x GET name"), "x.1 alpha\nx OK\n");
+    EXPECT_EQ(crowd[0].ask("x NOOP"), "x OK\n");
+    const double before = used();
+    std::this_thread::sleep_for(200ms);
+    EXPECT_LT(used() - before, 0.1);
+    client last = std::move(crowd.back());
+    crowd.clear();
+    EXPECT_EQ(last.ask("x NOOP"), "x OK\n");
+    last.close();
+    expect_service();
+}
+
+TEST_F(Hostile, AClientMayEndItsInputFirstOrNotListenAtAll) {
+    const size_t before = descriptors();
+    client half = connect();
+    half.send("l LOGIN root\nx GET name\ny LOGOUT\n");
+    shutdown(half.fd(), SHUT_WR);
+    EXPECT_TRUE(half.reply("l").ends_with("l OK\n"));
+    EXPECT_EQ(half.reply("y"), "x.1 alpha\nx OK\ny OK\n");
+    EXPECT_EQ(half.line(), "<closed>");
+    for (int i = 0; i < 50; i++) {
+        client deaf = connect();
+        shutdown(deaf.fd(), SHUT_RD);
+        deaf.send("l LOGIN root\nx LISTR\ny INFO a\n");
+    }
+    half.close();
+    expect_service();
+    EXPECT_TRUE(eventually([&] { return descriptors() == before; })) << descriptors();
+}
+
+TEST_F(Hostile, RandomBytesAreAnsweredOrCutOffAndNothingElse) {
+    std::mt19937 random{20240601};
+    const std::vector<std::string> words{
+        "GET ",    "SET ",   "SUBMIT", "ADD ", "DEL ",  "MOVE ", "LISTR ", "ATTR ",  "ACCESS ",
+        "RESUME ", "LOGIN ", "HELP ",  "name", "level", "hosts", ".*",     "%",      "%2e",
+        "%zz",     "a.1 ",   "a ",     "a.",   "\n",    "\n",    "\n",     "\\",     "'",
+        "INFO ",   "DIRTY",  "REVERT", "..",   " ",     " ",     "\xff",   "UPDATE", "CURRENT"};
+    for (int i = 0; i < 120; i++) {
+        client c = i % 2 == 0 ? connect() : logged_in();
+        std::string bytes;
+        while (bytes.size() < 4000) {
+            if (i % 4 < 2) {
+                bytes += static_cast<char>(random());
+            } else {
+                bytes += words[random() % words.size()];
+            }
+        }
+        c.send(bytes);
+        c.send("\nend NOOP\n");
+        /* The last line may meet an end of the session, or lines of another tag. */
+        std::string line;
+        while (line != "end OK\n" && line != "end BAD id unexpected\n" && line.back() != '>')
+            line = c.line();
+        EXPECT_NE(line, "<silent>") << i;
+    }
+    expect_service();
+}
+
+TEST_F(Hostile, ClientsThatDieInMidCommandLeaveNothingBehind) {
+    const size_t before = descriptors();
+    const std::vector<std::string> beginnings{
+        "a GE",
+        "a.1 SET name beta\n",
+        "l.1 perms read\nl LOGIN ro",
+        "l LOGIN root\na.1 SET name beta\na.2 ADD hosts 9%2e9%2e9%2e9\n",
+        "l LOGIN root\na SET name beta\na SET lev",
+        "l LOGIN root\na ADMIN slow\n",
+        "l LOGIN root\na ADMIN flood\n",
+        "l LOGIN root\na COMMIT\n",
+        "l LOGIN root\na LISTR\nb LISTR\nc LOGOUT\nd",
+    };
+    for (int i = 0; i < 5; i++) {
+        for (const std::string &beginning : beginnings) {
+            client c = connect();
+            c.send(beginning);
+            if (i % 2 == 0) std::this_thread::sleep_for(2ms);
+        }
+    }
+    EXPECT_TRUE(eventually([&] { return descriptors() == before && child() == 0; }))
+        << descriptors();
+    client fresh = logged_in();
+    EXPECT_EQ(fresh.ask("x GET name"), "x.1 alpha\nx OK\n");
+    a.ask("x UPDATE");
+    expect_service();
+}
+
+TEST_F(Hostile, AnActionThatLeavesAProcessBehindEndsAllTheSame) {
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(a.ask("x ADMIN hold"), "x.1 started\nx.1 \nx.2 \nx OK\n");
+    EXPECT_TRUE(a.ask("x ADMIN babble").ends_with("\nx.2 \nx OK\n"));
+    EXPECT_EQ(a.ask("x ADMIN crash"), "x.1 gone\nx.1 \nx.2 \nx OK\n");
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 2s);
+    expect_service();
+}
+
+TEST_F(Hostile, TheOutputOfAnActionArrivesWhileItRuns) {
+    client b = logged_in();
+    a.send("x ADMIN slow\ny GET name\n");
+    EXPECT_EQ(a.line(), "x.1 one\n");
+    EXPECT_NE(child(), 0);
+    EXPECT_EQ(b.ask("1 GET name"), "1.1 alpha\n1 OK\n");
+    EXPECT_EQ(a.line(), "x.2 two\n");
+    EXPECT_NE(child(), 0);
+    EXPECT_EQ(a.reply("y"), "x.1 three\nx.1 \nx.2 \nx OK\ny.1 alpha\ny OK\n");
+}
+
+TEST_F(Hostile, MuchOutputOfAnActionWaitsForItsReaderInBoundedMemory) {
+    const long before = resident_kib();
+    a.send("x ADMIN flood\n");
+    EXPECT_EQ(a.line(), "x.1 " + std::string(100, 'x') + "\n");
+    std::this_thread::sleep_for(100ms);
+    expect_growth_below(8192, before);
+    EXPECT_EQ(logged_in().ask("1 GET name"), "1.1 alpha\n1 OK\n");
+    const std::string rest = a.reply("x");
+    EXPECT_EQ(rest.size(), 29'999U * 105U + 10U);
+    EXPECT_TRUE(rest.ends_with("x\nx.2 \nx OK\n"));
+}
+
+TEST_F(Hostile, ASessionThatIsResumedTakesItsRunningActionAlong) {
+    client b = logged_in();
+    b.ask("1 SET level 7");
+    b.send("x ADMIN slow\n");
+    EXPECT_EQ(b.line(), "x.1 one\n");
+    client thief = connect();
+    EXPECT_EQ(thief.ask("r RESUME " + b.session()), "r INUSE not suspended\n");
+    b.close();
+    EXPECT_TRUE(eventually([this] { return logged("client closed connection"); }));
+    client c = connect();
+    c.send("r RESUME " + b.session() + "\ns GET level\n");
+    EXPECT_EQ(c.reply("s"),
+              "r OK welcome back root\nx.2 two\nx.1 three\nx.1 \nx.2 \nx OK\ns.1 7\ns OK\n");
+}
+
+TEST_F(Hostile, ARequestOfFourMegabytesIsAnsweredInBoundedMemory) {
+    client c = logged_in();
+    const long before = resident_kib();
+    for (int i = 0; i < 250; i++)
+        c.send("x. " + std::string(16000, 'v') + '\n');
+    EXPECT_EQ(c.ask("x SET name"),
+              "x.error error.exceeded.max-size\n"
+              "x ERR Exceeded maximum size for this field\n");
+    EXPECT_EQ(c.ask("x GET name"), "x.1 alpha\nx OK\n");
+    std::string batch;
+    std::string replies;
+    for (int i = 0; i < 10'000; i++) {
+        const std::string tag = "x." + std::to_string(i);
+        batch += tag + " SET name " + std::to_string(i) + '\n';
+        replies += tag + " OK\n";
+    }
+    EXPECT_EQ(c.ask(batch + "x SUBMIT"), replies + "x OK\n");
+    EXPECT_EQ(c.ask("x GET name"), "x.1 9999\nx OK\n");
+    /* The shortest of lines are charged with what it costs to keep them. */
+    std::string empty;
+    for (int i = 0; i < 1'400'000; i++)
+        empty += "x.\n";
+    c.send(empty);
+    c.ask("x NOOP");
+    expect_growth_below(100 * 1024, before);
+    expect_service();
+}
+
+TEST_F(Hostile, NothingIsKeptOfRequestsLogInsAndCommits) {
+    const auto round = [this](int times) {
+        for (int i = 0; i < times; i++) {
+            client c = logged_in();
+            c.ask("1 LISTR");
+            c.ask("2.1 SET name x" + std::to_string(i) + "\n2.2 ADD hosts 9%2e9%2e9%2e9\n2 SUBMIT");
+            c.ask("2.1 SET name beta\n2.2 SET level x\n2 SUBMIT");
+            c.ask("3 SET level x");
+            c.ask("3 REVERT");
+            c.ask("4 INFO no.such");
+            if (i % 20 == 0) c.ask("5 SET level " + std::to_string(i % 7 + 1));
+            if (i % 20 == 0) c.ask("5 COMMIT");
+            if (i % 50 == 0) c.ask("6 ADMIN crash");
+            c.ask("7 LOGOUT");
+            connect().send("x.1 half a request");
+        }
+    };
+    round(50);
+    const long before = resident_kib();
+    const size_t open = descriptors();
+    round(500);
+    expect_growth_below(400, before);
+    EXPECT_TRUE(eventually([&] { return descriptors() == open; }));
+}
+
+}  // namespace
