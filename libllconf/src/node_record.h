@@ -9,13 +9,14 @@
 
 /* What a node really is. Internal to the library; the rules of nodes.h hold.
  *
- * A node is one allocation: the record, the reference to its source text if it has one, then its
- * name and value as it was made. A name or value that is set later has memory of its own, so that
- * an undo can put the old pointer back. */
+ * A node is one piece of memory: the record, the reference to its source text if it has one, then
+ * its name and value as it was made. A name or value that is set later has memory of its own, so
+ * that an undo can put the old pointer back. */
 
 struct cnf_parser;
 struct child_index;
 struct journal_log;
+class node_maker;
 
 /* The text of a file, shared by all entries that were read from it and their clones. */
 struct cnf_source {
@@ -52,6 +53,7 @@ enum node_flag : uint32_t {
     k_file_root = 1U << 6,   /* a parse returned it */
     k_logged = 1U << 7,      /* a journal's log knows it as the top of a tree (journal.cpp) */
     k_held = 1U << 8,        /* it has left a tree while a journal was open */
+    k_in_block = 1U << 9,    /* its memory is part of a block (node_memory.h) */
     k_inherited = k_static_name | k_changed | k_own_changed | k_file_root, /* by a clone */
 };
 
@@ -115,8 +117,8 @@ struct node_texts {
 };
 
 /* A node with the given flags (of k_inherited and k_has_text); null with ENOMEM. Its source text,
- * if it shall have one, is zero. */
-node_record *allocate_node(const node_texts &texts, uint32_t flags);
+ * if it shall have one, is zero. maker: for one of many; null: a single node. */
+node_record *allocate_node(const node_texts &texts, uint32_t flags, node_maker *maker = nullptr);
 
 /* Frees a detached tree without a look at journals. */
 void free_tree(node_record *top);

@@ -6,6 +6,7 @@
 
 #include "child_index.h"
 #include "journal_log.h"
+#include "node_memory.h"
 #include "node_record.h"
 #include "ucfgd/owners.h"
 
@@ -110,11 +111,11 @@ int place_node(node_record *parent, node_record *node, node_record *position) {
     return link_new(parent, node, position);
 }
 
-node_record *clone_node(const node_record *node) {
+node_record *clone_node(const node_record *node, node_maker &maker) {
     node_texts texts{node->name, node->has(k_static_name),
                      node->value != nullptr ? std::string_view{node->value} : std::string_view{},
                      node->value != nullptr};
-    node_record *copy = allocate_node(texts, node->flags & (k_inherited | k_has_text));
+    node_record *copy = allocate_node(texts, node->flags & (k_inherited | k_has_text), &maker);
     if (copy == nullptr) return nullptr;
     copy->text_kind = node->text_kind;
     copy->text_level = node->text_level;
@@ -125,19 +126,34 @@ node_record *clone_node(const node_record *node) {
     return copy;
 }
 
+void free_node(node_record *node, node_releaser &releaser) {
+    // The flags tell what has memory of its own. NOLINTBEGIN(clang-analyzer-unix.Malloc)
+    if (node->has(k_heap_name)) std::free(node->name);
+    if (node->has(k_heap_value)) std::free(node->value);
+    // NOLINTEND(clang-analyzer-unix.Malloc)
+    if (node->index != nullptr) index_drop(node);
+    if (source_text *text = node->text()) source_release(text->source);
+    if (node->has(k_in_block)) {
+        releaser.release(node);
+    } else {
+        std::free(node);
+    }
+}
+
 }  // namespace
 
-node_record *allocate_node(const node_texts &texts, uint32_t flags) {
+node_record *allocate_node(const node_texts &texts, uint32_t flags, node_maker *maker) {
     size_t head = sizeof(node_record) + ((flags & k_has_text) != 0 ? sizeof(source_text) : 0);
     size_t size = head;
     if (!texts.static_name) size += texts.name.size() + 1;
     if (texts.has_value) size += texts.value.size() + 1;
-    char *memory = static_cast<char *>(std::malloc(size));
+    bool in_block = false;
+    char *memory = static_cast<char *>(maker ? maker->allocate(size, in_block) : std::malloc(size));
     if (memory == nullptr) return nullptr;
     std::memset(memory, 0, head);
     auto *node = new (memory) node_record;
     char *behind = memory + head;
-    node->flags = flags;
+    node->flags = flags | (in_block ? uint32_t{k_in_block} : 0);
     if (texts.static_name) {
         node->flags |= k_static_name;
         node->name = const_cast<char *>(texts.name.data());
@@ -150,24 +166,21 @@ node_record *allocate_node(const node_texts &texts, uint32_t flags) {
     return node;
 }
 
+/* Children before their parents, and without a write to any of them (node_memory.h). */
 void free_tree(node_record *top) {
+    node_releaser releaser;
     node_record *node = top;
+    bool down = true;
     while (true) {
-        while (node->first_child != nullptr)
+        while (down && node->first_child != nullptr)
             node = node->first();
         node_record *next = node->next_node();
         node_record *parent = node->up();
         bool last = node == top;
-        // The flags tell what has memory of its own. NOLINTBEGIN(clang-analyzer-unix.Malloc)
-        if (node->has(k_heap_name)) std::free(node->name);
-        if (node->has(k_heap_value)) std::free(node->value);
-        // NOLINTEND(clang-analyzer-unix.Malloc)
-        if (node->index != nullptr) index_drop(node);
-        if (source_text *text = node->text()) source_release(text->source);
-        std::free(node);
+        free_node(node, releaser);
         if (last) return;
-        if (next == nullptr) parent->first_child = nullptr;
-        node = next != nullptr ? next : parent;
+        down = next != nullptr;
+        node = down ? next : parent;
     }
 }
 
@@ -231,7 +244,8 @@ cnfnode *clone_cnftree(const cnfnode *node) {
         return nullptr;
     }
     const node_record *from = record(node);
-    owned<node_record, free_tree> top{clone_node(from)};
+    node_maker maker;
+    owned<node_record, free_tree> top{clone_node(from, maker)};
     if (!top) return nullptr;
     node_record *to = top.get();
     while (true) {
@@ -246,7 +260,7 @@ cnfnode *clone_cnftree(const cnfnode *node) {
             from = from->next_node();
             to = to->up();
         }
-        node_record *copy = clone_node(from);
+        node_record *copy = clone_node(from, maker);
         if (copy == nullptr) return nullptr;
         link_node(to, copy, nullptr);
         to = copy;

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "engine.h"
+#include "node_memory.h"
 #include "ucfgd/owners.h"
 
 /* From text to tree. A piece becomes a node: the engine makes the layout nodes, the parser the
@@ -12,6 +13,7 @@
  * source text. */
 
 struct cnf_reader {
+    node_maker *maker;  /* null: a single node */
     cnf_source *source; /* null: nodes do not remember a text */
     node_record *made;  /* the node of the piece, not linked yet */
     node_record *root;  /* read_tree: the node that a null parent means */
@@ -32,7 +34,9 @@ struct open_section {
 class text_reader {
   public:
     text_reader(const cnfmodule *module, std::string_view label, cnf_source *source)
-        : syntax_(module), label_(label), source_(source), text_(source->text, source->length) {}
+        : syntax_(module), label_(label), source_(source), text_(source->text, source->length) {
+        reader_.maker = &maker_;
+    }
 
     owned_node read();
 
@@ -54,6 +58,7 @@ class text_reader {
     std::string_view text_;
     size_t at_ = 0;
     bool has_nul_ = false;
+    node_maker maker_;
     node_record *root_ = nullptr;
     std::vector<open_section> open_;
     cnf_reader reader_{};
@@ -176,7 +181,7 @@ bool text_reader::add_layout(std::string_view name, const piece &p) {
         text = value;
     }
     bool has_value = name != k_empty_name;
-    return add(owned_node{allocate_node({name, true, text, has_value}, k_has_text)}, p);
+    return add(owned_node{allocate_node({name, true, text, has_value}, k_has_text, &maker_)}, p);
 }
 
 bool text_reader::add(owned_node node, const piece &p) {
@@ -245,13 +250,14 @@ node_record *name_root(node_record *root, const node_texts &texts) {
 /* A node as a read function asks for it: the one of the piece, or a child of one. */
 node_record *read_node(cnf_reader *reader, node_record *parent, const node_texts &texts) {
     if (parent != nullptr) {
-        node_record *child = allocate_node(texts, 0);
+        node_record *child = allocate_node(texts, 0, reader->maker);
         if (child != nullptr) link_node(parent, child, nullptr);
         return child;
     }
     if (reader->root != nullptr) return name_root(reader->root, texts);
     if (reader->made != nullptr) free_tree(reader->made);
-    reader->made = allocate_node(texts, reader->source != nullptr ? uint32_t{k_has_text} : 0);
+    uint32_t flags = reader->source != nullptr ? uint32_t{k_has_text} : 0;
+    reader->made = allocate_node(texts, flags, reader->maker);
     if (reader->made != nullptr) reader->reserved_name = cnfnode_is_formatting(reader->made) != 0;
     return reader->made;
 }

@@ -132,4 +132,18 @@ TEST(Nodes, FindingByNameAnswersWhatAWalkWouldAfterAnyEdits) {
     }
 }
 
+TEST(Nodes, ANodeOfALargeCopyOutlivesIt) {
+    tree root{create_cnfnode("(root)")};
+    for (int i = 0; i < 5000; i++)
+        append_node(root.get(), create_cnfnode(std::to_string(i).c_str()));
+    tree copy{clone_cnftree(root.get())};
+    EXPECT_EQ(compare_cnftree(root.get(), copy.get()), 0);
+    tree kept{cnf_get_node(copy.get(), "4999")};
+    ASSERT_EQ(unlink_node(kept.get()), 0);
+    copy.reset();
+    EXPECT_STREQ(kept->name, "4999");
+    EXPECT_EQ(append_node(root.get(), kept.release()), 0);
+    EXPECT_STREQ(cnf_get_node(root.get(), "4999[1]")->name, "4999");
+}
+
 }  // namespace
