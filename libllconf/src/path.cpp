@@ -133,8 +133,14 @@ cnfresult *find_all(node_record *node, const char *path) {
     return list.release();
 }
 
+/* One component without a selector or an escape: most paths are no more than that. */
+bool is_plain_name(const char *path) {
+    return path[strcspn(path, "/[]\\")] == '\0';
+}
+
 node_record *find_one(node_record *node, const char *path) {
     if (path_reader::is_self(path)) return node;
+    if (is_plain_name(path)) return first_named(node, path);
     if (!path_reader::is_path(path)) return nullptr;
     return path_search{node, path, false}.first();
 }
