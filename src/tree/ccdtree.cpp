@@ -36,6 +36,7 @@
 
 ccdtree_node *g_ccdtree = nullptr;
 ccdtree_node *g_mgmttree = nullptr;
+unsigned int g_ccdtree_changes = 0;
 
 static_assert(offsetof(ccdtree_node, next) == 0);
 
@@ -166,6 +167,7 @@ ccdtree_node *create_ccdtree_node(const char *name) {
 
 void destroy_ccdtree_node(ccdtree_node *node) {
     if (!node) return;
+    g_ccdtree_changes++;
     for (fe_node *list : {node->func_common, node->func_get, node->func_set, node->func_add,
                           node->func_del, node->func_move}) {
         destroy_fe_node_list(list);
@@ -182,6 +184,7 @@ void destroy_ccdtree_node(ccdtree_node *node) {
 
 void append_ccdtree_node(ccdtree_node *parent, ccdtree_node *node) {
     if (!parent || !node) return;
+    g_ccdtree_changes++;
     node->prev = parent->last_child;
     (parent->last_child ? parent->last_child->next : parent->first_child) = node;
     for (ccdtree_node *added = node; added; added = added->next) {
@@ -196,6 +199,7 @@ void append_ccdtree_node(ccdtree_node *parent, ccdtree_node *node) {
 void unlink_ccdtree_node(ccdtree_node *node) {
     ccdtree_node *parent = node ? node->parent : nullptr;
     if (!parent) return;
+    g_ccdtree_changes++;
     if (parent->children) remove_from_index(parent->children, node);
     (node->prev ? node->prev->next : parent->first_child) = node->next;
     (node->next ? node->next->prev : parent->last_child) = node->prev;

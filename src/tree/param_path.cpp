@@ -24,6 +24,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <new>
 #include <string_view>
@@ -89,13 +90,30 @@ size_t count_components(std::string_view text, const ccdtree_node *root) {
     return 0;
 }
 
+/* What stands in front of each path. A path is never changed once it has been resolved, so those
+ * that are asked for again and again are one record, which is counted. */
+struct path_record {
+    size_t users;
+    size_t hash;
+    size_t length; /* of the path as given */
+    unsigned int changes;
+    param_path path;
+};
+
+path_record *record_of(param_path *path) {
+    return reinterpret_cast<path_record *>(reinterpret_cast<char *>(path) -
+                                           offsetof(path_record, path));
+}
+
 /* Record, items, names and the path as given, in one block. */
 owned_path allocate_path(std::string_view text, size_t components, char **names_end) {
-    size_t head = sizeof(param_path) + components * sizeof(param_path_item);
+    size_t head = sizeof(path_record) + components * sizeof(param_path_item);
     auto *block = static_cast<char *>(std::malloc(head + 2 * (text.size() + 1)));
     if (!block) return nullptr;
-    auto *path = reinterpret_cast<param_path *>(block);
-    *path = {};
+    auto *record = reinterpret_cast<path_record *>(block);
+    *record = {};
+    record->users = 1;
+    param_path *path = &record->path;
     path->fullpath = block + head;
     std::memcpy(path->fullpath, text.data(), text.size());
     path->fullpath[text.size()] = '\0';
@@ -104,7 +122,7 @@ owned_path allocate_path(std::string_view text, size_t components, char **names_
 }
 
 bool resolve(param_path *path, char *names_end) {
-    auto *item = reinterpret_cast<param_path_item *>(path + 1);
+    auto *item = reinterpret_cast<param_path_item *>(record_of(path) + 1);
     path_walk walk{path->ccd_tree, path->fullpath};
     path->last = item;
     while (walk.step()) {
@@ -117,6 +135,40 @@ bool resolve(param_path *path, char *names_end) {
     }
     return false;
 }
+
+/* The paths that were resolved last, each in the slot of its hash. One that was resolved before the
+ * trees last changed counts no more. */
+class recent_paths {
+  public:
+    param_path *find(std::string_view text, size_t hash, const ccdtree_node *root) {
+        path_record *record = slots_[hash % k_slots];
+        if (!record || record->hash != hash || record->changes != g_ccdtree_changes ||
+            record->path.ccd_tree != root || record->length != text.size() ||
+            std::memcmp(record->path.fullpath, text.data(), text.size()) != 0) {
+            return nullptr;
+        }
+        record->users++;
+        return &record->path;
+    }
+
+    void keep(param_path *path, std::string_view text, size_t hash) {
+        if (text.size() > k_longest) return;
+        path_record *&slot = slots_[hash % k_slots];
+        if (slot) destroy_param_path(&slot->path);
+        slot = record_of(path);
+        slot->users++;
+        slot->hash = hash;
+        slot->length = text.size();
+        slot->changes = g_ccdtree_changes;
+    }
+
+  private:
+    static constexpr size_t k_slots = 64;
+    static constexpr size_t k_longest = 256;
+    std::array<path_record *, k_slots> slots_{};
+};
+
+recent_paths g_recent;
 
 enum class value_action { get = 1, help = 2, info = 3, access = 4 };
 
@@ -171,19 +223,24 @@ char *ccd_param_ppath(const method_call &call) {
 param_path *find_ccd_param(const char *path, ccdtree_node *root) {
     trace(4, "%s, full_path=%s\n", __func__, path);
     std::string_view text = path;
+    size_t hash = std::hash<std::string_view>{}(text);
+    if (param_path *known = g_recent.find(text, hash, root)) return known;
     if (size_t components = root ? count_components(text, root) : 0) {
         char *names_end = nullptr;
         owned_path resolved = allocate_path(text, components, &names_end);
         if (!resolved) return nullptr;
         resolved->ccd_tree = root;
-        if (resolve(resolved.get(), names_end)) return resolved.release();
+        if (resolve(resolved.get(), names_end)) {
+            g_recent.keep(resolved.get(), text, hash);
+            return resolved.release();
+        }
     }
     errno = ENOENT;
     return nullptr;
 }
 
 void destroy_param_path(param_path *path) {
-    std::free(path);
+    if (path && --record_of(path)->users == 0) std::free(record_of(path));
 }
 
 void ccd_param_common(fe_context *ctx, const param_path *path) {

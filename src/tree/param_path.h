@@ -32,7 +32,8 @@ typedef struct param_path_item {
     ccdtree_node *ccd;
 } param_path_item;
 
-/* A resolved path. Record, items and texts are one block: only destroy_param_path frees them. */
+/* A resolved path. Record, items and texts are one block, which others who asked for the same path
+ * may hold as well: nobody changes it, and only destroy_param_path frees it. */
 typedef struct param_path {
     param_path_item *first; /* the addressed node */
     param_path_item *last;  /* the one below the root */

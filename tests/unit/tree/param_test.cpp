@@ -45,6 +45,16 @@ TEST_F(Parameter, PathsTakeTheExactNameAndThenTheFirstWildcard) {
     EXPECT_EQ(resolved(deep).size(), 400U);
 }
 
+TEST_F(Parameter, APathLeadsElsewhereOnceTheTreeHasChanged) {
+    define("* { get: 'any' }");
+    EXPECT_EQ(get("a"), "any");
+    EXPECT_EQ(get("a"), "any");
+    owned<param_path, destroy_param_path> held{find_ccd_param("a", g_ccdtree)};
+    define("a { get: 'this' }");
+    EXPECT_EQ(get("a"), "this");
+    EXPECT_STREQ(held->first->ccd->name, "*") << "who holds a path keeps it";
+}
+
 TEST_F(Parameter, MethodsSeeTheNamesTheArgumentsAndWhatCommonSet) {
     define(
         "common: set('c', 'root')\n"
