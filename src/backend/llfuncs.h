@@ -37,23 +37,35 @@ inline fe_node *ll_answer(const char *text) {
     return create_fe_node(g_fed_const, text);
 }
 
-/* The evaluated arguments of a call. */
+/* The evaluated arguments of a call; those of a call that has only constants are they themselves.
+ */
 class ll_arguments {
   public:
-    ll_arguments(fe_context *ctx, const fe_node *first) : list_(eval_fe_expr_list(ctx, first)) {}
+    ll_arguments(fe_context *ctx, const fe_node *first)
+        : list_(are_constant(first) ? nullptr : eval_fe_expr_list(ctx, first)),
+          first_(list_                 ? list_.get()
+                 : are_constant(first) ? first
+                                       : nullptr) {}
 
-    const fe_node *first() const { return list_.get(); }
-    int count() const { return fe_argc(list_.get()); }
+    const fe_node *first() const { return first_; }
+    int count() const { return fe_argc(first_); }
     /* The text of the argument at index, or null; borrowed. */
     const char *text(int index) const {
-        const fe_node *node = list_.get();
+        const fe_node *node = first_;
         while (node && index-- > 0)
             node = node->next;
         return node ? node->text : nullptr;
     }
 
   private:
+    static bool are_constant(const fe_node *node) {
+        while (node && node->fed == g_fed_const)
+            node = node->next;
+        return !node;
+    }
+
     owned<fe_node, destroy_fe_node_list> list_;
+    const fe_node *first_;
 };
 
 /* The instance of that name in the context's transaction; null without one. */
