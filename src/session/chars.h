@@ -6,6 +6,8 @@
 #endif
 
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 
 /* The classes of characters that the protocol knows. ASCII alone: bytes from 128 up are text. */
 
@@ -23,6 +25,21 @@ constexpr bool is_blank(char c) {
 
 constexpr bool is_control(char c) {
     return static_cast<unsigned char>(c) < 32;
+}
+
+/* How many bytes at text, up to length, are no control characters. Eight at a time: what is sent
+ * and received is nearly always free of them. */
+inline size_t run_without_controls(const char *text, size_t length) {
+    constexpr uint64_t k_ones = 0x0101010101010101U;
+    size_t at = 0;
+    for (; length - at >= sizeof(uint64_t); at += sizeof(uint64_t)) {
+        uint64_t word = 0;
+        memcpy(&word, text + at, sizeof(word));
+        if (((word - k_ones * 32) & ~word & (k_ones * 128)) != 0) break;
+    }
+    while (at < length && !is_control(text[at]))
+        ++at;
+    return at;
 }
 
 constexpr char upper(char c) {

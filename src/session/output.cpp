@@ -56,11 +56,12 @@ class reply {
         const size_t length = text.size() < room ? text.size() : room;
         if (length < text.size()) cut_ = true;
         char *to = text_ + used_;
-        if (!blank_controls) {
-            memcpy(to, text.data(), length);
-        } else {
-            for (size_t i = 0; i < length; ++i)
-                to[i] = is_control(text[i]) ? ' ' : text[i];
+        memcpy(to, text.data(), length);
+        if (blank_controls) {
+            for (size_t i = run_without_controls(to, length); i < length;
+                 i += run_without_controls(to + i, length - i)) {
+                to[i] = ' ';
+            }
         }
         return length;
     }
@@ -104,7 +105,10 @@ bool format_simple(reply &out, const char *format, va_list args) {
 void drop_controls(databuf *buffer, int clean) {
     char *const end = buffer->buf + buffer->end;
     char *from = buffer->buf + buffer->start + clean;
-    while (from < end && (!is_control(*from) || *from == '\n'))
+    const auto skip_text = [&] {
+        from += run_without_controls(from, static_cast<size_t>(end - from));
+    };
+    for (skip_text(); from < end && *from == '\n'; skip_text())
         ++from;
     char *to = from;
     for (; from < end; ++from) {
