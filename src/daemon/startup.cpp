@@ -180,6 +180,7 @@ void set_up_process(const options &given) {
     fe_set_report(report_expression);
     if (given.debug_level) g_debug_level = std::atoi(given.debug_level);
     if (given.use_syslog || !given.foreground) daemon_log_use = DAEMON_LOG_SYSLOG;
+    setvbuf(stderr, nullptr, _IOLBF, BUFSIZ); /* one write for a line of the log, not two */
     if (given.protocol_log) open_protocol_log(given.protocol_log);
     set_prefixes(given);
     raise_descriptor_limit();
