@@ -46,12 +46,13 @@ TEST_F(Parameter, PathsTakeTheExactNameAndThenTheFirstWildcard) {
 }
 
 TEST_F(Parameter, APathLeadsElsewhereOnceTheTreeHasChanged) {
-    define("* { get: 'any' }");
+    define("* {\n get: 'any'\n}\n");
     EXPECT_EQ(get("a"), "any");
     EXPECT_EQ(get("a"), "any");
     owned<param_path, destroy_param_path> held{find_ccd_param("a", g_ccdtree)};
-    define("a { get: 'this' }");
+    define("a {\n get: 'this'\n}\n");
     EXPECT_EQ(get("a"), "this");
+    ASSERT_TRUE(held);
     EXPECT_STREQ(held->first->ccd->name, "*") << "who holds a path keeps it";
 }
 
