@@ -248,21 +248,6 @@ TEST_F(Commit, ADaemonThatIsKilledLeavesTheOldOrTheNewFile) {
     EXPECT_EQ(logged_in().ask("1 GET name"), "1.1 beta\n1 OK\n");
 }
 
-TEST_F(Commit, AWriterThatIsKilledBeforeItWritesLeavesTheOldFile) {
-    begin_with_box(k_slow);
-    for (int round = 0; round < 2; round++) {
-        EXPECT_EQ(a.ask("1 SET name beta"), "1 OK\n");
-        a.send("2 COMMIT\n3 GET name\n");
-        ASSERT_TRUE(eventually([this] { return child() != 0; }));
-        kill(child(), SIGKILL);
-        EXPECT_EQ(a.reply("3"), "2 ERR Input/output error\n3.1 alpha\n3 OK\n");
-        EXPECT_EQ(file("/etc/box.conf"), k_box);
-    }
-    EXPECT_EQ(a.ask("4 SET name beta"), "4 OK\n");
-    EXPECT_EQ(a.ask("5 COMMIT"), "5 OK\n");
-    EXPECT_EQ(file("/etc/box.conf"), k_new_box);
-}
-
 TEST_F(Commit, AWriterThatIsKilledBehindItsWritingIsAnErrorAndLeavesTheNewFile) {
     begin_with_box("post-commit: system('sleep 0.5')");
     EXPECT_EQ(a.ask("1 SET name beta"), "1 OK\n");
@@ -280,7 +265,7 @@ TEST_F(Commit, AWriterThatIsKilledAtAnyTimeLeavesAWholeFile) {
     put("/etc/hosts", hosts);
     begin();
     int killed = 0;
-    for (int i = 0; i < 30; i++) {
+    for (int i = 0; i < 16; i++) {
         const std::string before = file("/etc/hosts");
         const std::string value = "name" + std::to_string(i);
         ASSERT_EQ(a.ask("1 SET hosts.10%2e0%2e0%2e7.name " + value), "1 OK\n");
@@ -289,11 +274,11 @@ TEST_F(Commit, AWriterThatIsKilledAtAnyTimeLeavesAWholeFile) {
         pid_t writer = 0;
         while (writer == 0 && std::chrono::steady_clock::now() < end)
             writer = child();
-        std::this_thread::sleep_for(std::chrono::microseconds{i * 300});
+        std::this_thread::sleep_for(std::chrono::microseconds{i * 500});
         if (writer != 0) kill(writer, SIGKILL);
         const std::string reply = a.reply("2");
-        if (reply != "2 OK\n") killed++;
         const std::string after = file("/etc/hosts");
+        if (reply != "2 OK\n") killed++;
         if (after == before) {
             EXPECT_EQ(reply, "2 ERR Input/output error\n");
         }
