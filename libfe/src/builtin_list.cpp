@@ -75,8 +75,9 @@ fe_node *func_uniq(const arguments &args) {
 }
 
 fe_node *func_in(const arguments &args) {
-    texts items = not_empty(args.from(1));
-    return new_truth(std::find(items.begin(), items.end(), args[0]) != items.end());
+    auto items = args.from(1);
+    bool found = std::find(items.begin(), items.end(), args[0]) != items.end();
+    return new_truth(found && !args[0].empty());
 }
 
 fe_node *func_range(const arguments &args) {
