@@ -23,7 +23,7 @@
 namespace {
 
 /* Reads of 1024 bytes that one event may take, so that others get their turn. */
-constexpr int k_reads_a_turn = 16;
+constexpr int k_reads_a_turn = k_bgexec_turn_size / 1024;
 
 bool g_output_held = false;
 

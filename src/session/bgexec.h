@@ -40,6 +40,9 @@ typedef struct bgexec_ctx {
     int status;
 } bgexec_ctx;
 
+/* The bytes that a collector takes from its pipe in one call, if they are there. */
+enum { k_bgexec_turn_size = 16384 };
+
 /* The jobs whose children run, in the order of their start, and those that wait. */
 extern bgexec_ctx *g_bgexec_ctx_list;
 

@@ -21,10 +21,6 @@ namespace {
 /* Jobs whose children have been reaped and which wait for their completion function. */
 bgexec_ctx *g_finished = nullptr;
 
-/* A child's last output is taken in that many turns at most: another process may hold the pipe's
- * other end and write for ever. */
-constexpr int k_drain_turns = 128;
-
 bool make_registration(bgexec_ctx *job, fd_callback *&registration, int type,
                        int (*callback)(int fd, void *data)) {
     if (!callback) return true;
@@ -44,15 +40,13 @@ void drop_registration(fd_callback *&registration) {
     registration = nullptr;
 }
 
-/* The handler may clear the registration at the end of the pipe. */
+/* What the child has written is in the pipe by now. What comes later is another process's, which
+ * holds the other end and may write for ever. The handler may clear the registration. */
 void drain(bgexec_ctx *job, fd_callback *bgexec_ctx::*which) {
-    for (int turn = 0; turn < k_drain_turns && job->*which; ++turn) {
-        fd_callback *registration = job->*which;
-        const int fd = registration->fd;
-        registration->cb(fd, job);
-        int waiting = 0;
-        if (!(job->*which) || ioctl(fd, FIONREAD, &waiting) != 0 || waiting == 0) return;
-    }
+    int left = 0;
+    if (!(job->*which) || ioctl((job->*which)->fd, FIONREAD, &left) != 0) left = 0;
+    for (; job->*which && left >= 0; left -= k_bgexec_turn_size)
+        (job->*which)->cb((job->*which)->fd, job);
 }
 
 /* A child that somebody else has reaped counts as one that failed. */
