@@ -130,7 +130,8 @@ TEST_F(Startup, AnotherUserHasAPidFileOfTheirOwn) {
     const uid_t user = 40000 + static_cast<uid_t>(getpid()) % 20000;
     const std::string name = "/tmp/ucfgd-" + std::to_string(user) + ".pid";
     chmod(path("").c_str(), 0755);
-    ASSERT_EQ(chown(path("/dev").c_str(), user, user), 0);
+    if (chown(path("/dev").c_str(), user, user) != 0)
+        GTEST_SKIP() << "only root can run the daemon as somebody else";
     const auto as_user = [&] {
         if (setuid(user) != 0) _exit(99);
     };
