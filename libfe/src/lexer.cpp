@@ -26,7 +26,7 @@ int hex_digit(char c) {
 
 size_t punctuation_length(std::string_view text) {
     for (std::string_view known : k_punctuation) {
-        if (text.starts_with(known)) return known.size();
+        if (text.front() == known.front() && text.starts_with(known)) return known.size();
     }
     return text.starts_with(':') ? 1 : 0;
 }
