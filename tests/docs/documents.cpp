@@ -86,7 +86,7 @@ void document_test::SetUp() {
     daemon_test::SetUp();
     if (IsSkipped()) return;
     use_appliance();
-    put("/work/.keep", "");
+    put("/scratch/.keep", "");
     const std::string socket = path("/dev/ucfgd");
     put("/bin/ucfgsh", "#!/bin/sh\nexec " UCFGSH " --plain --socket " + socket + " \"$@\"\n");
     put("/bin/ucfgd", "#!/bin/sh\nexec " UCFGD " --root=" + path("") + " \"$@\"\n");
@@ -141,7 +141,7 @@ void document_test::run_console(const std::string &text) {
 void document_test::follow(const std::string &document) {
     for (const example &block : examples_of(document)) {
         if (!block.file.empty()) {
-            put(block.file[0] == '/' ? block.file : "/work/" + block.file, block.text);
+            put(block.file[0] == '/' ? block.file : "/scratch/" + block.file, block.text);
         } else if (block.kind == "console") {
             run_console(block.text);
         } else if (block.kind == "conf" || block.kind == "tree" || block.kind == "parse") {

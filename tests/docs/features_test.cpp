@@ -20,7 +20,7 @@ done; rm -f ../alone.c
 class feature_modules : public document_test {
   protected:
     void build(const std::string &name) {
-        const std::string copy = path("/work/" + name);
+        const std::string copy = path("/scratch/" + name);
         const std::string printed =
             shell("cp -r " SOURCE_DIR "/examples/" + name + " " + copy + " && make -C " + copy +
                   " CFLAGS=-Werror CXXFLAGS=-Werror install DESTDIR=" + path("") +

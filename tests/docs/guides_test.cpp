@@ -77,7 +77,7 @@ TEST_F(document_test, TheFirstSessionOfTheReadmeGoesAsShown) {
         }
     }
     ASSERT_NE(typed, "");
-    put("/work/typed", typed);
+    put("/scratch/typed", typed);
     start();
     const std::string printed = std::regex_replace(shell("ucfgsh --continue --file typed"),
                                                    std::regex{"typed:[0-9]+: "}, "");
