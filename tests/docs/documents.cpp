@@ -100,7 +100,7 @@ std::string document_test::shell(std::string command) const {
     return run_program({"/bin/sh", "-c", command},
                        [this] {
                            dup2(1, 2);
-                           if (chdir(path("/work").c_str()) != 0) _exit(126);
+                           if (chdir(path("/scratch").c_str()) != 0) _exit(126);
                            const std::string old = getenv("PATH");
                            setenv("PATH", (path("/bin") + ":" + old).c_str(), 1);
                            setenv("PKG_CONFIG_PATH", STAGED_PACKAGES, 1);
