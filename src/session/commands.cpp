@@ -11,6 +11,7 @@
  *  4. Build. A word that is not made of letters, or that stands there twice, does not compile.
  */
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <iterator>
@@ -69,12 +70,21 @@ constexpr session_command k_commands[] = {
 
 constexpr size_t k_slots = 64;
 constexpr uint8_t k_no_command = 255;
+constexpr ptrdiff_t k_longest_word = 255; /* from here on it is no command, logged in or not */
+
+constexpr uint32_t add_to_hash(uint32_t hash, char c) {
+    return (hash ^ static_cast<unsigned char>(c)) * 16777619U;
+}
+
+constexpr size_t slot_of(uint32_t hash) {
+    return (hash >> 16) % k_slots;
+}
 
 constexpr size_t slot_of(std::string_view word, uint32_t seed) {
     uint32_t hash = seed;
     for (char c : word)
-        hash = (hash ^ static_cast<unsigned char>(c)) * 16777619U;
-    return (hash >> 16) % k_slots;
+        hash = add_to_hash(hash, c);
+    return slot_of(hash);
 }
 
 struct command_index {
@@ -115,9 +125,22 @@ static_assert(words_are_upper_case_letters());
 
 constexpr session_command k_unknown = {"", session_process_invalid, 1, 1, ""};
 
-const session_command &find_command(std::string_view word) {
-    const uint8_t row = k_index.row[slot_of(word, k_index.seed)];
-    return row != k_no_command && word == k_commands[row].word ? k_commands[row] : k_unknown;
+/* The command whose word stands at the start of the text; *rest: behind the letters there. A
+ * command without a word when there is none. */
+const session_command &find_command(const char *text, const char **rest) {
+    uint32_t hash = k_index.seed;
+    const char *end = text;
+    for (; is_letter(*end); ++end)
+        hash = add_to_hash(hash, upper(*end));
+    *rest = end;
+    const uint8_t row = k_index.row[slot_of(hash)];
+    if (row == k_no_command) return k_unknown;
+    const char *word = k_commands[row].word;
+    while (text < end && upper(*text) == *word) {
+        ++text;
+        ++word;
+    }
+    return text == end && *word == '\0' ? k_commands[row] : k_unknown;
 }
 
 }  // namespace
@@ -133,13 +156,10 @@ int session_process_command(ccd_session *session, const char *id, const char *cm
         return -1;
     }
     const char *text = skip_blanks(cmdline + strlen(id));
-    char word[255];
-    const size_t length = run_length(text, is_letter, sizeof(word));
-    if (length == sizeof(word)) return session_process_invalid(session, id, "");
-    for (size_t i = 0; i < length; ++i)
-        word[i] = upper(text[i]);
-    const session_command &command = find_command({word, length});
-    const char *args = command.takes_args ? skip_blanks(text + length) : "";
+    const char *rest = nullptr;
+    const session_command &command = find_command(text, &rest);
+    if (rest - text >= k_longest_word) return session_process_invalid(session, id, "");
+    const char *args = command.takes_args ? skip_blanks(rest) : "";
     if (command.needs_login && session->state != k_session_logged) {
         return session_process_notlogged(session, id, args);
     }

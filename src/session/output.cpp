@@ -22,6 +22,18 @@ constexpr int k_idle_size = 4096;
 
 constexpr size_t k_reply_max = k_line_size - 1;
 
+void blank_control_characters(char *text, size_t length) {
+    for (size_t i = run_without_controls(text, length); i < length;
+         i += run_without_controls(text + i, length - i)) {
+        text[i] = ' ';
+    }
+}
+
+/* A long listing grows its buffer in steps of its own size. */
+void make_room(databuf *out, int length) {
+    if (out->size - out->end < length) databuf_reserve(out, length + databuf_pending(out) / 2);
+}
+
 /* One reply on its way. Literal text is copied, inserted text loses its control characters. */
 class reply {
   public:
@@ -57,12 +69,7 @@ class reply {
         if (length < text.size()) cut_ = true;
         char *to = text_ + used_;
         memcpy(to, text.data(), length);
-        if (blank_controls) {
-            for (size_t i = run_without_controls(to, length); i < length;
-                 i += run_without_controls(to + i, length - i)) {
-                to[i] = ' ';
-            }
-        }
+        if (blank_controls) blank_control_characters(to, length);
         return length;
     }
 
@@ -135,8 +142,7 @@ int session_write(ccd_session *session, const void *data, size_t size) {
     if (g_protocol_log_fptr) log_written(data, size);
     databuf *out = session->outbuf;
     const int length = static_cast<int>(size);
-    /* A long listing grows its buffer in steps of its own size. */
-    if (out->size - out->end < length) databuf_reserve(out, length + databuf_pending(out) / 2);
+    make_room(out, length);
     const int result = databuf_add(out, data, length);
     if (session->fdcb_out) session->fdcb_out->type |= FD_CALLBACK_WRITE;
     return result;
@@ -156,6 +162,29 @@ int session_writef(ccd_session *session, const char *format, ...) {
     }
     const std::string_view text = out.finish();
     return session_write(session, text.data(), text.size());
+}
+
+int session_write_reply(ccd_session *session, const char *id, const char *literal,
+                        const char *text) {
+    const size_t id_length = strlen(id);
+    const size_t literal_length = strlen(literal);
+    const size_t text_length = strlen(text);
+    const size_t size = id_length + literal_length + text_length + 1;
+    databuf *out = session->outbuf;
+    if (!out) return 0;
+    if (g_protocol_log_fptr || size > k_reply_max) {
+        return session_writef(session, "%s%s%s\n", id, literal, text);
+    }
+    make_room(out, static_cast<int>(size));
+    if (databuf_reserve(out, static_cast<int>(size)) < static_cast<int>(size)) return -1;
+    char *to = std::copy_n(id, id_length, out->buf + out->end);
+    to = std::copy_n(literal, literal_length, to);
+    std::copy_n(text, text_length, to);
+    blank_control_characters(to, text_length);
+    to[text_length] = '\n';
+    out->end += static_cast<int>(size);
+    if (session->fdcb_out) session->fdcb_out->type |= FD_CALLBACK_WRITE;
+    return 0;
 }
 
 int session_write_databuf(ccd_session *session, const char *id, databuf *buffer, int final) {

@@ -51,6 +51,11 @@ int session_writef(ccd_session *session, const char *format, ...)
 #endif
     ;
 
+/* The reply line of these three texts, as session_writef makes it of "%s%s%s\n". For what nearly
+ * every request is answered with. */
+int session_write_reply(ccd_session *session, const char *id, const char *literal,
+                        const char *text);
+
 /* Takes the complete lines off a child's output and writes each behind id, without its control
  * characters; with final, what is left too, even when nothing is. A null session discards them.
  * Returns 0. */

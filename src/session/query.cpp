@@ -26,20 +26,20 @@ int reply_errno(ccd_session *session, const char *id) {
 }
 
 int reply_ok(ccd_session *session, const char *id) {
-    session_writef(session, "%s OK\n", id);
+    session_write_reply(session, id, " OK", "");
     return 0;
 }
 
 /* A text as one data line; an empty one has none; no text is a failure. */
 int reply_optional(ccd_session *session, const char *id, const char *text) {
     if (!text) return reply_errno(session, id);
-    if (text[0] != '\0') session_writef(session, "%s.1 %s\n", id, text);
+    if (text[0] != '\0') session_write_reply(session, id, ".1 ", text);
     return reply_ok(session, id);
 }
 
 int reply_value(ccd_session *session, const char *id, const char *text) {
     if (!text) return reply_errno(session, id);
-    session_writef(session, "%s.1 %s\n", id, text);
+    session_write_reply(session, id, ".1 ", text);
     return reply_ok(session, id);
 }
 
@@ -105,7 +105,7 @@ int session_process_list_tree(ccd_session *session, const char *id, ccdtree_node
     if (!list && errno != 0) return reply_errno(session, id);
     for (const line *name = list.get(); name; name = name->next) {
         if (name->line && name->line[0] != '\0')
-            session_writef(session, "%s.1 %s\n", id, name->line);
+            session_write_reply(session, id, ".1 ", name->line);
     }
     return reply_ok(session, id);
 }

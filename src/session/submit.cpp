@@ -137,7 +137,7 @@ bool report_item(ccd_session *session, const ccd_path_value_item &item) {
         session_write_error_sanity(session, item.id);
         return false;
     }
-    session_writef(session, "%s OK\n", item.id);
+    session_write_reply(session, item.id, " OK", "");
     return true;
 }
 
