@@ -86,6 +86,7 @@ int main(int argc, char **argv) {
     std::string directory = file.substr(0, file.rfind('/'));
     std::string parameter =
         "network.hosts." + host_address(std::atol(argv[4]) / 2, "%2e") + ".name";
+    plain_keep_memory();
     wire line{argv[2]};
     line.login();
     plain_tree tree{plain_parse_file(file.c_str())};

@@ -73,6 +73,8 @@ double plain_write_us(const plain_tree &tree, int sink) {
 }
 
 void measure_times(const subject &of, int rounds) {
+    plain_keep_memory();
+    of.parse_plain();
     unique_fd sink{open("/dev/null", O_WRONLY | O_CLOEXEC)};
     if (!sink) give_up("/dev/null");
     pairs parsing;

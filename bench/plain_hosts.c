@@ -1,11 +1,18 @@
 #include "plain_hosts.h"
 
 #include <fcntl.h>
+#include <limits.h>
+#include <malloc.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+void plain_keep_memory(void) {
+    mallopt(M_TRIM_THRESHOLD, INT_MAX);
+    mallopt(M_MMAP_MAX, 0);
+}
 
 static char *copy_text(const char *text, size_t length) {
     char *copy = malloc(length + 1);
