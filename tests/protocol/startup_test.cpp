@@ -304,7 +304,8 @@ TEST_F(Startup, ASocketThatCannotBeMadeEndsTheStartAndRemovesThePidFile) {
 TEST_F(Startup, WithoutListenersItWarnsAndWaits) {
     put("/etc/ucfgd/ucfgd.conf", "config {\n}\n");
     start();
-    EXPECT_TRUE(logged("Warning: the configuration has no listen section"));
+    EXPECT_TRUE(
+        eventually([&] { return logged("Warning: the configuration has no listen section"); }));
     kill_daemon();
     std::filesystem::remove(k_pid_file);
 }
