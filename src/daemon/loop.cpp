@@ -21,8 +21,8 @@
  * (signals), and the pipes of child processes (src/session). Nobody else ever waits, so a function
  * that blocks stops every client.
  *
- * A round has two passes over one list: remove what is finished and collect descriptors for select,
- * then call what is ready. Nothing is unlinked while functions are being called. They only mark,
+ * A round has three passes over one list: collect descriptors and select, call what is ready,
+ * remove what is finished. Nothing is unlinked while functions are being called. They only mark,
  * and they may mark any record, their own or one that has not had its turn: so the state and the
  * type of a record are looked at again right before its function is called. Sessions follow the
  * same rule through the sweep hook, which runs when no function does.
@@ -51,8 +51,8 @@ void (*g_sweep)(void) = nullptr;
 void (*g_closed)(void) = nullptr;
 
 struct watch_sets {
-    fd_set read{};
-    fd_set write{};
+    fd_set read;
+    fd_set write;
     int highest = 0;
 };
 
@@ -76,30 +76,26 @@ void unlink_and_free(fd_callback **list, fd_callback **&tail, fd_callback *cb) {
     }
 }
 
-void watch(watch_sets &sets, const fd_callback *cb) {
-    if (cb->type == FD_CALLBACK_READ) FD_SET(cb->fd, &sets.read);
-    if (cb->type == FD_CALLBACK_WRITE) FD_SET(cb->fd, &sets.write);
-    sets.highest = std::max(sets.highest, cb->fd);
-}
-
-/* ready: how many there are to be found; the walk ends with the last of them. */
-void dispatch(const watch_sets &sets, int ready) {
-    for (fd_callback *cb : removal_safe(g_cb_list)) {
-        if (ready <= 0) return;
-        if (cb->state == FD_CALLBACK_FINISHED) continue;
-        if (cb->type == FD_CALLBACK_READ && FD_ISSET(cb->fd, &sets.read)) {
-            ready--;
-            cb->cb(cb->fd, cb->data);
-        }
-        if (cb->type == FD_CALLBACK_WRITE && FD_ISSET(cb->fd, &sets.write)) {
-            ready--;
-            cb->cb(cb->fd, cb->data);
-        }
+void collect(watch_sets &sets) {
+    FD_ZERO(&sets.read);
+    FD_ZERO(&sets.write);
+    for (const fd_callback *cb = g_cb_list; cb; cb = cb->next) {
+        if (cb->type == FD_CALLBACK_READ) FD_SET(cb->fd, &sets.read);
+        if (cb->type == FD_CALLBACK_WRITE) FD_SET(cb->fd, &sets.write);
+        sets.highest = std::max(sets.highest, cb->fd);
     }
 }
 
-/* Removes finished records, and has the others watched where sets are given: one walk for both. */
-removal remove_finished(fd_callback **list, fd_callback **&tail, watch_sets *sets) {
+void dispatch(const watch_sets &sets) {
+    for (fd_callback *cb : removal_safe(g_cb_list)) {
+        if (cb->state == FD_CALLBACK_FINISHED) continue;
+        if (cb->type == FD_CALLBACK_READ && FD_ISSET(cb->fd, &sets.read)) cb->cb(cb->fd, cb->data);
+        if (cb->type == FD_CALLBACK_WRITE && FD_ISSET(cb->fd, &sets.write))
+            cb->cb(cb->fd, cb->data);
+    }
+}
+
+removal remove_finished(fd_callback **list, fd_callback **&tail) {
     removal result;
     fd_callback **link = list;
     while (fd_callback *cb = *link) {
@@ -108,7 +104,6 @@ removal remove_finished(fd_callback **list, fd_callback **&tail, watch_sets *set
             return result;
         }
         if (cb->state != FD_CALLBACK_FINISHED) {
-            if (sets) watch(*sets, cb);
             link = &cb->next;
             continue;
         }
@@ -134,24 +129,21 @@ void park_closed_descriptors() {
 void call_time_callbacks() {
     for (fd_callback *cb : removal_safe(g_timecb_list))
         if (cb->state != FD_CALLBACK_FINISHED) cb->cb(-1, cb->data);
-    remove_finished(&g_timecb_list, g_timecb_tail, nullptr);
+    remove_finished(&g_timecb_list, g_timecb_tail);
 }
 
-/* What stands between two rounds: tidies up, and finds out what to watch. False when the loop is
- * over.
- */
-bool prepare(watch_sets &sets) {
-    for (;;) {
-        sets = {};
-        removal result = remove_finished(&g_cb_list, g_cb_tail, &sets);
-        if (result.stopped) return false;
-        if (!g_cb_list) {
-            daemon_log(LOG_NOTICE, "loop: no more sockets to listen, returning");
-            return false;
-        }
-        if (!result.closed || !g_closed) return true;
-        g_closed(); /* which may have changed what is to be watched */
+/* Everything behind a select that found something. True when the loop is over. */
+bool serve(const watch_sets &sets) {
+    dispatch(sets);
+    if (g_sweep) g_sweep();
+    removal result = remove_finished(&g_cb_list, g_cb_tail);
+    if (result.stopped) return true;
+    if (!g_cb_list) {
+        daemon_log(LOG_NOTICE, "loop: no more sockets to listen, returning");
+        return true;
     }
+    if (result.closed && g_closed) g_closed();
+    return false;
 }
 
 }  // namespace
@@ -203,12 +195,12 @@ void loop_finish_all(void) {
 }
 
 void loop(int /*timeout*/) {
-    watch_sets sets;
-    while (prepare(sets)) {
+    for (;;) {
+        watch_sets sets;
+        collect(sets);
         int ready = select(sets.highest + 1, &sets.read, &sets.write, nullptr, nullptr);
         if (ready > 0) {
-            dispatch(sets, ready);
-            if (g_sweep) g_sweep();
+            if (serve(sets)) return;
         } else if (ready == 0) {
             call_time_callbacks();
         } else if (errno == EBADF) {
