@@ -121,25 +121,25 @@ bool ll_subtree_storable(llconf_item *lli, const cnfnode *node) {
 
 fe_node *ll_refused() {
     ccd_set_error("Value cannot be stored in this file", "error.not-storable");
-    return ll_answer("0");
+    return const_node("0");
 }
 
 fe_node *fe_func_ll(fe_context *ctx, fe_node *call) {
     const ll_row &row = row_of(call);
-    ll_arguments arguments(ctx, call->first_child);
+    call_arguments arguments{ctx, call};
     const fe_node *module = arguments.first();
     if (!module || !module->next) {
         daemon_log(LOG_ERR, "not enough args to ll function %s\n", row.name);
-        return ll_answer("");
+        return const_node("");
     }
     llconf_item *lli = ll_find_item(ctx, module->text);
     if (!lli) {
         daemon_log(LOG_ERR, "module %s not found\n", module->text);
-        return ll_answer("");
+        return const_node("");
     }
     const fe_node *path = module->next;
     fe_node *result = row.function(lli, path->text, path->next ? path->next->text : nullptr);
-    return result ? result : ll_answer("");
+    return result ? result : const_node("");
 }
 
 fe_def *fe_register_llfuncs(fe_def *list) {

@@ -8,7 +8,7 @@
 #include "backend/llconf_item.h"
 #include "fe/fe.h"
 #include "llconf/nodes.h"
-#include "ucfgd/owners.h"
+#include "tree/arguments.h"
 
 /* What the tree functions have in common.
  *
@@ -32,41 +32,6 @@ struct ll_row {
 inline const ll_row &row_of(const fe_node *call) {
     return *static_cast<const ll_row *>(call->fed->user_data);
 }
-
-inline fe_node *ll_answer(const char *text) {
-    return create_fe_node(g_fed_const, text);
-}
-
-/* The evaluated arguments of a call; those of a call that has only constants are they themselves.
- */
-class ll_arguments {
-  public:
-    ll_arguments(fe_context *ctx, const fe_node *first)
-        : list_(are_constant(first) ? nullptr : eval_fe_expr_list(ctx, first)),
-          first_(list_                 ? list_.get()
-                 : are_constant(first) ? first
-                                       : nullptr) {}
-
-    const fe_node *first() const { return first_; }
-    int count() const { return fe_argc(first_); }
-    /* The text of the argument at index, or null; borrowed. */
-    const char *text(int index) const {
-        const fe_node *node = first_;
-        while (node && index-- > 0)
-            node = node->next;
-        return node ? node->text : nullptr;
-    }
-
-  private:
-    static bool are_constant(const fe_node *node) {
-        while (node && node->fed == g_fed_const)
-            node = node->next;
-        return !node;
-    }
-
-    owned<fe_node, destroy_fe_node_list> list_;
-    const fe_node *first_;
-};
 
 /* The instance of that name in the context's transaction; null without one. */
 llconf_item *ll_find_item(const fe_context *ctx, const char *name);

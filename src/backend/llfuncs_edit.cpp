@@ -13,7 +13,7 @@ using owned_tree = owned<cnfnode, destroy_cnftree>;
 
 fe_node *done(llconf_item *lli) {
     lli->is_dirty = 1;
-    return ll_answer("1");
+    return const_node("1");
 }
 
 bool is_same(const char *old, const char *text) {
@@ -22,7 +22,7 @@ bool is_same(const char *old, const char *text) {
 
 fe_node *add_branch(llconf_item *lli, cnfnode *node, const char *path) {
     if (!ll_branch_storable(lli, node, path)) return ll_refused();
-    return cnf_add_branch(node, path) ? done(lli) : ll_answer("0");
+    return cnf_add_branch(node, path) ? done(lli) : const_node("0");
 }
 
 /* Puts node, which stays the caller's when that fails, below parent. */
@@ -42,8 +42,8 @@ fe_node *func_llset(llconf_item *lli, const char *path, const char *value) {
     cnfnode *root = llconf_get_cnftree_write(lli);
     if (!value || !path) return nullptr;
     cnfnode *node = root ? cnf_get_node(root, path) : nullptr;
-    if (!node) return ll_answer("0");
-    if (is_same(cnfnode_getval(node), value)) return ll_answer("1");
+    if (!node) return const_node("0");
+    if (is_same(cnfnode_getval(node), value)) return const_node("1");
     if (!ll_storable(lli, node->parent, node->name, value)) return ll_refused();
     return cnfnode_setval(node, value) == 0 ? done(lli) : nullptr;
 }
@@ -51,48 +51,48 @@ fe_node *func_llset(llconf_item *lli, const char *path, const char *value) {
 fe_node *func_lladd(llconf_item *lli, const char *path, const char *value) {
     cnfnode *node = ll_write_node(lli, path);
     if (!value) return nullptr;
-    return node ? add_branch(lli, node, value) : ll_answer("0");
+    return node ? add_branch(lli, node, value) : const_node("0");
 }
 
 fe_node *func_lladdne(llconf_item *lli, const char *path, const char *value) {
     cnfnode *node = ll_write_node(lli, path);
     if (!value) return nullptr;
-    if (!node) return ll_answer("0");
+    if (!node) return const_node("0");
     errno_guard keep;
-    return cnf_get_node(node, value) ? ll_answer("1") : add_branch(lli, node, value);
+    return cnf_get_node(node, value) ? const_node("1") : add_branch(lli, node, value);
 }
 
 fe_node *func_lldel(llconf_item *lli, const char *path, const char *value) {
     cnfnode *node = ll_write_node(lli, path);
     if (!value) return nullptr;
-    if (!node) return ll_answer("0");
+    if (!node) return const_node("0");
     if (cnf_del_branch(node, value) == 0) lli->is_dirty = 1;
     errno = 0;
-    return ll_answer("1");
+    return const_node("1");
 }
 
 fe_node *func_llrename(llconf_item *lli, const char *path, const char *newname) {
     cnfnode *node = ll_write_node(lli, path);
     if (!newname) return nullptr;
-    if (!node) return ll_answer("0");
-    if (is_same(cnfnode_getname(node), newname)) return ll_answer("1");
+    if (!node) return const_node("0");
+    if (is_same(cnfnode_getname(node), newname)) return const_node("1");
     if (!ll_storable(lli, node->parent, newname, node->value)) return ll_refused();
     return cnfnode_setname(node, newname) == 0 ? done(lli) : nullptr;
 }
 
 fe_node *fe_func_llcopy(fe_context *ctx, fe_node *call) {
-    ll_arguments arguments(ctx, call->first_child);
+    call_arguments arguments{ctx, call};
     int count = arguments.count();
     llconf_item *lli = count == 4 || count == 5 ? ll_find_item(ctx, arguments.text(0)) : nullptr;
     const cnfnode *from = lli ? ll_write_node(lli, arguments.text(1)) : nullptr;
     cnfnode *to = lli ? ll_write_node(lli, arguments.text(3)) : nullptr;
     const cnfnode *source = from && to ? find_node(from->first_child, arguments.text(2)) : nullptr;
-    if (!source) return ll_answer("0");
+    if (!source) return const_node("0");
     const char *name = count == 5 ? arguments.text(4) : source->name;
     if (!ll_storable(lli, to, name, source->value)) return ll_refused();
     owned_tree copy{clone_cnftree(source)};
-    if (!copy || cnfnode_setname(copy.get(), name) != 0) return ll_answer("0");
-    if (append_node(to, copy.get()) != 0) return ll_answer("0");
+    if (!copy || cnfnode_setname(copy.get(), name) != 0) return const_node("0");
+    if (append_node(to, copy.get()) != 0) return const_node("0");
     /* It is linked now; if it has to go again, that unlinks it. */
     if (!ll_subtree_storable(lli, copy.get())) return ll_refused();
     static_cast<void>(copy.release());
@@ -100,12 +100,12 @@ fe_node *fe_func_llcopy(fe_context *ctx, fe_node *call) {
 }
 
 fe_node *fe_func_lladdmulti(fe_context *ctx, fe_node *call) {
-    ll_arguments arguments(ctx, call->first_child);
+    call_arguments arguments{ctx, call};
     const fe_node *module = arguments.first();
     const fe_node *path = module ? module->next : nullptr;
     llconf_item *lli = path ? ll_find_item(ctx, module->text) : nullptr;
     cnfnode *node = lli ? ll_write_node(lli, path->text) : nullptr;
-    if (!node) return ll_answer("0");
+    if (!node) return const_node("0");
     for (const fe_node *value = path->next; value; value = value->next) {
         if (!ll_branch_storable(lli, node, value->text)) return ll_refused();
     }
@@ -117,30 +117,30 @@ fe_node *fe_func_lladdmulti(fe_context *ctx, fe_node *call) {
             result = "0";
         }
     }
-    return ll_answer(result);
+    return const_node(result);
 }
 
 fe_node *fe_func_lladdbefore(fe_context *ctx, fe_node *call) {
-    ll_arguments arguments(ctx, call->first_child);
+    call_arguments arguments{ctx, call};
     llconf_item *lli = arguments.count() >= 4 ? ll_find_item(ctx, arguments.text(0)) : nullptr;
     cnfnode *parent = lli ? ll_write_node(lli, arguments.text(1)) : nullptr;
-    if (!parent) return ll_answer("0");
+    if (!parent) return const_node("0");
     const char *name = arguments.text(2);
     if (!ll_storable(lli, parent, name, nullptr)) return ll_refused();
     owned_tree node{create_cnfnode(name)};
     cnfnode *before = find_node(parent->first_child, arguments.text(3));
-    if (!node || !place(parent, node.get(), before)) return ll_answer("0");
+    if (!node || !place(parent, node.get(), before)) return const_node("0");
     static_cast<void>(node.release());
     return done(lli);
 }
 
 fe_node *fe_func_llswap(fe_context *ctx, fe_node *call) {
-    ll_arguments arguments(ctx, call->first_child);
+    call_arguments arguments{ctx, call};
     llconf_item *lli = arguments.count() >= 4 ? ll_find_item(ctx, arguments.text(0)) : nullptr;
     cnfnode *parent = lli ? ll_write_node(lli, arguments.text(1)) : nullptr;
     cnfnode *first = parent ? find_node(parent->first_child, arguments.text(2)) : nullptr;
     cnfnode *second = parent ? find_node(parent->first_child, arguments.text(3)) : nullptr;
-    if (!first || !second) return ll_answer("0");
-    if (first == second) return ll_answer("1");
-    return swap_children(parent, first, second) ? done(lli) : ll_answer("0");
+    if (!first || !second) return const_node("0");
+    if (first == second) return const_node("1");
+    return swap_children(parent, first, second) ? done(lli) : const_node("0");
 }

@@ -12,7 +12,7 @@ using owned_node = owned<fe_node, destroy_fe_node_tree>;
 
 /* A new instance goes to the master context's list, where commit finds it; the list of a session
  * gets its shadow when the instance is first looked up. */
-bool create_instance(const ll_arguments &arguments) {
+bool create_instance(const call_arguments &arguments) {
     const char *file = arguments.text(2);
     bool has_file = file && *file;
     owned<llconf_item, destroy_llconf_item> lli{
@@ -39,24 +39,24 @@ owned_node bind_call(fe_context *ctx, const fe_node *expression) {
 }  // namespace
 
 fe_node *fe_func_llmodcreate(fe_context *ctx, fe_node *call) {
-    ll_arguments arguments(ctx, call->first_child);
-    if (arguments.count() < 2) return ll_answer("");
+    call_arguments arguments{ctx, call};
+    if (arguments.count() < 2) return const_node("");
     llconf_item *existing = ll_find_item(ctx, arguments.text(0));
     if (existing) {
         if (existing->delete_me) existing->is_dirty = 1;
         existing->delete_me = 0;
-        return ll_answer("1");
+        return const_node("1");
     }
-    return ll_answer(create_instance(arguments) ? "1" : "");
+    return const_node(create_instance(arguments) ? "1" : "");
 }
 
 fe_node *fe_func_llmoddelete(fe_context *ctx, fe_node *call) {
-    ll_arguments arguments(ctx, call->first_child);
+    call_arguments arguments{ctx, call};
     llconf_item *lli = arguments.count() == 1 ? ll_find_item(ctx, arguments.text(0)) : nullptr;
-    if (!lli) return ll_answer("");
+    if (!lli) return const_node("");
     lli->delete_me = 1;
     lli->is_dirty = 1;
-    return ll_answer("1");
+    return const_node("1");
 }
 
 fe_node *fe_func_llmodsethook(fe_context *ctx, fe_node *call) {
@@ -65,17 +65,17 @@ fe_node *fe_func_llmodsethook(fe_context *ctx, fe_node *call) {
     owned<fe_node, destroy_fe_node_list> name{module ? eval_fe_expression(ctx, module) : nullptr};
     if (!name || !module->next) {
         daemon_log(LOG_ERR, "not enough args to llmodsethook function %s\n", row.name);
-        return ll_answer("");
+        return const_node("");
     }
     owned_node hook = bind_call(ctx, module->next);
-    if (!hook) return ll_answer("");
+    if (!hook) return const_node("");
     llconf_item *lli = ll_find_item(ctx, name->text);
     if (!lli) {
         daemon_log(LOG_ERR, "module %s not found\n", name->text);
-        return ll_answer("");
+        return const_node("");
     }
     row.set_hook(lli, hook.release());
-    return ll_answer("1");
+    return const_node("1");
 }
 
 void func_llmodset_post_commit(llconf_item *lli, fe_node *hook) {

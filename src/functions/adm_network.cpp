@@ -9,8 +9,8 @@
 
 #include "daemon/trace.h"
 #include "fe/fe.h"
-#include "functions/arguments.h"
 #include "functions/functions.h"
+#include "tree/arguments.h"
 #include "ucfgd/ifaces.h"
 #include "ucfgd/owners.h"
 

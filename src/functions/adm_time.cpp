@@ -7,8 +7,8 @@
 
 #include "daemon/trace.h"
 #include "fe/fe.h"
-#include "functions/arguments.h"
 #include "functions/functions.h"
+#include "tree/arguments.h"
 
 /* Time texts and seconds since the epoch, in local time. Seconds are read and printed whole, beyond
  * the year 2038 too. */

@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-#include "functions/arguments.h"
+#include "tree/arguments.h"
 
 class line_splitter {
   public:

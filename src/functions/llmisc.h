@@ -12,7 +12,7 @@
 #    error "llmisc.h is for C++ sources"
 #endif
 
-#include "functions/arguments.h"
+#include "tree/arguments.h"
 
 /* options.cpp */
 fe_node *llmisc_shoptions(const call_arguments &arguments);

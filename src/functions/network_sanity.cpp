@@ -13,8 +13,8 @@
 
 #include "daemon/trace.h"
 #include "fe/fe.h"
-#include "functions/arguments.h"
 #include "functions/functions.h"
+#include "tree/arguments.h"
 #include "ucfgd/owners.h"
 
 /* Network sanity: predicates over texts, and one function that computes a network address. The

@@ -3,8 +3,8 @@
 #include <string>
 
 #include "fe/fe.h"
-#include "functions/arguments.h"
 #include "functions/functions.h"
+#include "tree/arguments.h"
 #include "tree/param_ops.h"
 #include "ucfgd/escape.h"
 #include "ucfgd/owners.h"

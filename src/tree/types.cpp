@@ -16,6 +16,7 @@
 #include "fe/fe.h"
 #include "llconf/modules.h"
 #include "llconf/nodes.h"
+#include "tree/arguments.h"
 #include "ucfgd/owners.h"
 #include "ucfgd/slist.h"
 
@@ -207,13 +208,10 @@ int is_type(fe_context *ctx, const ccd_type *type, const char *value) {
 }
 
 fe_node *fe_func_istype(fe_context *ctx, fe_node *call) {
-    owned<fe_node, destroy_fe_node_list> arguments{eval_fe_expr_list(ctx, call->first_child)};
-    bool answer = false;
-    if (fe_argc(arguments.get()) == 2) {
-        const char *value = arguments->text;
-        answer = is_type(ctx, find_ccd_type(g_types, arguments->next->text), value) != 0;
-    }
-    return create_fe_node(g_fed_const, answer ? "1" : "0");
+    call_arguments arguments{ctx, call};
+    bool answer = arguments.count() == 2 &&
+                  is_type(ctx, find_ccd_type(g_types, arguments[1]), arguments[0]) != 0;
+    return truth_node(answer);
 }
 
 fe_def *fe_register_typefuncs(fe_def *list) {
