@@ -21,11 +21,11 @@
  * (signals), and the pipes of child processes (src/session). Nobody else ever waits, so a function
  * that blocks stops every client.
  *
- * A round has three passes over one list: collect descriptors and select, call what is ready,
- * remove what is finished. Nothing is unlinked while functions are being called. They only mark,
- * and they may mark any record, their own or one that has not had its turn: so the state and the
- * type of a record are looked at again right before its function is called. Sessions follow the
- * same rule through the sweep hook, which runs when no function does.
+ * A round has two passes over one list: call what select found ready, then remove what is finished
+ * and note what the others wait for. Nothing is unlinked while functions are being called. They
+ * only mark, and they may mark any record, their own or one that has not had its turn: so the state
+ * and the type of a record are looked at again right before its function is called. Sessions follow
+ * the same rule through the sweep hook, which runs when no function does.
  *
  * A request costs one select, one read and one write. Keep it so: connections write their replies
  * at once and are watched for writing only when the socket did not take everything, and the clock
@@ -50,10 +50,17 @@ fd_callback **g_timecb_tail = &g_timecb_list;
 void (*g_sweep)(void) = nullptr;
 void (*g_closed)(void) = nullptr;
 
+/* The descriptors that are waited for. */
 struct watch_sets {
-    fd_set read;
-    fd_set write;
+    fd_set read{};
+    fd_set write{};
     int highest = 0;
+
+    void add(const fd_callback *cb) {
+        if (cb->type == FD_CALLBACK_READ) FD_SET(cb->fd, &read);
+        if (cb->type == FD_CALLBACK_WRITE) FD_SET(cb->fd, &write);
+        highest = std::max(highest, cb->fd);
+    }
 };
 
 struct removal {
@@ -76,26 +83,32 @@ void unlink_and_free(fd_callback **list, fd_callback **&tail, fd_callback *cb) {
     }
 }
 
-void collect(watch_sets &sets) {
-    FD_ZERO(&sets.read);
-    FD_ZERO(&sets.write);
-    for (const fd_callback *cb = g_cb_list; cb; cb = cb->next) {
-        if (cb->type == FD_CALLBACK_READ) FD_SET(cb->fd, &sets.read);
-        if (cb->type == FD_CALLBACK_WRITE) FD_SET(cb->fd, &sets.write);
-        sets.highest = std::max(sets.highest, cb->fd);
-    }
+watch_sets collect() {
+    watch_sets sets;
+    for (const fd_callback *cb = g_cb_list; cb; cb = cb->next)
+        sets.add(cb);
+    return sets;
 }
 
-void dispatch(const watch_sets &sets) {
+/* The walk ends with the last of the descriptors that are ready. */
+void dispatch(const watch_sets &sets, int ready) {
     for (fd_callback *cb : removal_safe(g_cb_list)) {
+        if (ready <= 0) return;
         if (cb->state == FD_CALLBACK_FINISHED) continue;
-        if (cb->type == FD_CALLBACK_READ && FD_ISSET(cb->fd, &sets.read)) cb->cb(cb->fd, cb->data);
-        if (cb->type == FD_CALLBACK_WRITE && FD_ISSET(cb->fd, &sets.write))
+        if (cb->type == FD_CALLBACK_READ && FD_ISSET(cb->fd, &sets.read)) {
+            ready--;
             cb->cb(cb->fd, cb->data);
+        }
+        if (cb->type == FD_CALLBACK_WRITE && FD_ISSET(cb->fd, &sets.write)) {
+            ready--;
+            cb->cb(cb->fd, cb->data);
+        }
     }
 }
 
-removal remove_finished(fd_callback **list, fd_callback **&tail) {
+/* Removes finished records, and adds the others to the sets where there are some: one walk does
+ * both. */
+removal remove_finished(fd_callback **list, fd_callback **&tail, watch_sets *sets) {
     removal result;
     fd_callback **link = list;
     while (fd_callback *cb = *link) {
@@ -104,6 +117,7 @@ removal remove_finished(fd_callback **list, fd_callback **&tail) {
             return result;
         }
         if (cb->state != FD_CALLBACK_FINISHED) {
+            if (sets) sets->add(cb);
             link = &cb->next;
             continue;
         }
@@ -129,20 +143,25 @@ void park_closed_descriptors() {
 void call_time_callbacks() {
     for (fd_callback *cb : removal_safe(g_timecb_list))
         if (cb->state != FD_CALLBACK_FINISHED) cb->cb(-1, cb->data);
-    remove_finished(&g_timecb_list, g_timecb_tail);
+    remove_finished(&g_timecb_list, g_timecb_tail, nullptr);
 }
 
-/* Everything behind a select that found something. True when the loop is over. */
-bool serve(const watch_sets &sets) {
-    dispatch(sets);
+/* Everything behind a select that found something; wanted is what to wait for next. True when the
+ * loop is over. */
+bool serve(const watch_sets &sets, int ready, watch_sets &wanted) {
+    dispatch(sets, ready);
     if (g_sweep) g_sweep();
-    removal result = remove_finished(&g_cb_list, g_cb_tail);
+    wanted = {};
+    removal result = remove_finished(&g_cb_list, g_cb_tail, &wanted);
     if (result.stopped) return true;
     if (!g_cb_list) {
         daemon_log(LOG_NOTICE, "loop: no more sockets to listen, returning");
         return true;
     }
-    if (result.closed && g_closed) g_closed();
+    if (result.closed && g_closed) {
+        g_closed(); /* which may have changed what is waited for */
+        wanted = collect();
+    }
     return false;
 }
 
@@ -195,16 +214,18 @@ void loop_finish_all(void) {
 }
 
 void loop(int /*timeout*/) {
+    watch_sets wanted = collect();
     for (;;) {
-        watch_sets sets;
-        collect(sets);
+        watch_sets sets = wanted;
         int ready = select(sets.highest + 1, &sets.read, &sets.write, nullptr, nullptr);
         if (ready > 0) {
-            if (serve(sets)) return;
-        } else if (ready == 0) {
-            call_time_callbacks();
-        } else if (errno == EBADF) {
-            park_closed_descriptors();
+            if (serve(sets, ready, wanted)) return;
+            continue;
         }
+        if (ready == 0)
+            call_time_callbacks();
+        else if (errno == EBADF)
+            park_closed_descriptors();
+        wanted = collect();
     }
 }
