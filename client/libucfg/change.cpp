@@ -73,16 +73,6 @@ int set_long(ucfg_conn *conn, const char *path, const std::string &escaped) {
     return exchange(conn, tag, text, conn->timeout, nullptr);
 }
 
-int change(ucfg_conn *conn, const ucfg_item &item) {
-    if (item.op == k_ucfg_set) {
-        std::string escaped = escape_text(item.value);
-        if (escaped.size() > k_word_limit) return set_long(conn, item.path, escaped);
-    }
-    std::string line;
-    int result = change_line(conn, item, line);
-    return result == k_ucfg_ok ? command(conn, line) : result;
-}
-
 /* What a batch's reply says of one item, while it arrives. */
 struct item_state {
     int code = k_ucfg_ok;
@@ -134,7 +124,8 @@ owned<ucfg_batch, ucfg_destroy_batch> make_batch(const std::vector<item_state> &
     return batch;
 }
 
-int submit(ucfg_conn *conn, const ucfg_item *items, size_t count, ucfg_batch **out) {
+/* Sends a batch; states receives what the reply says of each item. */
+int submit(ucfg_conn *conn, const ucfg_item *items, size_t count, std::vector<item_state> &states) {
     std::string tag = new_tag(conn);
     std::string text;
     for (size_t i = 0; i < count; i++) {
@@ -147,16 +138,40 @@ int submit(ucfg_conn *conn, const ucfg_item *items, size_t count, ucfg_batch **o
     }
     text += tag + " SUBMIT\n";
     if (text.size() > k_request_limit) return fail(conn, k_ucfg_too_long, "the batch is too long");
-    std::vector<item_state> states(count);
+    states.assign(count, {});
     auto sink = [&](std::string_view qualifier, std::string_view line) {
         std::string_view part;
         size_t number = item_number(qualifier, part);
         if (number >= 1 && number <= count) states[number - 1].take(part, line);
     };
-    int result = exchange(conn, tag, text, conn->timeout, sink);
-    bool answered = result <= k_ucfg_inuse;
-    if (answered && out) *out = make_batch(states).release();
+    return exchange(conn, tag, text, conn->timeout, sink);
+}
+
+/* SET and MOVE tell a method's refusal as a number alone. The same change as a batch of one tells
+ * the reason, and applies nothing when it is refused again. */
+int ask_for_reason(ucfg_conn *conn, const ucfg_item &item) {
+    std::vector<item_state> states;
+    int result = submit(conn, &item, 1, states);
+    if (result == k_ucfg_failed && states[0].code != k_ucfg_ok) {
+        conn->text = std::move(states[0].text);
+        conn->error_id = std::move(states[0].id);
+        conn->error_args = std::move(states[0].args);
+    }
     return result;
+}
+
+int change(ucfg_conn *conn, const ucfg_item &item) {
+    constexpr std::string_view k_refused_by_method = "result=2 ";
+    if (item.op == k_ucfg_set) {
+        std::string escaped = escape_text(item.value);
+        if (escaped.size() > k_word_limit) return set_long(conn, item.path, escaped);
+    }
+    std::string line;
+    int result = change_line(conn, item, line);
+    if (result != k_ucfg_ok) return result;
+    result = command(conn, line);
+    bool unexplained = result == k_ucfg_failed && conn->text.starts_with(k_refused_by_method);
+    return unexplained ? ask_for_reason(conn, item) : result;
 }
 
 }  // namespace
@@ -181,7 +196,11 @@ int ucfg_submit(ucfg_conn *conn, const ucfg_item *items, size_t count, ucfg_batc
     if (batch) *batch = nullptr;
     return guarded(conn, [&] {
         if (count > 0 && !items) return fail(conn, k_ucfg_usage, "no items");
-        return submit(conn, items, count, batch);
+        std::vector<item_state> states;
+        int result = submit(conn, items, count, states);
+        bool answered = result <= k_ucfg_inuse;
+        if (answered && batch) *batch = make_batch(states).release();
+        return result;
     });
 }
 

@@ -82,6 +82,17 @@ TEST(Requests, AnErrorRecordIsThereUntilTheNextCall) {
     EXPECT_EQ(ucfg_error_id(conn.get()), nullptr);
 }
 
+TEST(Requests, ARefusalThatIsOnlyANumberIsAskedForItsReason) {
+    fake_daemon daemon{[](const fake_request &r) {
+        if (r.word == "SET") return fake_reply{" ERR result=2 Invalid argument"};
+        return fake_reply{".1.error error.no", ".1 ERR cannot be stored", " ERR"};
+    }};
+    owned_conn conn = connect_to(daemon);
+    EXPECT_EQ(ucfg_set(conn.get(), "net.mtu", "9"), k_ucfg_failed);
+    EXPECT_STREQ(ucfg_text(conn.get()), "cannot be stored");
+    EXPECT_STREQ(ucfg_error_id(conn.get()), "error.no");
+}
+
 TEST(Requests, WhatTheDaemonWouldCutIsRefusedBeforeItIsSent) {
     fake_daemon daemon{[](const fake_request &) { return fake_reply{" OK"}; }};
     owned_conn conn = connect_to(daemon);
