@@ -82,9 +82,7 @@ bool fits(std::string_view text, std::string_view expected) {
            text.ends_with(after);
 }
 
-void document_test::SetUp() {
-    daemon_test::SetUp();
-    if (IsSkipped()) return;
+void document_test::prepare() {
     use_appliance();
     put("/scratch/.keep", "");
     const std::string socket = path("/dev/ucfgd");

@@ -30,7 +30,7 @@ bool fits(std::string_view text, std::string_view expected);
 /* A copy of the sample appliance, on which a document is followed as its reader would. */
 class document_test : public daemon_test {
   protected:
-    void SetUp() override;
+    void prepare() override;
 
     /* Lays down the files and runs the commands of a document, in order. */
     void follow(const std::string &document);

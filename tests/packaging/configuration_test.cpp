@@ -45,8 +45,7 @@ iface eth1 inet static
 
 class Configuration : public daemon_test {
   protected:
-    void SetUp() override {
-        daemon_test::SetUp();
+    void prepare() override {
         fs::remove_all(path("/etc"));
         fs::create_directories(path("/etc"));
         fs::copy(SOURCE_DIR "/packaging/etc/ucfgd", path("/etc/ucfgd"),

@@ -50,9 +50,7 @@ readable {
 
 class Change : public daemon_test {
   protected:
-    void SetUp() override {
-        daemon_test::SetUp();
-        if (IsSkipped()) return;
+    void prepare() override {
         append("/etc/ucfgd/param.conf", k_more);
         put("/etc/box.conf", "# the box\nname = alpha\nlevel = 5\nlow = 1\nhigh = 5\n");
         start();

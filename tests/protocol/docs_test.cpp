@@ -115,8 +115,7 @@ class Documents : public daemon_test {
         g_fel_base = init_felib();
     }
 
-    void SetUp() override {
-        daemon_test::SetUp();
+    void prepare() override {
         use_appliance();
         prefix_ = path("");
         ucfgd_conffilesprefix = g_filesprefix = prefix_.data();

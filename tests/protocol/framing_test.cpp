@@ -6,10 +6,7 @@ namespace {
 
 class Framing : public daemon_test {
   protected:
-    void SetUp() override {
-        daemon_test::SetUp();
-        if (!IsSkipped()) start();
-    }
+    void prepare() override { start(); }
 };
 
 TEST_F(Framing, TagsAreLettersAndDigitsAndComeBackOnEveryLine) {

@@ -42,9 +42,7 @@ crash {
 
 class Hostile : public daemon_test {
   protected:
-    void SetUp() override {
-        daemon_test::SetUp();
-        if (IsSkipped()) return;
+    void prepare() override {
         append("/etc/ucfgd/management.conf", k_management);
         start();
         a = logged_in();

@@ -98,12 +98,11 @@ do {
 
 class Query : public daemon_test {
   protected:
-    void SetUp() override {
-        daemon_test::SetUp();
+    void prepare() override {
         put("/etc/ucfgd/param.conf", k_param);
         put("/etc/ucfgd/management.conf", k_management);
         put("/etc/ucfgd/types.conf", "word {\n choices: list('typed')\n len: 3\n}\n");
-        if (!IsSkipped()) start();
+        start();
     }
 };
 

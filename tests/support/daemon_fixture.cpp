@@ -211,6 +211,7 @@ void daemon_test::SetUp() {
     put("/etc/ucfgd/types.conf", "");
     put("/etc/box.conf", "# the box\nname = alpha\nlevel = 5\n");
     put("/etc/hosts", "127.0.0.1\tlocalhost\n\n192.0.2.10\tfiles # disk\n192.0.2.11  mail\n");
+    prepare();
 }
 
 void daemon_test::TearDown() {

@@ -64,11 +64,16 @@ program_result run_program(const std::vector<std::string> &words,
 
 class daemon_test : public ::testing::Test {
   protected:
-    void SetUp() override;
+    /* Makes the scratch root and calls prepare, for what a class of tests adds. Where no root can
+     * be made, nothing is prepared and no path leads to a file of the machine. */
+    void SetUp() final;
+    virtual void prepare() {}
     void TearDown() override;
 
     /* Files below the scratch root; put makes the directories that lead there. */
-    std::string path(std::string_view name) const { return root_ + std::string{name}; }
+    std::string path(std::string_view name) const {
+        return (root_.empty() ? "/dev/null" : root_) + std::string{name};
+    }
     std::string file(std::string_view name) const;
     void put(std::string_view name, std::string_view text) const;
     /* Puts a copy of the sample appliance where the small root was. */
