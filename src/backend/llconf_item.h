@@ -1,8 +1,7 @@
 #ifndef UCFGD_BACKEND_LLCONF_ITEM_H
 #define UCFGD_BACKEND_LLCONF_ITEM_H
 
-#include <sys/types.h>
-#include <time.h>
+#include <stdint.h>
 
 /* Backend module instances: one record per configuration file, directory of files or pair of
  * commands, and the shadows through which transactions edit them.
@@ -43,8 +42,9 @@ typedef struct llconf_file {
     int uid;         /* owner for a written file; negative: that of the old one */
     int gid;         /* the same for the group */
     long last_write; /* uptime in seconds at the last write */
-    time_t mtime;    /* modification time at the last parse or write */
-    ino_t st_ino;    /* inode at the last parse */
+    /* The same in every module, whichever widths of time_t and ino_t it is built with. */
+    int64_t mtime;   /* modification time at the last parse or write */
+    uint64_t st_ino; /* inode at the last parse */
 
     /* Private. Files of a directory that the last parse could not read, by their names below the
      * directory; and whether there may be files that it did not see at all, so that nothing there
