@@ -113,7 +113,13 @@ bool is_unchanged(const llconf_item *lli, const struct stat &st) {
     return st.st_mtime == lli->file->mtime && !commit_has_ended(lli);
 }
 
-int revert_missing_file(llconf_item *lli) {
+/* A file that is there, but out of reach at the moment, is not missing: an empty tree in its place
+ * would be written over it. */
+int revert_missing_file(llconf_item *lli, const char *path) {
+    if (errno != ENOENT && errno != ENOTDIR) {
+        daemon_log(LOG_ERR, "stat('%s') failed: %s", path, std::strerror(errno));
+        return install_clean(lli, nullptr);
+    }
     if (!(lli->flags & LLI_FLAG_CREATE)) return install_clean(lli, nullptr);
     if (lli->cn_root && !lli->is_dirty) return 0;
     return install_clean(lli, create_cnfnode("(root)"));
@@ -123,7 +129,7 @@ int revert_file(llconf_item *lli) {
     owned_str path{prefix_llfilename(lli->file->filename)};
     if (!path) return -1;
     struct stat before {};
-    if (stat(path.get(), &before) != 0) return revert_missing_file(lli);
+    if (stat(path.get(), &before) != 0) return revert_missing_file(lli, path.get());
     if (is_unchanged(lli, before)) return 0;
     cnfnode *tree = lli->pattern ? llconf_parse_file_pattern(lli, path.get(), lli->pattern)
                                  : llconf_parse_file(lli, path.get());

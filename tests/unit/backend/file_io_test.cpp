@@ -105,6 +105,14 @@ TEST_F(file_io, AFileThatCouldNeverBeReadIsNotReplacedByNothing) {
     put("late", "made by others\n");
     trns_commit_ctx(g_trns_ctx);
     EXPECT_EQ(get("late"), "made by others\n");
+    std::filesystem::create_symlink("loop", path("loop"));
+    llconf_item *unreached = lines("u", " file: loop/f\n flags: create\n");
+    EXPECT_EQ(unlogged({"stat('" + path("loop/f") + "') failed: Too many levels"}), "");
+    std::filesystem::remove(path("loop"));
+    std::filesystem::create_directory(path("loop"));
+    put("loop/f", "kept\n");
+    EXPECT_NE(write_line(unreached, "new"), 0);
+    EXPECT_EQ(get("loop/f"), "kept\n");
 }
 
 TEST_F(file_io, ADirectoryIsReadAndWrittenFileByFile) {
