@@ -155,15 +155,13 @@ int write_command(const llconf_item *lli) {
         return -1;
     }
     sigpipe_ignored quiet;
-    outcome piped;
     bool passed = std::fwrite(text.get(), 1, length, stream) == length && std::fflush(stream) == 0;
-    piped.add(passed ? 0 : -1);
+    int reason = passed ? 0 : errno;
     int status = pclose(stream);
-    if (piped.result == 0 && status != 0) {
-        errno = status > 0 ? EIO : errno;
-        piped.add(-1);
-    }
-    return piped.result == 0 ? 0 : fail_piping(command, piped.reason);
+    /* Whether a command that fails was gone before the text had been written is chance. */
+    if (status > 0) reason = EIO;
+    if (status < 0 && passed) reason = errno;
+    return reason == 0 ? 0 : fail_piping(command, reason);
 }
 
 /* Whether the source is there, perhaps since a moment ago, but could never be read: then the tree
