@@ -152,8 +152,10 @@ fe_node *llmisc_writeevt(const call_arguments &arguments) {
         texts.push_back(text->text);
     char *end = nullptr;
     errno_guard keep;
+    errno = 0;
     long number = strtol(texts[0], &end, 10);
-    bool valid = end != texts[0] && *end == '\0' && number == static_cast<int>(number);
+    bool valid =
+        end != texts[0] && *end == '\0' && errno == 0 && number == static_cast<int>(number);
     return truth_node(valid && writeevt_list(static_cast<int>(number), texts[1], texts.size() - 2,
                                              texts.data() + 2) == 0);
 }
