@@ -97,8 +97,9 @@ TEST_F(Jobs, ResumeTakesOverTheJobAndItsLock) {
 /* The wait status of a script, its output and its errors. */
 static std::tuple<int, std::string, std::string> run(const char *program, std::string script,
                                                      const std::string &input, uid_t uid) {
+    std::string name{program};
     char option[] = "-c";
-    char *const argv[] = {option, option, script.data(), nullptr};
+    char *const argv[] = {name.data(), option, script.data(), nullptr};
     char *data[2] = {};
     int size[2] = {};
     int status = -1;
