@@ -7,6 +7,7 @@
 
 #include "llconf/nodes.h"
 #include "llconf/path.h"
+#include "session/limits.h"
 #include "session/session.h"
 #include "ucfgd/owners.h"
 
@@ -56,6 +57,7 @@ config_files read_config_files(const cnfnode *root) {
 }
 
 void parse_config(const cnfnode *root) {
+    limits_read(find_node(root->first_child, "limits"));
     const cnfnode *section = find_node(root->first_child, "config");
     if (!section) return;
     for (const cnfnode *node = section->first_child; node; node = node->next)

@@ -18,7 +18,8 @@ struct config_files {
 /* The file entries, with the defaults for what is not given. */
 config_files read_config_files(const cnfnode *root);
 
-/* Takes the idle limit and the access override from the first `config` section. */
+/* Takes the idle limit and the access override from the first `config` section, and the limits from
+ * the first `limits` section. */
 void parse_config(const cnfnode *root);
 
 #endif

@@ -5,6 +5,7 @@
 #include <libdaemon/daemon.h>
 #include <sys/select.h>
 #include <syslog.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -27,6 +28,9 @@
  * and the type of a record are looked at again right before its function is called. Sessions follow
  * the same rule through the sweep hook, which runs when no function does.
  *
+ * Whoever waits for a time sets a timer; whoever has stopped in the middle of its work to let
+ * others have their turn tells so with loop_work_left, and goes on in the sweep.
+ *
  * A request costs one select, one read and one write. Keep it so: connections write their replies
  * at once and are watched for writing only when the socket did not take everything, and the clock
  * costs no system call.
@@ -40,12 +44,23 @@ static_assert(offsetof(fd_callback, next) == 0);
 
 fd_callback *g_cb_list = nullptr;
 fd_callback *g_timecb_list = nullptr;
+int64_t (*g_loop_clock)(void) = nullptr;
 
 namespace {
+
+constexpr int64_t k_milliseconds = 1000;
+constexpr int64_t k_microseconds = 1000;
+constexpr int64_t k_nanoseconds_each = 1'000'000;
 
 /* Where the next record of each list is linked. */
 fd_callback **g_cb_tail = &g_cb_list;
 fd_callback **g_timecb_tail = &g_timecb_list;
+
+/* Timers that are set, the first one due at the head. */
+loop_timer *g_timers = nullptr;
+
+/* Cleared by the wait that it makes short. */
+bool g_work_left = false;
 
 void (*g_sweep)(void) = nullptr;
 void (*g_closed)(void) = nullptr;
@@ -146,10 +161,33 @@ void call_time_callbacks() {
     remove_finished(&g_timecb_list, g_timecb_tail, nullptr);
 }
 
-/* Everything behind a select that found something; wanted is what to wait for next. True when the
- * loop is over. */
+void call_due_timers() {
+    if (!g_timers) return;
+    /* Those that are set meanwhile have to wait for the next round. */
+    const int64_t now = loop_now();
+    while (g_timers && g_timers->due <= now) {
+        loop_timer *timer = g_timers;
+        loop_clear_timer(timer);
+        timer->act(timer->data);
+    }
+}
+
+/* How long the next select may wait: null for ever. */
+timeval *next_wait(timeval &wait) {
+    wait = {};
+    if (g_work_left) return &wait;
+    if (!g_timers) return nullptr;
+    int64_t left = std::max<int64_t>(g_timers->due - loop_now(), 0);
+    wait.tv_sec = static_cast<time_t>(left / k_milliseconds);
+    wait.tv_usec = static_cast<suseconds_t>(left % k_milliseconds * k_microseconds);
+    return &wait;
+}
+
+/* Everything behind a wait that found something or was short; wanted is what to wait for next. True
+ * when the loop is over. */
 bool serve(const watch_sets &sets, int ready, watch_sets &wanted) {
     dispatch(sets, ready);
+    call_due_timers();
     if (g_sweep) g_sweep();
     wanted = {};
     removal result = remove_finished(&g_cb_list, g_cb_tail, &wanted);
@@ -213,19 +251,54 @@ void loop_finish_all(void) {
         cb->state = FD_CALLBACK_FINISHED;
 }
 
+int64_t loop_now(void) {
+    if (g_loop_clock) return g_loop_clock();
+    struct timespec now {};
+    if (clock_gettime(CLOCK_BOOTTIME, &now) != 0) return 0;
+    return now.tv_sec * k_milliseconds + now.tv_nsec / k_nanoseconds_each;
+}
+
+void loop_set_timer(loop_timer *timer, long milliseconds, void (*act)(void *data), void *data) {
+    loop_clear_timer(timer);
+    /* One more, since the clock's present millisecond has begun already. */
+    timer->due = loop_now() + std::max(milliseconds, 0L) + 1;
+    timer->act = act;
+    timer->data = data;
+    loop_timer **link = &g_timers;
+    while (*link && (*link)->due <= timer->due)
+        link = &(*link)->next;
+    timer->next = *link;
+    *link = timer;
+}
+
+void loop_clear_timer(loop_timer *timer) {
+    if (timer->due == 0) return;
+    timer->due = 0;
+    for (loop_timer **link = &g_timers; *link; link = &(*link)->next) {
+        if (*link != timer) continue;
+        *link = timer->next;
+        return;
+    }
+}
+
+void loop_work_left(void) {
+    g_work_left = true;
+}
+
 void loop(int /*timeout*/) {
     watch_sets wanted = collect();
     for (;;) {
         watch_sets sets = wanted;
-        int ready = select(sets.highest + 1, &sets.read, &sets.write, nullptr, nullptr);
-        if (ready > 0) {
+        timeval wait;
+        timeval *limit = next_wait(wait);
+        g_work_left = false;
+        int ready = select(sets.highest + 1, &sets.read, &sets.write, nullptr, limit);
+        if (ready == 0) call_time_callbacks();
+        if (ready >= 0) {
             if (serve(sets, ready, wanted)) return;
             continue;
         }
-        if (ready == 0)
-            call_time_callbacks();
-        else if (errno == EBADF)
-            park_closed_descriptors();
+        if (errno == EBADF) park_closed_descriptors();
         wanted = collect();
     }
 }

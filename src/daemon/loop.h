@@ -12,8 +12,12 @@
  *     only its own bit is cleared and set again.
  *  5. select watches descriptors below FD_SETSIZE only. Others are refused where they are
  * registered.
- *  6. Nothing here is safe in a signal handler; signals arrive as data on a pipe.
+ *  6. A timer belongs to whoever set it, and must be cleared before its memory goes. Timers run
+ *     between the passes, like the sweep, never inside a callback.
+ *  7. Nothing here is safe in a signal handler; signals arrive as data on a pipe.
  */
+
+#include <stdint.h>
 
 #ifdef __cplusplus
 extern "C" {
@@ -57,6 +61,32 @@ void loop_del_callback(struct fd_callback *cb);
  * without a limit, so nothing calls them at present. A time record's descriptor may be -1. */
 int loop_add_time_callback(struct fd_callback *cb);
 void loop_del_time_callback(struct fd_callback *cb);
+
+/* A function that the loop calls once when its time has come. Zero-initialised, it is not set. */
+typedef struct loop_timer {
+    struct loop_timer *next;
+    int64_t due;             /* milliseconds of loop_now; 0 while it is not set */
+    void (*act)(void *data); /* may set the timer again, and set and clear others */
+    void *data;              /* borrowed */
+} loop_timer;
+
+/* Sets a timer, or moves one that is set: `act` is called with `data` as soon as the given number
+ * of milliseconds has passed and no callback runs. It is not set any more when `act` is called. */
+void loop_set_timer(loop_timer *timer, long milliseconds, void (*act)(void *data), void *data);
+
+/* A timer that is not set is accepted. */
+void loop_clear_timer(loop_timer *timer);
+
+/* The clock of the timers: milliseconds since the system started, time asleep included. */
+int64_t loop_now(void);
+
+/* Where loop_now asks. A test that moves the time points it at a function of its own; null is the
+ * system's clock again. */
+extern int64_t (*g_loop_clock)(void);
+
+/* Tells that work is left which no descriptor announces: the next wait only looks, and the sweep
+ * hook runs behind it. Holds for one round. */
+void loop_work_left(void);
 
 /* Functions that the loop calls between its passes, null for none: sweep after each dispatch pass,
  * when no callback runs and what callbacks marked may be destroyed; closed after a removal pass

@@ -108,4 +108,31 @@ TEST_F(Loop, RefusesDescriptorsThatSelectCannotWatchAndParksThoseClosedByOthers)
     EXPECT_EQ(broken.calls, 0);
 }
 
+int64_t g_clock = 0;
+
+TEST_F(Loop, RunsTimersInTheOrderOfTheirTimesAndSweepsWhenWorkIsLeft) {
+    g_loop_clock = [] { return g_clock += 5; };
+    static std::string order;
+    order.clear();
+    static loop_timer timers[4];
+    watched idle(FD_CALLBACK_PARKED, finish_all);
+    auto note = [](void *text) { order += static_cast<const char *>(text); };
+    loop_set_timer(&timers[0], 40, note, const_cast<char *>("late "));
+    loop_set_timer(&timers[1], 20, note, const_cast<char *>("early "));
+    loop_set_timer(&timers[2], 0, note, const_cast<char *>("cleared "));
+    loop_clear_timer(&timers[2]);
+    auto end = [](void *) { loop_work_left(); };
+    loop_set_timer(&timers[3], 60, end, nullptr);
+    loop_set_hooks(
+        [] {
+            if (timers[3].due != 0) return;
+            order += "sweep ";
+            if (order.ends_with("sweep sweep ")) loop_finish_all();
+        },
+        nullptr);
+    loop(0);
+    g_loop_clock = nullptr;
+    EXPECT_EQ(order, "early late sweep sweep ");
+}
+
 }  // namespace
