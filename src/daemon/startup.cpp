@@ -28,6 +28,7 @@
 #include "functions/functions.h"
 #include "llconf/modules.h"
 #include "llconf/nodes.h"
+#include "session/daemonfuncs.h"
 #include "session/session.h"
 #include "tavevent/tavevent.h"
 #include "tree/ccdtree.h"
@@ -49,7 +50,7 @@ constexpr function_family k_families[] = {
     fe_register_felib_funcs, fe_register_network_sanity_funcs, fe_register_llfuncs,
     fe_register_llmiscfuncs, fe_register_llmgettyfuncs,        fe_register_lltavfuncs,
     fe_register_paramfuncs,  fe_register_adm_network_funcs,    fe_register_adm_misc_funcs,
-    fe_register_typefuncs,
+    fe_register_typefuncs,   fe_register_daemonfuncs,
 };
 
 void done() {

@@ -5,7 +5,6 @@
 
 #include <array>
 #include <cerrno>
-#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -55,7 +54,7 @@ constexpr limit_row k_rows[] = {
      "bytes of the lines of one request"},
     {k_limit_suspended_sessions, "suspended-sessions:", 256, 0, 100000,
      "sessions without a connection"},
-    {k_limit_suspended_memory, "suspended-memory:", 64 * k_mib, 0, LONG_MAX,
+    {k_limit_suspended_memory, "suspended-memory:", 64 * k_mib, 0, 2047 * k_mib,
      "bytes that sessions without a connection hold"},
     {k_limit_jobs, "jobs:", 64, 1, 10000, "actions and commits that run at a time"},
     {k_limit_jobs_per_user, "jobs-per-user:", 16, 1, 10000,
@@ -135,6 +134,14 @@ int limit_set(enum limit_id id, long value) {
     }
     g_states[id].value = value;
     return 0;
+}
+
+long limit_minimum(enum limit_id id) {
+    return k_rows[id].minimum;
+}
+
+long limit_maximum(enum limit_id id) {
+    return k_rows[id].maximum;
 }
 
 const char *limit_key(enum limit_id id) {

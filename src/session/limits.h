@@ -43,6 +43,10 @@ long limit_value(enum limit_id id);
 /* Changes a value within its range. Returns 0; -1 (EINVAL) outside it, and then it stays. */
 int limit_set(enum limit_id id, long value);
 
+/* The range of a value, both ends included. */
+long limit_minimum(enum limit_id id);
+long limit_maximum(enum limit_id id);
+
 /* The key of a limit, and what it bounds in a few words; both constant. */
 const char *limit_key(enum limit_id id);
 const char *limit_meaning(enum limit_id id);

@@ -7,6 +7,7 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "backend/ll_trns.h"
@@ -17,6 +18,7 @@
 #include "fe/fe.h"
 #include "llconf/modules.h"
 #include "llconf/nodes.h"
+#include "session/limits.h"
 #include "tree/ccdtree.h"
 #include "tree/param_error.h"
 #include "tree/trns.h"
@@ -85,6 +87,13 @@ std::vector<function_row> function_rows() {
         rows.push_back({cells[0].substr(0, cells[0].find('(')), cells[2], cells[3]});
     }
     return rows;
+}
+
+/* A size as the documents write it. */
+std::string amount_text(long value) {
+    for (const auto &[unit, letter] : {std::pair{1L << 20, "M"}, {1L << 10, "K"}})
+        if (value > 0 && value % unit == 0) return std::to_string(value / unit) + letter;
+    return std::to_string(value);
 }
 
 /* The blocks of a document that are marked with that word. */
@@ -177,6 +186,20 @@ TEST_F(Documents, NameEveryRegisteredFunctionAndNoOther) {
     for (const fe_def *def = base->fed_list; def != nullptr; def = def->next)
         registered.insert(def->name);
     EXPECT_EQ(registered, documented);
+}
+
+TEST_F(Documents, TellEveryLimitWithItsDefaultAndRange) {
+    EXPECT_NE(document("man/ucfgd.conf.5.in").find("@section security.md Limits"),
+              std::string::npos);
+    const std::string text = document("security.md");
+    for (int i = 0; i < k_limit_count; i++) {
+        const auto id = static_cast<limit_id>(i);
+        EXPECT_NE(text.find("| `" + std::string{limit_key(id)} + "` | " +
+                            amount_text(limit_value(id)) + " | " + amount_text(limit_minimum(id)) +
+                            " to " + amount_text(limit_maximum(id)) + " | "),
+                  std::string::npos)
+            << limit_key(id);
+    }
 }
 
 TEST_F(Documents, ShowExamplesOfFunctionsWithTheirResults) {

@@ -1,0 +1,118 @@
+/* What the daemon tells about itself, for the methods of the management tree. */
+
+#include "session/daemonfuncs.h"
+
+#include <new>
+#include <string>
+#include <string_view>
+
+#include "fe/fe.h"
+#include "session/bgexec.h"
+#include "session/limits.h"
+#include "session/session.h"
+#include "tree/arguments.h"
+
+namespace {
+
+fe_node *number_node(unsigned long number) {
+    return const_node(std::to_string(number).c_str());
+}
+
+std::string_view name_of(limit_id id) {
+    std::string_view key = limit_key(id);
+    key.remove_suffix(1);
+    return key;
+}
+
+fe_node *fe_func_limits(fe_context * /*ctx*/, fe_node * /*call*/) try {
+    node_list names;
+    for (int id = 0; id < k_limit_count; id++)
+        names.append(std::string{name_of(static_cast<limit_id>(id))}.c_str());
+    return names.release();
+} catch (const std::bad_alloc &) {
+    errno = ENOMEM;
+    return nullptr;
+}
+
+/* The functions of one limit, which the argument names; without one of that name the empty text. */
+template <fe_node *(*answer)(limit_id)>
+fe_node *about_limit(fe_context *ctx, fe_node *call) {
+    call_arguments args{ctx, call};
+    for (int id = 0; id < k_limit_count; id++)
+        if (name_of(static_cast<limit_id>(id)) == args[0]) return answer(static_cast<limit_id>(id));
+    return const_node("");
+}
+
+fe_node *value_of(limit_id id) {
+    return number_node(static_cast<unsigned long>(limit_value(id)));
+}
+
+fe_node *met_count_of(limit_id id) {
+    return number_node(limit_met_count(id));
+}
+
+fe_node *meaning_of(limit_id id) {
+    return const_node(limit_meaning(id));
+}
+
+template <class record>
+unsigned long length_of(const record *list) {
+    unsigned long count = 0;
+    for (; list; list = list->next)
+        count++;
+    return count;
+}
+
+unsigned long count_sessions() {
+    return length_of(g_session_list);
+}
+
+unsigned long count_suspended() {
+    unsigned long count = 0;
+    for (const ccd_session *session = g_session_list; session; session = session->next)
+        if (session->state == k_session_suspended) count++;
+    return count;
+}
+
+unsigned long count_jobs() {
+    return length_of(g_bgexec_ctx_list);
+}
+
+struct daemon_count {
+    std::string_view name;
+    unsigned long (*count)();
+};
+
+constexpr daemon_count k_counts[] = {
+    {"sessions", count_sessions},
+    {"suspended-sessions", count_suspended},
+    {"jobs", count_jobs},
+};
+
+fe_node *fe_func_daemoncount(fe_context *ctx, fe_node *call) {
+    call_arguments args{ctx, call};
+    for (const daemon_count &row : k_counts)
+        if (row.name == args[0]) return number_node(row.count());
+    return const_node("");
+}
+
+struct native_function {
+    const char *name;
+    fe_function function;
+};
+
+constexpr native_function k_functions[] = {
+    {"limits", fe_func_limits},
+    {"limitvalue", about_limit<value_of>},
+    {"limitmet", about_limit<met_count_of>},
+    {"limitmeaning", about_limit<meaning_of>},
+    {"daemoncount", fe_func_daemoncount},
+};
+
+}  // namespace
+
+fe_def *fe_register_daemonfuncs(fe_def *list) {
+    for (const native_function &function : k_functions)
+        list = fe_register_func(list, function.name, function.function, nullptr);
+    return list;
+}
