@@ -27,7 +27,11 @@ static fe_node *fe_func_celsius(fe_context *ctx, fe_node *call) {
             snprintf(text, sizeof text, "%s%ld.%ld", tenths < 0 && tenths > -10 ? "-" : "",
                      tenths / 10, labs(tenths % 10));
             result = create_fe_node(g_fed_const, text);
+        } else {
+            fe_fail(EINVAL, arguments->text, "no number");
         }
+    } else {
+        fe_fail(EINVAL, NULL, "one argument expected");
     }
     destroy_fe_node_list(arguments);
     return result;

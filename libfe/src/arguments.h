@@ -80,6 +80,8 @@ extern const std::span<const builtin> k_variable_functions;
 // -?[0-9]+ within 64 bits; false for anything else.
 bool parse_number(std::string_view text, int64_t &number);
 fe_node *new_number(int64_t number);
+// The failure of an argument that should have been a number.
+fe_node *no_number(std::string_view text);
 
 inline fe_node *new_truth(bool truth) {
     return new_const(truth ? "1" : "0");

@@ -37,7 +37,7 @@ fe_node *func_count(const arguments &args) {
 
 fe_node *func_nth(const arguments &args) {
     int64_t position = 0;
-    if (!parse_number(args[0], position)) return fail_with(EINVAL);
+    if (!parse_number(args[0], position)) return no_number(args[0]);
     texts items = not_empty(args.from(1));
     auto count = static_cast<int64_t>(items.size());
     if (position < 0) position += count;
@@ -84,10 +84,11 @@ fe_node *func_range(const arguments &args) {
     int64_t from = 0;
     int64_t to = 0;
     int64_t distance = 0;
-    if (!parse_number(args[0], from) || !parse_number(args[1], to)) return fail_with(EINVAL);
+    if (!parse_number(args[0], from)) return no_number(args[0]);
+    if (!parse_number(args[1], to)) return no_number(args[1]);
     if (from > to) return new_const({});
     if (__builtin_sub_overflow(to, from, &distance) || distance >= k_longest_range) {
-        return fail_with(ERANGE);
+        return fe_fail(ERANGE, args[1].data(), "more than 100000 numbers");
     }
     result_list numbers;
     for (int64_t i = 0; i <= distance; ++i) {

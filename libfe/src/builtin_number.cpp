@@ -19,6 +19,10 @@ fe_node *new_number(int64_t number) {
     return new_const({digits.data(), static_cast<size_t>(end - digits.data())});
 }
 
+fe_node *no_number(std::string_view text) {
+    return fe_fail(EINVAL, text.data(), "no number");
+}
+
 namespace {
 
 fe_node *func_eq(const arguments &args) {
@@ -65,11 +69,13 @@ int mod(int64_t a, int64_t b, int64_t &result) {
 template <int (*operation)(int64_t, int64_t, int64_t &)>
 fe_node *func_fold(const arguments &args) {
     int64_t total = 0;
-    if (!parse_number(args[0], total)) return fail_with(EINVAL);
+    if (!parse_number(args[0], total)) return no_number(args[0]);
     for (std::string_view text : args.from(1)) {
         int64_t operand = 0;
-        if (!parse_number(text, operand)) return fail_with(EINVAL);
-        if (int error = operation(total, operand, total)) return fail_with(error);
+        if (!parse_number(text, operand)) return no_number(text);
+        if (int error = operation(total, operand, total)) {
+            return fe_fail(error, nullptr, error == EDOM ? "division by zero" : "overflow");
+        }
     }
     return new_number(total);
 }

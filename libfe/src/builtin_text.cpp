@@ -97,8 +97,8 @@ fe_node *func_trim(const arguments &args) {
 fe_node *func_substr(const arguments &args) {
     int64_t start = 0;
     int64_t count = INT64_MAX;
-    if (!parse_number(args[1], start)) return fail_with(EINVAL);
-    if (args.size() == 3 && !parse_number(args[2], count)) return fail_with(EINVAL);
+    if (!parse_number(args[1], start)) return no_number(args[1]);
+    if (args.size() == 3 && !parse_number(args[2], count)) return no_number(args[2]);
     std::string_view text = args[0];
     if (start < 0) {
         start = std::max<int64_t>(0, start + static_cast<int64_t>(count_characters(text)));
@@ -133,7 +133,7 @@ fe_node *func_replace(const arguments &args) {
 }
 
 fe_node *func_split(const arguments &args) {
-    if (args[1].empty()) return fail_with(EINVAL);
+    if (args[1].empty()) return fe_fail(EINVAL, nullptr, "an empty separator");
     result_list pieces;
     std::string_view rest = args[0];
     while (true) {
@@ -207,19 +207,23 @@ fe_node *func_format(const arguments &args) {
         format.remove_prefix(plain);
         if (format.empty()) break;
         conversion how;
-        if (!take_conversion(format, how)) return fail_with(EINVAL);
+        if (!take_conversion(format, how)) {
+            return fe_fail(EINVAL, args[0].data(), "no format");
+        }
         if (how.letter == '%') {
             result.push_back('%');
             continue;
         }
-        bool known = how.letter == 's' || how.letter == 'd' || how.letter == 'x';
-        if (!known || used == args.size() || !convert(how.letter, args[used++], text)) {
-            return fail_with(EINVAL);
+        if (how.letter != 's' && how.letter != 'd' && how.letter != 'x') {
+            return fe_fail(EINVAL, args[0].data(), "no format");
         }
+        if (used == args.size()) return fe_fail(EINVAL, args[0].data(), "too few arguments for it");
+        if (!convert(how.letter, args[used++], text)) return no_number(args[used - 1]);
         append_padded(result, how, text);
         if (result.size() > k_max_text) return fail_with(ENOMEM);
     }
-    return used == args.size() ? new_const(result) : fail_with(EINVAL);
+    if (used != args.size()) return fe_fail(EINVAL, args[0].data(), "too many arguments for it");
+    return new_const(result);
 }
 
 constexpr builtin k_rows[] = {

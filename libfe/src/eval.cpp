@@ -38,8 +38,8 @@ namespace {
 
 fe_report_handler g_report_handler = nullptr;
 
-fe_node *evaluate_nothing(fe_context *, fe_node *) {
-    return fail_with(EINVAL);
+fe_node *evaluate_nothing(fe_context *, fe_node *node) {
+    return fe_fail(EINVAL, node->text, "an expression that could not be read");
 }
 
 constinit fe_def g_def_const = {nullptr,      "const", evaluate_nothing, nullptr, nullptr,
@@ -63,6 +63,11 @@ fe_node *evaluate_call(fe_context *ctx, const fe_node *call) {
         errno = EINVAL;
     }
     --g_run.depth;
+    if (result == nullptr) {
+        note_failed_call(call->fed);
+    } else {
+        forgive_failure();
+    }
     return result;
 }
 
@@ -71,6 +76,7 @@ template <class evaluation>
 fe_node *run(evaluation evaluate_it) {
     if (g_run.active) return evaluate_it();
     g_run = {true, 0, 0, 0};
+    g_failure_state = failure_state::none;
     fe_node *result = evaluate_it();
     g_run.active = false;
     if (g_run.stopped != 0) {
@@ -88,7 +94,10 @@ fe_node *answer(bool truth) {
 fe_node *evaluate_quietly(fe_context *ctx, const fe_node *first) {
     int saved = errno;
     fe_node *result = eval_fe_expr_list(ctx, first);
-    if (result == nullptr) errno = saved;
+    if (result == nullptr) {
+        errno = saved;
+        forgive_failure();
+    }
     return result;
 }
 
@@ -102,7 +111,7 @@ int set_parameters(fe_context *inner, const fe_def_internal *def, const fe_node 
         if (set_variable(inner, parameter, value) != 0) return -1;
     }
     if (argument == nullptr) return 0;
-    errno = EINVAL;
+    fe_fail(EINVAL, nullptr, "more arguments than the %zu that it takes", def->parameters.size());
     return -1;
 }
 
@@ -133,6 +142,7 @@ void stop_run(const char *reason, int error) {
     if (g_run.stopped == 0) {
         g_run.stopped = error;
         report(reason);
+        fe_fail(error, nullptr, "%s", reason);
     }
     g_run.nodes = k_max_evaluated_nodes + 1;
     errno = g_run.stopped;

@@ -226,6 +226,17 @@ fe_node *call_user_function(fe_context *ctx, fe_node *call);
 // errno and null in one.
 fe_node *fail_with(int error);
 
+// Whether the record of failure.h is about the evaluation that is on its way out.
+enum class failure_state { none, failing, forgiven };
+extern failure_state g_failure_state;
+
+// A call gave null: completes the record, or makes one of errno, which is never 0 afterwards.
+void note_failed_call(const fe_def *fed);
+// A call gave a result, or its failure is an answer, too: what failed inside it is forgiven.
+inline void forgive_failure() {
+    if (g_failure_state == failure_state::failing) g_failure_state = failure_state::forgiven;
+}
+
 void report(std::string_view line);
 void report_redefinition(std::string_view name);
 

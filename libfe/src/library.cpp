@@ -61,7 +61,10 @@ bool arguments::evaluate_all(const fe_node *first) {
 fe_node *try_evaluate(fe_context *ctx, const fe_node *node) {
     int saved = errno;
     fe_node *result = evaluate(ctx, node);
-    if (result == nullptr) errno = saved;
+    if (result == nullptr) {
+        errno = saved;
+        forgive_failure();
+    }
     return result;
 }
 
@@ -73,13 +76,15 @@ bool evaluate_condition(fe_context *ctx, const fe_node *node) {
 namespace {
 
 bool count_fits(const builtin &row, size_t count) {
-    return count >= row.least_arguments && count <= row.most_arguments;
+    if (count >= row.least_arguments && count <= row.most_arguments) return true;
+    fe_fail(EINVAL, nullptr, "%zu argument%s", count, count == 1 ? "" : "s");
+    return false;
 }
 
 fe_node *call_strict(const builtin &row, fe_context *ctx, const fe_node *call) {
     arguments args(ctx);
     if (!args.evaluate_all(call->first_child)) return nullptr;
-    if (!count_fits(row, args.size())) return fail_with(EINVAL);
+    if (!count_fits(row, args.size())) return nullptr;
     return row.strict(args);
 }
 
@@ -90,7 +95,7 @@ fe_node *call_builtin(fe_context *ctx, fe_node *call) {
         size_t count = 0;
         for (const fe_node *arg = call->first_child; arg != nullptr; arg = arg->next)
             ++count;
-        if (!count_fits(row, count)) return fail_with(EINVAL);
+        if (!count_fits(row, count)) return nullptr;
         return row.lazy(ctx, call);
     } catch (const std::bad_alloc &) {
         return fail_with(ENOMEM);

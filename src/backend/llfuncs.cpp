@@ -17,6 +17,7 @@
 #include "llconf/modules.h"
 #include "llconf/path.h"
 #include "tree/param_error.h"
+#include "tree/param_failure.h"
 
 namespace {
 
@@ -120,7 +121,9 @@ bool ll_subtree_storable(llconf_item *lli, const cnfnode *node) {
 }
 
 fe_node *ll_refused() {
-    ccd_set_error("Value cannot be stored in this file", "error.not-storable");
+    constexpr const char *k_reason = "Value cannot be stored in this file";
+    ccd_set_error(k_reason, "error.not-storable");
+    ccd_set_failure_reason(k_reason);
     return const_node("0");
 }
 

@@ -10,6 +10,7 @@
 #include "session/chars.h"
 #include "session/protocol.h"
 #include "session/query.h"
+#include "tree/param_failure.h"
 #include "tree/param_ops.h"
 #include "ucfgd/owners.h"
 #include "ucfgd/words.h"
@@ -28,7 +29,7 @@ int reply_result(ccd_session *session, const char *id, int result) {
     if (result == 0) {
         session_writef(session, "%s OK\n", id);
     } else {
-        session_writef(session, "%s ERR result=%d %s\n", id, result, strerror(errno));
+        session_writef(session, "%s ERR result=%d %s\n", id, result, ccd_failure_text(errno));
     }
     return 0;
 }

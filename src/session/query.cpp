@@ -8,6 +8,7 @@
 
 #include "session/method_context.h"
 #include "session/protocol.h"
+#include "tree/param_failure.h"
 #include "tree/param_ops.h"
 #include "ucfgd/escape.h"
 #include "ucfgd/owners.h"
@@ -21,7 +22,7 @@ using owned_path = owned<param_path, destroy_param_path>;
 using owned_lines = owned<line, destroy_line_list>;
 
 int reply_errno(ccd_session *session, const char *id) {
-    session_writef(session, "%s ERR %s\n", id, strerror(errno));
+    session_writef(session, "%s ERR %s\n", id, ccd_failure_text(errno));
     return 0;
 }
 

@@ -25,6 +25,14 @@ void set_arg_vars(fe_context *ctx, const line *arg_list);
  * "9" of the addressed node. */
 void enter_path(fe_context *ctx, const param_path *path);
 
+/* Evaluates the method of a path's last node that stands under the key, such as "get:". A failure
+ * is logged, and kept for the client's reply (param_failure.h). A null method gives null. */
+owned_result run_method(fe_context *ctx, const fe_node *method, const char *key,
+                        const param_path *path);
+
+/* For a method that answered no: a failure that it forgave may be why, so it is logged. */
+void report_forgiven(const char *key, const param_path *path);
+
 /* What the last value of a method's result is worth, escaped; null for no result. */
 char *escaped_result(const fe_node *result);
 

@@ -5,6 +5,7 @@
 #include <new>
 #include <utility>
 
+#include "tree/param_failure.h"
 #include "ucfgd/owners.h"
 
 param_error *ccd_param_error = nullptr;
@@ -20,6 +21,7 @@ owned_str copy_of(const char *text) {
 }  // namespace
 
 void ccd_clear_error(void) {
+    ccd_forget_failure();
     destroy_param_error(std::exchange(ccd_param_error, nullptr));
 }
 

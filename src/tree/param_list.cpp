@@ -52,26 +52,27 @@ owned_lines lines_of(const fe_node *result, wording how) {
     return owned_lines{lines.release()};
 }
 
-bool is_hidden(fe_context *ctx, const ccdtree_node *node) {
-    if (!node->func_flags) return false;
-    owned_result flags{eval_fe_expression(ctx, node->func_flags)};
+bool is_hidden(fe_context *ctx, const param_path *path) {
+    owned_result flags = run_method(ctx, path->first->ccd->func_flags, "flags:", path);
     for (const fe_node *flag = flags.get(); flag; flag = flag->next) {
         if (std::strcmp(flag->text, "hidden") == 0) return true;
     }
     return false;
 }
 
-/* Gives the names to visit, until it returns false: those of the node's children, or what its
- * "list:" answers. */
+/* Gives the names of the node's children to visit, until it returns false. */
 template <class visitor>
-listing give_names(fe_context *ctx, const ccdtree_node *node, visitor visit) {
-    if (!ctx || !node->func_list) {
-        for (const ccdtree_node *child = node->first_child; child; child = child->next) {
-            if (!visit(child->name)) break;
-        }
-        return listing::done;
+listing give_children(const ccdtree_node *node, visitor visit) {
+    for (const ccdtree_node *child = node->first_child; child; child = child->next) {
+        if (!visit(child->name)) break;
     }
-    owned_result result{eval_fe_expression(ctx, node->func_list)};
+    return listing::done;
+}
+
+/* The same for what the node's "list:" answers. */
+template <class visitor>
+listing give_names(fe_context *ctx, const param_path *path, visitor visit) {
+    owned_result result = run_method(ctx, path->first->ccd->func_list, "list:", path);
     if (!result) return listing::failed;
     for (const fe_node *name = result.get(); name; name = name->next) {
         if (name->text[0] != '\0' && !visit(name->text)) break;
@@ -83,7 +84,7 @@ listing give_names(fe_context *ctx, const ccdtree_node *node, visitor visit) {
 template <class visitor>
 listing list_names(const listed_tree &tree, const char *path, visitor visit) {
     if (path[0] == '\0') {
-        return tree.root ? give_names(nullptr, tree.root, visit) : listing::unresolved;
+        return tree.root ? give_children(tree.root, visit) : listing::unresolved;
     }
     owned_path resolved{find_ccd_param(path, tree.root)};
     if (!resolved) return listing::unresolved;
@@ -91,8 +92,9 @@ listing list_names(const listed_tree &tree, const char *path, visitor visit) {
     if (!own) return listing::failed;
     enter_path(own.get(), resolved.get());
     const ccdtree_node *node = resolved->first->ccd;
-    if (is_hidden(own.get(), node)) return listing::done;
-    return give_names(own.get(), node, visit);
+    if (is_hidden(own.get(), resolved.get())) return listing::done;
+    if (!node->func_list) return give_children(node, visit);
+    return give_names(own.get(), resolved.get(), visit);
 }
 
 /* The lines of one listing, and in a recursive one of all those below it. */
@@ -186,9 +188,9 @@ param_attr *ccd_param_attr(ccdtree_node *root, backend_ctx *ctx, const char *pat
         owned_context own = create_method_context(ctx, nullptr);
         if (!own) return nullptr;
         enter_path(own.get(), resolved.get());
-        owned_result chosen{eval_fe_expression(own.get(), choices_method)};
+        owned_result chosen = run_method(own.get(), choices_method, "choices:", resolved.get());
         choices = lines_of(chosen.get(), wording::escaped);
-        owned_result flagged{eval_fe_expression(own.get(), node->func_flags)};
+        owned_result flagged = run_method(own.get(), node->func_flags, "flags:", resolved.get());
         flags = lines_of(flagged.get(), wording::as_it_is);
     }
     return create_param_attr(letters_of(node).data(), param_limit(node), choices.release(),

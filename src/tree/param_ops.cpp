@@ -43,10 +43,11 @@ class operation_errno {
 };
 
 /* Evaluates a method that answers with yes or no. */
-int run_verdict(fe_context *ctx, const fe_node *method) {
-    owned_result result{eval_fe_expr_list(ctx, method)};
+int run_verdict(fe_context *ctx, const fe_node *method, const char *key, const param_path *path) {
+    owned_result result = run_method(ctx, method, key, path);
     if (!result) return k_no_result;
     if (fe_istrue(fe_last_text(result.get()))) return k_done;
+    report_forgiven(key, path);
     if (errno == 0) errno = EINVAL;
     return k_refused;
 }
@@ -80,8 +81,18 @@ const fe_node *method_of(const ccdtree_node *node, value_action action) {
     return node->func_sanity ? node->func_sanity : get_type_validation_func(node->type);
 }
 
-const char *method_name(value_action action) {
-    return action == value_action::set ? "set" : action == value_action::add ? "add" : "del";
+const char *key_of(value_action action) {
+    switch (action) {
+        case value_action::set:
+            return "set:";
+        case value_action::add:
+            return "add:";
+        case value_action::del:
+            return "del:";
+        case value_action::sanity:
+            break;
+    }
+    return "sanity:";
 }
 
 int ccd_param_ppath_value(backend_ctx *ctx, const param_path *path, const char *value,
@@ -104,10 +115,10 @@ int ccd_param_ppath_value(backend_ctx *ctx, const param_path *path, const char *
     enter_path(own.get(), path);
     if (action == value_action::sanity) ccd_clear_error();
     const fe_node *method = method_of(node, action);
-    if (method) return run_verdict(own.get(), method);
+    if (method) return run_verdict(own.get(), method, key_of(action), path);
     if (action != value_action::sanity) {
-        daemon_log(LOG_WARNING, "%s: No implementation found for function \"%s:\" at \"%s\".\n",
-                   __func__, method_name(action), path->fullpath);
+        daemon_log(LOG_WARNING, "%s: No implementation found for function \"%s\" at \"%s\".\n",
+                   __func__, key_of(action), path->fullpath);
     }
     return k_no_method;
 }
@@ -175,7 +186,7 @@ int ccd_param_ppath_move(backend_ctx *ctx, const param_path *path, const char *v
         return k_no_result;
     }
     enter_path(own.get(), path);
-    return node->func_move ? run_verdict(own.get(), node->func_move) : k_no_method;
+    return node->func_move ? run_verdict(own.get(), node->func_move, "move:", path) : k_no_method;
 }
 
 void log_move(const char *path, const char *value0, const char *value1, int code) {
@@ -207,7 +218,8 @@ int ccd_param_ppath_admin(backend_ctx *ctx, const param_path *path, const line *
     if (!own) return k_no_result;
     set_arg_vars(own.get(), arg_list);
     enter_path(own.get(), path);
-    return node->func_admin ? run_verdict(own.get(), node->func_admin) : k_no_method;
+    return node->func_admin ? run_verdict(own.get(), node->func_admin, "admin:", path)
+                            : k_no_method;
 }
 
 int ccd_param_path_admin(ccdtree_node *root, backend_ctx *ctx, const char *path,

@@ -173,15 +173,15 @@ recent_paths g_recent;
 enum class value_action { get = 1, help = 2, info = 3, access = 4 };
 
 struct value_method {
-    const char *name;
+    const char *key;
     fe_node *ccdtree_node::*field;
 };
 
 /* In the order of value_action. */
-constexpr value_method k_value_methods[] = {{"get", &ccdtree_node::func_get},
-                                            {"help", &ccdtree_node::func_help},
-                                            {"info", &ccdtree_node::func_info},
-                                            {"access", &ccdtree_node::func_access}};
+constexpr value_method k_value_methods[] = {{"get:", &ccdtree_node::func_get},
+                                            {"help:", &ccdtree_node::func_help},
+                                            {"info:", &ccdtree_node::func_info},
+                                            {"access:", &ccdtree_node::func_access}};
 
 const fe_node *nearest_access(const ccdtree_node *node) {
     while (node && !node->func_access) {
@@ -210,11 +210,11 @@ char *ccd_param_ppath(const method_call &call) {
     if (call.takes_arguments) set_arg_vars(own.get(), call.arg_list);
     enter_path(own.get(), call.path);
     if (!method) {
-        trace(4, "%s: No implementation found for function \"%s:\" at \"%s\".\n", __func__,
-              kind.name, call.path->fullpath);
+        trace(4, "%s: No implementation found for function \"%s\" at \"%s\".\n", __func__, kind.key,
+              call.path->fullpath);
         return nullptr;
     }
-    owned_result result{eval_fe_expr_list(own.get(), method)};
+    owned_result result = run_method(own.get(), method, kind.key, call.path);
     return escaped_result(result.get());
 }
 
@@ -259,7 +259,7 @@ void ccd_param_common(fe_context *ctx, const param_path *path) {
     }
     while (end-- > 0) {
         set_path_vars(ctx, items[end]);
-        owned_result ignored{eval_fe_expr_list(ctx, items[end]->ccd->func_common)};
+        owned_result ignored = run_method(ctx, items[end]->ccd->func_common, "common:", path);
     }
 }
 

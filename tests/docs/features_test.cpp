@@ -45,7 +45,7 @@ TEST_F(feature_modules, InCBringFunctionsParametersNodesParserModulesAndHooks) {
     EXPECT_EQ(ask("info sensors.report 235"), "23.5 degrees, ok\n");
     EXPECT_EQ(ask("info sensors.report -5"), "-0.5 degrees, low\n");
     EXPECT_EQ(ask("info sensors.report hot"),
-              "ucfgsh: sensors.report: refused without a reason\nstatus 1\n");
+              "ucfgsh: sensors.report: celsius: no number\nstatus 1\n");
     EXPECT_EQ(file("/etc/sensors.stamp"), "<missing>");
     EXPECT_EQ(ask("set sensors.inlet.limit warm"),
               "ucfgsh: sensors.inlet.limit: warm is not in tenths of a degree "

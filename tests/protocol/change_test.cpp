@@ -159,11 +159,11 @@ TEST_F(Change, ALimitCountsCharactersExceptInMove) {
 }
 
 TEST_F(Change, AValueThatTheFileCannotHoldIsRefusedBeforeItIsTaken) {
-    EXPECT_EQ(a.ask("1 SET name a%0ab"), "1 ERR result=2 Invalid argument\n");
+    EXPECT_EQ(a.ask("1 SET name a%0ab"), "1 ERR result=2 Value cannot be stored in this file\n");
     EXPECT_EQ(a.ask("2.1 SET name a%0ab\n2 SUBMIT"),
               "2.1.error error.not-storable\n2.1 ERR Value cannot be stored in this file\n2 ERR\n");
     EXPECT_EQ(a.ask("3 SET hosts.192%2e0%2e2%2e10.name two+words"),
-              "3 ERR result=2 Invalid argument\n");
+              "3 ERR result=2 Value cannot be stored in this file\n");
     EXPECT_EQ(a.ask("4 GET name"), "4.1 alpha\n4 OK\n");
     EXPECT_EQ(a.ask("5 DIRTY"), "5.dirty 0\n5 OK\n");
 }

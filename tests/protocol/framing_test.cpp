@@ -36,7 +36,7 @@ TEST_F(Framing, ControlCharactersAreDroppedWhereverTheyStand) {
     EXPECT_EQ(c.line(), "b OK\n");
     EXPECT_EQ(c.ask("c SET name \x7f\xc3\xa4"), "c OK\n");
     EXPECT_EQ(c.ask("d GET name"), "d.1 \x7f\xc3\xa4\nd OK\n");
-    EXPECT_EQ(c.ask("e SET name a%0ab"), "e ERR result=2 Invalid argument\n");
+    EXPECT_EQ(c.ask("e SET name a%0ab"), "e ERR result=2 Value cannot be stored in this file\n");
 }
 
 TEST_F(Framing, WordsThatAreNoCommandAreAnsweredByWhoAsks) {

@@ -3,7 +3,7 @@
  *
  * This header brings the whole interface: nodes.h (what an expression is made of), context.h
  * (variables), functions.h (the functions that expressions may call), parse.h (from text to
- * expression) and eval.h (from expression to result).
+ * expression), eval.h (from expression to result) and failure.h (why there is none).
  *
  * Rules that hold for every function of the library:
  *
@@ -29,6 +29,7 @@
 
 #include "fe/context.h"
 #include "fe/eval.h"
+#include "fe/failure.h"
 #include "fe/functions.h"
 #include "fe/nodes.h"
 #include "fe/parse.h"

@@ -90,6 +90,7 @@ TEST_F(FeEval, SuccessLeavesErrnoAndFailureSetsIt) {
 TEST_F(FeEval, AnUnparsedNodeFails) {
     fe_node *unparsed = create_fe_node(g_fed_unparsed, "a.b: 1 +");
     EXPECT_EQ(value_of(unparsed), "FAIL");
+    EXPECT_EQ(failure(), ": an expression that could not be read: a.b: 1 +");
     destroy_fe_node_tree(unparsed);
 }
 
@@ -173,6 +174,29 @@ TEST_F(FeEval, UserFunctionsRunInAContextOfTheirOwn) {
     EXPECT_EQ(eval("fact(20)"), "2432902008176640000");
     EXPECT_EQ(fe_get(ctx, "n"), nullptr);
     EXPECT_TRUE(reports().empty());
+}
+
+TEST_F(FeEval, AFailureTellsTheInnermostCallAndWhatWasWrongWithIt) {
+    functions_file file;
+    file.add("sum", {"args: a b", "expr: $a + $b"}).add("twice", {"args: a", "expr: sum($a, $a)"});
+    register_native("silent", [](fe_context *, fe_node *) -> fe_node * { return nullptr; });
+    base->fed_list = felib_parse_functions_cn(file.root, base->fed_list);
+    const std::string wide(200, '\x01');
+    for (const auto &[text, reason] : std::initializer_list<std::pair<std::string, std::string>>{
+             {"list(1, twice('x' .. '\n'))", "add: no number: x? (in sum)"},
+             {"1 / 0", "div: division by zero"},
+             {"len('a', 'b')", "len: 2 arguments"},
+             {"sum(1, 2, 3)", "sum: more arguments than the 2 that it takes (in sum)"},
+             {"format('%d', '" + wide + "ä')", "format: no number: " + std::string(127, '?')},
+             {"default(1 + 'x', fail())", "fail: "},
+             {"default(1 + 'x', 2)", "forgiven add: no number: x"},
+             {"'x' > 1", ""}}) {
+        eval(text);
+        EXPECT_EQ(failure(), reason) << text;
+    }
+    errno = 0;
+    EXPECT_EQ(eval("silent()"), "FAIL");
+    EXPECT_EQ(errno, EINVAL) << "no failure is answered with \"Success\"";
 }
 
 TEST_F(FeEval, WhatCannotBeDefinedIsReportedAndTheRestIsDefined) {

@@ -53,6 +53,15 @@ class FeTest : public testing::Test {
         return "no error";
     }
 
+    // Why the last evaluation failed, or the failure that it forgave; empty for none.
+    static std::string failure() {
+        const fe_failure *f = fe_last_failure();
+        if (f == nullptr) return "";
+        return (f->forgiven ? "forgiven " : "") + std::string(f->function) + ": " + f->reason +
+               (f->value ? std::string(": ") + f->value : "") +
+               (*f->within ? std::string(" (in ") + f->within + ")" : "");
+    }
+
     void register_native(const char *name, fe_function function, void *data = nullptr) {
         base->fed_list = fe_register_func(base->fed_list, name, function, data);
     }

@@ -43,7 +43,7 @@ TEST_F(Change, OneAtATimeGoesIntoTheSessionsOwnContext) {
     EXPECT_EQ(ask(session, "t. first\nt. second\nt SET a ignored\nt GET a"),
               "t OK\nt.1 first%0asecond\nt OK\n");
     EXPECT_EQ(ask(session, "t SET d 1"), "t ERR result=2 Invalid argument\n");
-    EXPECT_EQ(ask(session, "t REVERT\nt GET a"), "t OK\nt ERR Success\n");
+    EXPECT_EQ(ask(session, "t REVERT\nt GET a"), "t OK\nt ERR Invalid argument\n");
 }
 
 TEST_F(Change, ABatchIsAppliedWholeOrNotAtAll) {

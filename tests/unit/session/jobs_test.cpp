@@ -32,7 +32,7 @@ TEST_F(Jobs, ACommitThatFailsSaysWhyAndIsTakenBack) {
     EXPECT_EQ(wait(session), "c ERR No space left on device\n");
     EXPECT_NE(testing::internal::GetCapturedStderr().find("values: not written\n"),
               std::string::npos);
-    EXPECT_EQ(ask(session, "t GET errno"), "t ERR Success\n");
+    EXPECT_EQ(ask(session, "t GET errno"), "t ERR Invalid argument\n");
     ask(session, "t SET crash 1\nc COMMIT");
     EXPECT_EQ(wait(session), "c ERR Input/output error\n");
 }

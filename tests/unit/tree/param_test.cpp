@@ -154,9 +154,29 @@ TEST_F(Parameter, TheLastValueOfAMethodDecides) {
     EXPECT_EQ(ccd_param_sanity(g_ccdtree, nullptr, "d", "any"), 0);
     const char *missing =
         "ccd_param_ppath_value: No implementation found for function \"set:\" at \"d\".";
-    EXPECT_EQ(log(), (log_lines{"set a x+y", "set b x+y failed: 2", "set c x+y failed: 1", missing,
-                                "set d x+y failed: 5", "find_ccd_param(e) failed",
-                                "set e x+y failed: 3"}));
+    EXPECT_EQ(log(), (log_lines{"set a x+y", "set b x+y failed: 2",
+                                "'set:' of node 'c' failed: fail: Invalid argument",
+                                "set c x+y failed: 1", missing, "set d x+y failed: 5",
+                                "find_ccd_param(e) failed", "set e x+y failed: 3"}));
+}
+
+TEST_F(Parameter, AMethodThatFailsIsLoggedOnceWithItsNodeFunctionAndValue) {
+    define(
+        "a {\n get: 1 + $0\n sanity: len() || $_ + 1 == 2\n list: paramget('b')\n}\n"
+        "b {\n get: paramget('a') .. (1 / 0)\n}\n");
+    errno = 0;
+    EXPECT_EQ(get("a"), "(none)");
+    EXPECT_STREQ(ccd_failure_text(errno), "add: no number");
+    EXPECT_EQ(get("a"), "(none)");
+    EXPECT_EQ(list("a"), "") << "what fails in another method is not this one's failure";
+    EXPECT_EQ(ccd_param_sanity(g_ccdtree, nullptr, "a", "7"), 2);
+    EXPECT_EQ(log(), (log_lines{"'get:' of node 'a' failed: add: no number: 'a'",
+                                "The last failure of a method came up 2 times more",
+                                "'get:' of node 'b' failed: div: division by zero",
+                                "'sanity:' of node 'a' answered no, and a part of it failed: "
+                                "len: 0 arguments"}));
+    ccd_clear_error();
+    EXPECT_STREQ(ccd_failure_text(EINVAL), "Invalid argument");
 }
 
 TEST_F(Parameter, LimitsCountCharactersExceptInAMove) {

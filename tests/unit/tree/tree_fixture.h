@@ -21,6 +21,7 @@
 #include "functions/functions.h"
 #include "llconf/modules.h"
 #include "tree/ccdtree.h"
+#include "tree/param_failure.h"
 #include "tree/param_ops.h"
 #include "ucfgd/owners.h"
 
