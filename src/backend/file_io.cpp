@@ -139,11 +139,16 @@ int revert_file(llconf_item *lli) {
     return 0;
 }
 
+/* With "create", a command that says that it has nothing has an empty source. One that failed in
+ * another way may have a full one, that must not be replaced. */
 int revert_command(llconf_item *lli) {
     if (has_current_tree(lli) && !(lli->in_commit && commit_has_ended(lli))) return 0;
     cnfnode *tree = llconf_parse_pipe_in(lli, lli->pipe_in);
-    if (!tree && (lli->flags & LLI_FLAG_CREATE)) tree = create_cnfnode("(root)");
-    return install_clean(lli, tree);
+    if (tree || !(lli->flags & LLI_FLAG_CREATE)) return install_clean(lli, tree);
+    const bool missing = errno == ENOENT;
+    const int result = install_clean(lli, create_cnfnode("(root)"));
+    if (!missing) lli->read_state = k_read_failed;
+    return result;
 }
 
 int revert_virtual(llconf_item *lli) {
@@ -224,28 +229,6 @@ cnfnode *llconf_parse_file_pattern(llconf_item *lli, const char *dirpath, const 
     parse_members(lli, dirpath, matches, root.get());
     run_hook(lli, &llconf_item::func_post_read);
     return root.release();
-}
-
-cnfnode *llconf_parse_pipe_in(llconf_item *lli, const char *command) {
-    run_hook(lli, &llconf_item::func_pre_read);
-    FILE *stream = popen(command, "re");
-    if (!stream) {
-        daemon_log(LOG_ERR, "popen %s failed: %s\n", command, std::strerror(errno));
-        return nullptr;
-    }
-    cnfnode *tree = cnfmodule_parse(lli->module, stream);
-    int reason = tree ? 0 : errno;
-    if (tree) {
-        run_hook(lli, &llconf_item::func_post_read);
-    } else {
-        log_parse_failure(command, reason);
-    }
-    if (pclose(stream) == -1) {
-        daemon_log(LOG_ERR, "pclose %s failed: %s\n", command, std::strerror(errno));
-    }
-    run_hook(lli, &llconf_item::func_post_read);
-    errno = reason;
-    return tree;
 }
 
 int llconf_revert_cnftree(llconf_item *lli) {

@@ -39,10 +39,15 @@ struct cnfnode *llconf_parse_file(llconf_item *lli, const char *path);
 struct cnfnode *llconf_parse_file_pattern(llconf_item *lli, const char *dirpath,
                                           const char *pattern);
 
-/* The tree of a command's standard output; null with errno when it cannot be run or parsed. The
+/* The tree of a command's standard output; null with errno when it cannot be run or parsed, is
+ * ended by a signal or past its time, or fails without any output (ENOENT where it has run). The
  * post-read hook runs twice after a successful parse, once after another. errno is 0 after
  * success. */
 struct cnfnode *llconf_parse_pipe_in(llconf_item *lli, const char *command);
+
+/* Writes the item's tree to the standard input of its command. 0; -1 with errno after a line in the
+ * log. */
+int llconf_write_pipe_out(const llconf_item *lli);
 
 /* Brings the item's tree back to its source: parses it again when the item has no tree, is dirty or
  * always reverted, or when both inode and modification time of its file have changed. 0; -1 when

@@ -2,9 +2,7 @@
 
 #include <errno.h>
 #include <libdaemon/dlog.h>
-#include <signal.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -113,57 +111,6 @@ int delete_file(const llconf_item *lli) {
     return reason == ENOENT ? 0 : -1;
 }
 
-/* While it lives, writing to a pipe that nobody reads is an error and no signal. */
-class sigpipe_ignored {
-  public:
-    sigpipe_ignored() {
-        struct sigaction ignore {};
-        ignore.sa_handler = SIG_IGN;
-        sigaction(SIGPIPE, &ignore, &old_);
-    }
-    sigpipe_ignored(const sigpipe_ignored &) = delete;
-    sigpipe_ignored &operator=(const sigpipe_ignored &) = delete;
-    ~sigpipe_ignored() { sigaction(SIGPIPE, &old_, nullptr); }
-
-  private:
-    struct sigaction old_ {};
-};
-
-int fail_piping(const char *command, int reason) {
-    daemon_log(LOG_ERR, "piping to %s failed: %s", command, std::strerror(reason));
-    errno = reason;
-    return -1;
-}
-
-/* The command is not even started for a tree that has no text: it would take that for an empty one.
- * One that reports a failure has not taken the data. The mark stays in any case. */
-int write_command(const llconf_item *lli) {
-    const char *command = lli->pipe_out;
-    size_t length = 0;
-    owned_str text{cnfmodule_unparse_text(lli->module, lli->cn_root, &length)};
-    if (!text) {
-        fail_piping(command, errno);
-        errno_guard keep;
-        daemon_log(LOG_ERR, "%s", cnf_error_text());
-        return -1;
-    }
-    FILE *stream = popen(command, "we");
-    if (!stream) {
-        int reason = errno;
-        daemon_log(LOG_ERR, "popen %s failed: %s", command, std::strerror(reason));
-        errno = reason;
-        return -1;
-    }
-    sigpipe_ignored quiet;
-    bool passed = std::fwrite(text.get(), 1, length, stream) == length && std::fflush(stream) == 0;
-    int reason = passed ? 0 : errno;
-    int status = pclose(stream);
-    /* Whether a command that fails was gone before the text had been written is chance. */
-    if (status > 0) reason = EIO;
-    if (status < 0 && passed) reason = errno;
-    return reason == 0 ? 0 : fail_piping(command, reason);
-}
-
 /* Whether the source is there, perhaps since a moment ago, but could never be read: then the tree
  * lacks what it holds. */
 bool is_unread(const llconf_item *lli) {
@@ -195,7 +142,7 @@ int write_source(llconf_item *lli) {
     if (lli->delete_me) return delete_file(lli);
     if (is_unread(lli)) return keep_unread(lli);
     if (lli->file) return lli->pattern ? write_marked_directory(lli) : write_file(lli);
-    if (lli->pipe_out) return write_command(lli);
+    if (lli->pipe_out) return llconf_write_pipe_out(lli); /* the mark stays */
     return 0;
 }
 

@@ -12,14 +12,15 @@
 #include "backend/restart.h"
 
 #include <dirent.h>
+#include <libdaemon/dlog.h>
 
 #include <array>
 #include <bitset>
-#include <cstdlib>
 #include <cstring>
 #include <string_view>
 #include <utility>
 
+#include "backend/command.h"
 #include "backend/file_io.h"
 #include "backend/items.h"
 #include "backend/ll_trns.h"
@@ -28,7 +29,7 @@
 #include "ucfgd/owners.h"
 
 const char *g_restart_rc_directory = "/etc/rc5.d";
-int (*g_restart_run)(const char *command) = std::system;
+void (*g_restart_run)(const char *command) = run_restart_command;
 
 namespace {
 
@@ -168,6 +169,11 @@ void reload_deferred(llconf_item *lli) {
 }
 
 }  // namespace
+
+void run_restart_command(const char *command) {
+    const command_end end = run_command(command);
+    if (!end.well()) daemon_log(LOG_WARNING, "%s failed: %s", command, end.text().data());
+}
 
 int llconf_restart_dirty_mods(void) {
     restart_state state;

@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "backend/command.h"
 #include "daemon/trace.h"
 #include "session/child.h"
 #include "session/protocol.h"
@@ -154,6 +155,7 @@ pid_t bgfork(fd_callback *cb_in, fd_callback *cb_out, fd_callback *cb_err) {
         closelog();
         wire_child(pipes);
         g_protocol_log_fptr = nullptr;
+        commands_run_in_child();
         return 0;
     }
     signal(SIGPIPE, SIG_IGN);

@@ -38,12 +38,17 @@ flood {
 crash {
     admin: system('echo gone; kill -9 $PPID')
 }
+hang {
+    info: system('echo asked; sleep 60')
+    admin: system('sleep 2; echo done')
+}
 )";
 
 class Hostile : public daemon_test {
   protected:
     void prepare() override {
         append("/etc/ucfgd/management.conf", k_management);
+        append("/etc/ucfgd/ucfgd.conf", "limits {\n command-time: 1\n}\n");
         start();
         a = logged_in();
     }
@@ -268,6 +273,18 @@ TEST_F(Hostile, AnActionThatLeavesAProcessBehindEndsAllTheSame) {
     EXPECT_EQ(a.ask("x ADMIN crash"), "x.1 gone\nx.1 \nx.2 \nx OK\n");
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s);
     expect_service();
+}
+
+TEST_F(Hostile, ACommandThatHangsInAMethodIsEndedAndOneOfAnActionIsNot) {
+    client b = logged_in();
+    ASSERT_TRUE(b.send("1 INFO hang\n"));
+    ASSERT_TRUE(eventually([&] { return logged("asked"); }));
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(a.ask("2 GET name"), "2.1 alpha\n2 OK\n");
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 3s);
+    EXPECT_TRUE(b.reply("1").starts_with("1 ERR "));
+    EXPECT_TRUE(logged("limit command-time: 1: command 'echo asked; sleep 60' is ended"));
+    EXPECT_EQ(b.ask("3 ADMIN hang"), "3.1 done\n3.1 \n3.2 \n3 OK\n");
 }
 
 TEST_F(Hostile, TheOutputOfAnActionArrivesWhileItRuns) {

@@ -1,6 +1,7 @@
 #include <sys/stat.h>
 
 #include "backend_fixture.h"
+#include "session/limits.h"
 
 namespace {
 
@@ -153,6 +154,29 @@ TEST_F(file_io, CommandsAreReadAndWrittenAndStayDirty) {
     cnfnode_setval(lli->cn_root->first_child, "two\nlines");
     EXPECT_NE(llconf_write_cnftree(lli), 0);
     EXPECT_EQ(get("out"), "two\n") << "a command is not fed with what cannot be written";
+}
+
+TEST_F(file_io, ACommandThatFailsIsNoEmptySourceAndItsOppositeIsNotFedWithOne) {
+    const struct {
+        const char *command, *flags, *report;
+        bool is_written;
+    } rows[] = {{"exit 3", "", " failed: exit status 3 and no output", false},
+                {"echo a; nosuchcommand", "", " failed: exit status 127", false},
+                {"echo a; kill -9 $$", " flags: create\n", " failed: signal 9", false},
+                {"sleep 60", " flags: create\n", " failed: Timer expired", false},
+                {"exit 3", " flags: create\n", " failed: exit status 3 and no output", true},
+                {"echo a; exit 3", "", ": exit status 3, its output is taken", true}};
+    limit_set(k_limit_command_time, 1);
+    for (const auto &row : rows) {
+        put("out", "kept\n");
+        std::string name = "c" + std::to_string(&row - rows);
+        llconf_item *lli = lines(name, std::string(" pipe-in: ") + row.command +
+                                           "\n pipe-out: cat >" + path("out") + "\n" + row.flags);
+        EXPECT_EQ(unlogged({std::string(row.command) + row.report + "\n"}), "");
+        EXPECT_EQ(write_line(lli, "b") == 0, row.is_written) << name;
+        EXPECT_EQ(get("out"), row.is_written ? "b\n" : "kept\n") << name;
+    }
+    limit_set(k_limit_command_time, 10);
 }
 
 TEST_F(file_io, HooksRunAroundReadingAndWritingAndTwiceAfterACommandIsRead) {

@@ -6,11 +6,10 @@ namespace {
 
 std::string g_commands;
 
-int record(const char *command) {
+void record(const char *command) {
     std::string text{command};
     if (text.starts_with("/usr/share")) text = "/etc/init.d/time >";
     g_commands += text.substr(12, text.find(" >") - 12) + ";";
-    return 0;
 }
 
 class restart : public backend_test {
@@ -21,7 +20,7 @@ class restart : public backend_test {
         g_restart_rc_directory = rc.c_str();
     }
     ~restart() override {
-        g_restart_run = std::system;
+        g_restart_run = run_restart_command;
         g_restart_rc_directory = "/etc/rc5.d";
     }
 

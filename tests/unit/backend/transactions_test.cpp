@@ -38,6 +38,7 @@ TEST_F(transactions, AnEditStaysInItsSessionUntilItIsCommittedOrReverted) {
 }
 
 TEST_F(transactions, WhatACommitsChildWroteIsReadAlthoughAnotherSessionRevertedMeanwhile) {
+    put("pipe", "");
     modules("out {\n module: lines\n pipe-in: cat " + path("pipe") + "\n pipe-out: cat\n}\n");
     owned_ctx other{trns_copy_ctx(g_trns_ctx)};
     set(session, "gamma");

@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
+#include <chrono>
 #include <clocale>
 #include <fstream>
 #include <sstream>
@@ -13,6 +15,7 @@
 #include "fe/fe.h"
 #include "functions/functions.h"
 #include "llconf/modules.h"
+#include "session/limits.h"
 #include "ucfgd/owners.h"
 
 /* The native function families, through expressions, as methods use them. */
@@ -196,6 +199,24 @@ TEST_F(Functions, RunCommandsThatNeitherBlockNorInheritDescriptors) {
     });
     /* More input than a pipe holds, and nobody who reads it. */
     EXPECT_EQ("1", eval("system('exec true', substr(join('', range(1, 100000)), 0))"));
+}
+
+TEST_F(Functions, EndCommandsInTimeWithAllThatTheyStartedAndWaitForNothingElse) {
+    ASSERT_EQ(0, limit_set(k_limit_command_time, 1));
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ("a", eval("readlinespipe('sleep 60 2>/dev/null & echo a')"));
+    EXPECT_EQ(0U, limit_met_count(k_limit_command_time));
+    errno = 0;
+    EXPECT_EQ("(failed)", eval("system('trap \"\" TERM; sleep 60 & echo $! >" + directory_ +
+                               "/pid; wait; sleep 60')"));
+    EXPECT_EQ(ETIME, errno);
+    std::string exe = "/proc/" + std::to_string(atoi(read("/pid").c_str())) + "/exe";
+    EXPECT_NE(0, access(exe.c_str(), F_OK));
+    EXPECT_EQ("(failed)", eval("readlinespipe('yes')"));
+    EXPECT_EQ("(failed)", eval("readlinespipe('echo part; kill -9 $$')"));
+    EXPECT_EQ(EIO, errno);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds{10});
+    limit_set(k_limit_command_time, 10);
 }
 
 TEST_F(Functions, ConvertTimesWholeAndAnswerEmptyForUnknownInterfaces) {

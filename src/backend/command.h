@@ -1,0 +1,41 @@
+#ifndef UCFGD_BACKEND_COMMAND_H
+#define UCFGD_BACKEND_COMMAND_H
+
+#ifndef __cplusplus
+#    error "command.h is for C++ sources"
+#endif
+
+#include <array>
+#include <string>
+#include <string_view>
+
+/* The one way in which definitions' shell commands are run: from expressions, for module instances
+ * that read from and write to commands, and by the restart pass. command.cpp tells the idea. */
+
+/* How a command ended. */
+struct command_end {
+    int error = 0;  /* 0 when it ended by itself; else why not, as errno has it: ETIME past its
+                     * time, EFBIG past the output that is kept, or why it could not be run */
+    int status = 0; /* as waitpid gives it, when error is 0 */
+
+    bool well() const { return error == 0 && status == 0; }
+    /* It has ended by itself, and a shell that could start it did: no signal, no 126, no 127. */
+    bool ran() const;
+    /* For the log: "exit status 3", "signal 9", or the text of the error. */
+    std::array<char, 80> text() const;
+};
+
+/* What a command is given, and where what it prints goes. */
+struct command_ends {
+    const std::string_view *input = nullptr; /* null: nothing, that is /dev/null */
+    std::string *output = nullptr; /* null: where the daemon's own goes; else appended to it */
+};
+
+/* Runs a command with /bin/sh and waits for its end; never throws. */
+command_end run_command(const char *command, const command_ends &ends = {});
+
+/* For a forked child of the daemon: from now on commands have all the time of the child, and go
+ * with it when its process group is ended. */
+void commands_run_in_child();
+
+#endif
