@@ -13,6 +13,7 @@
 #include "functions/functions.h"
 #include "llconf/nodes.h"
 #include "session/bgexec.h"
+#include "session/input.h"
 #include "session/login.h"
 #include "session/protocol.h"
 #include "tavevent/tavevent.h"
@@ -108,6 +109,7 @@ void feed(ccd_session *session, const uint8_t *data, size_t size, size_t piece) 
         const size_t length = std::min(piece, size - at);
         databuf_add(session->inbuf, data + at, static_cast<int>(length));
         session_process_input(session);
+        if (session->stalled) session_take_turn(session);
         if (at % 3 == 0) take_replies(session);
     }
 }

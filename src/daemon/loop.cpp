@@ -29,7 +29,8 @@
  * the same rule through the sweep hook, which runs when no function does.
  *
  * Whoever waits for a time sets a timer; whoever has stopped in the middle of its work to let
- * others have their turn tells so with loop_work_left, and goes on in the sweep.
+ * others have their turn tells so with loop_work_left, and goes on in the sweep. Once the loop
+ * stops, nothing is registered, so that nothing is started that would keep it from its end.
  *
  * A request costs one select, one read and one write. Keep it so: connections write their replies
  * at once and are watched for writing only when the socket did not take everything, and the clock
@@ -61,6 +62,9 @@ loop_timer *g_timers = nullptr;
 
 /* Cleared by the wait that it makes short. */
 bool g_work_left = false;
+
+/* Set until the loop returns. */
+bool g_stopping = false;
 
 void (*g_sweep)(void) = nullptr;
 void (*g_closed)(void) = nullptr;
@@ -216,8 +220,8 @@ fd_callback *create_fd_callback(int fd, int type, int (*callback)(int fd, void *
 }
 
 int loop_add_callback(fd_callback *cb) {
-    if (!cb || cb->fd < 0 || cb->fd >= FD_SETSIZE) {
-        errno = !cb ? EINVAL : cb->fd < 0 ? EBADF : EMFILE;
+    if (!cb || cb->fd < 0 || cb->fd >= FD_SETSIZE || g_stopping) {
+        errno = !cb ? EINVAL : cb->fd < 0 ? EBADF : g_stopping ? ECANCELED : EMFILE;
         return -1;
     }
     append(g_cb_tail, cb);
@@ -246,7 +250,16 @@ void loop_set_hooks(void (*sweep)(void), void (*closed)(void)) {
     g_closed = closed;
 }
 
+void loop_stop(void) {
+    g_stopping = true;
+}
+
+int loop_stopping(void) {
+    return g_stopping ? 1 : 0;
+}
+
 void loop_finish_all(void) {
+    loop_stop();
     for (fd_callback *cb = g_cb_list; cb; cb = cb->next)
         cb->state = FD_CALLBACK_FINISHED;
 }
@@ -295,10 +308,11 @@ void loop(int /*timeout*/) {
         int ready = select(sets.highest + 1, &sets.read, &sets.write, nullptr, limit);
         if (ready == 0) call_time_callbacks();
         if (ready >= 0) {
-            if (serve(sets, ready, wanted)) return;
+            if (serve(sets, ready, wanted)) break;
             continue;
         }
         if (errno == EBADF) park_closed_descriptors();
         wanted = collect();
     }
+    g_stopping = false;
 }

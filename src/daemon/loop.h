@@ -14,7 +14,9 @@
  * registered.
  *  6. A timer belongs to whoever set it, and must be cleared before its memory goes. Timers run
  *     between the passes, like the sweep, never inside a callback.
- *  7. Nothing here is safe in a signal handler; signals arrive as data on a pipe.
+ *  7. The loop has three states: it runs; work is left, so that the next wait only looks; and it
+ *     stops, when nothing is registered any more.
+ *  8. Nothing here is safe in a signal handler; signals arrive as data on a pipe.
  */
 
 #include <stdint.h>
@@ -50,8 +52,9 @@ struct fd_callback *create_fd_callback(int fd, int type, int (*callback)(int fd,
                                        void *data);
 
 /* Appends a record, which belongs to the loop from then on. Returns 0; -1 for a null record (errno
- * EINVAL) and for a descriptor that is negative (EBADF) or at or above FD_SETSIZE (EMFILE): then
- * the record, freed with free(), and the descriptor are still the caller's. */
+ * EINVAL), for a descriptor that is negative (EBADF) or at or above FD_SETSIZE (EMFILE), and while
+ * the loop stops (ECANCELED): then the record, freed with free(), and the descriptor are still the
+ * caller's. */
 int loop_add_callback(struct fd_callback *cb);
 
 /* Unlinks and frees a record without closing its descriptor. For the loop itself. */
@@ -93,7 +96,12 @@ void loop_work_left(void);
  * that closed a descriptor. */
 void loop_set_hooks(void (*sweep)(void), void (*closed)(void));
 
-/* Marks every registration finished: the loop closes them all and returns. */
+/* From now on until the loop returns it stops: nothing is registered, and whoever would start
+ * something asks loop_stopping first. What is registered goes on until its owner finishes it. */
+void loop_stop(void);
+int loop_stopping(void);
+
+/* Stops, and marks every registration finished: the loop closes them all and returns. */
 void loop_finish_all(void);
 
 /* Runs until no registration is left or a stop mark is met. The time-out is accepted and not used.

@@ -137,6 +137,10 @@ void bgexec_resume_output(void) {
 
 pid_t bgfork(fd_callback *cb_in, fd_callback *cb_out, fd_callback *cb_err) {
     child_pipes pipes;
+    if (loop_stopping()) {
+        errno = ECANCELED;
+        return -1;
+    }
     if (!open_child_pipes(pipes)) return -1;
     for (const unique_fd &end : pipes.parent) {
         if (end.get() < FD_SETSIZE) continue;

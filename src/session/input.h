@@ -12,6 +12,10 @@ extern "C" {
 /* Drops the control characters, but not the newlines, of what arrived since the last call. */
 void session_filter_input(ccd_session *session);
 
+/* Takes the session's turn: executes lines until it is over. What session_process_input does when
+ * nobody else comes first. */
+int session_take_turn(ccd_session *session);
+
 /* Gives back the storage of lines that have been consumed. */
 void session_settle_input(ccd_session *session);
 

@@ -4,7 +4,6 @@
 
 #include <libdaemon/dlog.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -13,6 +12,7 @@
 #include "session/chars.h"
 #include "session/input.h"
 #include "session/login.h"
+#include "session/turns.h"
 #include "ucfgd/guaranteed_memset.h"
 
 namespace {
@@ -37,16 +37,12 @@ int refuse(ccd_session *session, const char *why) {
     return -1;
 }
 
-/* The time that one session's lines may take before the others get their turn; long enough for any
- * burst of ordinary requests. */
-constexpr auto k_turn = std::chrono::milliseconds{10};
-
-/* Sets what the loop watches: output as long as some is pending, input unless too much is. A
- * session that has lines left over is watched for output too, so that the loop comes round. */
+/* Sets what the loop watches: output as long as some is pending, input unless too much is or lines
+ * are left over. */
 void set_watching(ccd_session *session) {
     if (!session->fdcb_in || !session->fdcb_out) return;
     const int pending = databuf_pending(session->outbuf);
-    if (pending > 0 || session->stalled) {
+    if (pending > 0) {
         session->fdcb_out->type |= FD_CALLBACK_WRITE;
     } else {
         session->fdcb_out->type &= ~FD_CALLBACK_WRITE;
@@ -93,9 +89,7 @@ void execute_line(ccd_session *session, char *newline) {
 /* Stops behind a command that locks the session, where its replies have piled up, and when its turn
  * is over; the sweep comes back to all of them. */
 int frame_lines(ccd_session *session) {
-    using clock = std::chrono::steady_clock;
-    const clock::time_point turn_ends = clock::now() + k_turn;
-    bool turn_is_over = false;
+    const session_turn turn{session};
     while (session->inbuf && (session->flags & k_session_locked) == 0) {
         char *newline = find_newline(session);
         const int length =
@@ -103,12 +97,11 @@ int frame_lines(ccd_session *session) {
                     : session->scanned;
         if (length >= k_line_size - 1) return refuse(session, "line too long, closing session");
         if (!newline) break;
-        if (turn_is_over || databuf_pending(session->outbuf) >= k_session_output_limit) {
+        if (turn.is_over() || databuf_pending(session->outbuf) >= k_session_output_limit) {
             session_stall(session);
             break;
         }
         execute_line(session, newline);
-        turn_is_over = clock::now() > turn_ends;
     }
     return session->inbuf ? 0 : -1;
 }
@@ -147,8 +140,16 @@ void log_request(const char *text) {
 }  // namespace
 
 int session_process_input(ccd_session *session) {
+    if (!session->inbuf || session->stalled) return 0;
+    if (!turn_must_wait(session)) return session_take_turn(session);
+    session_stall(session);
+    set_watching(session);
+    return 0;
+}
+
+int session_take_turn(ccd_session *session) {
     session->stalled = 0;
-    if (!session->inbuf) return 0;
+    if (!session->inbuf || loop_stopping()) return 0;
     session_filter_input(session);
     const int result = frame_lines(session);
     if (!session->inbuf) return result;

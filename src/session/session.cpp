@@ -137,7 +137,9 @@ void session_discard(ccd_session *session) {
 }
 
 void session_stall(ccd_session *session) {
+    static unsigned long last = 0;
     session->stalled = 1;
+    session->queue = ++last;
     g_session_sweep_needed = 1;
 }
 

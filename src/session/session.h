@@ -2,6 +2,7 @@
 #define UCFGD_SESSION_SESSION_H
 
 #include <stddef.h>
+#include <stdint.h>
 #include <stdio.h>
 
 #include "daemon/loop.h"
@@ -75,10 +76,13 @@ typedef struct ccd_session {
     line **curr_cmd_tail;  /* where the next collected line is linked */
     size_t curr_cmd_bytes; /* what the collected lines hold */
     struct ccd_path_value_item *sanity_last;
-    int filtered;  /* bytes of inbuf that are free of control characters */
-    int scanned;   /* bytes of inbuf that hold no newline */
-    int stalled;   /* session_sweep processes its input */
-    int discarded; /* session_sweep destroys it */
+    int filtered;        /* bytes of inbuf that are free of control characters */
+    int scanned;         /* bytes of inbuf that hold no newline */
+    int stalled;         /* session_sweep processes its input */
+    int heavy;           /* its last turn was a long one */
+    unsigned long queue; /* its place among the stalled ones */
+    int discarded;       /* session_sweep destroys it */
+    int64_t connected;   /* loop_now when its connection was accepted */
 } ccd_session;
 
 /* All sessions, in the order of their connections. */
@@ -118,7 +122,7 @@ void close_session(ccd_session *session);
  * callers inside a callback, where destroy_session would come too early. */
 void session_discard(ccd_session *session);
 
-/* Leaves the session's input to the next sweep. */
+/* Leaves the session's input to the next sweep, behind those that are stalled already. */
 void session_stall(ccd_session *session);
 
 /* Frees the lines collected for the current request. */

@@ -3,14 +3,16 @@
 #include "session/bgexec.h"
 #include "session/commit.h"
 #include "session/session.h"
+#include "session/turns.h"
 #include "ucfgd/owners.h"
 
 namespace {
 
-/* A session whose output is still too much stays stalled: session_process_input marks it again. */
-void go_on_with_input(void) {
+void destroy_discarded() {
     for (ccd_session *session : removal_safe(g_session_list)) {
-        if (session->stalled && !session->discarded) session_process_input(session);
+        if (!session->discarded) continue;
+        remove_session(session);
+        destroy_session(session);
     }
 }
 
@@ -19,18 +21,15 @@ void go_on_with_input(void) {
 int session_wait_bg(void) {
     bgexec_reap();
     session_commit_next();
-    go_on_with_input();
     return 0;
 }
 
 void session_sweep(void) {
     bgexec_resume_output();
-    if (!g_session_sweep_needed) return;
-    g_session_sweep_needed = 0;
-    go_on_with_input();
-    for (ccd_session *session : removal_safe(g_session_list)) {
-        if (!session->discarded) continue;
-        remove_session(session);
-        destroy_session(session);
+    if (g_session_sweep_needed) {
+        g_session_sweep_needed = 0;
+        turn_round();
+        destroy_discarded();
     }
+    turn_end_round();
 }

@@ -44,11 +44,17 @@ hang {
 }
 )";
 
+/* A long request with a long reply, and no process that would wake the daemon by its end. */
+const std::string k_big =
+    "big {\n get: seq(foreach('i', range(1, 100), foreach('j', range(1, 400), $i * $j)), '" +
+    std::string(12000, 'x') + "')\n}\n";
+
 class Hostile : public daemon_test {
   protected:
     void prepare() override {
         append("/etc/ucfgd/management.conf", k_management);
         append("/etc/ucfgd/ucfgd.conf", "limits {\n command-time: 1\n}\n");
+        append("/etc/ucfgd/param.conf", k_big);
         start();
         a = logged_in();
     }
@@ -138,6 +144,39 @@ TEST_F(Hostile, AClientThatNeverReadsHoldsUpNobodyAndLosesNothing) {
     if (taken % request.size() != 0) c.send("\n");
     c.send("u NOOP\n");
     EXPECT_TRUE(c.reply("u").ends_with("u OK\n"));
+}
+
+TEST_F(Hostile, APipeliningClientThatReadsLastIsServedToItsEnd) {
+    client c = logged_in();
+    const int small = 4096;
+    const timeval patience{5, 0};
+    setsockopt(c.fd(), SOL_SOCKET, SO_SNDBUF, &small, sizeof small);
+    setsockopt(c.fd(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+    std::string requests;
+    for (int i = 0; i < 40; i++)
+        requests += "b GET big\n";
+    for (int i = 0; i < 400; i++)
+        requests += "n NOOP" + std::string(90, ' ') + '\n';
+    EXPECT_TRUE(c.send(requests + "end NOOP\n")) << "the daemon reads no more";
+    EXPECT_EQ(c.reply("end").size(), 40 * 12'010U + 400 * 5U + 7U);
+}
+
+TEST_F(Hostile, AShortRequestComesInBetweenACrowdOfLongOnes) {
+    std::vector<client> crowd(30);
+    for (client &c : crowd)
+        c = logged_in();
+    for (int round = 0; round < 2; round++) {
+        const auto begin = std::chrono::steady_clock::now();
+        for (client &c : crowd)
+            c.send("b GET big\n");
+        std::this_thread::sleep_for(20ms);
+        const auto asked = std::chrono::steady_clock::now();
+        EXPECT_EQ(a.ask("x GET name"), "x.1 alpha\nx OK\n");
+        const auto waited = std::chrono::steady_clock::now() - asked;
+        for (client &c : crowd)
+            EXPECT_TRUE(c.reply("b").ends_with("b OK\n"));
+        EXPECT_LT(4 * waited, std::chrono::steady_clock::now() - begin);
+    }
 }
 
 TEST_F(Hostile, TwoThousandClientsAtOnceLeaveTheFirstServedAndTheNextWelcome) {

@@ -97,7 +97,7 @@ TEST_F(Protocol, AClientThatDoesNotReadIsNotServedUntilItDoes) {
     define(g_ccdtree, "access: '1'\nbig {\n get: '" + std::string(16000, 'x') + "'\n}\n");
     ccd_session *session = logged_in("admin");
     fd_callback in{nullptr, FD_CALLBACK_READ, 0, -1, nullptr, nullptr};
-    fd_callback out{nullptr, FD_CALLBACK_PARKED, 0, -1, nullptr, nullptr};
+    fd_callback out{nullptr, FD_CALLBACK_PARKED, 0, -1, [](int, void *) { return 0; }, nullptr};
     session->fdcb_in = &in;
     session->fdcb_out = &out;
     std::string requests;

@@ -157,9 +157,9 @@ class session_test : public testing::Test {
     }
     /* As many turns as it takes. */
     static void process(ccd_session *session) {
-        do {
-            session_process_input(session);
-        } while (session->stalled && databuf_pending(session->outbuf) < k_session_output_limit);
+        session_process_input(session);
+        while (session->stalled && databuf_pending(session->outbuf) < k_session_output_limit)
+            session_sweep();
     }
     static std::string send(ccd_session *session, const std::string &bytes) {
         databuf_add(session->inbuf, bytes.data(), static_cast<int>(bytes.size()));

@@ -1,0 +1,86 @@
+#include "session/turns.h"
+
+#include "session/input.h"
+
+namespace {
+
+using clock_type = std::chrono::steady_clock;
+
+/* Long enough for any burst of ordinary requests. */
+constexpr clock_type::duration k_turn = std::chrono::milliseconds{10};
+constexpr clock_type::duration k_round = std::chrono::milliseconds{20};
+
+/* What the turns of this round have taken; the sweep counts its own anew. */
+clock_type::duration g_used{};
+
+bool can_go_on(const ccd_session *session) {
+    return session->stalled && !session->discarded && session->inbuf &&
+           (session->flags & k_session_locked) == 0 &&
+           databuf_pending(session->outbuf) < k_session_output_limit;
+}
+
+ccd_session *longest_waiting() {
+    ccd_session *found = nullptr;
+    for (ccd_session *session = g_session_list; session; session = session->next)
+        if (can_go_on(session) && (!found || session->queue < found->queue)) found = session;
+    return found;
+}
+
+/* Of the light ones. Those before it had the same chance when they were the newest. */
+ccd_session *newest_light() {
+    ccd_session *found = nullptr;
+    for (ccd_session *session = g_session_list; session; session = session->next)
+        if (can_go_on(session) && !session->heavy && (!found || session->queue > found->queue))
+            found = session;
+    return found;
+}
+
+/* The reply leaves at once, except a terminated session's, which goes with the write. */
+void give_turn(ccd_session *session) {
+    if (!session) return;
+    session_take_turn(session);
+    fd_callback *out = session->fdcb_out;
+    if (out && out->type == FD_CALLBACK_WRITE && session->state != k_session_logout)
+        out->cb(out->fd, session);
+}
+
+bool any_stalled() {
+    for (const ccd_session *session = g_session_list; session; session = session->next)
+        if (session->stalled) return true;
+    return false;
+}
+
+}  // namespace
+
+session_turn::session_turn(ccd_session *session) : session_(session), begin_(clock_type::now()) {}
+
+session_turn::~session_turn() {
+    const clock_type::duration taken = clock_type::now() - begin_;
+    session_->heavy = taken > k_turn;
+    g_used += taken;
+}
+
+bool session_turn::is_over() const {
+    return clock_type::now() - begin_ > k_turn;
+}
+
+bool turn_must_wait(const ccd_session *session) {
+    return session->heavy || g_used > k_round || loop_stopping();
+}
+
+/* From both ends of the line: whoever comes now is not put behind a crowd of long requests, and
+ * whoever waits is always among those who are served next. */
+void turn_round(void) {
+    g_used = {};
+    if (loop_stopping()) return;
+    while (longest_waiting() && g_used <= k_round) {
+        give_turn(newest_light());
+        give_turn(longest_waiting());
+    }
+    if (longest_waiting()) loop_work_left();
+    if (any_stalled()) g_session_sweep_needed = 1;
+}
+
+void turn_end_round(void) {
+    g_used = {};
+}
