@@ -59,7 +59,14 @@ int login(ucfg_conn *conn, const ucfg_credentials &with) {
                                   conn->session_id = data.substr(8);
                           });
     guaranteed_memset(text.data(), 0, text.size());
-    if (result == k_ucfg_ok) conn->user = user;
+    if (result == k_ucfg_ok && conn->session_id.empty())
+        result = fail(conn, k_ucfg_protocol, "the daemon named no session");
+    if (result == k_ucfg_ok) {
+        conn->user = user;
+    } else {
+        conn->session_id.clear();
+        conn->perms = 0;
+    }
     return result;
 }
 
