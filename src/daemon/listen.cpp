@@ -29,6 +29,7 @@
 namespace {
 
 constexpr int k_backlog = 1;
+constexpr long k_highest_port = 0xffff;
 
 const char *setting(const cnfnode *listener, const char *name, const char *otherwise) {
     errno_guard keep;
@@ -85,8 +86,30 @@ int open_unix(const cnfnode *listener) {
     return listen_sock_un(setting(listener, "path:", "/dev/ucfgd"), static_cast<int>(mode & 07777));
 }
 
+/* What cannot be read leads to another place than the one that was meant. */
+void warn_of_odd_address(const char *listener, const char *ip, const char *port) {
+    in_addr address{};
+    if (inet_aton(ip, &address) == 0)
+        daemon_log(LOG_WARNING, "Warning: listener '%s': ip: '%s' is no address; 127.0.0.1 is used",
+                   listener, ip);
+    errno_guard keep;
+    char *end = nullptr;
+    const long number = std::strtol(port, &end, 10);
+    if (*end == '\0' && number > 0 && number <= k_highest_port) return;
+    if ((number & k_highest_port) != 0)
+        daemon_log(LOG_WARNING, "Warning: listener '%s': port: '%s' is no port; %ld is used",
+                   listener, port, number & k_highest_port);
+    else
+        daemon_log(LOG_WARNING,
+                   "Warning: listener '%s': port: '%s' is no port; the system chooses one",
+                   listener, port);
+}
+
 int open_tcp(const cnfnode *listener) {
-    return listen_sock_in(setting(listener, "ip:", "127.0.0.1"), setting(listener, "port:", "222"));
+    const char *ip = setting(listener, "ip:", "127.0.0.1");
+    const char *port = setting(listener, "port:", "222");
+    warn_of_odd_address(cnfnode_getname(listener), ip, port);
+    return listen_sock_in(ip, port);
 }
 
 int open_tcp6(const cnfnode *listener) {
@@ -180,7 +203,8 @@ int listen_sock_in(const char *ip, const char *port) {
     set_close_on_exec(fd.get());
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<uint16_t>(std::strtol(port, nullptr, 10) & 0xffff));
+    address.sin_port =
+        htons(static_cast<uint16_t>(std::strtol(port, nullptr, 10) & k_highest_port));
     /* An address that cannot be read must not become "every interface". */
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     inet_aton(ip, &address.sin_addr);

@@ -32,10 +32,11 @@ int listen_sock_in(const char *ip, const char *port);
 int listen_sock_in6(const char *hostname, const char *service);
 
 /* Accepts one connection and makes it a session; data is the listener's node. Returns 0, or -1 when
- * there is no new session. A listener for which no descriptor is left pauses. */
+ * there is no new session. A listener for which no descriptor is left pauses, for a tenth of a
+ * second at most. */
 int listen_callback(int fd, void *data);
 
-/* Watches paused listeners again; the loop calls it when it has closed a descriptor. */
+/* Watches paused listeners again; also for the loop, when it has closed a descriptor. */
 void listen_resume(void);
 
 #ifdef __cplusplus

@@ -6,28 +6,32 @@
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <syslog.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <utility>
 
 #include "daemon/connection.h"
 #include "daemon/listen.h"
 #include "daemon/loop.h"
+#include "daemon/places.h"
 #include "llconf/nodes.h"
+#include "session/limits.h"
 #include "session/session.h"
 #include "ucfgd/owners.h"
 
 namespace {
 
-/* Descriptors that connections leave to the pipes of child processes and to files. */
-constexpr int k_reserved_descriptors = 32;
-constexpr long k_breath_ns = 100'000'000;
+/* Descriptors above which no connection goes, for the pipes of child processes and for files. */
+constexpr int k_highest_descriptor = FD_SETSIZE - 32;
+constexpr long k_pause_milliseconds = 100;
 
 bool g_paused = false;
+bool g_pause_told = false; /* since the last connection */
+loop_timer g_pause_timer;
 
 /* The two sides of a connection, each closed by a registration of its own. */
 struct connection_pair {
@@ -35,29 +39,24 @@ struct connection_pair {
     unique_fd out;
 };
 
-bool has_connections() {
-    for (const fd_callback *cb = g_cb_list; cb; cb = cb->next)
-        if (cb->cb == read_callback && cb->state == FD_CALLBACK_ACTIVE) return true;
-    return false;
-}
-
 void park_listener(int fd) {
     for (fd_callback *cb = g_cb_list; cb; cb = cb->next)
         if (cb->cb == listen_callback && cb->fd == fd) cb->type = FD_CALLBACK_PARKED;
     g_paused = true;
 }
 
+void end_pause(void *) {
+    listen_resume();
+}
+
 /* The waiting connection keeps the listener readable, so watching it would spin. It is looked at
- * again when a connection has closed; where there is none that could, after a breath. */
+ * again after a while, and when a connection has closed. */
 void pause_listener(int fd, const char *name) {
-    daemon_log(LOG_ERR, "accept: %s, listener '%s' pauses", strerror(errno), name);
-    if (has_connections()) {
-        park_listener(fd);
-        return;
-    }
-    struct timespec breath {};
-    breath.tv_nsec = k_breath_ns;
-    nanosleep(&breath, nullptr);
+    if (!g_pause_told)
+        daemon_log(LOG_ERR, "accept: %s, listener '%s' pauses", strerror(errno), name);
+    g_pause_told = true;
+    park_listener(fd);
+    loop_set_timer(&g_pause_timer, k_pause_milliseconds, end_pause, nullptr);
 }
 
 bool is_transient(int error) {
@@ -95,14 +94,15 @@ fd_callback *register_side(unique_fd &fd, int type, int (*callback)(int, void *)
     return nullptr;
 }
 
+using owned_ucred = std::unique_ptr<ucred, free_memory>;
+
 /* Null when the socket tells nothing of its peer. */
-ucred *peer_credentials(int fd) {
-    auto *credentials = static_cast<ucred *>(std::calloc(1, sizeof(ucred)));
+owned_ucred peer_credentials(int fd) {
+    owned_ucred credentials{static_cast<ucred *>(std::calloc(1, sizeof(ucred)))};
     socklen_t size = sizeof(ucred);
-    if (credentials && getsockopt(fd, SOL_SOCKET, SO_PEERCRED, credentials, &size) == 0)
-        return credentials;
-    std::free(credentials);
-    return nullptr;
+    if (credentials && getsockopt(fd, SOL_SOCKET, SO_PEERCRED, credentials.get(), &size) != 0)
+        credentials.reset();
+    return credentials;
 }
 
 void log_connection_accepted(int listener, const char *name) {
@@ -112,10 +112,9 @@ void log_connection_accepted(int listener, const char *name) {
 }
 
 /* A listed session for the pair; null when memory is exhausted, and then nothing is left of it. */
-ccd_session *make_session(connection_pair pair, const char *name) {
+ccd_session *make_session(connection_pair pair, owned_ucred peer, const char *name) {
     owned<ccd_session, destroy_session> session{create_session()};
     if (!session) return nullptr;
-    int fd = pair.in.get();
     session->listenname = strdup(name);
     session->fdcb_out = register_side(pair.out, FD_CALLBACK_PARKED, write_callback, session.get());
     session->fdcb_in = session->fdcb_out && session->listenname
@@ -123,7 +122,8 @@ ccd_session *make_session(connection_pair pair, const char *name) {
                            : nullptr;
     session->backend_ctx = g_trns_ctx;
     if (!session->fdcb_in) return nullptr;
-    session->ucred = peer_credentials(fd);
+    session->ucred = peer.release();
+    session->connected = loop_now();
     add_session(session.get());
     return session.release();
 }
@@ -143,16 +143,21 @@ void set_reuse_address(int fd) {
 int listen_callback(int fd, void *data) {
     auto *listener = static_cast<const cnfnode *>(data);
     const char *name = listener ? cnfnode_getname(listener) : "";
+    session_timeout_check_all(nullptr);
     connection_pair pair = accept_pair(fd, name);
     if (!pair.out) return -1;
-    if (std::max(pair.in.get(), pair.out.get()) >= FD_SETSIZE - k_reserved_descriptors) {
-        daemon_log(LOG_ERR, "too many connections, closing a new one on listen/%s", name);
+    g_pause_told = false;
+    owned_ucred peer = peer_credentials(pair.in.get());
+    if (!place_for(name, peer ? peer->uid : k_no_user)) return -1;
+    if (std::max(pair.in.get(), pair.out.get()) >= k_highest_descriptor) {
+        limit_met(k_limit_connections, "closing a new one on listen/%s", name);
         return -1;
     }
-    if (!make_session(std::move(pair), name)) {
+    if (!make_session(std::move(pair), std::move(peer), name)) {
         daemon_log(LOG_ERR, "closing a new connection on listen/%s: %s", name, strerror(errno));
         return -1;
     }
+    watch_for_login();
     log_connection_accepted(fd, name);
     return 0;
 }

@@ -187,12 +187,11 @@ TEST_F(Hostile, TwoThousandClientsAtOnceLeaveTheFirstServedAndTheNextWelcome) {
     for (client &c : crowd)
         c = connect();
     EXPECT_EQ(a.ask("x GET name"), "x.1 alpha\nx OK\n");
-    EXPECT_EQ(crowd[0].ask("x NOOP"), "x OK\n");
-    EXPECT_EQ(crowd[400].login(), "l.1 PERMS read write exec\nl OK\n");
-    EXPECT_EQ(crowd[400].ask("x GET name"), "x.1 alpha\nx OK\n");
-    EXPECT_EQ(crowd[1999].ask("x NOOP"), "<closed>");
-    EXPECT_TRUE(logged("too many connections, closing a new one on listen/local\n"));
-    EXPECT_EQ(crowd[400].ask("y LOGOUT"), "y OK\n");
+    EXPECT_EQ(crowd[0].ask("x NOOP"), "<closed>") << "the oldest that never logged in";
+    EXPECT_EQ(crowd[1700].login(), "l.1 PERMS read write exec\nl OK\n");
+    EXPECT_EQ(crowd[1700].ask("x GET name"), "x.1 alpha\nx OK\n");
+    EXPECT_TRUE(logged("limit connections-per-user: 320: closing an idle connection on listen/"));
+    EXPECT_EQ(crowd[1700].ask("y LOGOUT"), "y OK\n");
     /* Room for a child's pipes is left, too. */
     EXPECT_EQ(a.ask("x ADMIN crash"), "x.1 gone\nx.1 \nx.2 \nx OK\n");
     crowd.clear();
@@ -200,34 +199,50 @@ TEST_F(Hostile, TwoThousandClientsAtOnceLeaveTheFirstServedAndTheNextWelcome) {
     expect_service();
 }
 
-TEST_F(Hostile, WithoutDescriptorsNewClientsWaitAndTheDaemonRests) {
-    const rlimit few{40, 40};
-    ASSERT_EQ(prlimit(pid(), RLIMIT_NOFILE, &few, nullptr), 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path("/dev/ucfgd").copy(address.sun_path, sizeof address.sun_path - 1);
-    std::vector<client> crowd;
-    int refusals = 0;
-    while (refusals < 50 && crowd.size() < 100) {
-        unique_fd fd{socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0)};
-        if (::connect(fd.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) == 0) {
-            fcntl(fd.get(), F_SETFL, 0);
-            crowd.emplace_back(std::move(fd));
-        } else {
-            refusals++;
-            std::this_thread::sleep_for(1ms);
-        }
+TEST_F(Hostile, ACrowdOnOneListenerKeepsNobodyFromAnotherAndMustLogInInTime) {
+    stop();
+    put("/etc/ucfgd/ucfgd.conf",
+        "limits {\n connections: 20\n connections-reserved: 4\n login-time: 1\n}\n"
+        "users {\n root {\n  access: rwx\n }\n}\n"
+        "listen {\n local {\n  type: unix\n  authtype: usercred\n }\n"
+        " open {\n  type: unix\n  path: /dev/open\n  mode: 0666\n  authtype: usercred\n }\n}\n");
+    start();
+    std::vector<client> busy(15);
+    for (client &c : busy) {
+        c = connect("/dev/open");
+        EXPECT_TRUE(c.login().ends_with("l OK\n"));
     }
-    EXPECT_LT(crowd.size(), 40U);
+    std::vector<client> idle(10);
+    for (client &c : idle)
+        c = connect("/dev/open");
+    EXPECT_EQ(idle.front().line(), "<closed>") << "there is one place left for all of them";
+    EXPECT_EQ(idle.back().ask("x NOOP"), "x OK\n");
+    EXPECT_TRUE(idle.back().login().ends_with("l OK\n"));
+    EXPECT_EQ(connect("/dev/open").line(), "<closed>") << "everybody there has logged in";
+    std::vector<client> kept(4);
+    for (client &c : kept)
+        c = connect();
+    EXPECT_EQ(kept[0].ask("x NOOP"), "x OK\n");
+    EXPECT_TRUE(kept[1].login().ends_with("l OK\n"));
+    EXPECT_EQ(kept[0].line(), "<closed>") << "though nobody else did anything";
+    EXPECT_EQ(kept[1].ask("x GET name"), "x.1 alpha\nx OK\n");
+    EXPECT_TRUE(logged("closing a connection on listen/local that never logged in"));
+}
+
+TEST_F(Hostile, WithoutDescriptorsNewClientsWaitForTheNextTry) {
+    rlimit usual{};
+    ASSERT_EQ(prlimit(pid(), RLIMIT_NOFILE, nullptr, &usual), 0);
+    const rlimit few{descriptors(), usual.rlim_max};
+    ASSERT_EQ(prlimit(pid(), RLIMIT_NOFILE, &few, nullptr), 0);
+    client waiting = connect();
+    EXPECT_TRUE(eventually([this] { return logged("accept: Too many open files, listener"); }));
     EXPECT_EQ(a.ask("x GET name"), "x.1 alpha\nx OK\n");
-    EXPECT_EQ(crowd[0].ask("x NOOP"), "x OK\n");
     const double before = used();
-    std::this_thread::sleep_for(200ms);
+    EXPECT_TRUE(waiting.silent_for(200));
     EXPECT_LT(used() - before, 0.1);
-    client last = std::move(crowd.back());
-    crowd.clear();
-    EXPECT_EQ(last.ask("x NOOP"), "x OK\n");
-    last.close();
+    ASSERT_EQ(prlimit(pid(), RLIMIT_NOFILE, &usual, nullptr), 0);
+    EXPECT_EQ(waiting.ask("x NOOP"), "x OK\n");
+    waiting.close();
     expect_service();
 }
 

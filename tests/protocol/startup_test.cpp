@@ -275,8 +275,10 @@ TEST_F(Startup, ListenersDifferInKindAndModeAndBadOnesAreSkipped) {
         " safe {\n  type: tcp\n  tls: yes\n }\n"
         " far {\n  type: tcp6\n  host: 192.0.2.1\n  port: 1\n }\n"
         " net {\n  type: tcp\n  port: " +
-            std::to_string(port) + "\n  authtype: usercred\n }\n}\n");
+            std::to_string(port) + "x\n  ip: here\n  authtype: usercred\n }\n}\n");
     start();
+    EXPECT_TRUE(logged("listener 'net': ip: 'here' is no address; 127.0.0.1 is used\n"));
+    EXPECT_TRUE(logged("x' is no port; " + std::to_string(port) + " is used\n"));
     EXPECT_EQ(mode_of(path("/dev/ucfgd")), 0600U);
     EXPECT_EQ(mode_of(path("/dev/two")), 0666U);
     EXPECT_EQ(mode_of(path("/dev/three")), 0640U);
