@@ -241,7 +241,9 @@ void llconf_forget_lookups(void) {
 llconf_item *create_llconf_shadow_item(llconf_item *orig) {
     if (!orig) return nullptr;
     llconf_item *shadow = allocate_item(orig->name);
-    if (shadow) shadow->item_orig = orig;
+    if (!shadow) return nullptr;
+    shadow->item_orig = orig;
+    if (orig->item_orig) shadow->delete_me = orig->delete_me;
     return shadow;
 }
 

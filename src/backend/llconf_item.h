@@ -121,15 +121,17 @@ llconf_item *find_llconf_item(llconf_item *list, const char *name);
  * what they found. */
 void llconf_forget_lookups(void);
 
-/* A shadow of orig; a list with one shadow per item of list, in the same order. The caller owns
- * what it gets; null (ENOMEM) when memory is exhausted, and for an empty list. */
+/* A shadow of orig, which is marked for deletion where orig is a shadow with that mark; a list with
+ * one shadow per item of list, in the same order. The caller owns what it gets; null (ENOMEM) when
+ * memory is exhausted, and for an empty list. */
 llconf_item *create_llconf_shadow_item(llconf_item *orig);
 llconf_item *create_llconf_shadow_list(llconf_item *list);
 
 /* Moves the tree of every dirty shadow into the item that it shadows, which becomes dirty and takes
  * over delete_me; the shadow has no tree afterwards and keeps its own dirty mark. Shadows that are
- * clean or have no tree stay as they are. Commit hooks that were set through a shadow move up in
- * any case. Returns 0. */
+ * clean stay as they are, and so do those without a tree, whose marks move up where the item that
+ * they shadow is a shadow itself. Commit hooks that were set through a shadow move up in any case.
+ * Returns 0. */
 int llconf_submit_shadow_list(llconf_item *shadows);
 
 /* Drops the tree, the dirty mark, the deletion mark and the hooks of every shadow. Returns 0. */

@@ -112,6 +112,9 @@ fe_node *func_llpaths(llconf_item *lli, const char *path, const char * /*third*/
 fe_node *fe_func_llisdirty(fe_context *ctx, fe_node *call) {
     call_arguments arguments{ctx, call};
     const llconf_item *lli = ll_find_item(ctx, arguments.text(0));
+    /* A request edits a shadow of the session's shadow. */
+    while (lli && !lli->is_dirty && lli->item_orig && lli->item_orig->item_orig)
+        lli = lli->item_orig;
     return const_node(lli && lli->is_dirty ? "1" : "0");
 }
 

@@ -85,6 +85,12 @@ void move_tree_up(llconf_item *shadow) {
     orig->read_serial = llconf_trns_ctx_serial();
 }
 
+/* A request that does nothing but mark an item, or take the mark back, leaves it to the session. */
+void move_marks_up(llconf_item *shadow) {
+    shadow->item_orig->is_dirty = 1;
+    shadow->item_orig->delete_me = shadow->delete_me;
+}
+
 }  // namespace
 
 void llconf_install_cnftree(llconf_item *lli, cnfnode *tree) {
@@ -116,7 +122,12 @@ int llconf_submit_shadow_list(llconf_item *shadows) {
     for (llconf_item *shadow = shadows; shadow; shadow = shadow->next) {
         if (!shadow->item_orig) continue;
         move_hooks_up(shadow);
-        if (shadow->cn_root && shadow->is_dirty) move_tree_up(shadow);
+        if (!shadow->is_dirty) continue;
+        if (shadow->cn_root) {
+            move_tree_up(shadow);
+        } else if (shadow->item_orig->item_orig) {
+            move_marks_up(shadow);
+        }
     }
     return 0;
 }

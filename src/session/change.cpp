@@ -1,4 +1,5 @@
-/* SET, ADD, DEL and MOVE: one change in the session's own context. */
+/* SET, ADD, DEL and MOVE: one change in the session's own context, made in a throw-away copy first.
+ */
 
 #include "session/change.h"
 
@@ -10,6 +11,7 @@
 #include "session/chars.h"
 #include "session/protocol.h"
 #include "session/query.h"
+#include "session/sub_context.h"
 #include "tree/param_failure.h"
 #include "tree/param_ops.h"
 #include "ucfgd/owners.h"
@@ -34,9 +36,15 @@ int reply_result(ccd_session *session, const char *id, int result) {
     return 0;
 }
 
-int reply_change(ccd_session *session, const char *id, int result) {
+/* The replies of SET and MOVE, and of ADD and DEL. */
+int finish_change(ccd_session *session, const char *id, sub_context &edits, int result) {
+    if (result == 0) edits.merge();
+    return reply_result(session, id, result);
+}
+
+int finish_entry(ccd_session *session, const char *id, sub_context &edits, int result) {
     if (result != 0) return session_write_error(session, id, nullptr);
-    return reply_result(session, id, 0);
+    return finish_change(session, id, edits, 0);
 }
 
 }  // namespace
@@ -84,11 +92,14 @@ int session_process_set(ccd_session *session, const char *id, const char *args) 
     const owned_str text{multi_line ? cmdlines_to_buf(session->curr_cmd) : nullptr};
     if (multi_line && !text) return reply_result(session, id, 1);
     const char *value = multi_line ? text.get() : word;
-    if (ccd_param_sanity_ppath(session->backend_ctx, ppath.get(), value) != 0) {
+    sub_context edits{session};
+    if (!edits.get()) return reply_result(session, id, 1);
+    if (ccd_param_sanity_ppath(edits.get(), ppath.get(), value) != 0) {
         return session_write_error_sanity(session, id);
     }
     errno = 0;
-    return reply_result(session, id, ccd_param_set_ppath(session->backend_ctx, ppath.get(), value));
+    const int result = ccd_param_set_ppath(edits.get(), ppath.get(), value);
+    return finish_change(session, id, edits, result);
 }
 
 int session_process_add(ccd_session *session, const char *id, const char *args) {
@@ -102,10 +113,13 @@ int session_process_add(ccd_session *session, const char *id, const char *args) 
     if (session_check_and_barf_perms_access(session, g_ccdtree, id, k_perm_write, path, nullptr)) {
         return 0;
     }
-    if (ccd_param_sanity(g_ccdtree, session->backend_ctx, path, name) != 0) {
+    sub_context edits{session};
+    if (!edits.get()) return reply_result(session, id, 1);
+    if (ccd_param_sanity(g_ccdtree, edits.get(), path, name) != 0) {
         return session_write_error_sanity(session, id);
     }
-    return reply_change(session, id, ccd_param_add(g_ccdtree, session->backend_ctx, path, name));
+    const int result = ccd_param_add(g_ccdtree, edits.get(), path, name);
+    return finish_entry(session, id, edits, result);
 }
 
 int session_process_del(ccd_session *session, const char *id, const char *args) {
@@ -119,7 +133,10 @@ int session_process_del(ccd_session *session, const char *id, const char *args) 
     if (session_check_and_barf_perms_access(session, g_ccdtree, id, k_perm_write, path, nullptr)) {
         return 0;
     }
-    return reply_change(session, id, ccd_param_del(g_ccdtree, session->backend_ctx, path, name));
+    sub_context edits{session};
+    if (!edits.get()) return reply_result(session, id, 1);
+    const int result = ccd_param_del(g_ccdtree, edits.get(), path, name);
+    return finish_entry(session, id, edits, result);
 }
 
 int session_process_move(ccd_session *session, const char *id, const char *args) {
@@ -135,10 +152,12 @@ int session_process_move(ccd_session *session, const char *id, const char *args)
     if (session_check_and_barf_perms_access(session, g_ccdtree, id, k_perm_write, path, nullptr)) {
         return 0;
     }
-    if (ccd_param_sanity(g_ccdtree, session->backend_ctx, path, value1) != 0) {
+    sub_context edits{session};
+    if (!edits.get()) return reply_result(session, id, 1);
+    if (ccd_param_sanity(g_ccdtree, edits.get(), path, value1) != 0) {
         return session_write_error_sanity(session, id);
     }
     errno = 0;
-    return reply_result(session, id,
-                        ccd_param_move(g_ccdtree, session->backend_ctx, path, value0, value1));
+    const int result = ccd_param_move(g_ccdtree, edits.get(), path, value0, value1);
+    return finish_change(session, id, edits, result);
 }

@@ -9,9 +9,10 @@
  *
  *  1. Handlers take the tag and the unparsed arguments, as protocol.h says, and write their reply.
  *     The session_process_ functions return 0.
- *  2. The sub_session_process_ functions apply one line of a batch to backend_ctx_sub and append an
- *     item to the session's sanity_list. They return its result; 0 and no item for a line whose
- *     arguments are missing, which they answer at once.
+ *  2. The sub_session_process_ functions read and judge one line of a batch and append an item to
+ *     the session's sanity_list, which is applied when all lines have been judged. They return its
+ *     result so far: 0 when it may be applied, and 0 without an item for a line whose arguments are
+ *     missing, which they answer at once.
  */
 
 #ifdef __cplusplus
@@ -24,7 +25,9 @@ typedef struct ccd_path_value_item {
     char *id; /* the sub-tag */
     char *path;
     char *value;
-    int result;             /* of applying it; 0 is success */
+    char *moved; /* the first value of a MOVE; null otherwise */
+    int (*apply)(trns_ctx *ctx, const struct ccd_path_value_item *item);
+    int result;             /* of judging, then of applying it; 0 is success */
     int err;                /* errno after a failed SET */
     param_error *param_err; /* what the failed change said; null for nothing */
     int skip_sanity;
@@ -46,8 +49,8 @@ int session_process_add(ccd_session *session, const char *id, const char *args);
 int session_process_del(ccd_session *session, const char *id, const char *args);
 int session_process_move(ccd_session *session, const char *id, const char *args);
 
-/* Applies the collected lines to a copy of the session's context, checks the outcome as a whole and
- * merges it only if everything passed. */
+/* Judges the collected lines, applies them to a copy of the session's context, checks the outcome
+ * as a whole and merges it only if everything passed. */
 int session_process_submit(ccd_session *session, const char *id, const char *args);
 int sub_session_process_set(ccd_session *session, const char *id, const char *args);
 int sub_session_process_add(ccd_session *session, const char *id, const char *args);

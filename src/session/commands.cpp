@@ -23,6 +23,7 @@
 #include "session/login.h"
 #include "session/protocol.h"
 #include "session/query.h"
+#include "tree/param_error.h"
 
 namespace {
 
@@ -163,7 +164,11 @@ int session_process_command(ccd_session *session, const char *id, const char *cm
     if (command.needs_login && session->state != k_session_logged) {
         return session_process_notlogged(session, id, args);
     }
-    return command.handler(session, id, args);
+    /* What a request has to say belongs to that request alone. */
+    ccd_clear_error();
+    const int result = command.handler(session, id, args);
+    ccd_clear_error();
+    return result;
 }
 
 int session_process_notimplemented(ccd_session *session, const char *id, const char *) {

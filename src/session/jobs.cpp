@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "session/bgexec.h"
+#include "tree/param_error.h"
 #include "ucfgd/owners.h"
 #include "ucfgd/slist.h"
 
@@ -68,7 +69,9 @@ void complete(bgexec_ctx *job) {
     drop_registration(job->cb_in);
     drop_registration(job->cb_out);
     drop_registration(job->cb_err);
+    ccd_clear_error();
     if (job->cb_exit) job->cb_exit(job, job->status);
+    ccd_clear_error();
 }
 
 void move_session(bgexec_ctx *list, const ccd_session *from, ccd_session *to) {

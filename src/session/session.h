@@ -68,7 +68,7 @@ typedef struct ccd_session {
     long last_action; /* 0 exempts from the idle rule */
     int timeout;      /* seconds */
     struct trns_ctx *backend_ctx;
-    struct trns_ctx *backend_ctx_sub; /* while SUBMIT runs */
+    struct trns_ctx *backend_ctx_sub; /* while a request edits */
     struct ccd_path_value_item *sanity_list;
     char *hlxaaa_sid;
     /* Private from here on. */

@@ -1,9 +1,11 @@
 /* SUBMIT: a batch of changes, all or none.
  *
- * The batch is applied to a throw-away copy of the session's context, line by line, and what became
- * of each line is kept. Only then is everything checked and reported: a check sees the outcome of
- * the whole batch, so two changes that are wrong alone and right together pass. The copy is merged
- * into the session's context when nothing failed, and dropped otherwise.
+ * All lines are read and judged before the first is applied: what access methods see is the session
+ * as it was, and never what the batch itself does. Then the batch is applied to a throw-away copy
+ * of the session's context, line by line, and what became of each line is kept. Only then is
+ * everything checked and reported: a check sees the outcome of the whole batch, so two changes that
+ * are wrong alone and right together pass. The copy is merged into the session's context when
+ * nothing failed, and dropped otherwise.
  */
 
 #include <strings.h>
@@ -20,6 +22,7 @@
 #include "session/chars.h"
 #include "session/protocol.h"
 #include "session/query.h"
+#include "session/sub_context.h"
 #include "tree/param_ops.h"
 #include "ucfgd/owners.h"
 #include "ucfgd/words.h"
@@ -29,6 +32,7 @@ static_assert(offsetof(ccd_path_value_item, next) == 0);
 namespace {
 
 constexpr size_t k_run_max = 255;
+constexpr int k_unresolved = 3; /* as param_ops.h says of a path without a node */
 
 struct sub_command {
     const char *word;
@@ -72,16 +76,9 @@ void clear_items(ccd_session *session) {
     session->sanity_last = nullptr;
 }
 
-/* Keeps what a failed change said. Returns the result. */
-int note_result(ccd_path_value_item *item, int result) {
-    item->result = result;
-    if (result != 0) item->param_err = ccd_copy_and_clear_error();
-    return result;
-}
-
-/* Applies one collected line, if it belongs to the batch. False when it makes the batch fail at
- * once. */
-bool apply_line(ccd_session *session, std::string_view id, const char *text) {
+/* Reads and judges one collected line, if it belongs to the batch. False when it makes the batch
+ * fail at once. */
+bool judge_line(ccd_session *session, std::string_view id, const char *text) {
     const size_t tag_length = run_length(text, is_tag_char, k_run_max);
     if (text[tag_length] != '.' || std::string_view{text, tag_length} != id) return true;
     const size_t suffix_length = run_length(text + tag_length + 1, is_tag_char, k_run_max);
@@ -141,22 +138,60 @@ bool report_item(ccd_session *session, const ccd_path_value_item &item) {
     return true;
 }
 
+/* Applies one change, unless it has been refused already. What it says is its own: nothing of what
+ * others have said is left. */
+void apply_item(trns_ctx *ctx, ccd_path_value_item &item) {
+    if (item.result != 0) return;
+    ccd_clear_error();
+    errno = 0;
+    item.result = item.apply(ctx, &item);
+    if (item.result == 0) return;
+    if (item.ppath) item.err = errno;
+    item.param_err = ccd_copy_and_clear_error();
+}
+
 bool run_batch(ccd_session *session, const char *id) {
     bool passed = true;
     for (const line *l = session->curr_cmd; l; l = l->next) {
-        if (!apply_line(session, id, l->line)) passed = false;
+        if (!judge_line(session, id, l->line)) passed = false;
     }
     if (!passed) return false;
+    for (ccd_path_value_item *item = session->sanity_list; item; item = item->next)
+        apply_item(session->backend_ctx_sub, *item);
     for (const ccd_path_value_item *item = session->sanity_list; item; item = item->next) {
+        ccd_clear_error();
         if (!report_item(session, *item)) passed = false;
     }
     return passed;
 }
 
+/* The access check of a change whose path stands in its item. */
+int judge_path(ccd_session *session, const ccd_path_value_item *item) {
+    return session_check_and_barf_perms_access(session, g_ccdtree, item->id, k_perm_write,
+                                               item->path, nullptr)
+               ? 1
+               : 0;
+}
+
+int apply_set(trns_ctx *ctx, const ccd_path_value_item *item) {
+    return ccd_param_set_ppath(ctx, item->ppath, item->value);
+}
+
+int apply_add(trns_ctx *ctx, const ccd_path_value_item *item) {
+    return ccd_param_add(g_ccdtree, ctx, item->path, item->value);
+}
+
+int apply_del(trns_ctx *ctx, const ccd_path_value_item *item) {
+    return ccd_param_del(g_ccdtree, ctx, item->path, item->value);
+}
+
+int apply_move(trns_ctx *ctx, const ccd_path_value_item *item) {
+    return ccd_param_move(g_ccdtree, ctx, item->path, item->moved, item->value);
+}
+
 /* The handlers of ADD and DEL, which differ in one operation and one text. */
 int sub_process_entry(ccd_session *session, const char *id, const char *args, const char *usage,
-                      int (*change)(ccdtree_node *, backend_ctx *, const char *, const char *),
-                      int skip_sanity) {
+                      int (*apply)(trns_ctx *, const ccd_path_value_item *), int skip_sanity) {
     char path[k_word_size];
     char name[k_word_size];
     dup_next_word_b(&args, path, sizeof(path));
@@ -167,10 +202,8 @@ int sub_process_entry(ccd_session *session, const char *id, const char *args, co
     ccd_path_value_item *item = add_item(session, id, path, name);
     if (!item) return -ENOMEM;
     item->skip_sanity = skip_sanity;
-    if (session_check_and_barf_perms_access(session, g_ccdtree, id, k_perm_write, path, nullptr)) {
-        return item->result = 1;
-    }
-    return note_result(item, change(g_ccdtree, session->backend_ctx_sub, path, name));
+    item->apply = apply;
+    return item->result = judge_path(session, item);
 }
 
 }  // namespace
@@ -190,6 +223,7 @@ void destroy_path_value_item(ccd_path_value_item *item) {
     free(item->id);
     free(item->path);
     free(item->value);
+    free(item->moved);
     destroy_param_error(item->param_err);
     destroy_param_path(item->ppath);
     free(item);
@@ -202,24 +236,16 @@ void destroy_path_value_item_list(ccd_path_value_item *list) {
 
 int session_process_submit(ccd_session *session, const char *id, const char *) {
     if (session_check_and_barf_perms(session, id, k_perm_write)) return 0;
-    trns_destroy_ctx(session->backend_ctx_sub);
-    session->backend_ctx_sub = trns_copy_ctx(session->backend_ctx);
+    sub_context edits{session};
     clear_items(session);
-    if (!session->backend_ctx_sub) {
+    if (!edits.get()) {
         session_writef(session, "%s ERR %s\n", id, strerror(ENOMEM));
         return 0;
     }
     const bool passed = run_batch(session, id);
     clear_items(session);
-    if (passed) {
-        trns_submit_ctx(session->backend_ctx_sub);
-        session_writef(session, "%s OK\n", id);
-    } else {
-        trns_cancel_ctx(session->backend_ctx_sub);
-        session_writef(session, "%s ERR\n", id);
-    }
-    trns_destroy_ctx(session->backend_ctx_sub);
-    session->backend_ctx_sub = nullptr;
+    if (passed) edits.merge();
+    session_writef(session, passed ? "%s OK\n" : "%s ERR\n", id);
     return 0;
 }
 
@@ -233,29 +259,25 @@ int sub_session_process_set(ccd_session *session, const char *id, const char *ar
     dup_next_word_b(&args, value, sizeof(value));
     ccd_path_value_item *item = add_item(session, id, path, value);
     if (!item) return -ENOMEM;
+    item->apply = apply_set;
     errno = 0;
-    int result = 3;
     item->ppath = find_ccd_param(path, g_ccdtree);
-    if (item->ppath) {
-        if (session_check_and_barf_perms_access_ppath(session, id, k_perm_write, item->ppath,
-                                                      nullptr)) {
-            return item->result = 1;
-        }
-        errno = 0;
-        result = ccd_param_set_ppath(session->backend_ctx_sub, item->ppath, value);
+    if (!item->ppath) {
+        item->err = errno;
+        return item->result = k_unresolved;
     }
-    if (result != 0) item->err = errno;
-    return note_result(item, result);
+    const int refused =
+        session_check_and_barf_perms_access_ppath(session, id, k_perm_write, item->ppath, nullptr);
+    return item->result = refused ? 1 : 0;
 }
 
 int sub_session_process_add(ccd_session *session, const char *id, const char *args) {
     return sub_process_entry(session, id, args, "%s BAD at least one arguments required\n",
-                             ccd_param_add, 0);
+                             apply_add, 0);
 }
 
 int sub_session_process_del(ccd_session *session, const char *id, const char *args) {
-    return sub_process_entry(session, id, args, "%s BAD two arguments required\n", ccd_param_del,
-                             1);
+    return sub_process_entry(session, id, args, "%s BAD two arguments required\n", apply_del, 1);
 }
 
 int sub_session_process_move(ccd_session *session, const char *id, const char *args) {
@@ -270,9 +292,11 @@ int sub_session_process_move(ccd_session *session, const char *id, const char *a
     }
     ccd_path_value_item *item = add_item(session, id, path, value1);
     if (!item) return -ENOMEM;
-    if (session_check_and_barf_perms_access(session, g_ccdtree, id, k_perm_write, path, nullptr)) {
-        return item->result = 1;
+    item->apply = apply_move;
+    item->moved = strdup(value0);
+    if (!item->moved) {
+        session_writef(session, "%s ERR %s\n", id, strerror(errno));
+        return -ENOMEM;
     }
-    return note_result(item,
-                       ccd_param_move(g_ccdtree, session->backend_ctx_sub, path, value0, value1));
+    return item->result = judge_path(session, item);
 }

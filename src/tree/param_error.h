@@ -5,8 +5,9 @@
 
 /* The error record: why the last operation failed, in words for the client.
  *
- *  1. There is one for the whole daemon. Whoever reports a failure takes it before anybody else
- *     runs an operation.
+ *  1. There is one for the whole daemon, and it belongs to the request that runs: the session code
+ *     clears it before each request and behind it. Whoever reports a failure takes it before it
+ *     runs another operation.
  *  2. Texts are copied in, so they may come from the present record.
  *  3. What cannot be allocated is left out, errno ENOMEM.
  */

@@ -29,9 +29,13 @@ mute {
     list: 'here'
 }
 failing {
-    set: set('x', '1') && '0'
-    add: '0'
-    move: '0'
+    set: llset('box', 'name', 'torn') && '0'
+    add: lldel('box', '', 'level') && '0'
+    move: lladd('box', '', 'torn') && '0'
+}
+guarded {
+    access: $perm == 'r' || llget('box', 'level') == '5'
+    set: '1'
 }
 strict {
     list: 'one'
@@ -128,6 +132,7 @@ TEST_F(Change, EachOtherChangeHasAnErrorReplyOfItsOwn) {
     EXPECT_EQ(a.ask("1 MOVE hosts 127%2e0%2e0%2e1 9%2e9%2e9%2e9"),
               "1 ERR result=2 Invalid argument\n");
     EXPECT_EQ(a.ask("1 ADD failing x"), "1 ERR\n");
+    EXPECT_EQ(a.ask("1 MOVE failing x y"), "1 ERR result=2 Invalid argument\n");
     EXPECT_EQ(a.ask("1 ADD mute x"), "1 ERR\n");
     EXPECT_EQ(a.ask("1 DEL mute here"), "1 ERR\n");
     EXPECT_EQ(a.ask("1 DEL mute x"), "1.error error.not_exists\n1 ERR Entry does not exist\n");
@@ -181,6 +186,13 @@ TEST_F(Change, ContinuationLinesMakeAValueOfSeveralLines) {
     EXPECT_EQ(a.ask("1 GET system.banner"), "1.1 one%0atwo\n1 OK\n");
     EXPECT_EQ(a.ask("1 SET system.banner"), "1 OK\n");
     EXPECT_EQ(a.ask("1 GET system.banner"), "1.1 \n1 OK\n");
+}
+
+TEST_F(Change, ABatchIsJudgedOnTheSessionAsItWasBeforeIt) {
+    const std::string batch = "b.1 SET level 9\nb.2 SET guarded x\nb SUBMIT";
+    EXPECT_EQ(a.ask("1 SET name beta"), "1 OK\n");
+    EXPECT_EQ(a.ask(batch), "b.1 OK\nb.2 OK\nb OK\n");
+    EXPECT_EQ(a.ask(batch), "b.2 NO permission denied\nb.1 OK\nb.2 ERR result=1 Success\nb ERR\n");
 }
 
 TEST_F(Change, ABatchIsAppliedAsAWholeOrNotAtAll) {

@@ -96,10 +96,14 @@ TEST_F(transactions, ASecondBatchCopiesWhatTheFirstOneBorrows) {
 }
 
 TEST_F(transactions, ADeletionMarkMovesUpOnlyWithADirtyTree) {
-    EXPECT_EQ(eval("llmoddelete('hosts')", session.get()), "1");
+    EXPECT_EQ(eval("llmoddelete('hosts')", batch.get()), "1");
+    trns_submit_ctx(batch.get());
     trns_submit_ctx(session.get());
     EXPECT_EQ(item("hosts")->delete_me, 0);
-    set(session, "gamma");
+    batch.reset(trns_copy_ctx(session.get()));
+    EXPECT_EQ(eval("llisdirty('hosts')", batch.get()), "1");
+    set(batch, "gamma");
+    trns_submit_ctx(batch.get());
     trns_submit_ctx(session.get());
     EXPECT_EQ(item("hosts")->delete_me, 1);
     /* A commit's child removes the file; the daemon learns of it when it reverts. */

@@ -6,14 +6,15 @@ class Change : public session_test {
   protected:
     void SetUp() override {
         session_test::SetUp();
-        define(g_ccdtree,
-               "access: '1'\n"
-               "a {\n get: fetch('a')\n set: store('a', $_)\n}\n"
-               "b {\n get: fetch('b')\n set: store('b', $_)\n sanity: fetch('a') != 'bad'\n}\n"
-               "c {\n set: seterror('no such\\nthing', 'error.thing', 'a1')\n}\n"
-               "d {\n set: '0'\n}\n"
-               "list {\n list: 'x'\n del: store('deleted', $_)\n sanity: fail()\n * \n}\n"
-               "closed {\n access: '0'\n set: '1'\n}\n");
+        define(
+            g_ccdtree,
+            "access: '1'\n"
+            "a {\n get: fetch('a')\n set: store('a', $_)\n}\n"
+            "b {\n get: fetch('b')\n set: store('b', $_)\n sanity: fetch('a') != 'bad'\n}\n"
+            "c {\n set: store('a', 'torn') && seterror('no such\\nthing', 'error.thing', 'a1')\n}\n"
+            "d {\n set: '0'\n}\n"
+            "list {\n list: 'x'\n del: store('deleted', $_)\n sanity: fail()\n * \n}\n"
+            "closed {\n access: '0'\n set: '1'\n}\n");
     }
 };
 
@@ -43,6 +44,10 @@ TEST_F(Change, OneAtATimeGoesIntoTheSessionsOwnContext) {
     EXPECT_EQ(ask(session, "t. first\nt. second\nt SET a ignored\nt GET a"),
               "t OK\nt.1 first%0asecond\nt OK\n");
     EXPECT_EQ(ask(session, "t SET d 1"), "t ERR result=2 Invalid argument\n");
+    EXPECT_EQ(ask(session, "t SET c secret\nt GET a"),
+              "t ERR result=2 Invalid argument\nt.1 first%0asecond\nt OK\n");
+    EXPECT_EQ(ask(logged_in("admin"), "t.1 SET d 1\nt SUBMIT"),
+              "t.1 ERR result=2 Invalid argument\nt ERR\n");
     EXPECT_EQ(ask(session, "t REVERT\nt GET a"), "t OK\nt ERR Invalid argument\n");
 }
 
