@@ -48,21 +48,23 @@ fe_node *fe_func_adm_ifparam(fe_context *ctx, fe_node *call) {
     trace(4, "%s\n", __func__);
     const auto *param = static_cast<const char *>(call->fed->user_data);
     trace(4, "param=%s\n", param);
+    memory_watch memory;
     call_arguments arguments{ctx, call};
-    if (arguments.count() != 1) return const_node("");
+    if (arguments.count() != 1) return answer_wrong_count(memory, arguments);
     owned_iface cfg{iface_get_cfg(arguments[0])};
     if (cfg)
         for (const auto &[name, field] : k_addresses)
             if (strcmp(name, param) == 0) return ipv4_node((*cfg).*field);
-    return const_node("");
+    return answer_unless_short(memory, "");
 }
 
 fe_node *fe_func_adm_hwaddr(fe_context *ctx, fe_node *call) {
     trace(4, "%s\n", __func__);
+    memory_watch memory;
     call_arguments arguments{ctx, call};
-    if (arguments.count() != 1) return const_node("");
+    if (arguments.count() != 1) return answer_wrong_count(memory, arguments);
     owned_iface cfg{iface_get_cfg(arguments[0])};
-    if (!cfg) return const_node("");
+    if (!cfg) return answer_unless_short(memory, "");
     const unsigned char *a = cfg->hwaddr;
     std::array<char, sizeof "00:00:00:00:00:00"> text;
     snprintf(text.data(), text.size(), "%02x:%02x:%02x:%02x:%02x:%02x", a[0], a[1], a[2], a[3],
@@ -72,12 +74,13 @@ fe_node *fe_func_adm_hwaddr(fe_context *ctx, fe_node *call) {
 
 fe_node *fe_func_admgetip6(fe_context *ctx, fe_node *call) {
     trace(4, "%s\n", __func__);
+    memory_watch memory;
     call_arguments arguments{ctx, call};
-    if (arguments.count() != 1) return const_node("");
+    if (arguments.count() != 1) return answer_wrong_count(memory, arguments);
     owned_file file{fopen(k_if_inet6, "re")};
-    if (!file) return const_node("");
+    if (!file) return answer_unless_short(memory, "");
 
-    list_builder<fe_node> addresses;
+    node_list addresses;
     char g[8][5];
     char name[33];
     unsigned int skip[4];
@@ -88,21 +91,23 @@ fe_node *fe_func_admgetip6(fe_context *ctx, fe_node *call) {
         char text[40];
         snprintf(text, sizeof text, "%s:%s:%s:%s:%s:%s:%s:%s", g[0], g[1], g[2], g[3], g[4], g[5],
                  g[6], g[7]);
-        if (fe_node *node = const_node(text)) addresses.append(node);
+        addresses.append(text);
     }
-    return addresses.empty() ? const_node("") : addresses.release();
+    if (ferror(file.get()) != 0 || memory.ran_out()) return fail_about(k_if_inet6);
+    return addresses.release();
 }
 
 fe_node *fe_func_adm_ifacelist(fe_context *ctx, fe_node *call) {
     trace(4, "%s\n", __func__);
+    memory_watch memory;
     call_arguments arguments{ctx, call};
-    if (arguments.count() != 1) return const_node("");
+    if (arguments.count() != 1) return answer_wrong_count(memory, arguments);
     std::unique_ptr<iface_node, release_with<destroy_iface_list>> list{iface_get_list()};
-    list_builder<fe_node> names;
+    if (!list) return answer_unless_short(memory, "");
+    node_list names;
     for (const iface_node *entry = list.get(); entry != nullptr; entry = entry->next)
-        if (fnmatch(arguments[0], entry->name, FNM_PATHNAME) == 0)
-            if (fe_node *node = const_node(entry->name)) names.append(node);
-    return names.empty() ? const_node("") : names.release();
+        if (fnmatch(arguments[0], entry->name, FNM_PATHNAME) == 0) names.append(entry->name);
+    return names.release();
 }
 
 struct function_row {

@@ -25,8 +25,9 @@ fe_node *seconds_node(time_t seconds) {
  * a text that does not match the format gives the time of the fields read so far. */
 fe_node *fe_func_mktime(fe_context *ctx, fe_node *call) {
     trace(4, "%s\n", __func__);
+    memory_watch memory;
     call_arguments arguments{ctx, call};
-    if (arguments.count() != 2) return const_node("");
+    if (arguments.count() != 2) return answer_wrong_count(memory, arguments);
     tm broken_down{};
     strptime(arguments[1], arguments[0], &broken_down);
     errno_guard keep;
@@ -35,9 +36,11 @@ fe_node *fe_func_mktime(fe_context *ctx, fe_node *call) {
 
 fe_node *fe_func_fmttime(fe_context *ctx, fe_node *call) {
     trace(4, "%s\n", __func__);
+    memory_watch memory;
     call_arguments arguments{ctx, call};
-    if (arguments.count() != 2) return const_node("");
+    if (arguments.count() != 2) return answer_wrong_count(memory, arguments);
     errno_guard keep;
+    tzset(); /* the zone may have been changed; mktime looks by itself */
     auto seconds = static_cast<time_t>(strtoll(arguments[1], nullptr, 10));
     tm broken_down{};
     std::array<char, 256> text;

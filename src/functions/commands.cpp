@@ -20,20 +20,17 @@ fe_node *llmisc_system(const call_arguments &arguments) {
     const std::string_view input{arguments[1]};
     const command_end end = run_command(arguments[0], {arguments.count() == 2 ? &input : nullptr});
     if (end.error == 0 || end.error == ENOENT || end.error == EACCES) return truth_node(end.well());
-    errno = end.error;
-    return nullptr;
+    return fe_fail(end.error, arguments[0], "%s", end.text().data());
 }
 
 /* The lines count whatever the exit status is: that of a search without a match, for one. */
 fe_node *llmisc_readlinespipe(const call_arguments &arguments) {
     std::string output;
     const command_end end = run_command(arguments[0], {nullptr, &output});
-    if (!end.ran())
+    if (end.error == 0 && !end.ran())
         daemon_log(LOG_WARNING, "readlinespipe: command '%s': %s", arguments[0], end.text().data());
-    if (end.error != 0 || WIFSIGNALED(end.status)) {
-        errno = end.error != 0 ? end.error : EIO;
-        return nullptr;
-    }
+    if (end.error != 0 || WIFSIGNALED(end.status))
+        return fe_fail(end.error != 0 ? end.error : EIO, arguments[0], "%s", end.text().data());
     node_list lines;
     line_splitter splitter{lines};
     splitter.take(output);
@@ -51,12 +48,12 @@ fe_node *llmisc_writeevt(const call_arguments &arguments) {
     std::vector<const char *> texts;
     for (const fe_node *text = arguments.first(); text != nullptr; text = text->next)
         texts.push_back(text->text);
-    char *end = nullptr;
+    long number = 0;
     errno_guard keep;
-    errno = 0;
-    long number = strtol(texts[0], &end, 10);
-    bool valid =
-        end != texts[0] && *end == '\0' && errno == 0 && number == static_cast<int>(number);
-    return truth_node(valid && writeevt_list(static_cast<int>(number), texts[1], texts.size() - 2,
-                                             texts.data() + 2) == 0);
+    if (!read_whole_number(texts[0], number) || number != static_cast<int>(number)) {
+        fe_fail(EINVAL, texts[0], "no number of an event");
+        return truth_node(false);
+    }
+    return truth_node(
+        writeevt_list(static_cast<int>(number), texts[1], texts.size() - 2, texts.data() + 2) == 0);
 }

@@ -32,7 +32,7 @@ char decode_pair(const char *digits) {
 
 fe_node *llmisc_slashify(const call_arguments &arguments) {
     std::string_view text = arguments[0];
-    if (text.empty()) return nullptr;
+    if (text.empty()) return fe_fail(EINVAL, nullptr, "the empty text is no part of a path");
     if (text == ".") return const_node("\\.");
     std::string component;
     component.reserve(text.size() + 8);

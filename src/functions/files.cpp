@@ -32,6 +32,12 @@ fe_node *ask_about(const char *name, question answer) {
     return truth_node(answer(path.get()));
 }
 
+/* Whether a change has been made; the reason is told, though the answer is only "0". */
+bool done(int result, const char *path) {
+    if (result != 0) fail_about(path);
+    return result == 0;
+}
+
 using stat_call = int (*)(const char *, struct stat *);
 
 fe_node *has_type(const char *name, stat_call look, mode_t type) {
@@ -39,6 +45,21 @@ fe_node *has_type(const char *name, stat_call look, mode_t type) {
         struct stat st;
         return look(path, &st) == 0 && (st.st_mode & S_IFMT) == type;
     });
+}
+
+/* Opens a regular file, null with errno for anything else. Even to open a device may do something,
+ * or wait; what has taken the file's place in between is not waited for at least. */
+unique_fd open_regular(const char *path) {
+    struct stat st;
+    if (stat(path, &st) != 0) return unique_fd{};
+    unique_fd fd;
+    if (S_ISREG(st.st_mode)) {
+        fd.reset(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+        if (!fd || fstat(fd.get(), &st) < 0) return unique_fd{};
+    }
+    if (S_ISREG(st.st_mode)) return fd;
+    errno = S_ISDIR(st.st_mode) ? EISDIR : EINVAL;
+    return unique_fd{};
 }
 
 }  // namespace
@@ -56,12 +77,12 @@ fe_node *llmisc_isdir(const call_arguments &arguments) {
 }
 
 fe_node *llmisc_unlink(const call_arguments &arguments) {
-    return ask_about(arguments[0], [](const char *path) { return unlink(path) == 0; });
+    return ask_about(arguments[0], [](const char *path) { return done(unlink(path), path); });
 }
 
 fe_node *llmisc_symlink(const call_arguments &arguments) {
     return ask_about(arguments[1],
-                     [&](const char *path) { return symlink(arguments[0], path) == 0; });
+                     [&](const char *path) { return done(symlink(arguments[0], path), path); });
 }
 
 /* Matching takes time in proportion to both lengths multiplied. */
@@ -74,17 +95,11 @@ fe_node *llmisc_fnmatch(const call_arguments &arguments) {
     return truth_node(fnmatch(arguments[0], arguments[1], 0) == 0);
 }
 
-/* A directory, a device or a pipe is no file with lines; opening one must not wait. */
 fe_node *llmisc_readlines(const call_arguments &arguments) {
     owned_str path{prefix_llfilename(arguments[0])};
     if (!path) return nullptr;
-    unique_fd fd{open(path.get(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)};
-    struct stat st;
-    if (!fd || fstat(fd.get(), &st) < 0) return nullptr;
-    if (!S_ISREG(st.st_mode)) {
-        errno = EINVAL;
-        return nullptr;
-    }
+    unique_fd fd = open_regular(path.get());
+    if (!fd) return fail_about(path.get());
     node_list lines;
     line_splitter splitter{lines};
     char chunk[4096];
@@ -92,12 +107,12 @@ fe_node *llmisc_readlines(const call_arguments &arguments) {
     for (;;) {
         ssize_t n = read(fd.get(), chunk, sizeof chunk);
         if (n < 0 && errno == EINTR) continue;
-        if (n < 0) return nullptr;
+        if (n < 0) return fail_about(path.get());
         if (n == 0) break;
         total += static_cast<size_t>(n);
         if (total > k_longest_file) {
             errno = EFBIG;
-            return nullptr;
+            return fail_about(path.get());
         }
         splitter.take({chunk, static_cast<size_t>(n)});
     }
@@ -110,15 +125,19 @@ fe_node *llmisc_writelines(const call_arguments &arguments) {
     owned_str path{prefix_llfilename(arguments[0])};
     const cnfmodule *lines = find_cnfmodule("lines");
     owned<cnfnode, destroy_cnftree> tree{create_cnfnode("(root)")};
-    if (!path || lines == nullptr || !tree) return nullptr;
+    if (!path || !tree) return nullptr;
+    if (lines == nullptr) return fe_fail(ENOENT, "lines", "no such parser");
     for (const fe_node *text = arguments.first()->next; text != nullptr; text = text->next) {
         cnfnode *line = create_cnfnode("line");
         if (line == nullptr || cnfnode_setval(line, text->text) < 0) {
             destroy_cnftree(line);
             return nullptr;
         }
-        append_node(tree.get(), line);
+        if (append_node(tree.get(), line) != 0) {
+            destroy_cnftree(line);
+            return nullptr;
+        }
     }
     constexpr file_attributes k_as_it_was{-1, -1, -1};
-    return truth_node(replace_file(lines, path.get(), tree.get(), k_as_it_was) == 0);
+    return truth_node(done(replace_file(lines, path.get(), tree.get(), k_as_it_was), path.get()));
 }

@@ -8,16 +8,15 @@
 
 #include "backend/contexts.h"
 #include "daemon/trace.h"
-#include "fe/fe.h"
 #include "functions/functions.h"
 #include "llconf/modules.h"
 #include "llconf/nodes.h"
 #include "llconf/path.h"
+#include "tree/arguments.h"
 #include "ucfgd/owners.h"
 
 namespace {
 
-using owned_nodes = owned<fe_node, destroy_fe_node_list>;
 using owned_tree = owned<cnfnode, destroy_cnftree>;
 
 constexpr const char *k_autoppp = "/AutoPPP/";
@@ -37,14 +36,15 @@ constexpr std::array<login_type, 4> k_login_types = {{
     {"opielogin", "*", "-", "/usr/local/bin/opielogin @"},
 }};
 
-fe_node *answer(const char *text) {
-    return create_fe_node(g_fed_const, text);
+fe_node *done_answer(bool done, const memory_watch &memory) {
+    return done ? const_node("1") : answer_unless_short(memory, "");
 }
 
 llconf_item *find_module(const fe_context *ctx, const fe_node *name) {
-    if (!name) return nullptr;
     llconf_item *list = lli_list_from_trns_ctx(static_cast<trns_ctx *>(ctx->user_data));
-    return find_llconf_item(list, name->text);
+    llconf_item *found = find_llconf_item(list, name->text);
+    if (!found) fe_fail(ENOENT, name->text, "no such module");
+    return found;
 }
 
 bool append_child(cnfnode *parent, const char *name, const char *value) {
@@ -55,16 +55,12 @@ bool append_child(cnfnode *parent, const char *name, const char *value) {
     return true;
 }
 
-bool append_entry(cnfnode *root, const login_type &type) {
+owned_tree make_entry(const login_type &type) {
     owned_tree entry{create_cnfnode(type.pattern)};
-    if (!entry || !append_child(entry.get(), "userid", "-") ||
-        !append_child(entry.get(), "utmp_entry", type.utmp_entry) ||
-        !append_child(entry.get(), "login_program", type.login_program)) {
-        return false;
-    }
-    if (append_node(root, entry.get()) != 0) return false;
-    static_cast<void>(entry.release());
-    return true;
+    bool whole = entry && append_child(entry.get(), "userid", "-") &&
+                 append_child(entry.get(), "utmp_entry", type.utmp_entry) &&
+                 append_child(entry.get(), "login_program", type.login_program);
+    return whole ? std::move(entry) : nullptr;
 }
 
 const login_type *find_login_type(std::string_view name) {
@@ -110,6 +106,7 @@ bool set_callback(llconf_item *lli, const char *number) {
     const cnfmodule *module = llconf_primary_item(lli)->module;
     if (module && !cnfmodule_accepts(module, entry, "args", args)) {
         if (is_new) destroy_cnftree(entry);
+        fe_fail(EINVAL, number, "the file cannot hold the number");
         return false;
     }
     return fill_callback(entry, args);
@@ -135,37 +132,51 @@ const char *login_type_of(const cnfnode *root) {
 }
 
 /* Edits the tree that a reader sees, without a copy of its own for the transaction: in a session
- * that has not written to the module before, that is the parent's tree. */
-fe_node *fe_func_set_mgettylogin_type(fe_context *ctx, fe_node *call) {
-    trace(4, "%s\n", __func__);
-    owned_nodes arguments{eval_fe_expr_list(ctx, call->first_child)};
-    if (fe_argc(arguments.get()) < 2) return answer("");
-    llconf_item *lli = find_module(ctx, arguments.get());
+ * that has not written to the module before, that is the parent's tree. For a type that there is
+ * not, the entries go all the same. */
+bool set_login_type(llconf_item *lli, const char *name) {
     cnfnode *root = lli ? llconf_get_cnftree_read(lli) : nullptr;
-    if (!root) return answer("");
+    if (!root) return false;
+    const login_type *type = find_login_type(name);
+    owned_tree entry;
+    if (type && type->pattern && !(entry = make_entry(*type))) return false;
     cnf_del_branch(root, "\\/AutoPPP\\/");
     cnf_del_branch(root, "*");
-    const login_type *type = find_login_type(arguments->next->text);
-    if (!type || (type->pattern && !append_entry(root, *type))) return answer("");
+    if (!type) fe_fail(EINVAL, name, "no such type of login");
+    if (!type || (entry && append_node(root, entry.get()) != 0)) return false;
+    static_cast<void>(entry.release());
     lli->is_dirty = 1;
-    return answer("1");
+    return true;
+}
+
+fe_node *fe_func_set_mgettylogin_type(fe_context *ctx, fe_node *call) {
+    trace(4, "%s\n", __func__);
+    memory_watch memory;
+    const call_arguments arguments{ctx, call};
+    if (arguments.count() < 2) return answer_wrong_count(memory, arguments);
+    bool done = set_login_type(find_module(ctx, arguments.first()), arguments[1]);
+    return done_answer(done, memory);
 }
 
 fe_node *fe_func_set_mgettylogin_cbphone(fe_context *ctx, fe_node *call) {
     trace(4, "%s\n", __func__);
-    owned_nodes arguments{eval_fe_expr_list(ctx, call->first_child)};
-    if (fe_argc(arguments.get()) < 2) return answer("");
-    llconf_item *lli = find_module(ctx, arguments.get());
-    if (!lli || !set_callback(lli, arguments->next->text)) return answer("");
-    lli->is_dirty = 1;
-    return answer("1");
+    memory_watch memory;
+    const call_arguments arguments{ctx, call};
+    if (arguments.count() < 2) return answer_wrong_count(memory, arguments);
+    llconf_item *lli = find_module(ctx, arguments.first());
+    bool done = lli && set_callback(lli, arguments[1]);
+    if (done) lli->is_dirty = 1;
+    return done_answer(done, memory);
 }
 
 fe_node *fe_func_get_mgettylogin_type(fe_context *ctx, fe_node *call) {
     trace(4, "%s\n", __func__);
-    owned_nodes arguments{eval_fe_expr_list(ctx, call->first_child)};
-    llconf_item *lli = find_module(ctx, arguments.get());
-    return answer(lli ? login_type_of(llconf_get_cnftree_read(lli)) : "");
+    memory_watch memory;
+    const call_arguments arguments{ctx, call};
+    if (arguments.count() == 0) return answer_wrong_count(memory, arguments);
+    llconf_item *lli = find_module(ctx, arguments.first());
+    if (!lli) return answer_unless_short(memory, "");
+    return const_node(login_type_of(llconf_get_cnftree_read(lli)));
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 #include "functions/llmisc.h"
 
 #include <array>
+#include <charconv>
+#include <cstring>
 #include <new>
 
 #include "daemon/trace.h"
@@ -53,9 +55,9 @@ fe_node *call_llmisc(fe_context *ctx, fe_node *call) {
     const auto *row = static_cast<const function_row *>(call->fed->user_data);
     trace(4, "%s\n", row->name);
     call_arguments arguments{ctx, call};
-    if (arguments.failed() || arguments.count() < row->least ||
-        (row->most != k_any && arguments.count() > row->most))
-        return nullptr;
+    if (arguments.failed()) return nullptr;
+    if (arguments.count() < row->least || (row->most != k_any && arguments.count() > row->most))
+        return fail_count(arguments);
     try {
         return row->function(arguments);
     } catch (const std::bad_alloc &) {
@@ -65,6 +67,12 @@ fe_node *call_llmisc(fe_context *ctx, fe_node *call) {
 }
 
 }  // namespace
+
+bool read_whole_number(const char *text, long &number) {
+    const char *end = text + strlen(text);
+    const auto [behind, error] = std::from_chars(text, end, number);
+    return error == std::errc{} && behind == end;
+}
 
 fe_def *fe_register_llmiscfuncs(fe_def *list) {
     for (const auto &row : k_functions)

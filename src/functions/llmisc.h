@@ -6,13 +6,17 @@
  *
  * Each takes the evaluation context and its own call, and answers new nodes that belong to the
  * caller. The table has checked the number of arguments: a wrong one is a failure. A null answer is
- * a failure, too. */
+ * a failure, too, whose reason is told with fe_fail. */
 
 #ifndef __cplusplus
 #    error "llmisc.h is for C++ sources"
 #endif
 
 #include "tree/arguments.h"
+
+/* The number that a text is: digits, perhaps with a "-" before them. False for any other text, and
+ * for a number that has no place in a long. */
+bool read_whole_number(const char *text, long &number);
 
 /* options.cpp */
 fe_node *llmisc_shoptions(const call_arguments &arguments);

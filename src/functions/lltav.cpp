@@ -11,28 +11,21 @@
 
 #include <array>
 #include <cstring>
-#include <new>
 #include <string>
 #include <string_view>
 
 #include "backend/contexts.h"
 #include "daemon/trace.h"
-#include "fe/fe.h"
 #include "functions/functions.h"
 #include "llconf/nodes.h"
+#include "tree/arguments.h"
 #include "ucfgd/escape.h"
 #include "ucfgd/guaranteed_memset.h"
 #include "ucfgd/owners.h"
 
 namespace {
 
-using owned_nodes = owned<fe_node, destroy_fe_node_list>;
-
 constexpr std::string_view k_key = "Tiqaeb7uRoskel4u";
-
-fe_node *answer(const char *text) {
-    return create_fe_node(g_fed_const, text);
-}
 
 /* Runs the bytes of text through the cipher, in place; it keeps their number. */
 void run_cipher(std::string &text, int direction) {
@@ -68,14 +61,10 @@ std::string decrypt(const char *digits) {
 }
 
 fe_node *transform(fe_context *ctx, const fe_node *call, std::string (*function)(const char *)) {
-    owned_nodes arguments{eval_fe_expr_list(ctx, call->first_child)};
-    if (!arguments || !arguments->text) return answer("");
-    try {
-        return answer(function(arguments->text).c_str());
-    } catch (const std::bad_alloc &) {
-        errno = ENOMEM;
-        return nullptr;
-    }
+    memory_watch memory;
+    const call_arguments arguments{ctx, call};
+    if (arguments.count() == 0) return answer_wrong_count(memory, arguments);
+    return const_node(function(arguments[0]).c_str());
 }
 
 bool has_subtree(const cnfnode *view) {
@@ -85,16 +74,18 @@ bool has_subtree(const cnfnode *view) {
 
 fe_node *fe_func_tav_llfixsnmpdview(fe_context *ctx, fe_node *call) {
     trace(4, "%s\n", __func__);
-    owned_nodes arguments{eval_fe_expr_list(ctx, call->first_child)};
+    memory_watch memory;
+    const call_arguments arguments{ctx, call};
     llconf_item *list = lli_list_from_trns_ctx(static_cast<trns_ctx *>(ctx->user_data));
-    llconf_item *lli = arguments ? find_llconf_item(list, arguments->text) : nullptr;
+    llconf_item *lli = arguments.count() > 0 ? find_llconf_item(list, arguments[0]) : nullptr;
     cnfnode *root = lli ? llconf_get_cnftree_write(lli) : nullptr;
+    if (!root && memory.ran_out()) return nullptr;
     for (cnfnode *node : removal_safe(root ? root->first_child : nullptr)) {
         if (std::strcmp(node->name, "view") != 0 || has_subtree(node)) continue;
         destroy_cnftree(node);
         lli->is_dirty = 1;
     }
-    return answer("1");
+    return const_node("1");
 }
 
 fe_node *fe_func_tav_encrypt(fe_context *ctx, fe_node *call) {
@@ -111,6 +102,6 @@ fe_node *fe_func_tav_decrypt(fe_context *ctx, fe_node *call) {
 
 fe_def *fe_register_lltavfuncs(fe_def *list) {
     list = fe_register_func(list, "tav_llfixsnmpdview", fe_func_tav_llfixsnmpdview, nullptr);
-    list = fe_register_func(list, "tav_encrypt", fe_func_tav_encrypt, nullptr);
-    return fe_register_func(list, "tav_decrypt", fe_func_tav_decrypt, nullptr);
+    list = fe_register_func(list, "tav_encrypt", guarded<fe_func_tav_encrypt>, nullptr);
+    return fe_register_func(list, "tav_decrypt", guarded<fe_func_tav_decrypt>, nullptr);
 }

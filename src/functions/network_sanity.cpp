@@ -1,14 +1,13 @@
 #include "functions/network_sanity.h"
 
 #include <arpa/inet.h>
-#include <stdlib.h>
+#include <wchar.h>
 #include <wctype.h>
 
 #include <array>
 #include <cctype>
 #include <cstdint>
 #include <cstring>
-#include <string>
 #include <string_view>
 
 #include "daemon/trace.h"
@@ -23,6 +22,7 @@
 namespace {
 
 constexpr size_t k_longest_ipv4 = 15;
+constexpr size_t k_longest_ipv6 = 45;
 constexpr size_t k_longest_label = 63;
 constexpr size_t k_longest_domain = 255;
 
@@ -45,14 +45,26 @@ bool is_dotted(char c) {
 
 /* Takes the leading run of characters that belong, at most longest of them, off the text. */
 template <class predicate>
-std::string take_run(std::string_view &text, size_t longest, predicate belongs) {
+std::string_view take_run(std::string_view &text, size_t longest, predicate belongs) {
     size_t n = 0;
     while (n < text.size() && n < longest && belongs(text[n]))
         n++;
-    std::string run{text.substr(0, n)};
+    std::string_view run = text.substr(0, n);
     text.remove_prefix(n);
     return run;
 }
+
+/* A short text with the end that C wants; a longer one is cut. */
+class short_text {
+  public:
+    explicit short_text(std::string_view text) {
+        text.copy(characters_.data(), characters_.size() - 1);
+    }
+    const char *c_str() const { return characters_.data(); }
+
+  private:
+    std::array<char, 64> characters_{};
+};
 
 bool take_slash(std::string_view &text) {
     if (text.empty() || text.front() != '/') return false;
@@ -61,26 +73,66 @@ bool take_slash(std::string_view &text) {
 }
 
 /* The number at the start of the text, -1 when it is above the limit; no digits count as 0. */
-int number_up_to(const std::string &text, int limit) {
-    long n = strtol(text.c_str(), nullptr, 10);
-    return n < 0 || n > limit ? -1 : static_cast<int>(n);
+int number_up_to(std::string_view text, int limit) {
+    int n = 0;
+    for (char c : text) {
+        if (!is_digit(c)) break;
+        n = 10 * n + (c - '0');
+        if (n > limit) return -1;
+    }
+    return n;
 }
 
-/* The text's characters; false when it is not valid in the locale. */
-bool widen(const char *s, std::wstring &wide) {
-    size_t n = mbstowcs(nullptr, s, 0);
-    if (n == static_cast<size_t>(-1)) return false;
-    wide.resize(n);
-    return mbstowcs(wide.data(), s, n) == n;
+/* The characters of a text in the locale, one after the other, as many as there are. */
+class wide_text {
+  public:
+    explicit wide_text(const char *text) : rest_(text) {}
+
+    /* False at the end, and at a character that is none. */
+    bool next(wchar_t &c) {
+        size_t n = mbrtowc(&c, rest_.data(), rest_.size() + 1, &state_);
+        broken_ = n > rest_.size();
+        if (n == 0 || broken_) return false;
+        rest_.remove_prefix(n);
+        return true;
+    }
+    bool broken() const { return broken_; }
+
+  private:
+    std::string_view rest_;
+    mbstate_t state_{};
+    bool broken_ = false;
+};
+
+/* The part of a name up to its end or the next dot. */
+struct label {
+    size_t length = 0;
+    bool valid = false; /* letters, digits and "-", which is neither first nor last */
+    bool ends_in_dot = false;
+};
+
+label take_label(wide_text &text) {
+    label taken;
+    bool valid = true;
+    bool alphanumeric = false; /* the character before */
+    for (wchar_t c; text.next(c); taken.length++) {
+        taken.ends_in_dot = c == L'.';
+        if (taken.ends_in_dot) break;
+        const bool hyphen = c == L'-' && taken.length > 0;
+        alphanumeric = iswalnum(static_cast<wint_t>(c)) != 0;
+        if (!hyphen && !alphanumeric) valid = false;
+    }
+    taken.valid = valid && alphanumeric && !text.broken();
+    return taken;
 }
 
-bool is_label(std::wstring_view label) {
-    if (label.empty()) return false;
-    auto alphanumeric = [](wchar_t c) { return iswalnum(static_cast<wint_t>(c)) != 0; };
-    if (!alphanumeric(label.front()) || !alphanumeric(label.back())) return false;
-    for (wchar_t c : label)
-        if (!alphanumeric(c) && c != L'-') return false;
-    return true;
+/* A name that is one label of at most so many characters. */
+bool is_host_name(const char *s, size_t longest) {
+    if (s == nullptr) return false;
+    errno_guard keep;
+    wide_text text{s};
+    label only = take_label(text);
+    return only.valid && !only.ends_in_dot && only.length <= longest;
 }
 
 }  // namespace
@@ -114,9 +166,9 @@ int iscidr(const char *s) {
     if (s == nullptr) return 0;
     errno_guard keep;
     std::string_view text{s};
-    std::string address = take_run(text, k_longest_ipv4, is_dotted);
+    const short_text address{take_run(text, k_longest_ipv4, is_dotted)};
     if (!take_slash(text) || !isip(address.c_str())) return 0;
-    std::string length = take_run(text, k_longest_ipv4, is_digit);
+    std::string_view length = take_run(text, k_longest_ipv4, is_digit);
     if (!text.empty()) return 0;
     int n = number_up_to(length, 32);
     if (n < 0) return 0;
@@ -128,18 +180,19 @@ int iscidr(const char *s) {
 int isnetwork(const char *s) {
     if (s == nullptr) return 0;
     std::string_view text{s};
-    std::string address = take_run(text, k_longest_ipv4, is_dotted);
+    const short_text address{take_run(text, k_longest_ipv4, is_dotted)};
     if (!isip(address.c_str()) || !take_slash(text)) return 0;
-    return isnetmask(take_run(text, k_longest_ipv4, is_dotted).c_str());
+    return isnetmask(short_text{take_run(text, k_longest_ipv4, is_dotted)}.c_str());
 }
 
 int isnetwork6(const char *s) {
     if (s == nullptr || *s == '\0') return 0;
     errno_guard keep;
     std::string_view text{s};
-    std::string address =
+    std::string_view address =
         take_run(text, text.size() - 1, [](char c) { return is_hex(c) || c == ':' || c == '.'; });
-    if (!isip6(address.c_str()) || !take_slash(text)) return 0;
+    if (address.size() > k_longest_ipv6 || !isip6(short_text{address}.c_str())) return 0;
+    if (!take_slash(text)) return 0;
     return number_up_to(take_run(text, text.size(), is_dotted), 128) >= 0;
 }
 
@@ -158,38 +211,34 @@ int ishwaddr(const char *s) {
 }
 
 int _ishostname(const char *s) {
-    std::wstring wide;
-    errno_guard keep;
-    return s != nullptr && widen(s, wide) && is_label(wide);
+    return is_host_name(s, SIZE_MAX);
 }
 
 int ishostname(const char *s) {
-    std::wstring wide;
-    errno_guard keep;
-    return s != nullptr && widen(s, wide) && wide.size() <= k_longest_label && is_label(wide);
+    return is_host_name(s, k_longest_label);
 }
 
 int isdomainname(const char *s) {
-    std::wstring wide;
+    if (s == nullptr) return 0;
     errno_guard keep;
-    if (s == nullptr || !widen(s, wide) || wide.empty()) return 0;
-    std::wstring_view rest{wide};
+    wide_text text{s};
     size_t sum = 0;
-    while (!rest.empty()) {
-        std::wstring_view label = rest.substr(0, rest.find(L'.'));
-        sum += label.size();
-        if (label.size() > k_longest_label || sum > k_longest_domain || !is_label(label)) return 0;
-        rest.remove_prefix(label.size() < rest.size() ? label.size() + 1 : label.size());
+    for (bool first = true;; first = false) {
+        label next = take_label(text);
+        if (!first && next.length == 0 && !next.ends_in_dot && !text.broken()) return 1;
+        sum += next.length;
+        if (!next.valid || next.length > k_longest_label || sum > k_longest_domain) return 0;
+        if (!next.ends_in_dot) return 1;
     }
-    return 1;
 }
 
 namespace {
 
 fe_node *fe_func_network(fe_context *ctx, fe_node *call) {
     trace(4, "%s\n", __func__);
+    memory_watch memory;
     call_arguments arguments{ctx, call};
-    if (arguments.count() < 2) return const_node("0");
+    if (arguments.count() < 2) return answer_wrong_count(memory, arguments, "0");
     in_addr network{htonl(ipv4_of(arguments[0]) & ipv4_of(arguments[1]))};
     std::array<char, INET_ADDRSTRLEN> text;
     return const_node(inet_ntop(AF_INET, &network, text.data(), text.size()));

@@ -11,9 +11,11 @@
 
 namespace {
 
-/* The option letter that an argument names; a NUL when it is not one letter. */
+/* The option letter that an argument names; a NUL, and the reason, when it is not one letter. */
 char option_letter(const char *option) {
-    return option[0] != '\0' && option[1] == '\0' && option[0] != '-' ? option[0] : '\0';
+    if (option[0] != '\0' && option[1] == '\0' && option[0] != '-') return option[0];
+    fe_fail(EINVAL, option, "no option letter");
+    return '\0';
 }
 
 const option_use *last_use(const option_line &line, char letter) {
@@ -66,7 +68,9 @@ std::string add_option(std::string text, const option_line &line, char letter, o
     if (kind == option_kind::with_argument) word += ' ' + quote_shell_word(value);
     if (kind == option_kind::with_optional_argument && !value.empty())
         word += quote_shell_word(value);
-    insert_before(text, line.words, line.options_end, word);
+    /* Behind an option that lacks its argument, it would become that. */
+    insert_before(text, line.words, line.incomplete ? line.words.size() - 1 : line.options_end,
+                  word);
     return text;
 }
 
@@ -118,13 +122,12 @@ std::string remove_option(const std::string &text, std::string_view optstring, c
     return result.append(text, line.words.back().end);
 }
 
-/* The number of an operand; -1 for a text that is none. */
+/* The number of an operand; -1, and the reason, for a text that is none. */
 long operand_number(const char *text) {
-    char *end = nullptr;
-    errno_guard keep;
-    errno = 0;
-    long n = strtol(text, &end, 10);
-    return end == text || *end != '\0' || errno != 0 ? -1 : n;
+    long number = 0;
+    if (read_whole_number(text, number) && number >= 0) return number;
+    fe_fail(EINVAL, text, "no number of a word");
+    return -1;
 }
 
 }  // namespace
@@ -202,13 +205,19 @@ fe_node *llmisc_set_nonoptarg(const call_arguments &arguments) {
     option_line line = read_option_line(text, arguments[1]);
     std::string_view value = arguments[3];
     long number = operand_number(arguments[2]);
+    if (number < 0) return nullptr;
     auto n = static_cast<size_t>(number);
-    if (number < 0 || n > line.operands.size()) return nullptr;
+    if (n > line.operands.size())
+        return fe_fail(EINVAL, arguments[2], "the line has %zu words that are no options",
+                       line.operands.size());
     bool like_option = value.size() > 1 && value[0] == '-';
     bool ended = line.options_end < line.words.size() && line.words[line.options_end].text == "--";
-    if (like_option && !ended) return nullptr;
+    if (like_option && !ended)
+        return fe_fail(EINVAL, arguments[3], "the word would be read as an option");
     if (n < line.operands.size())
         replace_word(text, line.words[line.operands[n]], quote_shell_word(value));
+    else if (line.incomplete)
+        return fe_fail(EINVAL, arguments[0], "the last option lacks its argument");
     else
         insert_before(text, line.words, line.words.size(), quote_shell_word(value));
     return const_node(text.c_str());

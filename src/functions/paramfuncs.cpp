@@ -1,5 +1,5 @@
-#include <cstdlib>
 #include <cstring>
+#include <new>
 #include <string>
 
 #include "fe/fe.h"
@@ -10,20 +10,16 @@
 #include "ucfgd/owners.h"
 
 /* Parameters for expressions: the operations of tree/param_ops.h on both trees, in the transaction
- * of the calling expression. None of these functions fails: a wrong number of arguments and an
- * operation that did not work answer the empty text, or "0" where that is said. */
+ * of the calling expression. A wrong number of arguments and an operation that did not work answer
+ * the empty text, or "0" where that is said; only a shortage of memory is a failure. */
 
 namespace {
 
 using owned_lines = owned<line, destroy_line_list>;
 
-fe_node *empty_answer() {
-    return const_node("");
-}
-
 /* "1", or the empty text. */
-fe_node *done_answer(bool done) {
-    return const_node(done ? "1" : "");
+fe_node *done_answer(bool done, const memory_watch &memory) {
+    return done ? const_node("1") : answer_unless_short(memory, "");
 }
 
 backend_ctx *transaction_of(const fe_context *ctx) {
@@ -35,41 +31,50 @@ owned_lines rest_of(const call_arguments &args) {
     list_builder<line> lines;
     for (const fe_node *argument = args.first()->next; argument; argument = argument->next) {
         line *l = create_line(argument->text);
-        if (!l) break;
+        if (!l) {
+            destroy_line_list(lines.release());
+            throw std::bad_alloc{};
+        }
         lines.append(l);
     }
     return owned_lines{lines.release()};
 }
 
 fe_node *fe_func_paramget(fe_context *ctx, fe_node *call) {
+    memory_watch memory;
     call_arguments args{ctx, call};
-    if (args.count() != 1) return empty_answer();
+    if (args.count() != 1) return answer_wrong_count(memory, args);
     owned_str value{ccd_param_get(g_ccdtree, transaction_of(ctx), args[0])};
-    return value ? const_node(unescape_b(value.get(), value.get())) : empty_answer();
+    if (!value) return answer_unless_short(memory, "");
+    return const_node(unescape_b(value.get(), value.get()));
 }
 
 using value_operation = int (*)(ccdtree_node *, backend_ctx *, const char *, const char *);
 
 template <value_operation operation>
 fe_node *change_parameter(fe_context *ctx, fe_node *call) {
+    memory_watch memory;
     call_arguments args{ctx, call};
-    if (args.count() != 2) return empty_answer();
+    if (args.count() != 2) return answer_wrong_count(memory, args);
     bool done = operation(g_ccdtree, transaction_of(ctx), args[0], args[1]) == 0;
-    return done_answer(done);
+    return done_answer(done, memory);
 }
 
 fe_node *fe_func_parammove(fe_context *ctx, fe_node *call) {
+    memory_watch memory;
     call_arguments args{ctx, call};
-    if (args.count() != 3) return empty_answer();
+    if (args.count() != 3) return answer_wrong_count(memory, args);
     bool done = ccd_param_move(g_ccdtree, transaction_of(ctx), args[0], args[1], args[2]) == 0;
-    return done_answer(done);
+    return done_answer(done, memory);
 }
 
 template <ccdtree_node **tree>
 fe_node *list_names(fe_context *ctx, fe_node *call) {
+    memory_watch memory;
     call_arguments args{ctx, call};
-    if (args.count() != 1) return empty_answer();
+    if (args.count() != 1) return answer_wrong_count(memory, args);
     owned_lines names{ccd_param_list(*tree, transaction_of(ctx), args[0], nullptr, 0)};
+    if (!names) return answer_unless_short(memory, "");
     node_list result;
     for (const line *name = names.get(); name; name = name->next) {
         result.append(name->line);
@@ -79,32 +84,36 @@ fe_node *list_names(fe_context *ctx, fe_node *call) {
 
 template <ccdtree_node **tree>
 fe_node *entry_exists(fe_context *ctx, fe_node *call) {
+    memory_watch memory;
     call_arguments args{ctx, call};
-    if (args.count() != 1) return empty_answer();
+    if (args.count() != 1) return answer_wrong_count(memory, args);
     const char *entry = args[0];
     const char *dot = std::strrchr(entry, '.');
     std::string path = dot ? std::string(entry, dot) : std::string();
     int exists = ccd_node_exists(*tree, transaction_of(ctx), path.c_str(), dot ? dot + 1 : entry);
-    return truth_node(exists != 0);
+    return exists ? const_node("1") : answer_unless_short(memory, "0");
 }
 
 fe_node *fe_func_mgmtinfo(fe_context *ctx, fe_node *call) {
+    memory_watch memory;
     call_arguments args{ctx, call};
-    if (args.count() == 0) return empty_answer();
+    if (args.count() == 0) return answer_wrong_count(memory, args);
     owned_lines rest = rest_of(args);
     owned_str text{ccd_param_info(g_mgmttree, transaction_of(ctx), args[0], rest.get(), ctx)};
-    return const_node(text.get());
+    return text ? const_node(text.get()) : answer_unless_short(memory, "");
 }
 
 fe_node *fe_func_mgmtadmin(fe_context *ctx, fe_node *call) {
+    memory_watch memory;
     call_arguments args{ctx, call};
-    if (args.count() == 0) return empty_answer();
+    if (args.count() == 0) return answer_wrong_count(memory, args);
     owned_lines rest = rest_of(args);
     int code = ccd_param_admin(g_mgmttree, transaction_of(ctx), args[0], rest.get(), ctx);
-    return truth_node(code == 0);
+    return code == 0 ? const_node("1") : answer_unless_short(memory, "0");
 }
 
 fe_node *fe_func_seterror(fe_context *ctx, fe_node *call) {
+    memory_watch memory;
     call_arguments args{ctx, call};
     if (args.count() >= 1) ccd_set_error(args[0], args.count() > 1 ? args[1] : nullptr);
     if (args.count() > 2) {
@@ -112,10 +121,11 @@ fe_node *fe_func_seterror(fe_context *ctx, fe_node *call) {
             ccd_add_error_arg(more->text);
         }
     }
-    return empty_answer();
+    return answer_unless_short(memory, "");
 }
 
 fe_node *fe_func_clearerror(fe_context *ctx, fe_node *call) {
+    memory_watch memory;
     call_arguments args{ctx, call};
     if (args.count() == 1) ccd_clear_error();
     return const_node("1");
@@ -137,13 +147,13 @@ struct native_function {
 
 /* In the order in which they are registered. */
 constexpr native_function k_functions[] = {
-    {"paramget", fe_func_paramget},       {"paramset", fe_func_paramset},
-    {"paramsanity", fe_func_paramsanity}, {"paramadd", fe_func_paramadd},
-    {"paramdel", fe_func_paramdel},       {"parammove", fe_func_parammove},
-    {"paramlist", fe_func_paramlist},     {"paramexists", fe_func_paramexists},
-    {"mgmtlist", fe_func_mgmtlist},       {"mgmtexists", fe_func_mgmtexists},
-    {"mgmtinfo", fe_func_mgmtinfo},       {"mgmtadmin", fe_func_mgmtadmin},
-    {"seterror", fe_func_seterror},       {"clearerror", fe_func_clearerror},
+    {"paramget", guarded<fe_func_paramget>},       {"paramset", guarded<fe_func_paramset>},
+    {"paramsanity", guarded<fe_func_paramsanity>}, {"paramadd", guarded<fe_func_paramadd>},
+    {"paramdel", guarded<fe_func_paramdel>},       {"parammove", guarded<fe_func_parammove>},
+    {"paramlist", guarded<fe_func_paramlist>},     {"paramexists", guarded<fe_func_paramexists>},
+    {"mgmtlist", guarded<fe_func_mgmtlist>},       {"mgmtexists", guarded<fe_func_mgmtexists>},
+    {"mgmtinfo", guarded<fe_func_mgmtinfo>},       {"mgmtadmin", guarded<fe_func_mgmtadmin>},
+    {"seterror", guarded<fe_func_seterror>},       {"clearerror", guarded<fe_func_clearerror>},
 };
 
 }  // namespace

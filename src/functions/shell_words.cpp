@@ -35,6 +35,8 @@ bool read_cluster(option_line &result, size_t word, std::string_view optstring) 
             use.where = option_use::argument::attached;
         else if (kind == option_kind::with_argument && word + 1 < result.words.size())
             use.where = option_use::argument::next_word;
+        else if (kind == option_kind::with_argument)
+            result.incomplete = true;
         result.options.push_back(use);
         if (use.where == option_use::argument::attached) return false;
         if (use.where == option_use::argument::next_word) return true;
@@ -91,7 +93,7 @@ option_kind kind_of_option(std::string_view optstring, char letter) {
 }
 
 option_line read_option_line(std::string_view line, std::string_view optstring) {
-    option_line result{split_shell_words(line), {}, {}, 0};
+    option_line result{split_shell_words(line), {}, {}, 0, false};
     result.options_end = result.words.size();
     bool stop_at_operand = optstring.substr(0, 1) == "+";
     bool ended = false;

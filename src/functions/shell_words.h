@@ -41,6 +41,7 @@ struct option_line {
     std::vector<option_use> options;
     std::vector<size_t> operands; /* the words that are no options */
     size_t options_end;           /* the first word that is none, "--" included */
+    bool incomplete;              /* the last word is an option that lacks its argument */
 };
 
 enum class option_kind { flag, with_argument, with_optional_argument };

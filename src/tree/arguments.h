@@ -8,12 +8,16 @@
  *     Arguments that are all constants are not copied: they are read where they stand in the call.
  *  2. Nodes that are handed out belong to the caller; null (errno ENOMEM) when memory is exhausted,
  *     which expressions take as a failure.
+ *  3. A shortage of memory is a failure of the function, whatever it answers otherwise when
+ *     something goes wrong: an empty text or a shorter list would be taken for the truth.
  */
 
 #ifndef __cplusplus
 #    error "arguments.h is for C++ sources"
 #endif
 
+#include <cstring>
+#include <new>
 #include <string_view>
 
 #include "fe/fe.h"
@@ -56,12 +60,65 @@ class call_arguments {
     const fe_node *first_;
 };
 
+/* A failure for the reason that errno has, about the value. */
+inline fe_node *fail_about(const char *value) {
+    const int error = errno;
+    return fe_fail(error, value, "%s", std::strerror(error));
+}
+
+/* A wrong number of arguments: for a failure, or as the reason of an answer that says little. */
+inline fe_node *fail_count(const call_arguments &arguments) {
+    const int count = arguments.count();
+    return fe_fail(EINVAL, nullptr, "%d argument%s", count, count == 1 ? "" : "s");
+}
+
+/* A native function whose exceptions are failures. */
+template <fe_function function>
+fe_node *guarded(fe_context *ctx, fe_node *call) {
+    try {
+        return function(ctx, call);
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+}
+
 inline fe_node *const_node(const char *text) {
     return create_fe_node(g_fed_const, text != nullptr ? text : "");
 }
 
 inline fe_node *truth_node(bool truth) {
     return const_node(truth ? "1" : "0");
+}
+
+/* For functions that answer the empty text, or "0", when something goes wrong: tells whether memory
+ * ran out since it was made, which is before the arguments are evaluated. Leaves errno as it was
+ * where nothing has set it. */
+class memory_watch {
+  public:
+    memory_watch() { errno = 0; }
+    memory_watch(const memory_watch &) = delete;
+    memory_watch &operator=(const memory_watch &) = delete;
+    ~memory_watch() {
+        if (errno == 0) errno = before_;
+    }
+    static bool ran_out() { return errno == ENOMEM; }
+
+  private:
+    int before_ = errno;
+};
+
+/* The answer of such a function. */
+inline fe_node *answer_unless_short(const memory_watch &memory, const char *text) {
+    return memory.ran_out() ? nullptr : const_node(text);
+}
+
+/* The same for a wrong number of arguments, one that failed among them. */
+inline fe_node *answer_wrong_count(const memory_watch &memory, const call_arguments &arguments,
+                                   const char *text = "") {
+    if (memory.ran_out()) return nullptr;
+    if (!arguments.failed()) fail_count(arguments);
+    return const_node(text);
 }
 
 /* Builds a list of constant nodes; the empty list is one node with the empty text. */

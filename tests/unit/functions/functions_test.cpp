@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/stat.h>
+#include <tavevent/tavevent.h>
 #include <unistd.h>
 
 #include <array>
@@ -30,6 +31,7 @@ class Functions : public ::testing::Test {
         char name[] = "/tmp/functions-XXXXXX";
         directory_ = mkdtemp(name);
         g_filesprefix = directory_.data();
+        tavevent_set_file((directory_ + "/events").c_str());
         base_->fed_list = fe_register_felib_funcs(base_->fed_list);
         base_->fed_list = fe_register_network_sanity_funcs(base_->fed_list);
         base_->fed_list = fe_register_llmiscfuncs(base_->fed_list);
@@ -38,6 +40,7 @@ class Functions : public ::testing::Test {
     }
     ~Functions() override {
         g_filesprefix = nullptr;
+        tavevent_set_file(nullptr);
         if (system(("rm -rf " + directory_).c_str()) != 0) perror("rm");
     }
 
@@ -49,7 +52,7 @@ class Functions : public ::testing::Test {
         owned<fe_context, destroy_fe_context> ctx{create_fe_context(nullptr, nullptr)};
         owned<fe_node, destroy_fe_node_list> result{
             eval_fe_expression(ctx.get(), expression.get())};
-        if (!result) return "(failed)";
+        if (!result) return std::string("(failed) ") + fe_last_failure()->reason;
         std::string joined;
         for (const fe_node *node = result.get(); node != nullptr; node = node->next)
             joined.append(node == result.get() ? "" : "|").append(node->text);
@@ -144,10 +147,17 @@ TEST_F(Functions, ChangeOneOptionOfACommandLineAndNoOtherByte) {
         {"get_nonoptarg('-p 22 a -v b', 'vp:', '2')", ""},
         {"set_nonoptarg('-p 22 a  b', 'p:', '1', 'c d')", "-p 22 a  'c d'"},
         {"set_nonoptarg('-v', 'v', '0', 'x')", "-v x"},
-        {"set_nonoptarg('-v', 'v', '0', '-x')", "(failed)"},
+        {"set_nonoptarg('-v', 'v', '0', '-x')", "(failed) the word would be read as an option"},
+        {"set_nonoptarg('a', 'v', '2', 'x')", "(failed) the line has 1 words that are no options"},
+        {"setopt('-v -p', 'vqp:', 'q', '1')", "-v -q -p"},
+        {"setopt('x -vp', 'vqp:', 'p', '1')", "x -vp 1"},
+        {"set_nonoptarg('-v -p', 'vp:', '0', 'x')", "(failed) the last option lacks its argument"},
+        {"set_nonoptarg('x -p', 'p:', '0', 'y')", "y -p"},
+        {"get_nonoptarg('a b', '', ' 1')", "(failed) no number of a word"},
+        {"getopt('-v', 'v', '-v')", "(failed) no option letter"},
         {"shoptions(\"a 'b c' d\\\\ e \\\"f\")", "a|b c|d e|f"},
         {"makeshoptions('a', \"it's\", '')", "a 'it'\\''s' ''"},
-        {"getopt('-v')", "(failed)"},
+        {"getopt('-v')", "(failed) 1 argument"},
     });
 }
 
@@ -155,7 +165,7 @@ TEST_F(Functions, EncodeTextsAndRefuseWhatIsNotHexadecimal) {
     expect_all({
         {"slashify('a/b[1]=*')", "a\\/b\\[1\\]\\=\\*"},
         {"slashify('.')", "\\."},
-        {"slashify('')", "(failed)"},
+        {"slashify('')", "(failed) the empty text is no part of a path"},
         {"urlencode('a b/ü~')", "a%20b%2F%C3%BC~"},
         {"urldecode('a%20b%2f%zz%00')", "a b/%zz%00"},
         {"hexencode('az')", "617a"},
@@ -182,8 +192,9 @@ TEST_F(Functions, WriteLinesThroughATemporaryFileThatKeepsTheMode) {
         {"isdir('/')", "1"},
         {"unlink('/link')", "1"},
         {"unlink('/link')", "0"},
-        {"readlines('/gone')", "(failed)"},
-        {"readlines('/')", "(failed)"},
+        {"readlines('/gone')", "(failed) No such file or directory"},
+        {"readlines('/')", "(failed) Is a directory"},
+        {"writeevt('5', 's', 'a') .. writeevt(' 5', 's', 'a') .. writeevt('-5 ', 's', 'a')", "100"},
         {"fnmatch('*.conf', 'a.conf')", "1"},
     });
 }
@@ -207,13 +218,13 @@ TEST_F(Functions, EndCommandsInTimeWithAllThatTheyStartedAndWaitForNothingElse) 
     EXPECT_EQ("a", eval("readlinespipe('sleep 60 2>/dev/null & echo a')"));
     EXPECT_EQ(0U, limit_met_count(k_limit_command_time));
     errno = 0;
-    EXPECT_EQ("(failed)", eval("system('trap \"\" TERM; sleep 60 & echo $! >" + directory_ +
-                               "/pid; wait; sleep 60')"));
+    EXPECT_EQ("(failed) Timer expired", eval("system('trap \"\" TERM; sleep 60 & echo $! >" +
+                                             directory_ + "/pid; wait; sleep 60')"));
     EXPECT_EQ(ETIME, errno);
     std::string exe = "/proc/" + std::to_string(atoi(read("/pid").c_str())) + "/exe";
     EXPECT_NE(0, access(exe.c_str(), F_OK));
-    EXPECT_EQ("(failed)", eval("readlinespipe('yes')"));
-    EXPECT_EQ("(failed)", eval("readlinespipe('echo part; kill -9 $$')"));
+    EXPECT_EQ("(failed) File too large", eval("readlinespipe('yes')"));
+    EXPECT_EQ("(failed) signal 9", eval("readlinespipe('echo part; kill -9 $$')"));
     EXPECT_EQ(EIO, errno);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds{10});
     limit_set(k_limit_command_time, 10);
@@ -226,6 +237,7 @@ TEST_F(Functions, ConvertTimesWholeAndAnswerEmptyForUnknownInterfaces) {
         {"fmttime('%Y-%m-%d', '4102444800')", "2100-01-01"},
         {"mktime('%Y-%m-%d', '2100-01-01')", "4102444800"},
         {"fmttime('%Y', 'abc')", "1970"},
+        {"fmttime('%H', '0')", "00"},
         {"mktime('%Y')", ""},
         {"admgetip('lo')", "127.0.0.1"},
         {"admgethwaddr('lo')", "00:00:00:00:00:00"},
@@ -233,6 +245,8 @@ TEST_F(Functions, ConvertTimesWholeAndAnswerEmptyForUnknownInterfaces) {
         {"admifacelist('lo*')", ""},
         {"admgetip6('nosuch0')", ""},
     });
+    setenv("TZ", "XXX-5", 1);
+    EXPECT_EQ("05", eval("fmttime('%H', '0')"));
 }
 
 }  // namespace
