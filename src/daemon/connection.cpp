@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "daemon/log.h"
 #include "daemon/loop.h"
 #include "daemon/trace.h"
 #include "session/session.h"
@@ -24,10 +25,8 @@ int pending_output(const ccd_session *session) {
 }
 
 void log_connection_closed(const ccd_session *session, int fd) {
-    if (!g_protocol_log_fptr) return;
-    fprintf(g_protocol_log_fptr, "X(%d): Connection closed from listen/%s\n", fd,
-            session->listenname ? session->listenname : "");
-    fflush(g_protocol_log_fptr);
+    log_protocol_f("X(%d): Connection closed from listen/%s\n", fd,
+                   session->listenname ? session->listenname : "");
 }
 
 /* Input that the backlog had stopped is read again once the client has taken enough of it. A locked

@@ -16,6 +16,7 @@
 
 #include "daemon/connection.h"
 #include "daemon/listen.h"
+#include "daemon/log.h"
 #include "daemon/loop.h"
 #include "daemon/places.h"
 #include "llconf/nodes.h"
@@ -106,9 +107,7 @@ owned_ucred peer_credentials(int fd) {
 }
 
 void log_connection_accepted(int listener, const char *name) {
-    if (!g_protocol_log_fptr) return;
-    fprintf(g_protocol_log_fptr, "X(%d): Accepted connection on listen/%s\n", listener, name);
-    fflush(g_protocol_log_fptr);
+    log_protocol_f("X(%d): Accepted connection on listen/%s\n", listener, name);
 }
 
 /* A listed session for the pair; null when memory is exhausted, and then nothing is left of it. */

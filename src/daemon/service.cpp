@@ -151,7 +151,6 @@ void shut_down(void) {
     daemon_log(LOG_INFO, "exiting...");
     daemon_signal_done();
     if (g_pid_file_made) daemon_pid_file_remove();
-    if (g_protocol_log_fptr) fclose(std::exchange(g_protocol_log_fptr, nullptr));
     std::free(std::exchange(ucfgd_conffilesprefix, nullptr));
     std::free(std::exchange(g_filesprefix, nullptr));
 }

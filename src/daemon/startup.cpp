@@ -1,11 +1,9 @@
 #include "daemon/startup.h"
 
-#include <fcntl.h>
 #include <libdaemon/daemon.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/select.h>
-#include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -21,6 +19,7 @@
 #include "daemon/config.h"
 #include "daemon/dirs.h"
 #include "daemon/dump.h"
+#include "daemon/log.h"
 #include "daemon/options.h"
 #include "daemon/service.h"
 #include "daemon/trace.h"
@@ -81,16 +80,6 @@ void set_prefixes(const options &given) {
     if (ucfgd_conffilesprefix && !g_filesprefix) g_filesprefix = strdup(ucfgd_conffilesprefix);
     owned_str event_file{prefix_ucfgdconffilename(k_event_file)};
     tavevent_set_file(event_file.get());
-}
-
-/* It shows passwords, so only the daemon's own user may read it. */
-void open_protocol_log(const char *path) {
-    unique_fd fd{open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600)};
-    struct stat file {};
-    if (!fd || fstat(fd.get(), &file) != 0) return;
-    if (S_ISREG(file.st_mode) && fchmod(fd.get(), 0600) != 0) return;
-    g_protocol_log_fptr = fdopen(fd.get(), "w");
-    if (g_protocol_log_fptr) fd.release();
 }
 
 /* As many descriptors as select can watch, where the system lets us. */
@@ -181,23 +170,12 @@ void set_up_process(const options &given) {
     fe_set_report(report_expression);
     if (given.debug_level) g_debug_level = std::atoi(given.debug_level);
     if (given.use_syslog || !given.foreground) daemon_log_use = DAEMON_LOG_SYSLOG;
-    setvbuf(stderr, nullptr, _IOLBF, BUFSIZ); /* one write for a line of the log, not two */
-    if (given.protocol_log) open_protocol_log(given.protocol_log);
+    if (given.protocol_log) log_open_protocol(given.protocol_log);
     set_prefixes(given);
     raise_descriptor_limit();
 }
 
-}  // namespace
-
-felib_base *init_felib(void) {
-    felib_base *base = create_felib_base();
-    if (!base) return nullptr;
-    for (function_family add : k_families)
-        base->fed_list = add(base->fed_list);
-    return base;
-}
-
-int ucfgd_main(int argc, char **argv) {
+int run(int argc, char **argv) {
     daemon_log_ident = "ucfgd";
     daemon_pid_file_ident = "ucfgd";
     daemon_pid_file_proc = daemon_pid_file_proc_ucfgd;
@@ -219,4 +197,20 @@ int ucfgd_main(int argc, char **argv) {
     }
     choose_locale();
     return given.foreground ? run_in_foreground() : run_in_background();
+}
+
+}  // namespace
+
+felib_base *init_felib(void) {
+    felib_base *base = create_felib_base();
+    if (!base) return nullptr;
+    for (function_family add : k_families)
+        base->fed_list = add(base->fed_list);
+    return base;
+}
+
+int ucfgd_main(int argc, char **argv) {
+    const int status = run(argc, argv);
+    log_finish();
+    return status;
 }

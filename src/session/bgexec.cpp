@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <libdaemon/dlog.h>
 #include <sys/select.h>
-#include <syslog.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -15,6 +14,7 @@
 #include <cstring>
 
 #include "backend/command.h"
+#include "daemon/log.h"
 #include "daemon/trace.h"
 #include "session/child.h"
 #include "session/protocol.h"
@@ -86,7 +86,7 @@ void pass_on_log(databuf *buffer, bool last) {
     const auto *newline = static_cast<const char *>(memrchr(begin, '\n', pending));
     size_t length = newline ? static_cast<size_t>(newline - begin) + 1 : 0;
     if (last || pending - length >= k_line_size) length = pending;
-    fwrite(begin, 1, length, stderr);
+    log_text(2, begin, length);
     databuf_remove(buffer, static_cast<int>(length));
 }
 
@@ -156,9 +156,7 @@ pid_t bgfork(fd_callback *cb_in, fd_callback *cb_out, fd_callback *cb_err) {
         reset_signal_handlers();
         signal(SIGPIPE, SIG_IGN);
         blocked.unblock_all();
-        closelog();
         wire_child(pipes);
-        g_protocol_log_fptr = nullptr;
         commands_run_in_child();
         return 0;
     }
@@ -174,6 +172,7 @@ pid_t bgfork(fd_callback *cb_in, fd_callback *cb_out, fd_callback *cb_err) {
 void bgexit(int status) {
     fflush(stdout);
     fflush(stderr);
+    log_finish();
     _exit(status);
 }
 

@@ -181,6 +181,10 @@ void limit_met(enum limit_id id, const char *format, ...) {
     state.last_line = now > 0 ? now : 1;
 }
 
+void limit_count(enum limit_id id, unsigned long times) {
+    g_states[id].met += times;
+}
+
 unsigned long limit_met_count(enum limit_id id) {
     return g_states[id].met;
 }

@@ -63,6 +63,9 @@ void limit_met(enum limit_id id, const char *format, ...)
 #endif
     ;
 
+/* Counts the same without a line, for the log itself, which tells in its own way. */
+void limit_count(enum limit_id id, unsigned long times);
+
 /* How often the daemon has acted on a limit since its start. */
 unsigned long limit_met_count(enum limit_id id);
 

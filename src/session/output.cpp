@@ -11,6 +11,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "daemon/log.h"
 #include "session/chars.h"
 #include "session/input.h"
 #include "session/protocol.h"
@@ -124,12 +125,6 @@ void drop_controls(databuf *buffer, int clean) {
     buffer->end = static_cast<int>(to - buffer->buf);
 }
 
-void log_written(const void *data, size_t size) {
-    fputs("S: ", g_protocol_log_fptr);
-    fwrite(data, 1, size, g_protocol_log_fptr);
-    fflush(g_protocol_log_fptr);
-}
-
 /* A buffer that once grew keeps its storage; an idle session should not. */
 void release_idle_storage(databuf *buffer) {
     if (databuf_pending(buffer) == 0 && buffer->size > k_idle_size) free(databuf_steal(buffer));
@@ -139,7 +134,7 @@ void release_idle_storage(databuf *buffer) {
 
 int session_write(ccd_session *session, const void *data, size_t size) {
     if (!session->outbuf) return 0;
-    if (g_protocol_log_fptr) log_written(data, size);
+    if (log_protocol_is_open()) log_protocol("S: ", static_cast<const char *>(data), size);
     databuf *out = session->outbuf;
     const int length = static_cast<int>(size);
     make_room(out, length);
@@ -172,7 +167,7 @@ int session_write_reply(ccd_session *session, const char *id, const char *litera
     const size_t size = id_length + literal_length + text_length + 1;
     databuf *out = session->outbuf;
     if (!out) return 0;
-    if (g_protocol_log_fptr || size > k_reply_max) {
+    if (log_protocol_is_open() || size > k_reply_max) {
         return session_writef(session, "%s%s%s\n", id, literal, text);
     }
     make_room(out, static_cast<int>(size));

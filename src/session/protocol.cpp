@@ -8,6 +8,7 @@
 #include <cstring>
 #include <new>
 
+#include "daemon/log.h"
 #include "daemon/trace.h"
 #include "session/chars.h"
 #include "session/input.h"
@@ -132,11 +133,6 @@ int complete_request(ccd_session *session, const char *id, const char *text) {
     return result;
 }
 
-void log_request(const char *text) {
-    fprintf(g_protocol_log_fptr, "C: %s\n", text);
-    fflush(g_protocol_log_fptr);
-}
-
 }  // namespace
 
 int session_process_input(ccd_session *session) {
@@ -159,7 +155,7 @@ int session_take_turn(ccd_session *session) {
 }
 
 int session_process_line(ccd_session *session, const char *text) {
-    if (g_protocol_log_fptr) log_request(text);
+    if (log_protocol_is_open()) log_protocol("C: ", text, strlen(text));
     char id[k_tag_size];
     const size_t id_length = run_length(text, is_tag_char, k_tag_size - 1);
     memcpy(id, text, id_length);

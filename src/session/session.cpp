@@ -27,6 +27,7 @@
 #include <cstdlib>
 #include <iterator>
 
+#include "daemon/log.h"
 #include "daemon/trace.h"
 #include "session/bgexec.h"
 #include "session/change.h"
@@ -43,7 +44,6 @@ long request_time = 0;
 int g_session_sweep_needed = 0;
 int g_session_timeout = 1800;
 int g_access_override = 0;
-FILE *g_protocol_log_fptr = nullptr;
 
 namespace {
 
@@ -163,15 +163,18 @@ void remove_session(ccd_session *session) {
 void session_dump_all(ccd_session *current) {
     int number = 0;
     for (const ccd_session *session = g_session_list; session; session = session->next) {
-        printf("%s %3i: sid=[%s], state=[%s], idle %lu sec", session == current ? "==>" : "   ",
-               number++, session->sessionid ? session->sessionid : "", state_name(session->state),
-               static_cast<unsigned long>(request_time - session->last_action));
-        if (session->hlxaaa_sid) {
-            printf(", hlxaaa_sid=[%s]\n", session->hlxaaa_sid);
-        } else {
-            printf(" of %i timeout.\n", session->timeout);
-        }
+        char text[256];
+        const char *sid = session->hlxaaa_sid;
+        int size =
+            snprintf(text, sizeof(text), "%s %3i: sid=[%s], state=[%s], idle %lu sec",
+                     session == current ? "==>" : "   ", number++,
+                     session->sessionid ? session->sessionid : "", state_name(session->state),
+                     static_cast<unsigned long>(request_time - session->last_action));
+        size += sid ? snprintf(text + size, sizeof(text) - static_cast<size_t>(size),
+                               ", hlxaaa_sid=[%s]\n", sid)
+                    : snprintf(text + size, sizeof(text) - static_cast<size_t>(size),
+                               " of %i timeout.\n", session->timeout);
+        log_text(1, text, static_cast<size_t>(size));
     }
-    printf("\n");
-    fflush(stdout);
+    log_text(1, "\n", 1);
 }

@@ -3,7 +3,6 @@
 
 #include <stddef.h>
 #include <stdint.h>
-#include <stdio.h>
 
 #include "daemon/loop.h"
 #include "tree/trns.h"
@@ -101,9 +100,6 @@ extern int g_session_sweep_needed;
  * one lingers; and whether access methods are passed over (1) and ACCESS answers "1" (2). */
 extern int g_session_timeout;
 extern int g_access_override;
-
-/* The protocol log, null without one. Opened and closed by the start-up code. */
-extern FILE *g_protocol_log_fptr;
 
 /* A new session with two empty buffers, not in the list, without a transaction context. Null (errno
  * ENOMEM) when memory is exhausted. */

@@ -208,7 +208,7 @@ TEST_F(Startup, BrokenDefinitionFilesAreReportedWithTheirLineAndStartUpGoesOn) {
     for (const std::string &text :
          {"Error: Unable to parse functions list from file '" + directory +
               "functions.conf': Invalid argument\n" + directory + "functions" + why,
-          "could not parse file " + directory + "modules.conf: Invalid argument\n\n" + directory +
+          "could not parse file " + directory + "modules.conf: Invalid argument\n" + directory +
               "modules" + why,
           directory + "types" + why,
           tree + "param.conf': Invalid argument\n" + directory + "param" + why,
@@ -344,6 +344,13 @@ TEST_F(Startup, TheProtocolLogHoldsTheWholeConversationAndIsPrivate) {
               "C: a NOOP\nS: a OK\n"
               "C: b.1 one\nC: b GET name\nS: b NO login required\n"
               "X(): Connection closed from listen/local\n");
+
+    std::filesystem::remove(path("/protocol.log"));
+    ASSERT_EQ(mkfifo(path("/protocol.log").c_str(), 0600), 0);
+    start({"-P", path("/protocol.log")});
+    client unread = connect();
+    for (int i = 0; i < 3000; i++)
+        ASSERT_EQ(unread.ask("a." + std::string(100, 'x') + "\na NOOP"), "a OK\n");
 }
 
 TEST_F(Startup, EveryStopSignalEndsItInOrder) {

@@ -2,6 +2,8 @@
 #define TESTS_DAEMON_LOOP_FIXTURE_H
 
 #include <gtest/gtest.h>
+#include <libdaemon/dlog.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include "daemon/loop.h"
@@ -10,6 +12,8 @@
 /* Leaves neither sessions nor registrations to the next test. */
 class LoopFixture : public testing::Test {
   protected:
+    /* The log takes its descriptor before a test counts on the numbers of its own. */
+    LoopFixture() { daemon_log(LOG_DEBUG, "a test of the loop"); }
     ~LoopFixture() override {
         while (ccd_session *session = g_session_list) {
             remove_session(session);
