@@ -9,6 +9,7 @@
 
 #include "daemon/log.h"
 #include "daemon/loop.h"
+#include "daemon/memory.h"
 #include "daemon/trace.h"
 #include "session/session.h"
 
@@ -85,6 +86,7 @@ int process_input(ccd_session *session) {
         return 0;
     }
     if (session->type == 0) session->type = 1;
+    memory_give_back_later();
     session_process_input(session);
     return reply_at_once(session);
 }

@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <libdaemon/daemon.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <syslog.h>
 
 #include <clocale>
@@ -18,6 +19,7 @@
 #include "daemon/loop.h"
 #include "daemon/signals.h"
 #include "daemon/startup.h"
+#include "daemon/stop.h"
 #include "fe/functions.h"
 #include "llconf/nodes.h"
 #include "session/session.h"
@@ -32,6 +34,10 @@ constexpr int k_no_verdict_status = 255;
 
 /* What the child tells its parent. */
 enum verdict { k_started = 0, k_no_pid_file = 1, k_no_signals = 2 };
+
+/* What the daemon creates may be read by others unless its mode says otherwise, whoever starts it;
+ * libdaemon would take all rights from them. */
+constexpr mode_t k_background_umask = 022;
 
 bool g_pid_file_made = false;
 
@@ -65,6 +71,11 @@ int wait_for_verdict() {
     }
     daemon_log(value == 0 ? LOG_INFO : LOG_ERR, "daemon returned %i as return value.", value);
     return value;
+}
+
+void sweep() {
+    session_sweep();
+    stop_go_on();
 }
 
 session_user *read_users(const cnfnode *root, const char *section) {
@@ -114,6 +125,7 @@ int run_in_background(void) {
         return 1;
     }
     if (pid > 0) return wait_for_verdict();
+    umask(k_background_umask);
     verdict result = take_over();
     daemon_retval_send(result);
     if (result == k_started) serve();
@@ -134,7 +146,7 @@ void do_loop(const cnfnode *root) {
     printf("done.\n");
     fflush(stdout);
     signal(SIGPIPE, SIG_IGN);
-    loop_set_hooks(session_sweep, listen_resume);
+    loop_set_hooks(sweep, listen_resume);
     loop(0);
 }
 

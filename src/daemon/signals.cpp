@@ -4,7 +4,7 @@
 #include <signal.h>
 #include <syslog.h>
 
-#include "daemon/loop.h"
+#include "daemon/stop.h"
 #include "daemon/trace.h"
 #include "session/session.h"
 
@@ -27,15 +27,21 @@ struct signal_action {
     void (*act)();
 };
 
+/* A terminal that goes, or somebody who expects a reload, must not end the daemon. */
+void say_what_reads() {
+    daemon_log(LOG_NOTICE, "the configuration is read at the start only; restart to read it again");
+}
+
 constexpr signal_action k_actions[] = {
-    {SIGINT, loop_finish_all},   {SIGQUIT, loop_finish_all}, {SIGTERM, loop_finish_all},
-    {SIGUSR1, trace_everything}, {SIGUSR2, trace_nothing},   {SIGCHLD, reap},
+    {SIGINT, stop_begin},        {SIGQUIT, stop_begin},    {SIGTERM, stop_begin},
+    {SIGUSR1, trace_everything}, {SIGUSR2, trace_nothing}, {SIGCHLD, reap},
+    {SIGHUP, say_what_reads},
 };
 
 }  // namespace
 
 int signals_install(void) {
-    return daemon_signal_init(SIGINT, SIGQUIT, SIGTERM, SIGUSR1, SIGUSR2, SIGCHLD, 0);
+    return daemon_signal_init(SIGINT, SIGQUIT, SIGTERM, SIGUSR1, SIGUSR2, SIGCHLD, SIGHUP, 0);
 }
 
 int signal_callback(int /*fd*/, void * /*data*/) {

@@ -21,6 +21,7 @@
 #include "daemon/dump.h"
 #include "daemon/log.h"
 #include "daemon/options.h"
+#include "daemon/pid_file.h"
 #include "daemon/service.h"
 #include "daemon/trace.h"
 #include "fe/fe.h"
@@ -160,9 +161,21 @@ bool build(const options &given) {
 }
 
 int kill_running() {
-    if (daemon_pid_file_kill_wait(SIGINT, k_kill_wait_seconds) >= 0) return 0;
+    if (pid_file_owner() >= 0 && daemon_pid_file_kill_wait(SIGINT, k_kill_wait_seconds) >= 0)
+        return 0;
     fprintf(stderr, "Failed to kill daemon.\n");
     return 1;
+}
+
+/* Whoever starts the daemon with these closed must not find a socket or a file in their place,
+ * where messages go. */
+void fill_standard_descriptors() {
+    int fd = 0;
+    do {
+        fd = open("/dev/null", O_RDWR);
+        if (fd < 0) fd = open("/", O_RDONLY);
+    } while (fd >= 0 && fd <= STDERR_FILENO);
+    if (fd >= 0) close(fd);
 }
 
 void set_up_process(const options &given) {
@@ -182,7 +195,7 @@ int run(int argc, char **argv) {
     options given;
     if (!read_options(argc, argv, given)) return 1;
     if (given.kill) return kill_running();
-    pid_t running = daemon_pid_file_is_running();
+    pid_t running = pid_file_owner();
     if (running >= 0) {
         daemon_log(LOG_ERR, "daemon already running on pid file %u",
                    static_cast<unsigned int>(running));
@@ -210,6 +223,7 @@ felib_base *init_felib(void) {
 }
 
 int ucfgd_main(int argc, char **argv) {
+    fill_standard_descriptors();
     const int status = run(argc, argv);
     log_finish();
     return status;

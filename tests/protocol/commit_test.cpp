@@ -341,6 +341,42 @@ TEST_F(Commit, ASessionThatGoesAwayMeanwhileLeavesItsCommitRunning) {
     EXPECT_EQ(b.ask("3 GET name"), "3.1 beta\n3 OK\n");
 }
 
+TEST_F(Commit, AStopWaitsForTheOneThatRunsAndAnswersEachClientThatWaits) {
+    begin_with_box(k_slow);
+    append("/etc/ucfgd/ucfgd.conf", "limits {\n stop-time: 1\n}\n");
+    client b = logged_in();
+    client idle = logged_in();
+    a.ask("1 SET name beta");
+    b.ask("1 SET level 7");
+    a.send("2 COMMIT\n3 SET name gamma\n4 COMMIT\n");
+    ASSERT_TRUE(eventually([this] { return child() != 0; }));
+    b.send("2 COMMIT\n");
+    EXPECT_TRUE(b.silent_for(30));
+    kill(pid(), SIGTERM);
+    EXPECT_EQ(idle.line(), "<closed>");
+    EXPECT_EQ(a.line(), "2 OK\n");
+    EXPECT_EQ(a.line(), "<closed>");
+    EXPECT_EQ(b.line(), "2 ERR commit conflict\n");
+    EXPECT_EQ(b.line(), "<closed>");
+    EXPECT_EQ(wait_for_end(), 0);
+    EXPECT_EQ(file("/etc/box.conf"), k_new_box);
+    /* A second signal, and the limit, end the wait. */
+    put("/etc/ucfgd/modules.conf", replaced(file("/etc/ucfgd/modules.conf"), "0.5", "3"));
+    for (const int more : {SIGTERM, 0}) {
+        start();
+        a = logged_in();
+        a.ask("1 SET name delta");
+        a.send("2 COMMIT\n");
+        ASSERT_TRUE(eventually([this] { return child() != 0; }));
+        kill(pid(), SIGTERM);
+        EXPECT_TRUE(eventually([this] { return logged("waiting for the commit of process"); }));
+        if (more != 0) kill(pid(), more);
+        EXPECT_EQ(wait_for_end(), 0);
+        EXPECT_EQ(logged("limit stop-time: 1: the commit of process "), more == 0);
+        EXPECT_EQ(file("/etc/box.conf"), k_new_box);
+    }
+}
+
 TEST_F(Commit, HooksRunBeforeAndBehindEachWrittenFileInTheirOrder) {
     const std::string look =
         "system('cat " + path("/etc/box.conf") + " >> " + path("/notes") + "')";

@@ -104,6 +104,14 @@ class Hostile : public daemon_test {
     client a;
 };
 
+class HostileInBackground : public Hostile {
+  protected:
+    void prepare() override {
+        in_background = true;
+        Hostile::prepare();
+    }
+};
+
 /* Sends until the daemon takes no more for a while; how many bytes it took. */
 size_t stuff(const client &c, std::string_view request) {
     std::string many;
@@ -246,6 +254,15 @@ TEST_F(Hostile, WithoutDescriptorsNewClientsWaitForTheNextTry) {
     expect_service();
 }
 
+TEST_F(Hostile, AStopBeginsNothingThatWaits) {
+    a.send("b GET big\nb GET big\nx ADMIN hold\n");
+    std::this_thread::sleep_for(5ms);
+    const auto begin = std::chrono::steady_clock::now();
+    stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 3s);
+    EXPECT_FALSE(logged("hold")) << log();
+}
+
 TEST_F(Hostile, AClientMayEndItsInputFirstOrNotListenAtAll) {
     const size_t before = descriptors();
     client half = connect();
@@ -264,7 +281,7 @@ TEST_F(Hostile, AClientMayEndItsInputFirstOrNotListenAtAll) {
     EXPECT_TRUE(eventually([&] { return descriptors() == before; })) << descriptors();
 }
 
-TEST_F(Hostile, RandomBytesAreAnsweredOrCutOffAndNothingElse) {
+TEST_F(HostileInBackground, RandomBytesAreAnsweredOrCutOffAndNothingElse) {
     std::mt19937 random{20240601};
     const std::vector<std::string> words{
         "GET ",    "SET ",   "SUBMIT", "ADD ", "DEL ",  "MOVE ", "LISTR ", "ATTR ",  "ACCESS ",
@@ -292,7 +309,7 @@ TEST_F(Hostile, RandomBytesAreAnsweredOrCutOffAndNothingElse) {
     expect_service();
 }
 
-TEST_F(Hostile, ClientsThatDieInMidCommandLeaveNothingBehind) {
+TEST_F(HostileInBackground, ClientsThatDieInMidCommandLeaveNothingBehind) {
     const size_t before = descriptors();
     const std::vector<std::string> beginnings{
         "a GE",
@@ -320,7 +337,7 @@ TEST_F(Hostile, ClientsThatDieInMidCommandLeaveNothingBehind) {
     expect_service();
 }
 
-TEST_F(Hostile, AnActionThatLeavesAProcessBehindEndsAllTheSame) {
+TEST_F(HostileInBackground, AnActionThatLeavesAProcessBehindEndsAllTheSame) {
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(a.ask("x ADMIN hold"), "x.1 started\nx.1 \nx.2 \nx OK\n");
     EXPECT_TRUE(a.ask("x ADMIN babble").ends_with("\nx.2 \nx OK\n"));
@@ -352,7 +369,7 @@ TEST_F(Hostile, TheOutputOfAnActionArrivesWhileItRuns) {
     EXPECT_EQ(a.reply("y"), "x.1 three\nx.1 \nx.2 \nx OK\ny.1 alpha\ny OK\n");
 }
 
-TEST_F(Hostile, MuchOutputOfAnActionWaitsForItsReaderInBoundedMemory) {
+TEST_F(HostileInBackground, MuchOutputOfAnActionWaitsForItsReaderInBoundedMemory) {
     const long before = resident_kib();
     a.send("x ADMIN flood\n");
     EXPECT_EQ(a.line(), "x.1 " + std::string(100, 'x') + "\n");
@@ -379,7 +396,7 @@ TEST_F(Hostile, ASessionThatIsResumedTakesItsRunningActionAlong) {
               "r OK welcome back root\nx.2 two\nx.1 three\nx.1 \nx.2 \nx OK\ns.1 7\ns OK\n");
 }
 
-TEST_F(Hostile, ARequestOfFourMegabytesIsAnsweredInBoundedMemory) {
+TEST_F(HostileInBackground, ARequestOfFourMegabytesIsAnsweredInBoundedMemory) {
     client c = logged_in();
     const long before = resident_kib();
     for (int i = 0; i < 250; i++)
@@ -404,10 +421,12 @@ TEST_F(Hostile, ARequestOfFourMegabytesIsAnsweredInBoundedMemory) {
     c.send(empty);
     c.ask("x NOOP");
     expect_growth_below(100 * 1024, before);
+    /* What it took is given back. */
+    EXPECT_TRUE(eventually([&] { return resident_kib() < before + 12 * 1024; })) << resident_kib();
     expect_service();
 }
 
-TEST_F(Hostile, NothingIsKeptOfRequestsLogInsAndCommits) {
+TEST_F(HostileInBackground, NothingIsKeptOfRequestsLogInsAndCommits) {
     const size_t open = descriptors();
     const auto round = [this](int times) {
         for (int i = 0; i < times; i++) {

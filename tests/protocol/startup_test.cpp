@@ -126,6 +126,39 @@ TEST_F(Startup, OnlyOneRunsAndKillEndsIt) {
     EXPECT_TRUE(logged("received signal 2\n"));
 }
 
+TEST_F(Startup, APidFileThatNamesNoDaemonKeepsNobodyFromStarting) {
+    const pid_t alien = fork();
+    if (alien == 0) {
+        pause();
+        _exit(0);
+    }
+    put("/../ucfgd.pid", std::to_string(alien));
+    EXPECT_NE(run({"-k"}).err.find("Failed to kill daemon.\n"), std::string::npos);
+    for (const std::string &text : {std::to_string(alien), std::string{}, std::string{"what\n"}}) {
+        put("/../ucfgd.pid", text);
+        start();
+        stop();
+    }
+    EXPECT_EQ(kill(alien, SIGKILL), 0);
+    EXPECT_EQ(run_program({UCFGD, "--root=" + path(""), "--dump-tree-to-path-and-exit=" + path("")},
+                          [this] { put("/../ucfgd.pid", std::to_string(getpid())); })
+                  .status,
+              0)
+        << "its own number";
+}
+
+TEST_F(Startup, WithoutStandardDescriptorsMessagesGoNowhere) {
+    before_exec = [] {
+        for (const int fd : {0, 1, 2})
+            close(fd);
+    };
+    launch();
+    EXPECT_EQ(connect().ask("a NOOP"), "a OK\n");
+    for (const char *fd : {"0", "1", "2"})
+        EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(pid()) + "/fd/" + fd),
+                  "/dev/null");
+}
+
 TEST_F(Startup, AnotherUserHasAPidFileOfTheirOwn) {
     const uid_t user = 40000 + static_cast<uid_t>(getpid()) % 20000;
     const std::string name = "/tmp/ucfgd-" + std::to_string(user) + ".pid";
@@ -312,6 +345,22 @@ TEST_F(Startup, WithoutListenersItWarnsAndWaits) {
     std::filesystem::remove(k_pid_file);
 }
 
+TEST_F(Startup, ABackgroundDaemonCreatesFilesThatOthersMayRead) {
+    append("/etc/ucfgd/modules.conf",
+           "fresh {\n module: keyvalue\n file: /etc/fresh\n flags: create\n}\n");
+    append("/etc/ucfgd/param.conf",
+           "fresh {\n set: lladdne('fresh', '', 'name') && llset('fresh', 'name', $_)\n}\n");
+    in_background = true;
+    before_exec = [] { umask(077); };
+    start();
+    client c = logged_in();
+    EXPECT_EQ(c.ask("a SET fresh yes"), "a OK\n");
+    EXPECT_EQ(c.ask("b COMMIT"), "b OK\n");
+    EXPECT_EQ(mode_of(path("/etc/fresh")), 0644U);
+    stop();
+    EXPECT_FALSE(std::filesystem::exists(k_pid_file));
+}
+
 TEST_F(Startup, TheParentOfABackgroundDaemonTellsHowItsStartWent) {
     EXPECT_EQ(run({}).status, 0);
     EXPECT_EQ(connect().ask("a NOOP"), "a OK\n");
@@ -373,6 +422,8 @@ TEST_F(Startup, SignalsSwitchTracingOnAndOff) {
     EXPECT_EQ(c.ask("a NOOP"), "a OK\n");
     EXPECT_TRUE(eventually([&] { return logged("state=[unknown], idle 0 sec of 1800 timeout."); }))
         << log();
+    kill(pid(), SIGHUP);
+    EXPECT_TRUE(eventually([&] { return logged("the configuration is read at the start only"); }));
     kill(pid(), SIGUSR2);
     EXPECT_TRUE(eventually([&] { return logged("received signal 12\n"); }));
     c.ask("a NOOP");

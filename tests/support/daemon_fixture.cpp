@@ -5,6 +5,7 @@
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -254,21 +255,33 @@ void daemon_test::configure(std::string_view listener, std::string_view users,
 }
 
 void daemon_test::launch(const std::vector<std::string> &arguments) {
-    std::vector<std::string> words{UCFGD, "--foreground", "--root=" + root_};
+    std::vector<std::string> words{UCFGD, "--root=" + root_};
+    if (!in_background) words.emplace_back("--foreground");
     words.insert(words.end(), arguments.begin(), arguments.end());
     const int flags = O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC;
     const unique_fd out{open(path(".log").c_str(), flags, 0600)};
     pid_ = fork();
-    if (pid_ != 0) return;
+    if (pid_ != 0) {
+        if (!in_background) return;
+        prctl(PR_SET_CHILD_SUBREAPER, 1); /* so that its end can be waited for */
+        EXPECT_EQ(wait_for_end(), 0);
+        pid_ = std::atoi(read_file("/run/ucfgd.pid").c_str());
+        return;
+    }
     dup2(out.get(), 1);
     dup2(out.get(), 2);
     for (const auto &[name, value] : environment)
         setenv(name.c_str(), value.c_str(), 1);
+    if (before_exec) before_exec();
     execute(words);
 }
 
 void daemon_test::start(const std::vector<std::string> &arguments) {
     launch(arguments);
+    if (in_background) {
+        ASSERT_GT(pid_, 0);
+        return;
+    }
     const bool ready = eventually([this] {
         const std::string text = log();
         return text.find("\ndone.\n") != std::string::npos ||

@@ -84,7 +84,8 @@ class daemon_test : public ::testing::Test {
     /* Adds to a file. */
     void append(std::string_view name, std::string_view text) const;
 
-    /* Starts the daemon in the foreground and waits until it takes connections. */
+    /* Starts the daemon in the foreground and waits until it takes connections; in the background,
+     * as the packaged unit does, where a test asks for that. Then it logs to syslog. */
     void start(const std::vector<std::string> &arguments = {});
     /* The same without waiting. */
     void launch(const std::vector<std::string> &arguments = {});
@@ -109,6 +110,8 @@ class daemon_test : public ::testing::Test {
     pid_t child() const;
 
     std::vector<std::pair<std::string, std::string>> environment;
+    bool in_background = false;
+    std::function<void()> before_exec; /* in the daemon's process */
 
   private:
     std::string root_;
