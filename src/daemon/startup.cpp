@@ -1,5 +1,6 @@
 #include "daemon/startup.h"
 
+#include <fcntl.h>
 #include <libdaemon/daemon.h>
 #include <signal.h>
 #include <sys/resource.h>
