@@ -426,7 +426,7 @@ TEST_F(HostileInBackground, ARequestOfFourMegabytesIsAnsweredInBoundedMemory) {
     expect_service();
 }
 
-TEST_F(HostileInBackground, NothingIsKeptOfRequestsLogInsAndCommits) {
+TEST_F(Hostile, NothingIsKeptOfRequestsLogInsAndCommits) {
     const size_t open = descriptors();
     const auto round = [this](int times) {
         for (int i = 0; i < times; i++) {
