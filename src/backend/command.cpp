@@ -45,6 +45,8 @@ constexpr int64_t k_grace = 500;             /* milliseconds to end in, once ask
 constexpr int k_tick = 10;                   /* milliseconds between two looks */
 
 bool g_in_child = false;
+bool g_in_request = false;
+bool g_overran = false;
 
 /* Commands that could not even be killed at once (a system call that nothing ends), 0 for none.
  * They are reaped when they have gone. */
@@ -132,24 +134,27 @@ class running_command {
     }
 
   private:
-    bool is_gone(pid_t target) {
+    bool has_gone() {
         int ignored = 0;
-        if (pid_ > 0 && !has_ended(ignored)) return false;
-        return target > 0 || (kill(target, 0) < 0 && errno == ESRCH);
+        return pid_ == 0 || has_ended(ignored);
     }
 
-    bool wait_until_gone(pid_t target) {
-        for (int64_t until = now_ms() + k_grace; !is_gone(target); poll(nullptr, 0, k_tick))
+    /* False when the condition does not come true in time. */
+    template <class condition>
+    static bool wait_for(condition holds) {
+        for (int64_t until = now_ms() + k_grace; !holds(); poll(nullptr, 0, k_tick))
             if (now_ms() >= until) return false;
         return true;
     }
 
+    /* What is left of the group once its leader has been waited for keeps its number taken. */
     void end() {
-        const pid_t target = g_in_child ? pid_ : -pid_;
+        const bool is_group = !g_in_child;
+        const pid_t target = is_group ? -pid_ : pid_;
         kill(target, SIGTERM);
-        if (wait_until_gone(target)) return;
+        if (wait_for([&] { return has_gone() && (!is_group || kill(target, 0) < 0); })) return;
         kill(target, SIGKILL);
-        if (wait_until_gone(target) || pid_ == 0) return;
+        if (wait_for([&] { return has_gone(); })) return;
         auto place = std::find(g_lingering.begin(), g_lingering.end(), 0);
         if (place != g_lingering.end()) *place = pid_;
     }
@@ -234,6 +239,7 @@ command_end watch(const char *command, running_command &running, collector &outp
         const int64_t left = until - now_ms();
         if (!g_in_child && left <= 0) {
             limit_met(k_limit_command_time, "command '%s' is ended", command);
+            g_overran = g_in_request;
             return {ETIME, 0};
         }
         pollfd polled[] = {{output.descriptor(), POLLIN, 0}, {running.descriptor(), POLLIN, 0}};
@@ -296,6 +302,19 @@ command_end run_command(const char *command, const command_ends &ends) {
     } catch (const std::bad_alloc &) {
         return {ENOMEM, 0};
     }
+}
+
+command_request::command_request() {
+    g_in_request = true;
+    g_overran = false;
+}
+
+command_request::~command_request() {
+    g_in_request = g_overran = false;
+}
+
+bool command_request_overran() {
+    return g_overran;
 }
 
 void commands_run_in_child() {

@@ -34,6 +34,19 @@ struct command_ends {
 /* Runs a command with /bin/sh and waits for its end; never throws. */
 command_end run_command(const char *command, const command_ends &ends = {});
 
+/* One request of a client, while it is served. */
+class command_request {
+  public:
+    command_request();
+    command_request(const command_request &) = delete;
+    command_request &operator=(const command_request &) = delete;
+    ~command_request();
+};
+
+/* Whether a command of the request that is served has been ended past its time. Expressions then
+ * start no more of them: others wait for one command that hangs, not for a row of them. */
+bool command_request_overran();
+
 /* For a forked child of the daemon: from now on commands have all the time of the child, and go
  * with it when its process group is ended. */
 void commands_run_in_child();

@@ -14,9 +14,18 @@
 
 /* Functions that run programs or speak to the world. */
 
+namespace {
+
+fe_node *fail_overrun(const char *command) {
+    return fe_fail(ETIME, command, "not run, since an earlier one took too long");
+}
+
+}  // namespace
+
 /* A command that cannot be found or started by the shell is one that fails, too; only one that
  * could not be run at all, or not to its end, makes the call fail. */
 fe_node *llmisc_system(const call_arguments &arguments) {
+    if (command_request_overran()) return fail_overrun(arguments[0]);
     const std::string_view input{arguments[1]};
     const command_end end = run_command(arguments[0], {arguments.count() == 2 ? &input : nullptr});
     if (end.error == 0 || end.error == ENOENT || end.error == EACCES) return truth_node(end.well());
@@ -25,6 +34,7 @@ fe_node *llmisc_system(const call_arguments &arguments) {
 
 /* The lines count whatever the exit status is: that of a search without a match, for one. */
 fe_node *llmisc_readlinespipe(const call_arguments &arguments) {
+    if (command_request_overran()) return fail_overrun(arguments[0]);
     std::string output;
     const command_end end = run_command(arguments[0], {nullptr, &output});
     if (end.error == 0 && !end.ran())

@@ -17,6 +17,7 @@
 #include <iterator>
 #include <string_view>
 
+#include "backend/command.h"
 #include "session/change.h"
 #include "session/chars.h"
 #include "session/commit.h"
@@ -166,6 +167,7 @@ int session_process_command(ccd_session *session, const char *id, const char *cm
     }
     /* What a request has to say belongs to that request alone. */
     ccd_clear_error();
+    const command_request commands;
     const int result = command.handler(session, id, args);
     ccd_clear_error();
     return result;

@@ -39,7 +39,7 @@ crash {
     admin: system('echo gone; kill -9 $PPID')
 }
 hang {
-    info: system('echo asked; sleep 60')
+    info: foreach('i', range(1, 9), default(system('echo asked; sleep 60'), '')) .. system('sleep 60')
     admin: system('sleep 2; echo done')
 }
 )";
