@@ -14,7 +14,9 @@
 #include "llconf/nodes.h"
 #include "session/bgexec.h"
 #include "session/input.h"
+#include "session/limits.h"
 #include "session/login.h"
+#include "session/login_gate.h"
 #include "session/protocol.h"
 #include "tavevent/tavevent.h"
 #include "tree/ccdtree.h"
@@ -80,6 +82,7 @@ void set_up_once() {
     done = true;
     daemon_set_verbosity(0);
     tavevent_set_file("/dev/null");
+    limit_set(k_limit_login_delay, 0);
     make_trees(fe_register_paramfuncs(fe_register_felib_funcs(nullptr)));
     make_configuration();
     g_trns_ctx = trns_create_ctx();
@@ -109,6 +112,7 @@ void feed(ccd_session *session, const uint8_t *data, size_t size, size_t piece) 
         const size_t length = std::min(piece, size - at);
         databuf_add(session->inbuf, data + at, static_cast<int>(length));
         session_process_input(session);
+        login_gate_sweep();
         if (session->stalled) session_take_turn(session);
         if (at % 3 == 0) take_replies(session);
     }

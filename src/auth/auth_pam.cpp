@@ -65,12 +65,12 @@ int run_transaction(pam_handle_t *pamh, const char *user, const char *pass) {
 
     int result = pam_authenticate(pamh, 0);
     if (result != PAM_SUCCESS) {
-        daemon_log(LOG_ERR, "pam_authenticate() failed: %s", pam_strerror(pamh, result));
+        auth_log("pam_authenticate() failed: %s", pam_strerror(pamh, result));
         return result;
     }
     result = pam_acct_mgmt(pamh, 0);
     if (result != PAM_SUCCESS) {
-        daemon_log(LOG_ERR, "pam_acct_mgmt() failed: %s", pam_strerror(pamh, result));
+        auth_log("pam_acct_mgmt() failed: %s", pam_strerror(pamh, result));
         return result;
     }
     /* The user is accepted by now; the two lines below carry the text of that result. */
@@ -111,7 +111,7 @@ int session_auth_pam(ccd_session *session, const char *user, const char *pass) {
     pam_handle_t *pamh = nullptr;
     int result = pam_start("ucfgd", user, &conversation, &pamh);
     if (result != PAM_SUCCESS) {
-        daemon_log(LOG_ERR, "pam_start() failed: %s", pam_strerror(pamh, result));
+        auth_log("pam_start() failed: %s", pam_strerror(pamh, result));
     } else {
         result = run_transaction(pamh, user, pass);
         pam_end(pamh, result);

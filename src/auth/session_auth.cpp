@@ -11,10 +11,10 @@
  * documentation. Methods with `keeps_result` set take no part in the result of a login that nobody
  * accepts: they say "not me", the others say "no".
  *
- * Three things may never happen here. A text that a method leaves for the client must not tell
+ * Four things may never happen here. A text that a method leaves for the client must not tell
  * whether a user exists (PAM's informational messages are the administrator's choice). A password
- * must not survive in memory that is given back. And a comparison with a stored secret must not
- * take longer the more of it is right.
+ * must not survive in memory that is given back. A comparison with a stored secret must not
+ * take longer the more of it is right. And a refusal must not take longer for a user who exists.
  */
 #include "auth/session_auth.h"
 
@@ -23,17 +23,20 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
 
 #include "auth/hlxaaa.h"
+#include "auth/level.h"
 #include "daemon/trace.h"
 #include "llconf/nodes.h"
 #include "session/session.h"
 #include "ucfgd/owners.h"
 
 char *g_auth_message = nullptr;
+int g_auth_quiet = 0;
 cnfnode *g_conftree = nullptr;
 
 namespace {
@@ -42,6 +45,7 @@ struct auth_method {
     std::string_view name;
     int (*accept)(ccd_session *session, const char *user, const char *pass);
     bool keeps_result;
+    void (refusal_leveller::*note)(); /* for those that look at a password; else null */
 };
 
 int auth_usercred(ccd_session *session, const char *user, const char *) {
@@ -55,9 +59,12 @@ int auth_debug(ccd_session *, const char *user, const char *pass) {
 }
 
 constexpr auth_method k_methods[] = {
-    {"usercred", auth_usercred, true},      {"hlxaaa", session_auth_hlxaaa, false},
-    {"pam", session_auth_pam, false},       {"passwd", session_auth_passwd, false},
-    {"shadow", session_auth_shadow, false}, {"debug", auth_debug, true},
+    {"usercred", auth_usercred, true, nullptr},
+    {"hlxaaa", session_auth_hlxaaa, false, nullptr},
+    {"pam", session_auth_pam, false, &refusal_leveller::tried_pam},
+    {"passwd", session_auth_passwd, false, &refusal_leveller::tried_hash},
+    {"shadow", session_auth_shadow, false, &refusal_leveller::tried_hash},
+    {"debug", auth_debug, true, nullptr},
 };
 
 const auth_method *find_method(std::string_view name) {
@@ -76,6 +83,14 @@ const cnfnode *listener_node(const char *name) {
 
 }  // namespace
 
+void auth_log(const char *format, ...) {
+    if (g_auth_quiet) return;
+    va_list arguments;
+    va_start(arguments, format);
+    daemon_logv(LOG_ERR, format, arguments);
+    va_end(arguments);
+}
+
 int session_auth(ccd_session *session, const char *user, const char *pass) {
     trace(4, "%s, user=%s, pass=%s\n", __func__, user, pass);
     free(g_auth_message);
@@ -84,14 +99,16 @@ int session_auth(ccd_session *session, const char *user, const char *pass) {
     const cnfnode *listener = listener_node(session->listenname);
     if (!listener) return -1;
     int result = -1;
+    refusal_leveller leveller;
     for (const cnfnode *entry = listener->first_child; entry; entry = entry->next) {
         if (!entry->name || strcmp(entry->name, "authtype:") != 0) continue;
         const char *name = entry->value ? entry->value : "";
         const auth_method *method = find_method(name);
         if (!method) {
-            daemon_log(LOG_ERR, "unknown authtype %s", name);
+            auth_log("unknown authtype %s", name);
             continue;
         }
+        if (method->note) (leveller.*method->note)();
         const int verdict = method->accept(session, user, pass);
         if (verdict != 0 && method->keeps_result) continue;
         result = verdict;
@@ -102,5 +119,6 @@ int session_auth(ccd_session *session, const char *user, const char *pass) {
         session->auth_method = accepted;
         return 0;
     }
+    leveller.level(pass);
     return result;
 }

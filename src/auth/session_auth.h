@@ -21,6 +21,16 @@ struct pam_response;
  * Owned here; the next session_auth frees it. */
 extern char *g_auth_message;
 
+/* Not 0 while the refusals of a peer are only counted; set before a log-in. */
+extern int g_auth_quiet;
+
+/* Logs an error of a log-in, unless g_auth_quiet is set. */
+void auth_log(const char *format, ...)
+#ifdef __GNUC__
+    __attribute__((format(printf, 1, 2)))
+#endif
+    ;
+
 /* The main configuration. Set and destroyed by the start-up code. */
 extern struct cnfnode *g_conftree;
 

@@ -36,7 +36,7 @@ void reenable_input(ccd_session *session) {
     int osize = pending_output(session);
     fd_callback *in = session->fdcb_in;
     if (!in || osize >= k_session_output_limit || (in->type & FD_CALLBACK_READ) ||
-        (session->flags & k_session_locked))
+        (session->flags & k_session_locked) || session->login_ticket != 0)
         return;
     trace(3, "reenabling input osize=%d\n", osize);
     in->type |= FD_CALLBACK_READ;

@@ -52,6 +52,9 @@ bool g_is_child = false;
 loop_timer g_retry{};
 long g_retry_ms = k_first_retry_ms;
 
+/* What still goes to the standard streams. */
+int g_verbosity = LOG_DEBUG;
+
 /* What openlog and setlogmask left. */
 const char *g_ident = nullptr;
 int g_options = 0;
@@ -203,8 +206,13 @@ void daemon_logv(int priority, const char *format, va_list arguments) {
     if ((daemon_log_use & DAEMON_LOG_SYSLOG) != 0)
         send_to_syslog(priority | LOG_DAEMON, daemon_log_ident ? daemon_log_ident : "UNKNOWN",
                        getpid(), line.text());
+    if (priority > g_verbosity) return;
     if ((daemon_log_use & DAEMON_LOG_STDERR) != 0) put(outs().error, line.with_newline());
     if ((daemon_log_use & DAEMON_LOG_STDOUT) != 0) put(outs().output, line.with_newline());
+}
+
+void daemon_set_verbosity(int verbosity) {
+    g_verbosity = verbosity;
 }
 
 void daemon_log(int priority, const char *format, ...) {

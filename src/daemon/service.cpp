@@ -22,6 +22,7 @@
 #include "daemon/stop.h"
 #include "fe/functions.h"
 #include "llconf/nodes.h"
+#include "session/login_gate.h"
 #include "session/session.h"
 #include "tree/ccdtree.h"
 #include "tree/trns.h"
@@ -151,6 +152,7 @@ void do_loop(const cnfnode *root) {
 }
 
 void shut_down(void) {
+    login_gate_finish();
     destroy_sessions();
     trns_destroy_ctx(std::exchange(g_trns_ctx, nullptr));
     destroy_cnftree(std::exchange(g_conftree, nullptr));

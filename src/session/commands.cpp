@@ -21,6 +21,7 @@
 #include "session/change.h"
 #include "session/chars.h"
 #include "session/commit.h"
+#include "session/input.h"
 #include "session/login.h"
 #include "session/protocol.h"
 #include "session/query.h"
@@ -171,6 +172,14 @@ int session_process_command(ccd_session *session, const char *id, const char *cm
     const int result = command.handler(session, id, args);
     ccd_clear_error();
     return result;
+}
+
+int session_is_login(const char *text) {
+    while (is_tag_char(*text))
+        ++text;
+    if (*text != ' ') return 0;
+    const char *rest = nullptr;
+    return strncmp(find_command(skip_blanks(text), &rest).word, "LOGIN", 5) == 0;
 }
 
 int session_process_notimplemented(ccd_session *session, const char *id, const char *) {

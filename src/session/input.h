@@ -16,6 +16,9 @@ void session_filter_input(ccd_session *session);
  * nobody else comes first. */
 int session_take_turn(ccd_session *session);
 
+/* Whether the line is a request to log in. */
+int session_is_login(const char *text);
+
 /* Gives back the storage of lines that have been consumed. */
 void session_settle_input(ccd_session *session);
 

@@ -26,6 +26,7 @@
 #include "daemon/trace.h"
 #include "hlxauth/hlxauth.h"
 #include "session/bgexec.h"
+#include "session/login_gate.h"
 #include "session/protocol.h"
 #include "tavevent/tavevent.h"
 #include "tree/param_ops.h"
@@ -68,13 +69,13 @@ const char *or_none(const char *text) {
 void grant_to_group_of(const char *user, grant &granted) {
     const passwd *account = getpwnam(user);
     if (!account) {
-        daemon_log(LOG_ERR, "no passwd entry for user %s", user);
+        auth_log("no passwd entry for user %s", user);
         return;
     }
     const gid_t gid = account->pw_gid;
     const group *primary = getgrgid(gid);
     if (!primary) {
-        daemon_log(LOG_ERR, "group with gid=%d not found", static_cast<int>(gid));
+        auth_log("group with gid=%d not found", static_cast<int>(gid));
         return;
     }
     const session_user *row = find_session_user(g_groups_list, primary->gr_name);
@@ -180,8 +181,8 @@ void refuse_login(ccd_session *session, const char *id, const char *user) {
     } else {
         session_writef(session, "%s NO auth failed\n", id);
     }
-    daemon_log(LOG_NOTICE, "auth for user %s failed", user);
-    writeevt(TAVEVENT_LOGIN_FAILED, "s", user);
+    login_gate_report(session, user);
+    login_gate_refuse(session);
 }
 
 /* The second half of a login: the password was right. */
@@ -261,10 +262,12 @@ int session_process_login(ccd_session *session, const char *id, const char *args
         session_writef(session, "%s ERR no username\n", id);
         return 0;
     }
+    g_auth_quiet = login_gate_is_quiet(session);
     const grant granted = granted_to(user);
     /* Before the password is looked at: whoever may not write has no use for trying. */
     if (force && (granted.perms & k_perm_write) == 0) {
         session_writef(session, "%s NO you do not have write permission\n", id);
+        login_gate_refuse(session);
         return 0;
     }
     const bool accepted = session_auth(session, user, password.text) == 0;

@@ -13,6 +13,7 @@
 #include "session/chars.h"
 #include "session/input.h"
 #include "session/login.h"
+#include "session/login_gate.h"
 #include "session/turns.h"
 #include "ucfgd/guaranteed_memset.h"
 
@@ -51,7 +52,7 @@ void set_watching(ccd_session *session) {
     if (pending >= k_session_output_limit) {
         trace(3, "blocking input, osize=%d\n", pending);
         session->fdcb_in->type &= ~FD_CALLBACK_READ;
-    } else if (session->stalled) {
+    } else if (session->stalled || session->login_ticket != 0) {
         session->fdcb_in->type &= ~FD_CALLBACK_READ;
     } else if ((session->flags & k_session_locked) == 0) {
         session->fdcb_in->type |= FD_CALLBACK_READ;
@@ -87,8 +88,17 @@ void execute_line(ccd_session *session, char *newline) {
     }
 }
 
-/* Stops behind a command that locks the session, where its replies have piled up, and when its turn
- * is over; the sweep comes back to all of them. */
+/* The line stays where it is when it is a log-in whose time has not come. */
+bool login_must_wait(ccd_session *session, char *newline) {
+    const databuf *in = session->inbuf;
+    *newline = '\0';
+    const bool is_login = session_is_login(in->buf + in->start);
+    *newline = '\n';
+    return is_login && !login_gate_pass(session);
+}
+
+/* Stops before a log-in that has to wait, behind a command that locks the session, where its
+ * replies have piled up, and when its turn is over; the sweep comes back to all of them. */
 int frame_lines(ccd_session *session) {
     const session_turn turn{session};
     while (session->inbuf && (session->flags & k_session_locked) == 0) {
@@ -102,6 +112,7 @@ int frame_lines(ccd_session *session) {
             session_stall(session);
             break;
         }
+        if (session->state != k_session_logged && login_must_wait(session, newline)) break;
         execute_line(session, newline);
     }
     return session->inbuf ? 0 : -1;
@@ -136,7 +147,7 @@ int complete_request(ccd_session *session, const char *id, const char *text) {
 }  // namespace
 
 int session_process_input(ccd_session *session) {
-    if (!session->inbuf || session->stalled) return 0;
+    if (!session->inbuf || session->stalled || session->login_ticket != 0) return 0;
     if (!turn_must_wait(session)) return session_take_turn(session);
     session_stall(session);
     set_watching(session);

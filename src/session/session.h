@@ -75,13 +75,15 @@ typedef struct ccd_session {
     line **curr_cmd_tail;  /* where the next collected line is linked */
     size_t curr_cmd_bytes; /* what the collected lines hold */
     struct ccd_path_value_item *sanity_last;
-    int filtered;        /* bytes of inbuf that are free of control characters */
-    int scanned;         /* bytes of inbuf that hold no newline */
-    int stalled;         /* session_sweep processes its input */
-    int heavy;           /* its last turn was a long one */
-    unsigned long queue; /* its place among the stalled ones */
-    int discarded;       /* session_sweep destroys it */
-    int64_t connected;   /* loop_now when its connection was accepted */
+    int filtered;               /* bytes of inbuf that are free of control characters */
+    int scanned;                /* bytes of inbuf that hold no newline */
+    int stalled;                /* session_sweep processes its input */
+    int heavy;                  /* its last turn was a long one */
+    unsigned long queue;        /* its place among the stalled ones */
+    unsigned long login_ticket; /* its place among those whose log-in has to wait; 0: it has not */
+    long refusals;              /* log-ins that were refused on this connection */
+    int discarded;              /* session_sweep destroys it */
+    int64_t connected;          /* loop_now when its connection was accepted */
 } ccd_session;
 
 /* All sessions, in the order of their connections. */

@@ -2,6 +2,7 @@
 
 #include "session/bgexec.h"
 #include "session/commit.h"
+#include "session/login_gate.h"
 #include "session/session.h"
 #include "session/turns.h"
 #include "ucfgd/owners.h"
@@ -26,6 +27,7 @@ int session_wait_bg(void) {
 
 void session_sweep(void) {
     bgexec_resume_output();
+    login_gate_sweep();
     if (g_session_sweep_needed) {
         g_session_sweep_needed = 0;
         turn_round();

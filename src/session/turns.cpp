@@ -35,15 +35,6 @@ ccd_session *newest_light() {
     return found;
 }
 
-/* The reply leaves at once, except a terminated session's, which goes with the write. */
-void give_turn(ccd_session *session) {
-    if (!session) return;
-    session_take_turn(session);
-    fd_callback *out = session->fdcb_out;
-    if (out && out->type == FD_CALLBACK_WRITE && session->state != k_session_logout)
-        out->cb(out->fd, session);
-}
-
 bool any_stalled() {
     for (const ccd_session *session = g_session_list; session; session = session->next)
         if (session->stalled) return true;
@@ -74,11 +65,19 @@ void turn_round(void) {
     g_used = {};
     if (loop_stopping()) return;
     while (longest_waiting() && g_used <= k_round) {
-        give_turn(newest_light());
-        give_turn(longest_waiting());
+        if (ccd_session *light = newest_light()) turn_give(light);
+        if (ccd_session *oldest = longest_waiting()) turn_give(oldest);
     }
     if (longest_waiting()) loop_work_left();
     if (any_stalled()) g_session_sweep_needed = 1;
+}
+
+/* The reply leaves at once, except a terminated session's, which goes with the write. */
+void turn_give(ccd_session *session) {
+    session_take_turn(session);
+    fd_callback *out = session->fdcb_out;
+    if (out && out->type == FD_CALLBACK_WRITE && session->state != k_session_logout)
+        out->cb(out->fd, session);
 }
 
 void turn_end_round(void) {

@@ -39,6 +39,9 @@ bool turn_must_wait(const ccd_session *session);
  * loop when some are left. For the sweep. */
 void turn_round(void);
 
+/* Executes the session's lines, and sends the reply. For the sweep. */
+void turn_give(ccd_session *session);
+
 /* The next round's time is whole again. */
 void turn_end_round(void);
 

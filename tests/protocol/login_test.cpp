@@ -3,6 +3,7 @@
 #include <sched.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <thread>
 
@@ -39,7 +40,7 @@ class Login : public daemon_test {
         configure(methods,
                   "%default {\n access: r\n}\nroot {\n access: wx\n}\n"
                   "bob {\n access: x\n}\n.hlxaaa {\n access: w\n}\n",
-                  "groups {\n adm {\n  access: w\n }\n}\n");
+                  "groups {\n adm {\n  access: w\n }\n}\nlimits {\n login-delay: 0\n}\n");
         start(arguments);
     }
 
@@ -92,6 +93,59 @@ TEST_F(Login, ByPasswdAndShadowComparesHashes) {
     EXPECT_EQ(try_login("bob x"), k_refused);
     EXPECT_EQ(try_login("eve *"), k_refused);
     EXPECT_EQ(try_login("eve"), k_refused);
+}
+
+TEST_F(Login, TakesAsLongForANameThatDoesNotExist) {
+    start_with("authtype: passwd\nauthtype: shadow\n");
+    const auto shortest = [&](const char *words) {
+        auto least = std::chrono::steady_clock::duration::max();
+        for (int i = 0; i < 5; i++) {
+            client c = connect();
+            const auto begin = std::chrono::steady_clock::now();
+            EXPECT_EQ(c.ask(std::string{"l LOGIN "} + words), k_refused);
+            least = std::min(least, std::chrono::steady_clock::now() - begin);
+        }
+        return least;
+    };
+    const auto known = shortest("bob wrong");
+    EXPECT_GT(shortest("nobody wrong") * 2, known);
+    EXPECT_GT(shortest("eve wrong") * 2, known);
+}
+
+TEST_F(Login, OfARefusedPeerWaitsAndNobodyElseDoes) {
+    configure("", "root {\n access: rwx\n}\n");
+    start();
+    client ordinary = logged_in();
+    client c = connect();
+    EXPECT_EQ(c.ask("l LOGIN bin"), k_refused);
+    client other = connect();
+    other.send("l LOGIN root\na GET name\n");
+    c.send("l LOGIN bin\nb NOOP\n");
+    EXPECT_EQ(ordinary.ask("a GET name"), "a.1 alpha\na OK\n");
+    EXPECT_TRUE(other.silent_for(500));
+    EXPECT_TRUE(c.silent_for(0));
+    EXPECT_TRUE(other.reply("l").ends_with("l OK\n"));
+    EXPECT_EQ(other.reply("a"), "a.1 alpha\na OK\n");
+    EXPECT_EQ(c.reply("b"), "l NO auth failed\nb OK\n");
+}
+
+TEST_F(Login, EndsTheConnectionWhenItIsRefusedTooOftenAndToldInSum) {
+    start_with("authtype: shadow\n");
+    for (int i = 0; i < 2; i++) {
+        client c = connect();
+        std::string all =
+            c.ask("a LOGIN bob x\nb LOGIN bob y\nc LOGIN bob\nd LOGIN nobody x\ne LOGIN bob");
+        EXPECT_EQ(all,
+                  "a NO auth failed\nb NO auth failed\nc NO auth failed\nd NO auth failed\n"
+                  "e NO auth failed\n");
+        EXPECT_EQ(c.line(), "<closed>");
+    }
+    stop();
+    EXPECT_TRUE(logged("Warning: limit login-refusals: 5: closing a connection on listen/local\n"));
+    EXPECT_TRUE(logged("\nauth for user bob failed, repeated 5 times\n"));
+    const std::string events = file("/var/log/tavevent.jsonl");
+    EXPECT_EQ(std::count(events.begin(), events.end(), '\n'), 6) << events;
+    EXPECT_TRUE(events.ends_with("\"event\": 4, \"args\": [\"bob\", 5]}\n")) << events;
 }
 
 TEST_F(Login, ByPamAsksItsServiceAndPassesItsWordsOn) {

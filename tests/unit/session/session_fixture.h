@@ -16,6 +16,8 @@
 #include "fe/fe.h"
 #include "functions/functions.h"
 #include "session/bgexec.h"
+#include "session/limits.h"
+#include "session/login_gate.h"
 #include "session/protocol.h"
 #include "tavevent/tavevent.h"
 #include "tree/ccdtree.h"
@@ -99,6 +101,7 @@ class session_test : public testing::Test {
         g_access_override = 0;
         if (!g_trns_iface_list) register_backend();
         g_trns_ctx = trns_create_ctx();
+        limit_set(k_limit_login_delay, 0);
         base = create_felib_base();
         base->fed_list =
             fe_register_paramfuncs(fe_register_llmiscfuncs(fe_register_felib_funcs(nullptr)));
@@ -158,6 +161,7 @@ class session_test : public testing::Test {
     /* As many turns as it takes. */
     static void process(ccd_session *session) {
         session_process_input(session);
+        login_gate_sweep();
         while (session->stalled && databuf_pending(session->outbuf) < k_session_output_limit)
             session_sweep();
     }
