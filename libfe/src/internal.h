@@ -237,6 +237,9 @@ inline void forgive_failure() {
     if (g_failure_state == failure_state::failing) g_failure_state = failure_state::forgiven;
 }
 
+// How many arguments a call has whose second one is a regular expression; 0 for other functions.
+size_t arguments_with_pattern(const fe_def *fed);
+
 void report(std::string_view line);
 void report_redefinition(std::string_view name);
 

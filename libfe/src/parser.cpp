@@ -9,6 +9,7 @@
 #include "fe/parse.h"
 #include "internal.h"
 #include "lexer.h"
+#include "pattern.h"
 
 namespace fe {
 
@@ -61,6 +62,7 @@ class parser {
     }
 
     const std::string &complaint() const { return complaint_; }
+    int error() const { return error_; }
 
   private:
     // One level of brackets, signs or branches; the record of it ends with the scope.
@@ -101,17 +103,35 @@ class parser {
         return false;
     }
 
-    // Puts a call around a chain of arguments. `what` is how a complaint names it.
-    node_list make_call(const char *function, size_t offset, node_list arguments) {
+    // A pattern that stands in the text is looked at now, not when a request comes by. `offset` is
+    // where it stands.
+    bool second_is_good(const fe_def *fed, const fe_node *arguments, size_t offset) {
+        const size_t count = arguments_with_pattern(fed);
+        const fe_node *second = count != 0 ? arguments->next : nullptr;
+        if (second == nullptr || second->fed != g_fed_const ||
+            static_cast<size_t>(fe_argc(arguments)) != count) {
+            return true;
+        }
+        const std::string wrong = check_pattern(view_of(second));
+        if (wrong.empty()) return true;
+        complain_at(offset, std::string("a pattern for \"") + fed->name + "\" (" + wrong + ")");
+        error_ = EBADMSG;
+        return false;
+    }
+
+    // Puts a call around a chain of arguments, the second of which stands at `second`.
+    node_list make_call(const char *function, size_t offset, node_list arguments,
+                        size_t second = 0) {
         fe_def *fed = find_definition(list_, function);
         if (fed == nullptr) {
             return complain_at(offset, std::string("an operator whose function \"") + function +
                                            "\" is registered");
         }
-        return make_call(fed, offset, std::move(arguments));
+        return make_call(fed, offset, std::move(arguments), second);
     }
 
-    node_list make_call(fe_def *fed, size_t offset, node_list arguments) {
+    node_list make_call(fe_def *fed, size_t offset, node_list arguments, size_t second) {
+        if (!second_is_good(fed, arguments.get(), second)) return nullptr;
         node_list call(create_fe_node(fed, nullptr));
         if (call == nullptr) throw std::bad_alloc();
         for (const fe_node *child = arguments.get(); child != nullptr; child = child->next) {
@@ -156,15 +176,17 @@ class parser {
             const binary_operator *op = find_operator(token_);
             if (op == nullptr || op->precedence < precedence) break;
             const size_t offset = token_.offset;
+            size_t right_offset = 0;
             result_list operands;
             operands.append(left.release());
             do {
                 advance();
+                right_offset = token_.offset;
                 node_list right = binary(op->precedence + 1);
                 if (right == nullptr) return nullptr;
                 operands.append(right.release());
             } while (op->associates && token_.is(op->symbol));
-            left = make_call(op->function, offset, node_list(operands.release()));
+            left = make_call(op->function, offset, node_list(operands.release()), right_offset);
         }
         return left;
     }
@@ -228,7 +250,9 @@ class parser {
         if (deeper.too_deep()) return complain_of_depth(opened);
         advance();
         result_list arguments;
+        size_t second = 0;
         while (!arguments.empty() || !token_.is(")")) {
+            if (!arguments.empty() && second == 0) second = token_.offset;
             node_list argument = conditional();
             if (argument == nullptr) return nullptr;
             arguments.append(argument.release());
@@ -236,7 +260,7 @@ class parser {
             advance();
         }
         if (!expect_closing(opened)) return nullptr;
-        return make_call(fed, name.offset, node_list(arguments.release()));
+        return make_call(fed, name.offset, node_list(arguments.release()), second);
     }
 
     static node_list constant(std::string_view text) {
@@ -250,6 +274,7 @@ class parser {
     token token_;
     unsigned int nesting_ = 0;
     std::string complaint_;
+    int error_ = EINVAL;
 };
 
 std::string g_error_text;
@@ -268,7 +293,7 @@ fe_node *parse_fe_expression(const char *text, fe_def *list) {
         node_list result = p.parse();
         if (result != nullptr) return result.release();
         g_error_text = p.complaint();
-        return fail_with(EINVAL);
+        return fail_with(p.error());
     } catch (const std::bad_alloc &) {
         g_error_text.clear();
         return fail_with(ENOMEM);

@@ -1,7 +1,6 @@
 /* Tree functions that read. */
 
 #include <errno.h>
-#include <fnmatch.h>
 
 #include <cstdio>
 #include <cstring>
@@ -136,10 +135,10 @@ fe_node *fe_func_lllistmatch(fe_context *ctx, fe_node *call) {
     llconf_item *lli = pattern ? ll_find_item(ctx, arguments.text(0)) : nullptr;
     if (!lli) return const_node("");
     auto take = [pattern](node_list &answers, const cnfnode *child) {
-        return fnmatch(pattern, child->name, FNM_PATHNAME) != 0 || answers.append(child->name);
+        const int matches = fe_match_wildcards(pattern, child->name, 1);
+        return matches == 0 || (matches == 1 && answers.append(child->name));
     };
-    fe_node *names = list_children(lli, arguments.text(1), take);
-    return names ? names : const_node("");
+    return list_children(lli, arguments.text(1), take);
 }
 
 fe_node *fe_func_llfindindex(fe_context *ctx, fe_node *call) {

@@ -22,6 +22,7 @@
 #include "fe/fe.h"
 #include "llconf/modules.h"
 #include "llconf/nodes.h"
+#include "tree/param_failure.h"
 #include "ucfgd/owners.h"
 
 namespace {
@@ -123,6 +124,7 @@ void read_flags(module_entry &entry, const char *value) {
 
 void add_hook(owned_nodes &hooks, const module_entry &entry, const char *value) {
     fe_node *hook = parse_fe_expression(value, entry.functions);
+    if (!hook && errno == EBADMSG) log_expression_failure(entry.name);
     if (hook) hooks.reset(append_fe_node_list(hooks.release(), hook));
 }
 
@@ -205,6 +207,7 @@ void attach_hook(llconf_item *lli, const cnfnode *node, fe_def *functions) {
         if (row.name != name) continue;
         const char *text = cnfnode_getval(node);
         fe_node *hook = text ? parse_fe_expression(text, functions) : nullptr;
+        if (!hook && text && errno == EBADMSG) log_expression_failure(lli->name);
         if (!hook) return;
         fe_node *&list = lli->*row.hooks;
         list = row.append ? append_fe_node_list(list, hook) : append_fe_node_list(hook, list);

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "fe/pattern.h"
 #include "llconf/nodes.h"
 #include "llconf/path.h"
 #include "session/limits.h"
@@ -58,6 +59,10 @@ config_files read_config_files(const cnfnode *root) {
 
 void parse_config(const cnfnode *root) {
     limits_read(find_node(root->first_child, "limits"));
+    fe_set_pattern_memory(
+        static_cast<size_t>(limit_value(k_limit_pattern_memory)), [](const char *pattern) {
+            limit_met(k_limit_pattern_memory, "a pattern needs more: %s", pattern);
+        });
     const cnfnode *section = find_node(root->first_child, "config");
     if (!section) return;
     for (const cnfnode *node = section->first_child; node; node = node->next)

@@ -154,9 +154,9 @@ bool build(const options &given) {
     if (register_all() != 0 || !read_main_configuration(given.config_file)) return false;
     config_files files = read_config_files(g_conftree);
     done();
+    parse_config(g_conftree); /* before the first pattern, whose memory it bounds */
     read_functions(files, dumping);
     read_backends(files, dumping);
-    parse_config(g_conftree);
     read_trees(files, dumping);
     return true;
 }

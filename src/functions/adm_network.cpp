@@ -1,5 +1,4 @@
 #include <arpa/inet.h>
-#include <fnmatch.h>
 #include <netinet/in.h>
 #include <stdio.h>
 #include <string.h>
@@ -105,8 +104,11 @@ fe_node *fe_func_adm_ifacelist(fe_context *ctx, fe_node *call) {
     std::unique_ptr<iface_node, release_with<destroy_iface_list>> list{iface_get_list()};
     if (!list) return answer_unless_short(memory, "");
     node_list names;
-    for (const iface_node *entry = list.get(); entry != nullptr; entry = entry->next)
-        if (fnmatch(arguments[0], entry->name, FNM_PATHNAME) == 0) names.append(entry->name);
+    for (const iface_node *entry = list.get(); entry != nullptr; entry = entry->next) {
+        const int matches = fe_match_wildcards(arguments[0], entry->name, 1);
+        if (matches < 0) return nullptr;
+        if (matches == 1) names.append(entry->name);
+    }
     return names.release();
 }
 

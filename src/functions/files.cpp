@@ -1,6 +1,4 @@
 #include <fcntl.h>
-#include <fnmatch.h>
-#include <libdaemon/dlog.h>
 #include <stdio.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -20,8 +18,7 @@
 
 namespace {
 
-constexpr size_t k_longest_file = 64UL << 20;  /* bytes of a file that is read as lines */
-constexpr size_t k_most_matching = 64UL << 20; /* characters of a pattern times those of a text */
+constexpr size_t k_longest_file = 64UL << 20; /* bytes of a file that is read as lines */
 
 /* The answer to a question about the file of a name. */
 template <class question>
@@ -85,14 +82,9 @@ fe_node *llmisc_symlink(const call_arguments &arguments) {
                      [&](const char *path) { return done(symlink(arguments[0], path), path); });
 }
 
-/* Matching takes time in proportion to both lengths multiplied. */
 fe_node *llmisc_fnmatch(const call_arguments &arguments) {
-    size_t pattern = strlen(arguments[0]);
-    if (pattern > 0 && strlen(arguments[1]) > k_most_matching / pattern) {
-        daemon_log(LOG_ERR, "fnmatch: pattern and text are too long to be compared");
-        return const_node("0");
-    }
-    return truth_node(fnmatch(arguments[0], arguments[1], 0) == 0);
+    const int matches = fe_match_wildcards(arguments[0], arguments[1], 0);
+    return matches < 0 ? nullptr : truth_node(matches == 1);
 }
 
 fe_node *llmisc_readlines(const call_arguments &arguments) {

@@ -8,6 +8,7 @@
 #include "fe/fe.h"
 #include "llconf/nodes.h"
 #include "tree/ccdtree_reader.h"
+#include "tree/param_failure.h"
 #include "ucfgd/owners.h"
 
 namespace {
@@ -41,9 +42,10 @@ owned_expression unparsed(const method_entry &entry) {
 owned_expression parse_fe_expr_verbose(const method_entry &entry, fe_def *fed_list) {
     owned_expression expression{parse_fe_expression(entry.value(), fed_list)};
     if (expression) return expression;
-    owned_str reason = dup_str(errno == EINVAL ? fe_error_text() : std::strerror(errno));
-    daemon_log(LOG_ERR, "Error: Parsing tree failed at '%s'.", text_of(entry.path()));
-    daemon_log(LOG_ERR, "%s", text_of(reason));
+    const int reason = errno;
+    owned_str place = entry.path();
+    errno = reason;
+    log_expression_failure(text_of(place));
     return unparsed(entry);
 }
 

@@ -90,6 +90,15 @@ void report_forgiven(const char *key, const param_path *path) {
     fe_forget_failure();
 }
 
+void log_expression_failure(const char *place) {
+    errno_guard keep;
+    text_buffer reason;
+    std::snprintf(reason.data(), reason.size(), "%s",
+                  errno == ENOMEM ? std::strerror(ENOMEM) : fe_error_text());
+    daemon_log(LOG_ERR, "Error: Parsing tree failed at '%s'.", place);
+    daemon_log(LOG_ERR, "%s", reason.data());
+}
+
 const char *ccd_failure_text(int error) {
     const char *reason = error == EINVAL || error == 0 ? ccd_failure_reason() : nullptr;
     return reason ? reason : std::strerror(error);

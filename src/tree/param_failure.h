@@ -1,13 +1,17 @@
 #ifndef UCFGD_TREE_PARAM_FAILURE_H
 #define UCFGD_TREE_PARAM_FAILURE_H
 
-/* What a method that failed leaves behind: a line in the log that says which node, which method,
+/* What is said of an expression that cannot be read, and of a method that failed: a line in the log that says which node, which method,
  * which function, what was wrong and with what; and for the client's reply the same without the
  * node, which it knows, and without the value, which may be none of its business. */
 
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+/* Logs that the expression at a place of a definition file could not be parsed, and why. errno and
+ * fe_error_text are as parse_fe_expression left them. */
+void log_expression_failure(const char *place);
 
 /* For the reply to a request that failed with this errno: the text of errno, or, where that says
  * nothing (EINVAL, 0), why the expression failed. Lives until the next call of any function of this

@@ -17,6 +17,7 @@
 #include "llconf/modules.h"
 #include "llconf/nodes.h"
 #include "tree/arguments.h"
+#include "tree/param_failure.h"
 #include "ucfgd/owners.h"
 #include "ucfgd/slist.h"
 
@@ -28,9 +29,14 @@ namespace {
 
 using owned_expression = owned<fe_node, destroy_fe_node_tree>;
 
-void replace_expression(fe_node **field, const char *text, fe_def *fed_list) {
+/* What is no expression is left out, and the type has none. One whose pattern is none was meant to
+ * refuse something, so it fails, and the type accepts nothing. */
+void replace_expression(ccd_type *type, fe_node **field, const char *text, fe_def *fed_list) {
     owned_expression old{*field};
     *field = parse_fe_expression(text, fed_list);
+    if (*field || errno != EBADMSG) return;
+    log_expression_failure(type->name);
+    *field = create_fe_node(g_fed_unparsed, text);
 }
 
 void read_parent(ccd_type *type, const char *value, fe_def *) {
@@ -38,11 +44,11 @@ void read_parent(ccd_type *type, const char *value, fe_def *) {
 }
 
 void read_validation(ccd_type *type, const char *value, fe_def *fed_list) {
-    replace_expression(&type->func_validation, value, fed_list);
+    replace_expression(type, &type->func_validation, value, fed_list);
 }
 
 void read_choices(ccd_type *type, const char *value, fe_def *fed_list) {
-    replace_expression(&type->func_choices, value, fed_list);
+    replace_expression(type, &type->func_choices, value, fed_list);
 }
 
 void read_len(ccd_type *type, const char *value, fe_def *) {

@@ -33,5 +33,6 @@
 #include "fe/functions.h"
 #include "fe/nodes.h"
 #include "fe/parse.h"
+#include "fe/pattern.h"
 
 #endif
