@@ -320,3 +320,7 @@ bool command_request_overran() {
 void commands_run_in_child() {
     g_in_child = true;
 }
+
+bool command_may_wait() {
+    return g_in_child;
+}

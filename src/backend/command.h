@@ -51,4 +51,7 @@ bool command_request_overran();
  * with it when its process group is ended. */
 void commands_run_in_child();
 
+/* Whether this is such a child, which may wait for others. */
+bool command_may_wait();
+
 #endif

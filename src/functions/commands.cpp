@@ -2,6 +2,7 @@
 #include <stdio.h>
 #include <sys/wait.h>
 #include <tavevent/tavevent.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "backend/command.h"
+#include "daemon/log.h"
 #include "functions/line_splitter.h"
 #include "functions/llmisc.h"
 
@@ -48,9 +50,17 @@ fe_node *llmisc_readlinespipe(const call_arguments &arguments) {
     return lines.release();
 }
 
+/* What an action prints is for its client, who gets all of it, however slowly he reads. In the
+ * daemon itself it is a line of the log, which waits for nobody. */
 fe_node *llmisc_print(const call_arguments &arguments) {
+    std::string lines;
     for (const fe_node *text = arguments.first(); text != nullptr; text = text->next)
-        printf("%s\n", text->text);
+        lines.append(text->text).append(1, '\n');
+    if (!command_may_wait()) {
+        log_text(STDOUT_FILENO, lines.data(), lines.size());
+        return truth_node(true);
+    }
+    fputs(lines.c_str(), stdout);
     return truth_node(fflush(stdout) == 0);
 }
 

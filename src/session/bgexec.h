@@ -110,7 +110,8 @@ pid_t bgexec_file(const char *file, char *const argv[], uid_t uid, fd_callback *
 /* Executes a file, searched on the path, under a user id, and waits for its end. stdin_cb is called
  * when the child takes input, the others when it has written; each gets the descriptor and cb_data,
  * and a result below 1 closes that pipe. The wait status goes to *pstatus, which may be null.
- * Returns 0; negative with errno when the child could not be started. */
+ * Returns 0; negative with errno when the child could not be started. Waits as long as the program
+ * runs, or a process that has its pipes: in the daemon itself everybody waits along. */
 int exec_file(const char *file, char *const argv[], uid_t uid, int (*stdin_cb)(int fd, void *data),
               int (*stdout_cb)(int fd, void *data), int (*stderr_cb)(int fd, void *data),
               void *cb_data, int *pstatus);

@@ -52,6 +52,8 @@ TEST_F(restart, EmptyDirectoryStopsEverythingInOrderAndNoDirectoryNothing) {
     std::filesystem::create_directory(rc);
     llconf_restart_dirty_mods();
     EXPECT_EQ(g_commands, "ntpclient stop;snmpd stop;ipsec stop;portmap stop;");
+    run_restart_command("exit 3");
+    EXPECT_EQ(unlogged({"exit 3 failed: exit status 3"}), "");
 }
 
 TEST_F(restart, HooksRunForChangedFilesAndLastForTheDeferredOnes) {

@@ -222,6 +222,8 @@ TEST_F(Functions, EndCommandsInTimeWithAllThatTheyStartedAndWaitForNothingElse) 
                                              directory_ + "/pid; wait; sleep 60')"));
     EXPECT_EQ(ETIME, errno);
     std::string exe = "/proc/" + std::to_string(atoi(read("/pid").c_str())) + "/exe";
+    for (int i = 0; i < 500 && access(exe.c_str(), F_OK) == 0; i++)
+        usleep(10000);
     EXPECT_NE(0, access(exe.c_str(), F_OK));
     EXPECT_EQ("(failed) File too large", eval("readlinespipe('yes')"));
     EXPECT_EQ("(failed) signal 9", eval("readlinespipe('echo part; kill -9 $$')"));
