@@ -267,6 +267,11 @@ void index_remove(node_record *node) {
     }
 }
 
+size_t index_size(const node_record *parent) {
+    const child_index *index = parent->index;
+    return index ? sizeof(*index) + (index->mask + 1) * sizeof(child_slot) : 0;
+}
+
 void index_drop(node_record *parent) {
     std::free(parent->index);
     parent->index = nullptr;

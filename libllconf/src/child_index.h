@@ -19,6 +19,9 @@ bool index_children(node_record *parent);
 /* The sibling of the same name before this one, or null. Only where the parent has its table. */
 node_record *earlier_named(const node_record *node);
 
+/* The bytes of the table. */
+size_t index_size(const node_record *parent);
+
 /* For the operations that change a tree. index_add comes after the node is linked, index_remove
  * before it is unlinked; both under the name that it bears. */
 void index_add(node_record *node);

@@ -1,6 +1,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "child_index.h"
 #include "llconf/nodes.h"
 #include "node_record.h"
 
@@ -42,6 +43,18 @@ bool same_below(const cnfnode *top_a, const cnfnode *top_b) {
     }
 }
 
+size_t text_size(const char *text) {
+    return text != nullptr ? std::strlen(text) + 1 : 0;
+}
+
+size_t node_size(const node_record *node) {
+    size_t size = sizeof(node_record) + text_size(node->value) + index_size(node);
+    if (!node->has(k_static_name)) size += text_size(node->name);
+    if (node->has(k_has_text)) size += sizeof(source_text);
+    if (!node->has(k_in_block)) size += sizeof(size_t);
+    return size;
+}
+
 }  // namespace
 
 int compare_cnftree(const cnfnode *a, const cnfnode *b) {
@@ -62,6 +75,13 @@ int cnfnode_is_formatting(const cnfnode *node) {
         if (std::strcmp(node->name, name) == 0) return 1;
     }
     return 0;
+}
+
+size_t cnftree_size(const cnfnode *root) {
+    size_t size = 0;
+    for (auto *node = static_cast<const node_record *>(root); node; node = next_in_tree(node, root))
+        size += node_size(node);
+    return size;
 }
 
 void strip_cnftree(cnfnode *root) {

@@ -64,12 +64,18 @@ int ll_trns_isdirty_ctx(trns_ctx_item *item) {
     return 0;
 }
 
+size_t ll_trns_size_ctx(const trns_ctx_item *item) {
+    return llconf_shadow_list_size(list_of(item));
+}
+
 }  // namespace
 
 trns_interface *ll_register_tctx_interface(void) {
-    return register_trns_interface(k_ll_trns_id, ll_trns_create_ctx, ll_trns_destroy_ctx,
-                                   ll_trns_copy_ctx, ll_trns_submit_ctx, ll_trns_cancel_ctx,
-                                   ll_trns_commit_ctx, ll_trns_revert_ctx, ll_trns_isdirty_ctx);
+    trns_interface *tiface = register_trns_interface(
+        k_ll_trns_id, ll_trns_create_ctx, ll_trns_destroy_ctx, ll_trns_copy_ctx, ll_trns_submit_ctx,
+        ll_trns_cancel_ctx, ll_trns_commit_ctx, ll_trns_revert_ctx, ll_trns_isdirty_ctx);
+    if (tiface) tiface->size = ll_trns_size_ctx;
+    return tiface;
 }
 
 int llconf_trns_ctx_serial(void) {

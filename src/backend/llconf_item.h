@@ -1,6 +1,7 @@
 #ifndef UCFGD_BACKEND_LLCONF_ITEM_H
 #define UCFGD_BACKEND_LLCONF_ITEM_H
 
+#include <stddef.h>
 #include <stdint.h>
 
 /* Backend module instances: one record per configuration file, directory of files or pair of
@@ -139,6 +140,9 @@ int llconf_revert_shadow_list(llconf_item *shadows);
 
 /* Takes back what shadows changed in borrowed trees, and returns those trees. Own trees stay. */
 void llconf_return_borrowed_trees(llconf_item *shadows);
+
+/* About how many bytes shadows and the trees of their own take. */
+size_t llconf_shadow_list_size(const llconf_item *shadows);
 
 /* Installs tree, which the item owns from now on, in the place of the one that it had; null leaves
  * it without one. */

@@ -3,6 +3,7 @@
 #include <errno.h>
 
 #include <array>
+#include <cstring>
 #include <utility>
 
 #include "backend/items.h"
@@ -141,6 +142,15 @@ int llconf_revert_shadow_list(llconf_item *shadows) {
             destroy_fe_node_list(std::exchange(shadow->*hooks, nullptr));
     }
     return 0;
+}
+
+size_t llconf_shadow_list_size(const llconf_item *shadows) {
+    size_t size = 0;
+    for (const llconf_item *shadow = shadows; shadow; shadow = shadow->next) {
+        size += sizeof(llconf_item) + std::strlen(shadow->name) + 1;
+        if (!shadow->journal) size += cnftree_size(shadow->cn_root);
+    }
+    return size;
 }
 
 void llconf_return_borrowed_trees(llconf_item *shadows) {

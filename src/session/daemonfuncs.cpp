@@ -70,8 +70,15 @@ unsigned long count_sessions() {
 unsigned long count_suspended() {
     unsigned long count = 0;
     for (const ccd_session *session = g_session_list; session; session = session->next)
-        if (session->state == k_session_suspended) count++;
+        if (session->left != 0) count++;
     return count;
+}
+
+unsigned long count_suspended_memory() {
+    unsigned long bytes = 0;
+    for (const ccd_session *session = g_session_list; session; session = session->next)
+        bytes += session->holds;
+    return bytes;
 }
 
 unsigned long count_jobs() {
@@ -86,6 +93,7 @@ struct daemon_count {
 constexpr daemon_count k_counts[] = {
     {"sessions", count_sessions},
     {"suspended-sessions", count_suspended},
+    {"suspended-memory", count_suspended_memory},
     {"jobs", count_jobs},
 };
 

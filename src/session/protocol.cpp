@@ -4,6 +4,7 @@
 
 #include <libdaemon/dlog.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -12,6 +13,7 @@
 #include "daemon/trace.h"
 #include "session/chars.h"
 #include "session/input.h"
+#include "session/limits.h"
 #include "session/login.h"
 #include "session/login_gate.h"
 #include "session/turns.h"
@@ -118,20 +120,38 @@ int frame_lines(ccd_session *session) {
     return session->inbuf ? 0 : -1;
 }
 
+/* What a line takes as a block of its own, the allocator's share included. */
+size_t collected_size(size_t text_size) {
+    constexpr size_t k_step = 2 * sizeof(size_t);
+    const size_t block = sizeof(line) + text_size + sizeof(size_t);
+    return std::max((block + k_step - 1) / k_step * k_step, 2 * k_step);
+}
+
+size_t request_limit(const ccd_session *session) {
+    const auto limit = static_cast<size_t>(limit_value(k_limit_request_size));
+    return session->state == k_session_logged ? limit : std::min<size_t>(limit, k_request_new);
+}
+
+int refuse_request(ccd_session *session) {
+    limit_met(k_limit_request_size, "request too long, closing session of user '%s'",
+              session->username ? session->username : "");
+    close_session(session);
+    return -1;
+}
+
 /* Appends a copy of the line to the request, record and text in one block. */
 int collect_line(ccd_session *session, const char *text) {
     const size_t size = strlen(text) + 1;
-    const size_t limit = session->state == k_session_logged ? k_request_logged : k_request_new;
-    if (session->curr_cmd_bytes + size > limit)
-        return refuse(session, "request too long, closing session");
+    const size_t taken = collected_size(size);
+    if (session->curr_cmd_bytes + taken > request_limit(session)) return refuse_request(session);
     void *block = malloc(sizeof(line) + size);
-    if (!block) return refuse(session, "request too long, closing session");
+    if (!block) return refuse(session, "no memory for a request, closing session");
     char *copy = static_cast<char *>(block) + sizeof(line);
     memcpy(copy, text, size);
     auto *collected = new (block) line{nullptr, copy};
     *session->curr_cmd_tail = collected;
     session->curr_cmd_tail = &collected->next;
-    session->curr_cmd_bytes += size;
+    session->curr_cmd_bytes += taken;
     return 0;
 }
 

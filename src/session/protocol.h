@@ -17,11 +17,10 @@ extern "C" {
 #endif
 
 enum {
-    k_line_size = 16384,       /* one request line, one reply, one line of a child, with its NUL */
-    k_tag_size = 256,          /* a tag with its NUL */
-    k_word_size = 1024,        /* an argument word with its NUL, where nothing else is said */
-    k_request_new = 65536,     /* bytes of collected lines before login */
-    k_request_logged = 4194304 /* and after */
+    k_line_size = 16384,  /* one request line, one reply, one line of a child, with its NUL */
+    k_tag_size = 256,     /* a tag with its NUL */
+    k_word_size = 1024,   /* an argument word with its NUL, where nothing else is said */
+    k_request_new = 65536 /* what collected lines may take before login */
 };
 
 typedef int session_handler(ccd_session *session, const char *id, const char *args);

@@ -47,6 +47,9 @@ int g_access_override = 0;
 
 namespace {
 
+/* How many connections have been given up since the start. */
+unsigned long g_left = 0;
+
 void finish_registration(fd_callback *&registration) {
     if (!registration) return;
     registration->state = FD_CALLBACK_FINISHED;
@@ -119,10 +122,9 @@ void close_session(ccd_session *session) {
     finish_registration(session->fdcb_in);
     finish_registration(session->fdcb_out);
     free_buffers(session);
-    if (session->state == k_session_new) {
-        session->discarded = 1;
-        g_session_sweep_needed = 1;
-    }
+    if (session->state == k_session_new) session->discarded = 1;
+    if (session->left == 0) session->left = ++g_left;
+    g_session_sweep_needed = 1;
     /* A terminated session must not come back through RESUME with the rights it has lost. */
     if (session->state != k_session_logout) session->state = k_session_suspended;
 }

@@ -84,6 +84,8 @@ typedef struct ccd_session {
     long refusals;              /* log-ins that were refused on this connection */
     int discarded;              /* session_sweep destroys it */
     int64_t connected;          /* loop_now when its connection was accepted */
+    unsigned long left;         /* its place among those without a connection; 0 with one */
+    size_t holds;               /* about what it holds without a connection; 0: not known yet */
 } ccd_session;
 
 /* All sessions, in the order of their connections. */
@@ -154,6 +156,10 @@ void session_timeout_check(ccd_session *session);
 /* Sets request_time and, at most once a second, applies the idle rule to all sessions and discards
  * terminated ones (but not current, which may be null) that have lingered long enough. */
 void session_timeout_check_all(ccd_session *current);
+
+/* Ends the oldest of the sessions without a connection, as far as they are beyond the limits of
+ * their number and memory: they can no longer be resumed. Called by the sweep. */
+void session_bound_suspended(void);
 
 /* Prints all sessions on standard output, current (which may be null) marked. */
 void session_dump_all(ccd_session *current);

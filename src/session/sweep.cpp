@@ -31,6 +31,7 @@ void session_sweep(void) {
     if (g_session_sweep_needed) {
         g_session_sweep_needed = 0;
         turn_round();
+        session_bound_suspended();
         destroy_discarded();
     }
     turn_end_round();

@@ -89,8 +89,9 @@ trns_interface *register_trns_interface(
     int (*copy)(trns_ctx_item *, trns_ctx_item *), int (*submit)(trns_ctx_item *),
     int (*cancel)(trns_ctx_item *), int (*commit)(trns_ctx_item *), int (*revert)(trns_ctx_item *),
     int (*isdirty)(trns_ctx_item *)) {
-    auto *tiface = new (std::nothrow) trns_interface{
-        nullptr, id, create, destroy, copy, submit, cancel, commit, revert, isdirty, nullptr};
+    auto *tiface =
+        new (std::nothrow) trns_interface{nullptr, id,     create, destroy, copy,    submit,
+                                          cancel,  commit, revert, isdirty, nullptr, nullptr};
     if (!tiface) {
         errno = ENOMEM;
         return nullptr;
@@ -167,6 +168,16 @@ int trns_inc_ctx_serial(trns_ctx *ctx) {
 
 int trns_get_ctx_serial(const trns_ctx *ctx) {
     return ctx ? ctx->serial : -1;
+}
+
+size_t trns_ctx_size(const trns_ctx *ctx) {
+    if (!ctx) return 0;
+    size_t size = sizeof(*ctx);
+    for (const trns_ctx_item *item = ctx->item_list; item; item = item->next) {
+        size += sizeof(*item);
+        if (item->tiface->size) size += item->tiface->size(item);
+    }
+    return size;
 }
 
 void trns_destroy_ctx(trns_ctx *ctx) {

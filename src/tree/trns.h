@@ -12,6 +12,8 @@
  *  6. The serial tells whether the parent has been committed to since the copy was made.
  */
 
+#include <stddef.h>
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -41,6 +43,9 @@ typedef struct trns_interface {
     int (*revert)(struct trns_ctx_item *item);  /* back to what is current */
     int (*isdirty)(struct trns_ctx_item *item); /* are there uncommitted changes? */
     void *data;                                 /* the backend's own */
+    /* About how many bytes the state of a copied context holds of its own. May be null; set behind
+     * registration. */
+    size_t (*size)(const struct trns_ctx_item *item);
 } trns_interface;
 
 /* One backend's state within one context. */
@@ -100,6 +105,10 @@ int trns_inc_ctx_serial(trns_ctx *ctx);
 
 /* The serial, -1 for null. */
 int trns_get_ctx_serial(const trns_ctx *ctx);
+
+/* About how many bytes of memory a copied context holds of its own; 0 for null. It costs what the
+ * backends' size operations cost. */
+size_t trns_ctx_size(const trns_ctx *ctx);
 
 /* Null is accepted. */
 void trns_destroy_ctx(trns_ctx *ctx);

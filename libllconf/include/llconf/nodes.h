@@ -1,6 +1,8 @@
 #ifndef LLCONF_NODES_H
 #define LLCONF_NODES_H
 
+#include <stddef.h>
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -85,6 +87,10 @@ int cnfnode_is_formatting(const struct cnfnode *node);
 
 /* Removes every formatting node below root, at every depth. */
 void strip_cnftree(struct cnfnode *root);
+
+/* About how many bytes of memory a tree takes. The text of its file, which clones share, is not
+ * counted. 0 for null. Costs a walk through the tree. */
+size_t cnftree_size(const struct cnfnode *root);
 
 /* Prints a tree for debugging on standard output, indent blanks from the margin. */
 void dump_nodes(const struct cnfnode *tree, int indent);

@@ -68,6 +68,32 @@ TEST_F(Login, ASessionThatLostItsConnectionIsResumedWithItsChanges) {
     EXPECT_EQ(next->next, nullptr);
 }
 
+TEST_F(Login, OfTheSessionsWithoutAConnectionTheOldestEndBeyondTheirLimits) {
+    for (trns_interface *tiface = g_trns_iface_list; tiface; tiface = tiface->next)
+        tiface->size = [](const trns_ctx_item *) { return size_t{1000000}; };
+    const long number = limit_value(k_limit_suspended_sessions);
+    std::vector<std::string> ids;
+    const auto drop_five = [&] {
+        for (int i = 0; i < 5; i++) {
+            ccd_session *session = logged_in("admin");
+            ids.insert(ids.begin(), session->sessionid);
+            close_session(session);
+            session_sweep();
+        }
+    };
+    limit_set(k_limit_suspended_sessions, 3);
+    drop_five();
+    limit_set(k_limit_suspended_sessions, number);
+    EXPECT_EQ(resume(ids[3]), "r NO invalid session id\n");
+    EXPECT_EQ(resume(ids[2]), "r OK welcome back admin\n");
+    limit_set(k_limit_suspended_memory, 4100000);
+    drop_five();
+    EXPECT_EQ(resume(ids[4]), "r NO invalid session id\n");
+    EXPECT_EQ(resume(ids[3]), "r OK welcome back admin\n");
+    limit_set(k_limit_suspended_memory, 64 << 20);
+    EXPECT_GE(limit_met_count(k_limit_suspended_memory), 1u);
+}
+
 TEST_F(Login, ATerminatedSessionNeverComesBack) {
     ccd_session *session = logged_in("admin");
     const std::string identifier = session->sessionid;
