@@ -444,7 +444,7 @@ TEST_F(Hostile, NothingIsKeptOfRequestsLogInsAndCommits) {
             connect().send("x.1 half a request");
         }
     };
-    round(50);
+    round(150);
     const long before = resident_kib();
     round(500);
     expect_growth_below(400, before);
