@@ -110,7 +110,7 @@ int lib_hlxaaa_acl_init(const sid_data *data, const cnfnode *acl, const cnfnode 
         return store_acl(data, acl);
     } catch (const std::bad_alloc &) {
         errno = ENOMEM;
-    } catch (const std::runtime_error &) {
+    } catch (const std::exception &) {
         if (errno == 0) errno = EIO;
     }
     return -1;

@@ -13,7 +13,6 @@
 #include "hlxauth/hlxauth.h"
 #include "store.h"
 #include "ucfgd/escape.h"
-#include "ucfgd/owners.h"
 #include "ucfgd/strlcpy.h"
 
 /* The C face: the same store without exceptions. */
@@ -31,7 +30,7 @@ int guarded(body run) {
         return run();
     } catch (const std::bad_alloc &) {
         errno = ENOMEM;
-    } catch (const std::runtime_error &) {
+    } catch (const std::exception &) {
         if (errno == 0) errno = EIO;
     }
     return -1;
@@ -48,7 +47,7 @@ std::string sid_of(const char *text) {
 
 bool fits(const char *name) {
     size_t length = strnlen(name, HLX_AUTH_USER_SIZE);
-    return length > 0 && length < HLX_AUTH_USER_SIZE;
+    return length > 0 && length < HLX_AUTH_USER_SIZE && hlx_auth::is_plain_name({name, length});
 }
 
 bool is_sound(const hlx_auth_session &wanted) {
@@ -76,7 +75,10 @@ void fill(session_place &place, const hlx_auth_session &wanted, const char *sid)
     place.group_count = static_cast<uint32_t>(wanted.group_count);
     place.flags = wanted.flags;
     place.created = time(nullptr);
-    place.expires = wanted.lifetime < 0 ? 0 : hlx_auth::boot_seconds() + wanted.lifetime;
+    place.expires = 0;
+    if (wanted.lifetime >= 0 &&
+        __builtin_add_overflow(hlx_auth::boot_seconds(), wanted.lifetime, &place.expires))
+        place.expires = INT64_MAX;
     std::atomic_thread_fence(std::memory_order_release);
     place.state = place_state::live;
 }
@@ -85,20 +87,21 @@ void fill(session_place &place, const hlx_auth_session &wanted, const char *sid)
 
 int hlx_auth_session_sid_check(const char *sid) {
     if (sid == nullptr || *sid == '\0') return HLX_AUTH_SID_NULL;
-    errno_guard keep;
-    std::string normal = sid_of(sid);
-    if (normal.empty()) return HLX_AUTH_SID_EINVAL;
-    return guarded([&] {
+    return guarded([&]() -> int {
+        const std::string normal = sid_of(sid);
+        if (normal.empty()) return HLX_AUTH_SID_EINVAL;
         return locked_store{}.find(normal) != nullptr ? HLX_AUTH_SID_VALID : HLX_AUTH_SID_ERANGE;
     });
 }
 
 int hlx_auth_session_sid_data(const char *sid, sid_data *data) {
-    std::string normal = sid_of(sid);
-    if (normal.empty() || data == nullptr) return fail(EINVAL);
-    memcpy(data->sid, normal.data(), normal.size());
-    data->sid_sz = static_cast<int>(normal.size());
-    return 0;
+    return guarded([&] {
+        const std::string normal = sid_of(sid);
+        if (normal.empty() || data == nullptr) return fail(EINVAL);
+        memcpy(data->sid, normal.data(), normal.size());
+        data->sid_sz = static_cast<int>(normal.size());
+        return 0;
+    });
 }
 
 int hlx_auth_session_get_attr_flag(const sid_data *data) {
@@ -115,7 +118,7 @@ int hlx_auth_session_create(const hlx_auth_session *wanted, char *sid) {
     return guarded([&] {
         if (!make_sid(sid)) return fail(EIO);
         locked_store store;
-        session_place *place = store.take_free();
+        session_place *place = store.take_free(sid);
         if (place == nullptr) return fail(ENOSPC);
         place->order = ++(*store).created_sessions;
         fill(*place, *wanted, sid);

@@ -52,6 +52,8 @@ long number(const char *text, long most) {
 }
 
 bool copy_name(char *to, const char *name) {
+    for (const char *c = name; *c != '\0'; c++)
+        if (static_cast<unsigned char>(*c) < ' ' || *c == '\x7f') return false;
     return *name != '\0' && strlcpy(to, name, HLX_AUTH_USER_SIZE) < HLX_AUTH_USER_SIZE;
 }
 

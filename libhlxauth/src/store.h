@@ -16,8 +16,11 @@
  * A table is a header with a process-shared robust mutex and a fixed number of places. A place is
  * free, being written, or live; it becomes live by the last store of the one who writes it. When a
  * program dies with the lock held, the next one to lock it finds the places that were being written
- * and frees them. Nothing in the table is trusted: texts are copied out with their bounds, and a
- * table whose size, mark or owner is wrong is refused. */
+ * and frees them.
+ *
+ * Nothing in the table is trusted. One whose owner, mode, size, mark or kind of lock is wrong is
+ * refused, a lock that is not given back is waited for a second and then not for a while, and a
+ * place that no program of ours can have written counts as free. */
 
 namespace hlx_auth {
 
@@ -46,8 +49,9 @@ struct session_store {
     std::array<session_place, HLX_AUTH_SESSIONS_MAX> places;
 };
 
-/* Holds the table mapped and its lock taken. Throws session_error (hlxauth/session.h) when it
- * cannot be had; errno then carries the cause. */
+/* Holds the table's lock; one at a time in a process. The table itself stays mapped. Throws
+ * session_error (hlxauth/session.h) when it cannot be had; errno then carries the cause, ETIMEDOUT
+ * when another program holds the lock. */
 class locked_store {
   public:
     locked_store();
@@ -60,19 +64,20 @@ class locked_store {
     /* The live session of that identifier, or null. */
     session_place *find(std::string_view sid) const;
 
-    /* The place of that number, -1 for none; and the place of a number if it is still what it was.
-     */
+    /* The number of a place, which changes with every session that gets it; and the place of a
+     * number, null when it holds no live session or another one by now. */
     int id_of(const session_place &place) const;
     session_place *by_id(int id) const;
 
-    /* A place that may be written; null when there is none. Sessions that have ended give way. */
-    session_place *take_free() const;
+    /* A place for a session of that identifier, being written; null when there is none. Sessions
+     * that have ended give way. */
+    session_place *take_free(std::string_view sid) const;
 
   private:
     session_store *store_ = nullptr;
 };
 
-/* Whether the session has not ended. */
+/* Whether the place holds a session that has not ended, undamaged. */
 bool is_live(const session_place &place);
 
 /* A copy of what the place holds. */
@@ -80,6 +85,9 @@ hlx_auth_session copy_of(const session_place &place);
 
 /* Whole seconds since the machine started, which setting the clock does not move. */
 int64_t boot_seconds();
+
+/* Whether the name holds no control characters. */
+bool is_plain_name(std::string_view name);
 
 /* The identifier in lower case; empty for a text that is none. */
 std::string normal_sid(std::string_view text);

@@ -1,5 +1,6 @@
 /* How sessions end: the idle rule, termination, and what a terminated one is told. */
 
+#include <cerrno>
 #include <cstdlib>
 
 #include "daemon/trace.h"
@@ -29,9 +30,11 @@ const char *text_or_empty(const char *text) {
 }
 
 /* While the AAA store knows the session, its own life time governs. Once it does not, the ordinary
- * limit does, from the next check on. */
+ * limit does, from the next check on. A store that another program holds has said nothing. */
 void check_aaa_identifier(ccd_session *session) {
-    if (hlx_auth_session_sid_check(session->hlxaaa_sid) == 0) return;
+    const int status = hlx_auth_session_sid_check(session->hlxaaa_sid);
+    if (status == HLX_AUTH_SID_VALID) return;
+    if (status == HLX_AUTH_SID_ERR && errno == ETIMEDOUT) return;
     trace(4, "HLX AAA session %s is no longer valid\n", session->hlxaaa_sid);
     free(session->hlxaaa_sid);
     session->hlxaaa_sid = nullptr;

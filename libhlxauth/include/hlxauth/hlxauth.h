@@ -10,11 +10,14 @@
  *  1. An identifier is a text of 32 hexadecimal digits from the system's random source. Who holds
  *     it holds the session; keep it out of logs and argument lists.
  *  2. Every call looks into the store afresh and holds its lock only for that time. A program that
- *     dies in between harms nobody: the next one repairs what was being written.
+ *     dies in between harms nobody: the next one repairs what was being written. One that stops in
+ *     between is waited for a second; the calls of the next ten seconds do not wait again.
  *  3. Strings are copied in both directions; nothing here is borrowed, nothing is to be freed but
  *     what a comment says.
- *  4. Results are 0, or -1 with errno, unless a comment says otherwise. ETIMEDOUT: another program
- *     holds the store's lock for more than a second; EPERM: the store belongs to somebody else.
+ *  4. Results are 0, or -1 with errno, unless a comment says otherwise. Every function that looks
+ *     into the store may fail with ETIMEDOUT: another program holds its lock; EPERM: the store is
+ *     another user's, or others may use it; EINVAL: it is damaged; ENOMEM; or why it cannot be
+ *     opened. A store that another user has made under root's nose is removed by root's next call.
  */
 
 #ifdef __cplusplus
@@ -67,7 +70,8 @@ typedef struct hlx_auth_session {
  * name is copied. For tests, and for machines that keep several. */
 int hlx_auth_set_store(const char *name);
 
-/* What the store says of an identifier: a sid_status. */
+/* What the store says of an identifier: a sid_status, HLX_AUTH_SID_ERR with errno when it cannot be
+ * asked. */
 int hlx_auth_session_sid_check(const char *sid);
 
 /* Fills data from a text; EINVAL when it is no identifier. The store is not asked. */
@@ -77,8 +81,10 @@ int hlx_auth_session_sid_data(const char *sid, sid_data *data);
 int hlx_auth_session_get_attr_flag(const sid_data *data);
 
 /* Makes a session of wanted's user, groups and flags that lives for wanted's lifetime (-1: until it
- * is revoked) and stores its identifier in sid, which has HLX_AUTH_SID_SIZE + 1 bytes. ENOSPC when
- * the store is full, EINVAL for an empty or over-long name or a negative flag word. */
+ * is revoked) and stores its identifier in sid, which has HLX_AUTH_SID_SIZE + 1 bytes. The user's
+ * name may be empty. ENOSPC when the store is full; EINVAL for a name that is too long or holds
+ * control characters, an empty group, too many of them, or negative flags; EIO without a random
+ * source. */
 int hlx_auth_session_create(const hlx_auth_session *wanted, char *sid);
 
 /* Ends a session; ENOENT when there is none. */
@@ -88,7 +94,7 @@ int hlx_auth_session_revoke(const char *sid);
 int hlx_auth_session_get(const char *sid, hlx_auth_session *session);
 
 /* The live sessions, oldest first, as a new array that the caller frees with free(); their number
- * in *count. Null with *count 0 when there are none; errno is 0 then. */
+ * in *count. Null with *count 0 when there are none (errno 0) and when it fails. */
 hlx_auth_session *hlx_auth_session_list(size_t *count);
 
 /* Checks the four trees, computes the session's access-control list from the authorization tree and

@@ -1,9 +1,13 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <llconf/nodes.h>
+#include <pthread.h>
+#include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstring>
 #include <sstream>
 #include <string>
@@ -97,6 +101,59 @@ TEST_F(AaaStore, SurvivesAProgramThatDiesWhileItHoldsTheLock) {
     waitpid(pid, nullptr, 0);
     EXPECT_EQ(HLX_AUTH_SID_VALID, hlx_auth_session_sid_check(sid.c_str()));
     EXPECT_EQ(HLX_AUTH_SID_VALID, hlx_auth_session_sid_check(create().c_str()));
+}
+
+TEST_F(AaaStore, WaitsASecondForAProgramThatStoppedInsideAndThenNotForAWhile) {
+    const unique_fd fd{shm_open(name_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600)};
+    flock(fd.get(), LOCK_EX);
+    hlx_auth_session wanted{};
+    wanted.lifetime = -1;
+    char sid[HLX_AUTH_SID_SIZE + 1];
+    EXPECT_EQ(-1, hlx_auth_session_create(&wanted, sid));
+    EXPECT_EQ(ETIMEDOUT, errno);
+    flock(fd.get(), LOCK_UN);
+    ASSERT_EQ(0, hlx_auth_session_create(&wanted, sid));
+
+    int ends[2];
+    ASSERT_EQ(0, pipe(ends));
+    const pid_t pid = fork();
+    if (pid == 0) {
+        constexpr size_t k_lock = 16; /* behind mark, size and the count of sessions */
+        void *page = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, fd.get(), 0);
+        pthread_mutex_lock(reinterpret_cast<pthread_mutex_t *>(static_cast<char *>(page) + k_lock));
+        if (write(ends[1], "", 1) == 1) pause();
+        _exit(1);
+    }
+    char byte;
+    ASSERT_EQ(1, read(ends[0], &byte, 1));
+    const auto begin = std::chrono::steady_clock::now();
+    for (int i = 0; i < 50; i++) {
+        EXPECT_EQ(HLX_AUTH_SID_ERR, hlx_auth_session_sid_check(sid));
+        EXPECT_EQ(ETIMEDOUT, errno);
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds{5});
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+    EXPECT_EQ(HLX_AUTH_SID_VALID, hlx_auth_session_sid_check(sid));
+}
+
+TEST_F(AaaStore, TrustsNothingThatItFinds) {
+    const std::string sid = create(0, INT64_MAX);
+    EXPECT_EQ(HLX_AUTH_SID_VALID, hlx_auth_session_sid_check(sid.c_str()));
+    hlx_auth_session wanted{};
+    strcpy(wanted.user, "an\na");
+    char made[HLX_AUTH_SID_SIZE + 1];
+    EXPECT_EQ(-1, hlx_auth_session_create(&wanted, made));
+    EXPECT_EQ(EINVAL, errno);
+    {
+        const unique_fd fd{shm_open(name_.c_str(), O_RDWR | O_CLOEXEC, 0)};
+        ASSERT_EQ(64, pwrite(fd.get(), std::string(64, 'x').data(), 64, 0));
+        EXPECT_EQ(HLX_AUTH_SID_ERR, hlx_auth_session_sid_check(sid.c_str()));
+        EXPECT_EQ(EINVAL, errno);
+        if (fchown(fd.get(), 65534, 65534) != 0) GTEST_SKIP() << "only root can give files away";
+    }
+    EXPECT_EQ(HLX_AUTH_SID_ERANGE, hlx_auth_session_sid_check(sid.c_str()))
+        << "root takes the name of its store back";
 }
 
 TEST_F(AaaStore, SaysThatItIsFullAndTakesThePlacesOfExpiredSessions) {
