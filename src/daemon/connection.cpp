@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "daemon/farewell.h"
 #include "daemon/log.h"
 #include "daemon/loop.h"
 #include "daemon/memory.h"
@@ -76,6 +77,7 @@ int end_of_input(ccd_session *session, int fd, int received) {
     else
         daemon_log(LOG_ERR, "session_flushin() failed: %s; closing session", strerror(errno));
     log_connection_closed(session, fd);
+    if (received == 0) farewell_take(session);
     close_session(session);
     return -1;
 }
@@ -112,6 +114,7 @@ int write_callback(int fd, void *data) {
     if (!session || !session->fdcb_out) return -1;
     if (send_pending(session, fd) != 0) return -1;
     if (session->state != k_session_logout) return 0;
+    farewell_take(session);
     session_discard(session);
     return -1;
 }

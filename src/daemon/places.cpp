@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "daemon/connection.h"
+#include "daemon/farewell.h"
 #include "daemon/listen.h"
 #include "daemon/loop.h"
 #include "llconf/nodes.h"
@@ -84,7 +85,7 @@ long connections_of(const char *listener) {
 }
 
 bool has_place(const char *listener) {
-    long taken = count_connections([](const ccd_session *) { return true; });
+    long taken = count_connections([](const ccd_session *) { return true; }) + farewell_count();
     const long each = reserve();
     for_each_listener([&](const char *name) {
         if (strcmp(name, listener) != 0) taken += std::max(each - connections_of(name), 0L);
@@ -119,6 +120,7 @@ bool user_may_come(const char *listener, uid_t user) {
 /* One that leaves makes room only where its listener has more than its reserve. */
 bool listener_has_room(const char *listener) {
     while (!has_place(listener)) {
+        if (farewell_drop_oldest()) continue;
         const long each = reserve();
         if (drop_oldest(k_limit_connections, [=](const ccd_session *s) {
                 return is_of(s, listener) || connections_of(s->listenname) > each;

@@ -63,6 +63,8 @@ constexpr limit_row k_rows[] = {
     {k_limit_command_time, "command-time:", 10, 1, k_day,
      "seconds that a command inside the daemon may take"},
     {k_limit_stop_time, "stop-time:", 10, 0, k_day, "seconds that a stop waits for a commit"},
+    {k_limit_farewell_time, "farewell-time:", 10, 0, k_day,
+     "seconds that a client may take for what is left when its session has ended"},
     {k_limit_log_queue, "log-queue:", 256 * k_kib, 4 * k_kib, 64 * k_mib,
      "bytes of log lines that wait for a reader"},
     {k_limit_pattern_memory, "pattern-memory:", 8 * k_mib, 64 * k_kib, 256 * k_mib,

@@ -32,6 +32,7 @@ enum limit_id {
     k_limit_commit_time,
     k_limit_command_time,
     k_limit_stop_time,
+    k_limit_farewell_time,
     k_limit_log_queue,
     k_limit_pattern_memory,
     k_limit_count

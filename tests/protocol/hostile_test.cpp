@@ -47,13 +47,13 @@ hang {
 /* A long request with a long reply, and no process that would wake the daemon by its end. */
 const std::string k_big =
     "big {\n get: seq(foreach('i', range(1, 100), foreach('j', range(1, 400), $i * $j)), '" +
-    std::string(12000, 'x') + "')\n}\n";
+    std::string(12000, 'x') + "')\n}\nlong {\n get: '" + std::string(12000, 'x') + "'\n}\n";
 
 class Hostile : public daemon_test {
   protected:
     void prepare() override {
         append("/etc/ucfgd/management.conf", k_management);
-        append("/etc/ucfgd/ucfgd.conf", "limits {\n command-time: 1\n}\n");
+        append("/etc/ucfgd/ucfgd.conf", "limits {\n command-time: 1\n farewell-time: 1\n}\n");
         append("/etc/ucfgd/param.conf", k_big);
         start();
         a = logged_in();
@@ -277,6 +277,22 @@ TEST_F(Hostile, AClientMayEndItsInputFirstOrNotListenAtAll) {
         deaf.send("l LOGIN root\nx LISTR\ny INFO a\n");
     }
     half.close();
+    /* What the socket has not taken by then still comes, but does not wait for ever. */
+    std::string requests = "l LOGIN root\n";
+    for (int i = 0; i < 60; i++)
+        requests += "t GET long\n";
+    for (const std::string_view last : {"u NOOP\n", "u LOGOUT\n"}) {
+        client late = connect();
+        client never = connect();
+        for (const client *c : {&late, &never}) {
+            c->send(requests + std::string{last});
+            shutdown(c->fd(), SHUT_WR);
+        }
+        std::this_thread::sleep_for(200ms);
+        EXPECT_TRUE(late.reply("l").ends_with("l OK\n"));
+        EXPECT_EQ(late.reply("u").size(), 60 * 12'010U + 5U);
+        EXPECT_TRUE(eventually([&] { return logged("limit farewell-time: 1: closing"); }));
+    }
     expect_service();
     EXPECT_TRUE(eventually([&] { return descriptors() == before; })) << descriptors();
 }
