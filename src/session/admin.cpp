@@ -9,6 +9,7 @@
 
 #include "daemon/trace.h"
 #include "session/bgexec.h"
+#include "session/limits.h"
 #include "session/method_context.h"
 #include "session/protocol.h"
 #include "session/query.h"
@@ -34,6 +35,20 @@ owned_job make_job(ccd_session *session, const char *id) {
     (void)out.release();
     (void)err.release();
     return job;
+}
+
+/* Actions are bounded, since they hold descriptors that commits need, too. */
+bool has_room(const ccd_session *session) {
+    const char *user = session->username ? session->username : "";
+    if (bgexec_count_actions(nullptr) >= limit_value(k_limit_jobs)) {
+        limit_met(k_limit_jobs, "action of user '%s' refused", user);
+        return false;
+    }
+    if (bgexec_count_actions(user) >= limit_value(k_limit_jobs_per_user)) {
+        limit_met(k_limit_jobs_per_user, "action of user '%s' refused", user);
+        return false;
+    }
+    return true;
 }
 
 /* Only what the action itself writes may reach the pipes. */
@@ -70,8 +85,9 @@ int session_process_admin(ccd_session *session, const char *id, const char *args
                                             arguments.get())) {
         return 0;
     }
-    owned_job job = make_job(session, id);
-    errno = job ? 0 : ENOMEM;
+    const bool room = has_room(session);
+    owned_job job = room ? make_job(session, id) : nullptr;
+    errno = room ? ENOMEM : EAGAIN;
     const pid_t pid = job ? bgfork(job->cb_in, job->cb_out, job->cb_err) : -1;
     if (pid == 0) run_action(session, path, arguments.get());
     if (pid < 0) {

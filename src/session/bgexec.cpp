@@ -153,6 +153,7 @@ pid_t bgfork(fd_callback *cb_in, fd_callback *cb_out, fd_callback *cb_err) {
     const pid_t pid = fork();
     if (pid < 0) return -1;
     if (pid == 0) {
+        setpgid(0, 0);
         reset_signal_handlers();
         signal(SIGPIPE, SIG_IGN);
         blocked.unblock_all();
@@ -160,6 +161,7 @@ pid_t bgfork(fd_callback *cb_in, fd_callback *cb_out, fd_callback *cb_err) {
         commands_run_in_child();
         return 0;
     }
+    setpgid(pid, pid); /* whoever of the two comes first: nobody can miss the group */
     signal(SIGPIPE, SIG_IGN);
     fd_callback *const registrations[] = {cb_in, cb_out, cb_err};
     for (size_t i = 0; i < 3; ++i) {

@@ -18,6 +18,7 @@
  *     is executed).
  *  4. A user id is switched to with the account's groups. When any step of that fails, nothing is
  *     executed and the child ends with status 1.
+ *  5. Each child of bgfork leads a process group of its own.
  */
 
 #ifdef __cplusplus
@@ -38,6 +39,10 @@ typedef struct bgexec_ctx {
     void (*cb_exit)(struct bgexec_ctx *job, int status); /* with the wait status */
     /* Private from here on. */
     int status;
+    char *user;       /* whose job it is, also when the session has gone; null for nobody's */
+    long started;     /* uptime */
+    loop_timer timer; /* of a job that may take only so long */
+    int ended_for;    /* the error number for which the daemon has ended it, 0 for none */
 } bgexec_ctx;
 
 /* The bytes that a collector takes from its pipe in one call, if they are there. */
@@ -61,6 +66,14 @@ void destroy_bgexec_ctx(bgexec_ctx *job);
 
 /* Puts a job in the list, locks its session, and waits for the child from now on. */
 void bgexec_start(bgexec_ctx *job, pid_t pid);
+
+/* How many actions of a user run, of all users for null. An action goes on, and counts, when its
+ * connection or its session has gone. */
+long bgexec_count_actions(const char *user);
+
+/* Ends a running child with everything that it has started and that has stayed in its process
+ * group. The job is completed, as one that a signal has ended, when the child has been reaped. */
+void bgexec_end(bgexec_ctx *job, int error);
 
 /* Unlocks the session of a completed job; the sweep goes on with the lines that arrived meanwhile.
  * Null is accepted. */

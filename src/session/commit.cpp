@@ -4,6 +4,11 @@
  * the whole work on its copy of the daemon's memory; the daemon merges the same changes into its
  * own contexts, waits, and then reads the files again. While a child writes, no second one may: a
  * second COMMIT waits, locked, and by the time it is taken up its context is stale.
+ *
+ * A child that hangs, in a hook most likely, would make all later commits wait: when its time is
+ * over it is ended with all that it has started. However a child ends, session_commit_cb_exit is
+ * the one place that learns of it, and what it does about a failure is done before any other commit
+ * can begin.
  */
 
 #include "session/commit.h"
@@ -15,14 +20,18 @@
 #include <cstring>
 
 #include "session/bgexec.h"
+#include "session/limits.h"
 #include "session/method_context.h"
 #include "session/protocol.h"
 #include "session/query.h"
 #include "tree/param_ops.h"
 #include "ucfgd/owners.h"
 #include "ucfgd/slist.h"
+#include "ucfgd/uptime.h"
 
 namespace {
+
+constexpr long k_milliseconds = 1000;
 
 using owned_job = owned<bgexec_ctx, destroy_bgexec_ctx>;
 using owned_buffer = owned<databuf, destroy_databuf>;
@@ -31,18 +40,37 @@ bool is_commit(const bgexec_ctx *job) {
     return job->cb_exit == session_commit_cb_exit;
 }
 
-bool commit_runs(void) {
-    for (const bgexec_ctx *job = g_bgexec_ctx_list; job; job = job->next) {
-        if (is_commit(job) && job->pid > 0) return true;
-    }
-    return false;
-}
-
 bgexec_ctx *first_waiting(void) {
     for (bgexec_ctx *job = g_bgexec_ctx_list; job; job = job->next) {
         if (is_commit(job) && job->pid == 0) return job;
     }
     return nullptr;
+}
+
+bgexec_ctx *running_commit(void) {
+    for (bgexec_ctx *job = g_bgexec_ctx_list; job; job = job->next) {
+        if (is_commit(job) && job->pid > 0) return job;
+    }
+    return nullptr;
+}
+
+const char *user_of(const bgexec_ctx *job) {
+    return job->user ? job->user : "";
+}
+
+void end_overdue(void *data) {
+    auto *job = static_cast<bgexec_ctx *>(data);
+    limit_met(k_limit_commit_time, "commit of user '%s', process %ld, is ended", user_of(job),
+              static_cast<long>(job->pid));
+    bgexec_end(job, ETIME);
+}
+
+void log_waiting(const bgexec_ctx *waiting, const bgexec_ctx *running) {
+    daemon_log(LOG_NOTICE,
+               "commit of user '%s' waits for that of user '%s', process %ld, which has run for "
+               "%ld seconds",
+               user_of(waiting), user_of(running), static_cast<long>(running->pid),
+               get_uptime() - running->started);
 }
 
 owned_job make_job(ccd_session *session, const char *id) {
@@ -80,7 +108,10 @@ bool start(owned_job &job) {
         return false;
     }
     trns_submit_ctx(session->backend_ctx);
-    bgexec_start(job.release(), pid);
+    bgexec_ctx *started = job.release();
+    bgexec_start(started, pid);
+    loop_set_timer(&started->timer, limit_value(k_limit_commit_time) * k_milliseconds, end_overdue,
+                   started);
     return true;
 }
 
@@ -102,8 +133,11 @@ int reply_errno(ccd_session *session, const char *id, int error) {
 
 /* The error number that a commit's child ended with. One that was killed has left the files in an
  * unknown state, which is no success. */
-int error_of(int status) {
-    return WIFEXITED(status) ? WEXITSTATUS(status) : EIO;
+int error_of(const bgexec_ctx *job, int status) {
+    if (WIFEXITED(status)) return WEXITSTATUS(status);
+    daemon_log(LOG_ERR, "commit of user '%s', process %ld, was ended by signal %d", user_of(job),
+               static_cast<long>(job->pid), WTERMSIG(status));
+    return job->ended_for != 0 ? job->ended_for : EIO;
 }
 
 }  // namespace
@@ -113,7 +147,8 @@ int session_process_commit(ccd_session *session, const char *id, const char *) {
     if (answer_if_stale(session, id)) return 0;
     owned_job job = make_job(session, id);
     if (!job) return reply_errno(session, id, ENOMEM);
-    if (commit_runs()) {
+    if (const bgexec_ctx *running = running_commit()) {
+        log_waiting(job.get(), running);
         bgexec_start(job.release(), 0);
     } else {
         start(job);
@@ -122,7 +157,7 @@ int session_process_commit(ccd_session *session, const char *id, const char *) {
 }
 
 void session_commit_next(void) {
-    while (!commit_runs()) {
+    while (!running_commit()) {
         owned_job job{first_waiting()};
         if (!job) return;
         g_bgexec_ctx_list = slist_unlink(g_bgexec_ctx_list, job.get());
@@ -135,17 +170,21 @@ void session_commit_next(void) {
 
 void session_commit_cb_exit(bgexec_ctx *job, int status) {
     ccd_session *session = job->session;
+    const int error = error_of(job, status);
     trns_ctx *ctx = session ? session->backend_ctx : g_trns_ctx;
     trns_inc_ctx_serial(ctx);
     ccd_revert(ctx);
     if (!session) return;
-    const int error = error_of(status);
     if (error != 0) {
         reply_errno(session, job->id, error);
     } else {
         reply_ok(session, job->id);
     }
     bgexec_unlock(session);
+}
+
+const bgexec_ctx *session_running_commit(void) {
+    return running_commit();
 }
 
 int session_process_current(ccd_session *session, const char *id, const char *) {

@@ -20,6 +20,9 @@ int session_process_commit(ccd_session *session, const char *id, const char *arg
 /* Takes up a commit that waits, if none runs; called after jobs have completed. */
 void session_commit_next(void);
 
+/* The commit whose child runs, borrowed, or null. */
+const struct bgexec_ctx *session_running_commit(void);
+
 int session_process_current(ccd_session *session, const char *id, const char *args);
 int session_process_update(ccd_session *session, const char *id, const char *args);
 int session_process_dirty(ccd_session *session, const char *id, const char *args);

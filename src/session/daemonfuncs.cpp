@@ -2,15 +2,24 @@
 
 #include "session/daemonfuncs.h"
 
+#include <libdaemon/dlog.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstring>
 #include <new>
 #include <string>
 #include <string_view>
 
 #include "fe/fe.h"
 #include "session/bgexec.h"
+#include "session/commit.h"
 #include "session/limits.h"
 #include "session/session.h"
 #include "tree/arguments.h"
+#include "ucfgd/owners.h"
+#include "ucfgd/uptime.h"
 
 namespace {
 
@@ -104,6 +113,45 @@ fe_node *fe_func_daemoncount(fe_context *ctx, fe_node *call) {
     return const_node("");
 }
 
+fe_node *fe_func_commitstatus(fe_context * /*ctx*/, fe_node * /*call*/) try {
+    const bgexec_ctx *job = session_running_commit();
+    if (!job) return const_node("");
+    const std::string user = job->user ? job->user : "";
+    return const_node(("user " + user + ", process " + std::to_string(job->pid) + ", " +
+                       std::to_string(get_uptime() - job->started) + " seconds")
+                          .c_str());
+} catch (const std::bad_alloc &) {
+    errno = ENOMEM;
+    return nullptr;
+}
+
+/* Whether a process is still the daemon's child: an action knows the commit as it was when the
+ * action began, and its number may be another's by now. */
+bool is_child(pid_t pid, pid_t daemon) {
+    const owned<FILE, fclose> status{
+        fopen(("/proc/" + std::to_string(pid) + "/stat").c_str(), "re")};
+    char text[512];
+    if (!status || !fgets(text, sizeof(text), status.get())) return false;
+    const char *behind_name = strrchr(text, ')');
+    char state = 0;
+    int parent = 0;
+    return behind_name && sscanf(behind_name + 1, " %c %d", &state, &parent) == 2 &&
+           parent == daemon;
+}
+
+/* Called in the child of an action, whose parent is the daemon, or in the daemon itself. */
+fe_node *fe_func_commitend(fe_context * /*ctx*/, fe_node * /*call*/) try {
+    const bgexec_ctx *job = session_running_commit();
+    if (!job || !(is_child(job->pid, getppid()) || is_child(job->pid, getpid())))
+        return truth_node(false);
+    daemon_log(LOG_WARNING, "commit of user '%s', process %ld, is ended as was asked for",
+               job->user ? job->user : "", static_cast<long>(job->pid));
+    return truth_node(kill(-job->pid, SIGKILL) == 0);
+} catch (const std::bad_alloc &) {
+    errno = ENOMEM;
+    return nullptr;
+}
+
 struct native_function {
     const char *name;
     fe_function function;
@@ -115,6 +163,8 @@ constexpr native_function k_functions[] = {
     {"limitmet", about_limit<met_count_of>},
     {"limitmeaning", about_limit<meaning_of>},
     {"daemoncount", fe_func_daemoncount},
+    {"commitstatus", fe_func_commitstatus},
+    {"commitend", fe_func_commitend},
 };
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -12,6 +13,7 @@
 #include "tree/param_error.h"
 #include "ucfgd/owners.h"
 #include "ucfgd/slist.h"
+#include "ucfgd/uptime.h"
 
 static_assert(offsetof(bgexec_ctx, next) == 0);
 
@@ -90,7 +92,10 @@ bgexec_ctx *create_bgexec_ctx(ccd_session *session, const char *id, databuf *ibu
         static_cast<bgexec_ctx *>(calloc(1, sizeof(bgexec_ctx)))};
     if (!job) return nullptr;
     job->id = strdup(id);
-    if (!job->id || !make_registration(job.get(), job->cb_in, FD_CALLBACK_WRITE, cb_in) ||
+    const char *user = session ? session->username : nullptr;
+    job->user = user ? strdup(user) : nullptr;
+    if (!job->id || (user && !job->user) ||
+        !make_registration(job.get(), job->cb_in, FD_CALLBACK_WRITE, cb_in) ||
         !make_registration(job.get(), job->cb_out, FD_CALLBACK_READ, cb_out) ||
         !make_registration(job.get(), job->cb_err, FD_CALLBACK_READ, cb_err)) {
         return nullptr;
@@ -111,14 +116,32 @@ void destroy_bgexec_ctx(bgexec_ctx *job) {
     destroy_databuf(job->ibuf);
     destroy_databuf(job->obuf);
     destroy_databuf(job->ebuf);
+    loop_clear_timer(&job->timer);
+    free(job->user);
     free(job->id);
     free(job);
 }
 
 void bgexec_start(bgexec_ctx *job, pid_t pid) {
     job->pid = pid;
+    job->started = get_uptime();
     if (job->session) job->session->flags |= k_session_locked;
     g_bgexec_ctx_list = slist_append(g_bgexec_ctx_list, job);
+}
+
+long bgexec_count_actions(const char *user) {
+    long count = 0;
+    for (const bgexec_ctx *job = g_bgexec_ctx_list; job; job = job->next) {
+        if (job->cb_exit == session_commit_cb_exit) continue;
+        if (!user || (job->user && strcmp(job->user, user) == 0)) count++;
+    }
+    return count;
+}
+
+void bgexec_end(bgexec_ctx *job, int error) {
+    if (job->pid <= 0) return;
+    job->ended_for = error;
+    if (kill(-job->pid, SIGKILL) != 0) kill(job->pid, SIGKILL);
 }
 
 void bgexec_move_session(ccd_session *from, ccd_session *to) {

@@ -56,7 +56,7 @@ constexpr limit_row k_rows[] = {
      "sessions without a connection"},
     {k_limit_suspended_memory, "suspended-memory:", 64 * k_mib, 0, 2047 * k_mib,
      "bytes that sessions without a connection hold"},
-    {k_limit_jobs, "jobs:", 64, 1, 10000, "actions and commits that run at a time"},
+    {k_limit_jobs, "jobs:", 64, 1, 10000, "actions that run at a time"},
     {k_limit_jobs_per_user, "jobs-per-user:", 16, 1, 10000,
      "actions of one user that run at a time"},
     {k_limit_commit_time, "commit-time:", 60, 1, k_day, "seconds that a commit may take"},

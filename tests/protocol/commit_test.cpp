@@ -291,6 +291,32 @@ TEST_F(Commit, AWriterThatIsKilledAtAnyTimeLeavesAWholeFile) {
     EXPECT_GT(killed, 0);
 }
 
+TEST_F(Commit, ThatHangsIsEndedWithWhatItStartedByItsTimeOrAnAction) {
+    append("/etc/ucfgd/ucfgd.conf", "limits {\n    commit-time: 1\n}\n");
+    append("/etc/ucfgd/management.conf",
+           "commit {\n info: commitstatus()\n admin: commitend()\n}\n");
+    begin_with_box("pre-commit: system('echo $$ > " + path("/hook") + "; exec sleep 100')");
+    client b = logged_in();
+    const auto hook = [this] { return std::atoi(file("/hook").c_str()); };
+    a.ask("1 SET name beta");
+    a.send("2 COMMIT\n");
+    ASSERT_TRUE(eventually([&] { return hook() > 1; }));
+    b.send("2 COMMIT\n");
+    EXPECT_EQ(a.reply("2"), "2 ERR Timer expired\n");
+    EXPECT_EQ(b.reply("2"), "2 ERR commit conflict\n");
+    EXPECT_TRUE(eventually([&] { return kill(hook(), 0) != 0; }));
+    EXPECT_TRUE(logged("commit of user 'root' waits for that of user 'root', process "));
+    EXPECT_TRUE(logged("limit commit-time: 1: commit of user 'root', process "));
+    EXPECT_EQ(file("/etc/box.conf"), k_box);
+    a.ask("3 SET name beta");
+    a.send("4 COMMIT\n");
+    ASSERT_TRUE(eventually([this] { return child() != 0; }));
+    EXPECT_EQ(b.ask("3 INFO commit").find("3.1 user+root,+process+"), 0u);
+    EXPECT_EQ(b.ask("4 ADMIN commit"), "4.1 \n4.2 \n4 OK\n");
+    EXPECT_EQ(a.reply("4"), "4 ERR Input/output error\n");
+    EXPECT_EQ(b.ask("5 ADMIN commit"), "5.1 \n5.2 \n5 ERR\n");
+}
+
 TEST_F(Commit, OfTwoAtOnceTheSecondMeetsAConflict) {
     begin_with_box(k_slow);
     client b = logged_in();

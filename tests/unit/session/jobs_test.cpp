@@ -83,6 +83,28 @@ TEST_F(Jobs, AnActionWaitsForAClientThatDoesNotRead) {
     EXPECT_EQ(std::count(output.begin(), output.end(), '\n'), 400003);
 }
 
+TEST_F(Jobs, ActionsAreBoundedAlsoWithoutTheirSessionsAndCommitsAreNot) {
+    limit_set(k_limit_jobs_per_user, 2);
+    for (int i = 0; i < 2; i++) {
+        ccd_session *session = logged_in("admin");
+        ask(session, "t ADMIN run exec+sleep+100");
+        session_discard(session);
+    }
+    session_sweep();
+    ccd_session *session = logged_in("admin");
+    EXPECT_EQ(ask(session, "t ADMIN run true"), "t ERR Resource temporarily unavailable\n");
+    limit_set(k_limit_jobs_per_user, 16);
+    limit_set(k_limit_jobs, 2);
+    EXPECT_EQ(ask(session, "t ADMIN run true"), "t ERR Resource temporarily unavailable\n");
+    limit_set(k_limit_jobs, 64);
+    ask(session, "t SET a 1\nc COMMIT");
+    EXPECT_EQ(wait(session), "c OK\n");
+    while (g_bgexec_ctx_list) {
+        bgexec_end(g_bgexec_ctx_list, EIO);
+        pump();
+    }
+}
+
 TEST_F(Jobs, ResumeTakesOverTheJobAndItsLock) {
     ccd_session *session = logged_in("admin");
     ask(session, "t ADMIN run sleep+0.2;echo+late");
