@@ -79,8 +79,8 @@ fe_node *fe_func_tav_llfixsnmpdview(fe_context *ctx, fe_node *call) {
     llconf_item *list = lli_list_from_trns_ctx(static_cast<trns_ctx *>(ctx->user_data));
     llconf_item *lli = arguments.count() > 0 ? find_llconf_item(list, arguments[0]) : nullptr;
     cnfnode *root = lli ? llconf_get_cnftree_write(lli) : nullptr;
-    if (!root && memory.ran_out()) return nullptr;
-    for (cnfnode *node : removal_safe(root ? root->first_child : nullptr)) {
+    if (!root) return answer_unless_short(memory, "1");
+    for (cnfnode *node : removal_safe(root->first_child)) {
         if (std::strcmp(node->name, "view") != 0 || has_subtree(node)) continue;
         destroy_cnftree(node);
         lli->is_dirty = 1;
