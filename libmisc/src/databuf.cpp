@@ -13,7 +13,8 @@
  *
  * The containers and text functions that everything else is built from: byte buffers, lists, the
  * escaping of what crosses the client interface, the clock, and queries of the network interfaces.
- * They know nothing of the daemon, never log and never exit: they return and leave errno.
+ * They know nothing of the daemon and never exit: they return and leave errno. Only the interface
+ * queries log, on standard error.
  *
  * A databuf is a window into one block. Consuming moves the window's start and costs nothing; only
  * when room at the end runs out is the content moved to the front, and only after 8 KiB have been

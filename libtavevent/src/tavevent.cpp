@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <jansson.h>
+#include <sys/stat.h>
 #include <syslog.h>
 #include <time.h>
 #include <unistd.h>
@@ -68,12 +69,13 @@ json text_value(const char *text) {
 }
 
 std::optional<int> parse_int(const char *text) {
-    if (!text || *text == '\0') return std::nullopt;
+    if (!text || (*text != '-' && (*text < '0' || *text > '9'))) return std::nullopt;
     char *end = nullptr;
     errno_guard keep;
     errno = 0;
     long number = std::strtol(text, &end, 10);
-    if (errno != 0 || *end != '\0' || number < INT_MIN || number > INT_MAX) return std::nullopt;
+    if (errno != 0 || end == text || *end != '\0' || number < INT_MIN || number > INT_MAX)
+        return std::nullopt;
     return static_cast<int>(number);
 }
 
@@ -103,8 +105,9 @@ json event_args(std::string_view format, value_source next, void *arguments) {
     for (char letter : format) {
         json value = next(letter, arguments);
         if (!value) return nullptr;
-        json_array_append_new(args.get(), value.release());
+        if (json_array_append_new(args.get(), value.release()) != 0) throw std::bad_alloc{};
     }
+    if (!args) throw std::bad_alloc{};
     return args;
 }
 
@@ -114,12 +117,30 @@ std::string event_line(int number, json args) {
     const long microseconds = now.tv_nsec / 1000;
     double seconds = static_cast<double>(now.tv_sec) + static_cast<double>(microseconds) / 1e6;
     json event{json_object()};
-    json_object_set_new(event.get(), "time", json_real(seconds));
-    json_object_set_new(event.get(), "pid", json_integer(getpid()));
-    json_object_set_new(event.get(), "event", json_integer(number));
-    json_object_set_new(event.get(), "args", args.release());
+    int failed = json_object_set_new(event.get(), "time", json_real(seconds));
+    failed |= json_object_set_new(event.get(), "pid", json_integer(getpid()));
+    failed |= json_object_set_new(event.get(), "event", json_integer(number));
+    failed |= json_object_set_new(event.get(), "args", args.release());
+    if (failed != 0) return {};
     owned_str text{json_dumps(event.get(), JSON_PRESERVE_ORDER | JSON_REAL_PRECISION(16))};
     return text ? text.get() : std::string{};
+}
+
+/* Half a line would take the next event's with it. It is cut off again unless somebody has appended
+ * behind it meanwhile; then it gets an end. */
+void take_back(int fd, ssize_t written) {
+    errno_guard keep;
+    struct stat file {};
+    const off_t end = lseek(fd, 0, SEEK_CUR);
+    const bool is_last = fstat(fd, &file) == 0 && end >= written && file.st_size == end;
+    if (is_last && ftruncate(fd, end - written) == 0) return;
+    if (write(fd, "\n", 1) != 1) syslog(LOG_ERR | LOG_DAEMON, "the event file has a broken line");
+}
+
+/* Whether the line can be written in one piece without waiting for a reader. */
+bool takes_whole_line(int fd, size_t size) {
+    struct stat file {};
+    return fstat(fd, &file) == 0 && (!S_ISFIFO(file.st_mode) || size <= PIPE_BUF);
 }
 
 /* Leaves errno alone unless it fails. */
@@ -128,17 +149,22 @@ int append_event(std::string line) {
     unique_fd fd{open(g_file ? g_file.get() : k_default_file,
                       O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK,
                       k_file_mode)};
-    if (!fd) {
-        syslog(LOG_NOTICE | LOG_DAEMON, "%s", line.c_str());
-        errno = before;
-        return 0;
-    }
     line += '\n';
-    ssize_t written = write(fd.get(), line.data(), line.size());
-    if (written < 0) return -1;
+    ssize_t written = -1;
+    errno = EAGAIN;
+    if (fd && takes_whole_line(fd.get(), line.size()))
+        written = write(fd.get(), line.data(), line.size());
     if (static_cast<size_t>(written) == line.size()) return fd.close_now();
-    errno = ENOSPC;
-    return -1;
+    if (written < 0 && errno != EAGAIN) return -1;
+    if (written >= 0) {
+        take_back(fd.get(), written);
+        errno = ENOSPC;
+        return -1;
+    }
+    line.pop_back();
+    syslog(LOG_NOTICE | LOG_DAEMON, "%s", line.c_str());
+    errno = before;
+    return 0;
 }
 
 int emit(int number, std::string_view format, value_source next, void *arguments) {

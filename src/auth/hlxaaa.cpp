@@ -9,6 +9,7 @@
 #include <sstream>
 #include <string>
 
+#include "auth/session_auth.h"
 #include "backend/ll_trns.h"
 #include "backend/llconf_item.h"
 #include "hlxauth/hlxauth.h"
@@ -35,7 +36,7 @@ class app_exception {
     virtual ~app_exception() = default;
     void set(std::string message) { message_ = std::move(message); }
     const std::string &get_str() const { return message_; }
-    void print() const { daemon_log(LOG_ERR, "Error: %s", message_.c_str()); }
+    void print() const { auth_log("Error: %s", message_.c_str()); }
 
   private:
     std::string message_;
@@ -131,7 +132,7 @@ int session_auth_hlxaaa(ccd_session *session, const char *user, const char *pass
     } catch (const ucfgd::app_exception &error) {
         error.print();
     } catch (const std::exception &error) {
-        ucfgd::app_error{error.what()}.print();
+        auth_log("Error: %s", error.what());
     }
     return 1;
 }
@@ -141,7 +142,7 @@ int hlxaaa_acl_init(const sid_data *sid) {
     try {
         return ucfgd::init_acl(sid, __func__);
     } catch (const std::exception &error) {
-        ucfgd::app_error{error.what()}.print();
+        daemon_log(LOG_ERR, "Error: %s", error.what());
         return -1;
     }
 }

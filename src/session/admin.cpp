@@ -65,10 +65,7 @@ void silence_daemon(void) {
 }
 
 void write_rest(const bgexec_ctx *job, databuf *buffer, int stream) {
-    if (!buffer) return;
-    char id[16];
-    snprintf(id, sizeof(id), "%s.%d", job->id, stream);
-    session_write_databuf(job->session, id, buffer, 1);
+    if (buffer) bgexec_write_output(job, buffer, stream, 1);
 }
 
 }  // namespace

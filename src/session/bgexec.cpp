@@ -26,6 +26,10 @@ namespace {
 /* Reads of 1024 bytes that one event may take, so that others get their turn. */
 constexpr int k_reads_a_turn = k_bgexec_turn_size / 1024;
 
+/* A line of output begins with so much of the tag and its suffix, which must stay: without it, what
+ * an action writes could pass for the final reply. */
+constexpr int k_output_tag_size = 16;
+
 bool g_output_held = false;
 
 /* The end of a pipe: the loop closes the descriptor. */
@@ -57,9 +61,7 @@ int collect(int fd, bgexec_ctx *job, databuf *buffer, fd_callback *&registration
     if (!job || !buffer || !registration) return -1;
     const bool more = read_turn(fd, buffer);
     if (databuf_pending(buffer) > 0) {
-        char id[16];
-        snprintf(id, sizeof(id), "%s.%d", job->id, stream);
-        session_write_databuf(job->session, id, buffer, 0);
+        bgexec_write_output(job, buffer, stream, 0);
     }
     if (!more) return end_of_pipe(registration);
     if (output_is_stuck(job->session)) {
@@ -176,6 +178,13 @@ void bgexit(int status) {
     fflush(stderr);
     log_finish();
     _exit(status);
+}
+
+void bgexec_write_output(const bgexec_ctx *job, databuf *buffer, int stream, int final) {
+    char id[k_output_tag_size];
+    constexpr int k_room = k_output_tag_size - sizeof(".1");
+    snprintf(id, sizeof(id), "%.*s.%d", k_room, job->id, stream);
+    session_write_databuf(job->session, id, buffer, final);
 }
 
 int bgexec_std_in(int, void *) {

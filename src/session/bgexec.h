@@ -102,6 +102,10 @@ void bgexit(int status)
 #endif
     ;
 
+/* Writes what an action has put out as reply lines behind the tag, at most 13 characters of it, and
+ * the number of the stream, 1 or 2; with final, the last line too. */
+void bgexec_write_output(const bgexec_ctx *job, databuf *buffer, int stream, int final);
+
 /* Handlers of the jobs' pipes, with the job as data: the output of ADMIN becomes reply lines as it
  * arrives, and -1 tells the end of the pipe. The output of COMMIT is thrown away, but what it logs
  * on its standard error goes to the daemon's own while the daemon logs there; the result is 0. */

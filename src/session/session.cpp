@@ -5,7 +5,7 @@
  * without a login. A login outlives its connection: the record is suspended, and a new connection
  * that knows the identifier moves the login into its own record.
  *
- * The way of a request: the read callback (daemon/listen) appends to inbuf; protocol.cpp cuts
+ * The way of a request: the read callback (daemon/connection) appends to inbuf; protocol.cpp cuts
  * lines, checks tag and state and collects the lines of a request; commands.cpp finds the row of
  * the command table; the handler (login, query, admin, change, submit, commit) checks permission
  * with checks.cpp, resolves the path, calls one parameter operation and writes its reply with

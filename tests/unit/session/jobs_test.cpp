@@ -63,7 +63,7 @@ TEST_F(Jobs, OutputOfAnActionArrivesWhileItRuns) {
     EXPECT_NE(output.find("t.2 err\n"), std::string::npos) << output;
     EXPECT_TRUE(output.ends_with("t.1 \nt.2 \nt OK\nn OK\n")) << output;
     ask(session, "averylongtag1234 ADMIN run exit+3");
-    EXPECT_EQ(wait(session), "averylongtag123 \naverylongtag123 \naverylongtag1234 ERR\n");
+    EXPECT_EQ(wait(session), "averylongtag1.1 \naverylongtag1.2 \naverylongtag1234 ERR\n");
 }
 
 TEST_F(Jobs, AProcessThatKeepsThePipeOpenHoldsNobodyUp) {

@@ -161,9 +161,8 @@ class session_test : public testing::Test {
     /* As many turns as it takes. */
     static void process(ccd_session *session) {
         session_process_input(session);
-        while (session->login_ticket != 0)
-            login_gate_sweep();
-        while (session->stalled && databuf_pending(session->outbuf) < k_session_output_limit)
+        while (session->login_ticket != 0 ||
+               (session->stalled && databuf_pending(session->outbuf) < k_session_output_limit))
             session_sweep();
     }
     static std::string send(ccd_session *session, const std::string &bytes) {
