@@ -202,20 +202,35 @@ cnfnode *cnfmodule_parse_file(const cnfmodule *module, const char *path) {
         return nullptr;
     }
     int before = errno;
-    text_buffer buffer;
     unique_fd fd{open_source(path)};
-    struct stat status {};
-    bool known = fd && fstat(fd.get(), &status) == 0;
-    size_t expected = 0;
-    if (known && status.st_size > 0) {
-        expected = static_cast<size_t>(std::min<off_t>(status.st_size, k_max_file + 1));
-    }
-    if (!known || !read_descriptor(fd.get(), expected, buffer)) {
+    if (!fd) {
         fail_with_errno(path);
         return nullptr;
     }
     errno = before;
-    return parse_buffer(module, path, buffer);
+    return cnfmodule_parse_fd(module, path, fd.get());
+}
+
+cnfnode *cnfmodule_parse_fd(const cnfmodule *module, const char *label, int fd) {
+    if (module == nullptr) {
+        no_argument("descriptor");
+        return nullptr;
+    }
+    if (label == nullptr) label = module->name;
+    int before = errno;
+    text_buffer buffer;
+    struct stat status {};
+    bool known = fstat(fd, &status) == 0;
+    size_t expected = 0;
+    if (known && status.st_size > 0) {
+        expected = static_cast<size_t>(std::min<off_t>(status.st_size, k_max_file + 1));
+    }
+    if (!known || !read_descriptor(fd, expected, buffer)) {
+        fail_with_errno(label);
+        return nullptr;
+    }
+    errno = before;
+    return parse_buffer(module, label, buffer);
 }
 
 cnfnode *cnfmodule_parse_text(const cnfmodule *module, const char *label, const char *text,

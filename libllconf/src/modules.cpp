@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "engine.h"
 #include "path_search.h"
@@ -104,6 +105,20 @@ int level_below(const cnfnode *root, const cnfnode *parent) {
     return level;
 }
 
+/* 1 or 0 with errno as it was; 0 and ENOMEM when there is no answer. */
+template <class question>
+int answer(question ask) {
+    int before = std::exchange(errno, 0);
+    bool yes = false;
+    try {
+        yes = ask();
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
+    }
+    if (yes || errno != ENOMEM) errno = before;
+    return yes ? 1 : 0;
+}
+
 bool accepts_branch(const cnfmodule *module, const cnfnode *root, const cnfnode *parent,
                     const char *path) {
     branch made;
@@ -189,27 +204,19 @@ int cnfmodule_accepts(const cnfmodule *module, const cnfnode *parent, const char
 int cnfmodule_accepts_below(const cnfmodule *module, const cnfnode *root, const cnfnode *parent,
                             const char *name, const char *value) {
     if (module == nullptr || name == nullptr) return 0;
-    errno_guard keep;
     /* No parent: the root itself, which is called as one likes but holds no value of its own. */
     if (parent == nullptr) {
         bool plain = value == nullptr || *value == '\0';
         return plain || syntax{module}.whole_file() ? 1 : 0;
     }
     if (root == nullptr) root = root_of(parent);
-    try {
-        return accepts_node(syntax{module}, level_below(root, parent), parent, name, value) ? 1 : 0;
-    } catch (const std::bad_alloc &) {
-        return 0;
-    }
+    return answer([=] {
+        return accepts_node(syntax{module}, level_below(root, parent), parent, name, value);
+    });
 }
 
 int cnfmodule_accepts_branch(const cnfmodule *module, const cnfnode *root, const cnfnode *parent,
                              const char *path) {
     if (module == nullptr || parent == nullptr || path == nullptr) return 0;
-    errno_guard keep;
-    try {
-        return accepts_branch(module, root, parent, path) ? 1 : 0;
-    } catch (const std::bad_alloc &) {
-        return 0;
-    }
+    return answer([=] { return accepts_branch(module, root, parent, path); });
 }

@@ -21,6 +21,7 @@ class node_maker;
 /* The text of a file, shared by all entries that were read from it and their clones. */
 struct cnf_source {
     size_t references;
+    uint64_t number; /* its own, never used again */
     const cnf_parser *parser;
     cnfnode *options; /* of the module that read it; owned */
     char *text;       /* owned */

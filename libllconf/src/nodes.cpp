@@ -378,3 +378,12 @@ cnfnode *find_node(const cnfnode *first_sibling, const char *name) {
     }
     return nullptr;
 }
+
+int cnfnode_is_changed(const cnfnode *node) {
+    return node != nullptr && record(node)->has(k_changed) ? 1 : 0;
+}
+
+uint64_t cnfnode_source(const cnfnode *node) {
+    const source_text *text = node != nullptr ? record(node)->text() : nullptr;
+    return text != nullptr && text->source != nullptr ? text->source->number : 0;
+}

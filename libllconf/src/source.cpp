@@ -15,7 +15,9 @@ cnf_source *create_source(const cnf_parser *parser, const cnfnode *options, char
     }
     auto *source = static_cast<cnf_source *>(std::calloc(1, sizeof(cnf_source)));
     if (source == nullptr) return nullptr;
+    static uint64_t last_number = 0;
     source->references = 1;
+    source->number = ++last_number;
     source->parser = parser;
     source->options = copy.release();
     source->text = owner.release();

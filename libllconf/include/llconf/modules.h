@@ -54,10 +54,12 @@ void destroy_cnfmodule(struct cnfmodule *module);
  * \" and \\ inside. Null with EINVAL for anything else; null text is the empty list. */
 struct cnfnode *parse_options(const char *text);
 
-/* Read a tree from a stream, a file (null: the default file) or memory. Null on failure. `label`
- * stands for the file's name in errors; null: the module's name, as it does for a stream. */
+/* Read a tree from a stream, a file (null: the default file), a descriptor (from where it stands)
+ * or memory. Null on failure. `label` stands for the file's name in errors; null: the module's
+ * name, as it does for a stream. */
 struct cnfnode *cnfmodule_parse(const struct cnfmodule *module, FILE *stream);
 struct cnfnode *cnfmodule_parse_file(const struct cnfmodule *module, const char *path);
+struct cnfnode *cnfmodule_parse_fd(const struct cnfmodule *module, const char *label, int fd);
 struct cnfnode *cnfmodule_parse_text(const struct cnfmodule *module, const char *label,
                                      const char *text, size_t length);
 
@@ -78,7 +80,7 @@ char *cnfmodule_unparse_text(const struct cnfmodule *module, const struct cnfnod
 /* 1 when a node of that name and value (null: none), standing below parent, can be stored in a file
  * of this module; 0 otherwise. The tree's root is the parent of an entry: the nearest node at or
  * above parent that a parse returned as its root, or else the top. Looks at the texts, not at how
- * often a name may occur. Keeps errno. */
+ * often a name may occur. Keeps errno, but for ENOMEM: 0 is no answer then. */
 int cnfmodule_accepts(const struct cnfmodule *module, const struct cnfnode *parent,
                       const char *name, const char *value);
 /* The same, told which node is the root of the file (a directory module's new file, say). */

@@ -2,6 +2,7 @@
 #define LLCONF_NODES_H
 
 #include <stddef.h>
+#include <stdint.h>
 
 #ifdef __cplusplus
 extern "C" {
@@ -84,6 +85,15 @@ int compare_cnftree_children(const struct cnfnode *a, const struct cnfnode *b);
 /* 1 for a node that stands for layout only: ".comment" (value: the text behind the comment sign),
  * ".empty" (a blank line) and ".unparsed" (value: a line that the parser could not read). */
 int cnfnode_is_formatting(const struct cnfnode *node);
+
+/* 1 when node, or anything below it, has changed since a parser read it, or was never read; 0 when
+ * it would be written back byte for byte. A new name for a tree that a parse returned is no change.
+ */
+int cnfnode_is_changed(const struct cnfnode *node);
+
+/* The number of the text that node was read from, the same for all nodes of one parse and for their
+ * clones, and never used again; 0 for a node that no parser read. */
+uint64_t cnfnode_source(const struct cnfnode *node);
 
 /* Removes every formatting node below root, at every depth. */
 void strip_cnftree(struct cnfnode *root);
