@@ -3,166 +3,136 @@
 #include "backend/file_io.h"
 
 #include <errno.h>
-#include <glob.h>
 #include <libdaemon/dlog.h>
 #include <signal.h>
 #include <sys/stat.h>
 
-#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 #include <utility>
 
 #include "backend/contexts.h"
 #include "backend/files.h"
 #include "backend/items.h"
 #include "backend/ll_trns.h"
+#include "backend/place.h"
 #include "daemon/dirs.h"
 #include "daemon/trace.h"
 #include "fe/fe.h"
 #include "llconf/modules.h"
 #include "llconf/nodes.h"
-#include "ucfgd/lines.h"
 #include "ucfgd/owners.h"
 
 namespace {
 
 using owned_tree = owned<cnfnode, destroy_cnftree>;
 
-void log_parse_failure(const char *what, int reason) {
-    daemon_log(LOG_WARNING, "parsing %s failed: %s\n", what, std::strerror(reason));
-    daemon_log(LOG_ERR, "%s", cnf_error_text());
-}
-
-/* One file of a directory instance, as a subtree named name; null when it does not parse. */
-owned_tree parse_member(const llconf_item *lli, const char *path, const char *name) {
-    owned_tree tree{cnfmodule_parse_file(lli->module, path)};
-    if (!tree) {
-        log_parse_failure(path, errno);
-    } else if (cnfnode_setname(tree.get(), name) != 0) {
-        daemon_log(LOG_WARNING, "parsing %s failed: %s\n", path, std::strerror(errno));
-        tree.reset();
-    }
-    return tree;
-}
-
-/* Appends every match of a directory instance to root; those that do not parse are remembered, so
- * that commit leaves them alone. */
-void parse_members(const llconf_item *lli, const char *dirpath, const directory_glob &matches,
-                   cnfnode *root) {
-    list_builder<line> unparsed;
-    for (const char *path : matches.paths()) {
-        const char *name = name_below(dirpath, path);
-        if (!name || is_temporary_name(name)) continue;
-        owned_tree tree = parse_member(lli, path, name);
-        if (tree && append_node(root, tree.get()) == 0) {
-            static_cast<void>(tree.release());
-        } else if (line *cell = create_line(name)) {
-            unparsed.append(cell);
-        }
-    }
-    if (!lli->file) {
-        destroy_line_list(unparsed.release());
-        return;
-    }
-    destroy_line_list(std::exchange(lli->file->unparsed, unparsed.release()));
-    lli->file->incomplete = matches.complete() ? 0 : 1;
-    if (lli->file->incomplete) {
-        daemon_log(LOG_ERR, "module '%s': the directory %s cannot be listed whole, not writing it",
-                   lli->name, dirpath);
-    }
-}
-
-void record_file(const llconf_item *lli, const char *path) {
+void record_file(const llconf_item *lli, const char *path, bool is_known) {
     struct stat st {};
-    if (!lli->file || stat(path, &st) != 0) return;
+    if (!lli->file) return;
+    if (is_known && place_stat(path, &st) != 0) return;
     lli->file->st_ino = st.st_ino;
     lli->file->mtime = st.st_mtime;
 }
 
-/* Replaces the tree and marks the item clean. A null tree is a failure. */
-int install_clean(llconf_item *lli, cnfnode *tree) {
-    if (!tree) {
-        if (lli->read_state == k_read_never) lli->read_state = k_read_failed;
-        return -1;
-    }
-    llconf_install_cnftree(lli, tree);
-    lli->is_dirty = 0;
-    lli->read_state = k_read_done;
+/* What has been read becomes the item's tree, which is clean then. */
+int accept_tree(item_record *item, cnfnode *tree) {
+    llconf_install_cnftree(item, tree);
+    item->is_dirty = 0;
+    item_enter(item, tree_event::looked);
     return 0;
 }
 
-/* Whether a commit has ended since the item's source was looked at last. Its child wrote the source
- * without this process seeing it: perhaps after another session's revert had read the old one, or
- * from a hook. */
-bool commit_has_ended(const llconf_item *lli) {
-    return lli->read_serial != llconf_trns_ctx_serial();
+/* The item keeps its tree; but edits whose commit is over are not taken for what a source holds
+ * that nobody can look at. Keeps errno. */
+int refuse_tree(item_record *item) {
+    errno_guard keep;
+    bool has_edits = item_commit_open(item) && item->is_dirty;
+    item_enter(item, tree_event::failed);
+    if (has_edits && item->state == tree_state::unread) item_put_back(item);
+    return -1;
 }
 
-bool has_current_tree(const llconf_item *lli) {
-    return lli->cn_root && !lli->is_dirty && !(lli->flags & LLI_FLAG_ALWAYS_REVERT);
+int install_clean(item_record *item, cnfnode *tree) {
+    return tree ? accept_tree(item, tree) : refuse_tree(item);
+}
+
+/* The tree is still that of the source, if it ever was. */
+int leave_alone(item_record *item) {
+    if (item->state != tree_state::unread) item_enter(item, tree_event::looked);
+    return 0;
+}
+
+bool has_current_tree(const item_record *item) {
+    return item->cn_root && !item->is_dirty && !(item->flags & LLI_FLAG_ALWAYS_REVERT);
 }
 
 /* Files that commits write follow each other within one second, so that after a commit the inode
- * alone counts. */
-bool is_unchanged(const llconf_item *lli, const struct stat &st) {
-    if (!has_current_tree(lli)) return false;
-    if (st.st_ino == lli->file->st_ino) return true;
-    return st.st_mtime == lli->file->mtime && !commit_has_ended(lli);
+ * alone counts. What could not be read is tried again as soon as anything about it is new. */
+bool is_unchanged(const item_record *item, const struct stat &st) {
+    if (!has_current_tree(item)) return false;
+    bool same_inode = st.st_ino == item->file->st_ino;
+    bool same_time = st.st_mtime == item->file->mtime;
+    if (item->state == tree_state::unread) return same_inode && same_time;
+    return same_inode || (same_time && !item_commit_ended(item));
 }
 
 /* A file that is there, but out of reach at the moment, is not missing: an empty tree in its place
  * would be written over it. */
-int revert_missing_file(llconf_item *lli, const char *path) {
-    if (errno != ENOENT && errno != ENOTDIR) {
-        daemon_log(LOG_ERR, "stat('%s') failed: %s", path, std::strerror(errno));
-        return install_clean(lli, nullptr);
+int revert_missing_file(item_record *item, const char *path) {
+    int reason = errno;
+    bool is_missing = reason == ENOENT || reason == ENOTDIR;
+    if (!is_missing) daemon_log(LOG_ERR, "stat('%s') failed: %s", path, std::strerror(reason));
+    if (!is_missing || !(item->flags & LLI_FLAG_CREATE)) {
+        record_file(item, path, false);
+        errno = reason;
+        return refuse_tree(item);
     }
-    if (!(lli->flags & LLI_FLAG_CREATE)) return install_clean(lli, nullptr);
-    if (lli->cn_root && !lli->is_dirty) return 0;
-    return install_clean(lli, create_cnfnode("(root)"));
+    if (item->cn_root && !item->is_dirty) return leave_alone(item);
+    return install_clean(item, create_cnfnode("(root)"));
 }
 
-int revert_file(llconf_item *lli) {
-    owned_str path{prefix_llfilename(lli->file->filename)};
+int revert_file(item_record *item) {
+    owned_str path{prefix_llfilename(item->file->filename)};
     if (!path) return -1;
     struct stat before {};
-    if (stat(path.get(), &before) != 0) return revert_missing_file(lli, path.get());
-    if (is_unchanged(lli, before)) return 0;
-    cnfnode *tree = lli->pattern ? llconf_parse_file_pattern(lli, path.get(), lli->pattern)
-                                 : llconf_parse_file(lli, path.get());
-    if (install_clean(lli, tree) != 0) return -1;
+    if (place_stat(path.get(), &before) != 0) return revert_missing_file(item, path.get());
+    if (is_unchanged(item, before)) return leave_alone(item);
+    cnfnode *tree = item->pattern ? llconf_parse_file_pattern(item, path.get(), item->pattern)
+                                  : llconf_parse_file(item, path.get());
+    if (install_clean(item, tree) != 0) return -1;
     struct stat after {};
-    if (stat(path.get(), &after) == 0 && after.st_ino != before.st_ino) lli->is_dirty = 1;
+    if (place_stat(path.get(), &after) == 0 && after.st_ino != before.st_ino) item->is_dirty = 1;
     return 0;
 }
 
 /* With "create", a command that says that it has nothing has an empty source. One that failed in
  * another way may have a full one, that must not be replaced. */
-int revert_command(llconf_item *lli) {
-    if (has_current_tree(lli) && !(lli->in_commit && commit_has_ended(lli))) return 0;
-    cnfnode *tree = llconf_parse_pipe_in(lli, lli->pipe_in);
-    if (tree || !(lli->flags & LLI_FLAG_CREATE)) return install_clean(lli, tree);
+int revert_command(item_record *item) {
+    bool is_over = item_commit_open(item) && item_commit_ended(item);
+    if (has_current_tree(item) && !is_over && item->state != tree_state::unread)
+        return leave_alone(item);
+    cnfnode *tree = llconf_parse_pipe_in(item, item->pipe_in);
+    if (tree || !(item->flags & LLI_FLAG_CREATE)) return install_clean(item, tree);
     const bool missing = errno == ENOENT;
-    const int result = install_clean(lli, create_cnfnode("(root)"));
-    if (!missing) lli->read_state = k_read_failed;
+    const int result = install_clean(item, create_cnfnode("(root)"));
+    if (!missing) item_enter(item, tree_event::failed);
     return result;
 }
 
-int revert_virtual(llconf_item *lli) {
-    if (lli->cn_root && !lli->is_dirty) return 0;
-    run_hook(lli, &llconf_item::func_pre_read);
-    if (install_clean(lli, create_cnfnode("(root)")) != 0) return -1;
-    run_hook(lli, &llconf_item::func_post_read);
+int revert_virtual(item_record *item) {
+    if (item->cn_root && !item->is_dirty) return leave_alone(item);
+    run_hook(item, &llconf_item::func_pre_read);
+    if (install_clean(item, create_cnfnode("(root)")) != 0) return -1;
+    run_hook(item, &llconf_item::func_post_read);
     return 0;
 }
 
-int revert_source(llconf_item *lli) {
-    if (lli->file) return revert_file(lli);
-    if (lli->pipe_in) return revert_command(lli);
-    return revert_virtual(lli);
+int revert_source(item_record *item) {
+    if (item->file) return revert_file(item);
+    if (item->pipe_in) return revert_command(item);
+    return revert_virtual(item);
 }
 
 /* A deletion that a commit's child has carried out ends the item here, where the child's memory is
@@ -172,8 +142,9 @@ bool release_if_deleted(llconf_item *lli) {
     if (lli->file) {
         owned_str path{prefix_llfilename(lli->file->filename)};
         struct stat st {};
-        if (path && (lstat(path.get(), &st) == 0 || errno != ENOENT)) {
-            if (!lli->in_commit || commit_has_ended(lli)) lli->delete_me = 0;
+        if (path && (place_lstat(path.get(), &st) == 0 || errno != ENOENT)) {
+            const item_record *item = record_of(lli);
+            if (!item_commit_open(item) || item_commit_ended(item)) lli->delete_me = 0;
             return false;
         }
     }
@@ -209,24 +180,31 @@ void run_hook(llconf_item *lli, hook_list which) {
 
 cnfnode *llconf_parse_file(llconf_item *lli, const char *path) {
     run_hook(lli, &llconf_item::func_pre_read);
-    cnfnode *tree = cnfmodule_parse_file(lli->module, path);
+    cnfnode *tree = read_file(lli->module, path, nullptr);
     int reason = tree ? 0 : errno;
-    if (tree) {
-        run_hook(lli, &llconf_item::func_post_read);
-    } else {
-        log_parse_failure(path, reason);
-    }
-    record_file(lli, path);
+    if (tree) run_hook(lli, &llconf_item::func_post_read);
+    /* What is wrong with the contents stays wrong; everything else may pass. */
+    record_file(lli, path, reason == 0 || reason == EINVAL);
     errno = reason;
     return tree;
 }
 
 cnfnode *llconf_parse_file_pattern(llconf_item *lli, const char *dirpath, const char *pattern) {
     run_hook(lli, &llconf_item::func_pre_read);
-    owned_tree root{create_cnfnode("(root)")};
-    if (!root) return nullptr;
-    directory_glob matches(dirpath, pattern);
-    parse_members(lli, dirpath, matches, root.get());
+    owned_tree root;
+    shared_record record;
+    int reason =
+        read_directory(lli->module, dirpath, pattern, record_of(lli)->record.get(), root, record);
+    if (reason != 0) {
+        daemon_log(LOG_WARNING, "parsing %s failed: %s\n", dirpath, std::strerror(reason));
+        errno = reason;
+        return nullptr;
+    }
+    if (record->blocked != 0) {
+        daemon_log(LOG_ERR, "module '%s': the directory %s cannot be listed whole, not writing it",
+                   lli->name, dirpath);
+    }
+    record_of(lli)->parsed = {root.get(), std::move(record)};
     run_hook(lli, &llconf_item::func_post_read);
     return root.release();
 }
@@ -234,11 +212,20 @@ cnfnode *llconf_parse_file_pattern(llconf_item *lli, const char *dirpath, const 
 int llconf_revert_cnftree(llconf_item *lli) {
     if (!lli) return 0;
     trace(3, "%s: %s\n", __func__, lli->name);
-    destroy_cnftree(std::exchange(lli->replaced, nullptr));
-    if (revert_source(lli) != 0) return -1;
-    if (commit_has_ended(lli)) lli->in_commit = 0;
-    lli->read_serial = llconf_trns_ctx_serial();
-    return 0;
+    item_record *item = record_of(lli);
+    int result = revert_source(item);
+    if (result == 0 || !item_commit_open(item)) item->serial = llconf_trns_ctx_serial();
+    return result;
+}
+
+void item_retry_unread(llconf_item *lli) {
+    if (!lli || lli->cn_root || !lli->item_orig) return;
+    errno_guard keep;
+    while (lli->item_orig && !lli->cn_root)
+        lli = lli->item_orig;
+    if (lli->item_orig || !lli->file || record_of(lli)->state != tree_state::unread) return;
+    bool has_edits = lli->is_dirty && lli->cn_root && lli->cn_root->first_child;
+    if (!has_edits) llconf_revert_cnftree(lli);
 }
 
 int llconf_revert_all_cnftrees(llconf_item *list) {

@@ -3,166 +3,143 @@
 #include <errno.h>
 #include <libdaemon/dlog.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cstdio>
 #include <cstring>
 #include <new>
-#include <set>
-#include <string>
-#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "backend/contexts.h"
 #include "backend/file_io.h"
 #include "backend/files.h"
 #include "backend/items.h"
+#include "backend/place.h"
 #include "daemon/trace.h"
-#include "llconf/modules.h"
 #include "llconf/nodes.h"
-#include "ucfgd/lines.h"
 #include "ucfgd/owners.h"
 #include "ucfgd/uptime.h"
 
 namespace {
 
-/* The result of a write that has several parts: the last failure and its errno. */
-struct outcome {
-    int result = 0;
-    int reason = 0;
-
-    void add(int status) {
-        if (status == 0) return;
-        result = status;
-        reason = errno != 0 ? errno : EIO;
-    }
-};
-
-using name_set = std::set<std::string_view>;
-
-name_set unparsed_names(const llconf_item *lli) {
-    name_set names;
-    for (const line *l = lli->file->unparsed; l; l = l->next)
-        names.insert(l->line);
-    return names;
+/* Replaces the file of that name. 0 or an error number, after a line in the log. */
+int write_tree_to(const llconf_item *lli, const char *filename, const cnfnode *tree) {
+    owned_str path{prefix_llfilename(filename)};
+    if (!path) return ENOMEM;
+    llconf_file *file = lli->file;
+    file_attributes attributes;
+    if (file) attributes = {file->mode, file->uid, file->gid};
+    int reason = replace_file(lli->module, path.get(), tree, attributes);
+    struct stat st {};
+    if (reason == 0 && file && place_stat(path.get(), &st) == 0) file->mtime = st.st_mtime;
+    return reason;
 }
 
-int refuse_member(const char *directory, const char *name, int reason) {
-    daemon_log(LOG_ERR, "writing to %s/%s failed: %s", directory, name, std::strerror(reason));
-    errno = reason;
-    return -1;
+int write_members(item_record *item) {
+    if (!item->cn_root) return 0;
+    int reason = write_directory(item, item->record);
+    item->is_dirty = 0;
+    item->file->last_write = get_uptime();
+    return reason;
 }
 
-/* Removes the matches that are no file of the tree any more. */
-void unlink_others(const llconf_item *lli, const char *directory, const name_set &unparsed) {
-    directory_glob matches(directory, lli->pattern);
-    if (!matches.complete()) return;
-    for (const char *path : matches.paths()) {
-        const char *name = name_below(directory, path);
-        if (!name || unparsed.contains(name)) continue;
-        if (!find_node(lli->cn_root->first_child, name)) unlink(path);
-    }
-}
-
-int write_directory(llconf_item *lli) {
-    const char *directory = lli->file->filename;
-    if (lli->file->incomplete) return refuse_member(directory, lli->pattern, ENAMETOOLONG);
-    name_set unparsed = unparsed_names(lli);
-    outcome all;
-    for (cnfnode *file = lli->cn_root->first_child; file; file = file->next) {
-        if (!is_name_below(file->name)) {
-            all.add(refuse_member(directory, file->name, EINVAL));
-        } else if (unparsed.contains(file->name)) {
-            all.add(refuse_member(directory, file->name, EEXIST));
-        } else {
-            std::string filename = std::string(directory) + "/" + file->name;
-            all.add(llconf_write_cnftree_file(lli, filename.c_str(), file));
-        }
-    }
-    owned_str prefixed{prefix_llfilename(directory)};
-    if (prefixed) unlink_others(lli, prefixed.get(), unparsed);
-    errno = all.reason;
-    return all.result;
-}
-
-int write_marked_directory(llconf_item *lli) {
-    if (!lli->cn_root) return 0;
-    int result = write_directory(lli);
-    lli->is_dirty = 0;
-    lli->file->last_write = get_uptime();
-    return result;
-}
-
-int write_file(llconf_item *lli) {
-    int result = llconf_write_cnftree_file(lli, lli->file->filename, lli->cn_root);
-    lli->is_dirty = 0;
-    lli->file->last_write = get_uptime();
-    return result;
+int write_file(item_record *item) {
+    int reason = write_tree_to(item, item->file->filename, item->cn_root);
+    item->is_dirty = 0;
+    item->file->last_write = get_uptime();
+    return reason;
 }
 
 int delete_file(const llconf_item *lli) {
     if (!lli->file) return 0;
     owned_str path{prefix_llfilename(lli->file->filename)};
-    if (!path) return -1;
+    if (!path) return ENOMEM;
     daemon_log(LOG_NOTICE, "deleting file %s", path.get());
-    if (unlink(path.get()) == 0) return 0;
-    int reason = errno;
-    daemon_log(LOG_ERR, "unlink('%s') failed: %s", path.get(), std::strerror(reason));
-    errno = reason;
-    return reason == ENOENT ? 0 : -1;
+    return remove_file(path.get());
 }
 
-/* Whether the source is there, perhaps since a moment ago, but could never be read: then the tree
- * lacks what it holds. */
-bool is_unread(const llconf_item *lli) {
-    if (lli->read_state != k_read_failed) return false;
-    if (!lli->file) return true;
-    owned_str path{prefix_llfilename(lli->file->filename)};
+/* Whether the source is there, perhaps since a moment ago, but the tree does not know what it
+ * holds.
+ */
+bool is_unread(const item_record *item) {
+    if (item->state != tree_state::unread && item->state != tree_state::blind) return false;
+    if (!item->file) return true;
+    owned_str path{prefix_llfilename(item->file->filename)};
     struct stat st {};
-    return !path || lstat(path.get(), &st) == 0 || errno != ENOENT;
+    return !path || place_stat(path.get(), &st) == 0 || errno != ENOENT;
 }
 
 /* Leaves an unread source as it is. That is a failure when there are edits that get lost. */
-int keep_unread(const llconf_item *lli) {
-    const char *source = lli->file ? lli->file->filename : lli->pipe_out;
-    if (lli->cn_root && lli->cn_root->first_child) {
+int keep_unread(const item_record *item) {
+    const char *source = item->file ? item->file->filename : item->pipe_out;
+    if (item->state == tree_state::blind || (item->cn_root && item->cn_root->first_child)) {
         daemon_log(LOG_ERR, "writing to %s failed: its present contents have not been read",
                    source);
-        errno = EINVAL;
-        return -1;
+        return EINVAL;
     }
-    daemon_log(LOG_WARNING, "module '%s': %s has not been read, not writing it", lli->name, source);
+    daemon_log(LOG_WARNING, "module '%s': %s has not been read, not writing it", item->name,
+               source);
     return 0;
 }
 
-int write_source(llconf_item *lli) {
-    if (lli->flags & LLI_FLAG_READONLY) {
-        lli->is_dirty = 0;
+int write_source(item_record *item) {
+    if (item->flags & LLI_FLAG_READONLY) {
+        item->is_dirty = 0;
         return 0;
     }
-    if (lli->delete_me) return delete_file(lli);
-    if (is_unread(lli)) return keep_unread(lli);
-    if (lli->file) return lli->pattern ? write_marked_directory(lli) : write_file(lli);
-    if (lli->pipe_out) return llconf_write_pipe_out(lli); /* the mark stays */
-    return 0;
+    if (item->delete_me) return delete_file(item);
+    if (is_unread(item)) return keep_unread(item);
+    if (item->file) return item->pattern ? write_members(item) : write_file(item);
+    if (!item->pipe_out) return 0;
+    return llconf_write_pipe_out(item) == 0 ? 0 : errno; /* the mark stays */
+}
+
+/* What a write has come to. */
+struct written {
+    int reason;       /* 0 or an error number */
+    bool stays_dirty; /* the source wants the same again next time */
+};
+
+/* Writes a dirty item, its hooks around it. Its dirty mark is that of an edit by the last one. */
+written write_item(item_record *item) {
+    if (g_debug_level > 4) dump_nodes(item->cn_root, 0);
+    run_hook(item, &llconf_item::func_pre_commit);
+    written result{};
+    try {
+        result.reason = write_source(item);
+    } catch (const std::bad_alloc &) {
+        result.reason = ENOMEM;
+    }
+    result.stays_dirty = std::exchange(item->is_dirty, 0) != 0;
+    run_hook(item, &llconf_item::func_post_commit);
+    return result;
+}
+
+/* How often a commit goes through the items because hooks have edited some that it had passed. */
+constexpr int k_most_rounds = 8;
+
+bool any_dirty(const llconf_item *list) {
+    while (list && !list->is_dirty)
+        list = list->next;
+    return list != nullptr;
+}
+
+/* Writes the dirty ones among the items. Those whose source wants the same again are noted. */
+void write_round(llconf_item *list, std::vector<llconf_item *> &stay_dirty, int &reason) {
+    for (llconf_item *lli = list; lli; lli = lli->next) {
+        if (!lli->is_dirty) continue;
+        written result = write_item(record_of(lli));
+        if (result.reason != 0) reason = result.reason;
+        if (result.stays_dirty) stay_dirty.push_back(lli);
+    }
 }
 
 }  // namespace
 
 int llconf_write_cnftree_file(llconf_item *lli, const char *filename, cnfnode *tree) {
-    owned_str path{prefix_llfilename(filename)};
-    if (!path) return -1;
-    const llconf_file *file = lli->file;
-    file_attributes attributes =
-        file ? file_attributes{file->mode, file->uid, file->gid} : file_attributes{-1, -1, -1};
-    try {
-        if (replace_file(lli->module, path.get(), tree, attributes) != 0) return -1;
-    } catch (const std::bad_alloc &) {
-        errno = ENOMEM;
-        return -1;
-    }
-    struct stat st {};
-    if (lli->file && stat(path.get(), &st) == 0) lli->file->mtime = st.st_mtime;
-    return 0;
+    int reason = write_tree_to(lli, filename, tree);
+    if (reason == 0) return 0;
+    errno = reason;
+    return -1;
 }
 
 int llconf_write_cnftree(llconf_item *lli) {
@@ -170,27 +147,33 @@ int llconf_write_cnftree(llconf_item *lli) {
         if (lli) trace(0, "data for module %s have not changed, not writing\n", lli->name);
         return 0;
     }
-    if (g_debug_level > 4) dump_nodes(lli->cn_root, 0);
-    run_hook(lli, &llconf_item::func_pre_commit);
-    outcome written;
-    try {
-        written.add(write_source(lli));
-    } catch (const std::bad_alloc &) {
-        errno = ENOMEM;
-        written.add(-1);
-    }
-    run_hook(lli, &llconf_item::func_post_commit);
-    errno = written.reason;
-    return written.result;
+    written result = write_item(record_of(lli));
+    if (result.stays_dirty) lli->is_dirty = 1;
+    errno = result.reason;
+    return result.reason == 0 ? 0 : -1;
 }
 
 int llconf_write_all_cnftrees(llconf_item *list) {
-    outcome all;
-    for (llconf_item *lli = list; lli; lli = lli->next)
-        all.add(llconf_write_cnftree(lli));
-    for (llconf_item *lli : removal_safe(list)) {
-        if (lli->delete_me) ll_contexts_release(lli);
+    int reason = 0;
+    for (const llconf_item *lli = list; lli; lli = lli->next)
+        if (!lli->is_dirty)
+            trace(0, "data for module %s have not changed, not writing\n", lli->name);
+    try {
+        std::vector<llconf_item *> stay_dirty;
+        for (int round = 0; round < k_most_rounds && any_dirty(list); round++)
+            write_round(list, stay_dirty, reason);
+        if (any_dirty(list)) {
+            daemon_log(LOG_ERR,
+                       "commit hooks edit modules again and again; the last edits are lost");
+            reason = EBUSY;
+        }
+        for (llconf_item *lli : stay_dirty)
+            lli->is_dirty = 1;
+    } catch (const std::bad_alloc &) {
+        reason = ENOMEM;
     }
-    errno = all.reason;
-    return all.result;
+    for (llconf_item *lli : removal_safe(list))
+        if (lli->delete_me) ll_contexts_release(lli);
+    errno = reason;
+    return reason == 0 ? 0 : -1;
 }

@@ -1,15 +1,21 @@
-/* Files on disk: the matches of a directory instance, and the one way in which a file is replaced.
+/* The one way in which files are replaced and removed.
  *
  *      step                                        a crash behind it leaves
  *   1. remove a stale temporary file               the old file
  *   2. create the temporary file, mode 0600        the old file, an empty temporary one
  *   3. give it owner and mode of the new file      the same
  *   4. write the contents, sync them               the old file, a temporary one, perhaps whole
+ *      1 to 4 for each file that changes
  *   5. rename it over the file                     the old file or the new one, whole
- *   6. sync the directory                          the new file
+ *      for each file
+ *   6. sync the folder of each                     the new files
+ *   7. remove each file that is to go              the new files, some of those that go
+ *   8. sync the folder of each                     the new files
  *
- * The temporary file is created afresh and never opened through a link, so that nobody who may
- * write the directory can point us elsewhere between the steps. */
+ * A failure in steps 1 to 4 leaves all files as they were; what fails later ends the batch where it
+ * stands, so that nothing is removed whose contents may have no other place yet. The temporary file
+ * is created afresh and never opened through a link, so that nobody who may write the folder can
+ * point us elsewhere between the steps. One that a crash leaves is removed at the next start. */
 
 #include "backend/files.h"
 
@@ -19,177 +25,292 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <climits>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <string>
+#include <new>
 #include <string_view>
 
-#include "daemon/dirs.h"
+#include "backend/place.h"
 #include "llconf/modules.h"
 #include "ucfgd/owners.h"
 
 namespace {
 
-constexpr std::string_view k_temporary_suffix = ".ucfgd-tmp";
-
-/* glob tells its error function no more than this. */
-bool g_unreadable_directory = false;
-
-int note_unreadable(const char * /*path*/, int reason) {
-    if (reason != ENOENT && reason != ENOTDIR) g_unreadable_directory = true;
-    return 0;
+std::string temporary_of(const std::string &path) {
+    return path + std::string{k_temporary_suffix};
 }
 
-std::string directory_of(const std::string &path) {
-    size_t slash = path.rfind('/');
-    if (slash == std::string::npos) return ".";
-    return slash == 0 ? "/" : path.substr(0, slash);
+int fail(const char *what, const std::string &path, int reason) {
+    daemon_log(LOG_ERR, "%s %s failed: %s", what, path.c_str(), std::strerror(reason));
+    return reason;
 }
 
-/* Whether path lies below the module prefix, if there is one. */
-bool is_inside_prefix(std::string_view path) {
-    if (!g_filesprefix) return true;
-    owned_str prefix{realpath(g_filesprefix, nullptr)};
-    if (!prefix) return false;
-    std::string_view top{prefix.get()};
-    if (top == "/") return true;
-    return path.size() > top.size() && path.starts_with(top) && path[top.size()] == '/';
-}
-
-/* Where a link leads whose target does not exist yet; empty when its directory does not either. */
-std::string dangling_target(const std::string &path) {
-    char text[PATH_MAX];
-    ssize_t length = readlink(path.c_str(), text, sizeof(text));
-    if (length <= 0 || static_cast<size_t>(length) >= sizeof(text)) return {};
-    std::string target(text, static_cast<size_t>(length));
-    if (target.front() != '/') target = directory_of(path) + "/" + target;
-    owned_str directory{realpath(directory_of(target).c_str(), nullptr)};
-    if (!directory) return {};
-    return std::string(directory.get()) + "/" + target.substr(target.rfind('/') + 1);
-}
-
-/* The file to replace: path itself, or what a link there leads to. A link that leads out of the
- * prefix is replaced, so that a copy of a system never writes to the system itself. */
-std::string resolve_target(const char *path) {
-    struct stat st {};
-    if (lstat(path, &st) != 0 || !S_ISLNK(st.st_mode)) return path;
-    owned_str real{realpath(path, nullptr)};
-    std::string target = real ? std::string(real.get()) : dangling_target(path);
-    return !target.empty() && is_inside_prefix(target) ? target : path;
-}
-
-int fail_writing(const std::string &temporary) {
-    int reason = errno;
-    daemon_log(LOG_ERR, "writing to %s failed: %s", temporary.c_str(), std::strerror(reason));
-    errno = reason;
-    return -1;
+int fail_writing(const std::string &path, int reason) {
+    return fail("writing to", temporary_of(path), reason);
 }
 
 /* Of a tree that the file cannot hold, the library says which node is to blame. */
-int fail_unparsing(const std::string &temporary) {
-    bool refused = errno == EINVAL;
-    fail_writing(temporary);
-    errno_guard keep;
-    if (refused) daemon_log(LOG_ERR, "%s", cnf_error_text());
-    return -1;
+int fail_unparsing(const std::string &path, int reason) {
+    fail_writing(path, reason);
+    if (reason == EINVAL) daemon_log(LOG_ERR, "%s", cnf_error_text());
+    return reason;
 }
 
-/* Owner before mode: a change of owner clears mode bits. Failures are logged only. */
-void apply_attributes(int fd, const char *path, const struct stat *old,
-                      const file_attributes &wanted) {
-    struct stat now {};
-    if (fstat(fd, &now) != 0) return;
-    uid_t uid = wanted.uid >= 0 ? static_cast<uid_t>(wanted.uid) : (old ? old->st_uid : now.st_uid);
-    gid_t gid = wanted.gid >= 0 ? static_cast<gid_t>(wanted.gid) : (old ? old->st_gid : now.st_gid);
-    if ((uid != now.st_uid || gid != now.st_gid) && fchown(fd, uid, gid) != 0) {
-        daemon_log(LOG_ERR, "chown('%s', %d, %d) failed: %s", path, static_cast<int>(uid),
-                   static_cast<int>(gid), std::strerror(errno));
-    }
+/* The place of the file to replace. A link into a folder that is not there is replaced itself. */
+int find_target(const std::string &path, place &at) {
+    int reason = at.find(path.c_str(), link_at_end::is_followed);
+    return reason == ENOENT ? at.find(path.c_str(), link_at_end::is_meant) : reason;
+}
+
+/* Only a file that is missing is none: whatever else stands there, or keeps us from seeing it, is
+ * not to be replaced. */
+int look_at_old(const place &at, struct stat &old, bool &exists) {
+    int reason = at.look(old);
+    exists = reason == 0;
+    if (reason != 0) return reason == ENOENT ? 0 : reason;
+    if (S_ISREG(old.st_mode) || S_ISLNK(old.st_mode)) return 0;
+    return S_ISDIR(old.st_mode) ? EISDIR : EINVAL;
+}
+
+mode_t default_mode() {
     mode_t mask = umask(0);
     umask(mask);
-    mode_t mode = old ? old->st_mode & 07777U : 0666U & ~mask;
-    if (wanted.mode >= 0) mode = static_cast<mode_t>(wanted.mode);
-    if (fchmod(fd, mode) != 0) {
-        daemon_log(LOG_ERR, "chmod('%s', %o) failed: %s", path, static_cast<unsigned int>(mode),
-                   std::strerror(errno));
-    }
+    return 0666U & ~mask;
 }
 
-int sync_directory(const std::string &directory) {
-    unique_fd fd{open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
-    if (!fd) return -1;
-    if (fsync(fd.get()) == 0 || errno == EINVAL || errno == EROFS) return 0;
-    return -1;
+/* Owner before mode: a change of owner clears mode bits. What the module sets and cannot be set is
+ * logged only, and the file is then less open than it should be; what the old file had must stay.
+ */
+int apply_attributes(int fd, const char *path, const owner_and_mode *old,
+                     const file_attributes &wanted) {
+    struct stat now {};
+    if (fstat(fd, &now) != 0) return errno;
+    bool earlier_counts = wanted.earlier && (wanted.earlier_counts_first || !old);
+    owner_and_mode as = earlier_counts ? *wanted.earlier
+                        : old          ? *old
+                                       : owner_and_mode{now.st_uid, now.st_gid, default_mode()};
+    bool keeps_owner =
+        (wanted.uid < 0 && as.uid != now.st_uid) || (wanted.gid < 0 && as.gid != now.st_gid);
+    if (wanted.uid >= 0) as.uid = static_cast<uid_t>(wanted.uid);
+    if (wanted.gid >= 0) as.gid = static_cast<gid_t>(wanted.gid);
+    if (wanted.mode >= 0) as.mode = static_cast<mode_t>(wanted.mode);
+    if ((as.uid != now.st_uid || as.gid != now.st_gid) && fchown(fd, as.uid, as.gid) != 0) {
+        int reason = errno;
+        daemon_log(LOG_ERR, "chown('%s', %d, %d) failed: %s", path, static_cast<int>(as.uid),
+                   static_cast<int>(as.gid), std::strerror(reason));
+        if (keeps_owner) return reason;
+    }
+    if (fchmod(fd, as.mode) != 0) {
+        int reason = errno;
+        daemon_log(LOG_ERR, "chmod('%s', %o) failed: %s", path, static_cast<unsigned int>(as.mode),
+                   std::strerror(reason));
+        if (wanted.mode < 0) return reason;
+    }
+    return 0;
 }
 
 /* Steps 1 to 4. */
-int write_temporary(const cnfmodule *module, const std::string &temporary, const char *path,
-                    const std::string &target, const cnfnode *tree,
+int write_temporary(const cnfmodule *module, const std::string &path, const cnfnode *tree,
                     const file_attributes &attributes) {
+    place at;
     struct stat old {};
-    bool replaces = lstat(target.c_str(), &old) == 0;
-    if (replaces && !S_ISREG(old.st_mode) && !S_ISLNK(old.st_mode)) {
-        errno = S_ISDIR(old.st_mode) ? EISDIR : EINVAL;
-        return fail_writing(temporary);
+    bool exists = false;
+    int reason = find_target(path, at);
+    if (reason == 0) reason = look_at_old(at, old, exists);
+    if (reason != 0) return fail_writing(path, reason);
+    std::string temporary = temporary_of(at.name());
+    if (unlinkat(at.folder(), temporary.c_str(), 0) != 0 && errno != ENOENT)
+        return fail_writing(path, errno);
+    unique_fd fd{openat(at.folder(), temporary.c_str(),
+                        O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600)};
+    if (!fd) return fail_writing(path, errno);
+    owner_and_mode kept{old.st_uid, old.st_gid, old.st_mode & 07777U};
+    bool keeps = exists && S_ISREG(old.st_mode);
+    reason = apply_attributes(fd.get(), path.c_str(), keeps ? &kept : nullptr, attributes);
+    if (reason != 0) return fail_writing(path, reason);
+    if (cnfmodule_unparse_fd(module, fd.get(), tree) != 0) return fail_unparsing(path, errno);
+    return fd.close_now() == 0 ? 0 : fail_writing(path, errno);
+}
+
+/* Folders in which something has changed, each once, and held open: one that cannot be opened must
+ * fail before the change. */
+class changed_folders {
+  public:
+    int add(const place &at, const std::string &path);
+    int sync();
+
+  private:
+    struct folder {
+        dev_t device;
+        ino_t inode;
+        unique_fd fd;
+        std::string path;
+    };
+    static constexpr size_t k_most = 16;
+    std::vector<folder> folders_;
+};
+
+int changed_folders::add(const place &at, const std::string &path) {
+    struct stat st {};
+    unique_fd fd = at.open_folder();
+    if (!fd || fstat(fd.get(), &st) != 0) return fail("opening the folder of", path, errno);
+    for (const folder &known : folders_)
+        if (known.device == st.st_dev && known.inode == st.st_ino) return 0;
+    int reason = folders_.size() == k_most ? sync() : 0;
+    folders_.push_back({st.st_dev, st.st_ino, std::move(fd), path});
+    return reason;
+}
+
+int changed_folders::sync() {
+    int failed = 0;
+    for (const folder &known : folders_) {
+        int reason = sync_folder(known.fd.get());
+        if (reason != 0) failed = fail("syncing the folder of", known.path, reason);
     }
-    if (unlink(temporary.c_str()) != 0 && errno != ENOENT) return fail_writing(temporary);
-    unique_fd fd{
-        open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600)};
-    if (!fd) return fail_writing(temporary);
-    bool keeps_attributes = replaces && S_ISREG(old.st_mode);
-    apply_attributes(fd.get(), path, keeps_attributes ? &old : nullptr, attributes);
-    if (cnfmodule_unparse_fd(module, fd.get(), tree) != 0) return fail_unparsing(temporary);
-    if (fd.close_now() != 0) return fail_writing(temporary);
-    return 0;
+    folders_.clear();
+    return failed;
+}
+
+/* Step 5 of one file. */
+int rename_one(const std::string &path, changed_folders &folders) {
+    place at;
+    int reason = find_target(path, at);
+    if (reason == 0) reason = folders.add(at, path);
+    if (reason != 0) return reason;
+    std::string temporary = temporary_of(at.name());
+    if (renameat(at.folder(), temporary.c_str(), at.folder(), at.name().c_str()) == 0) return 0;
+    reason = errno;
+    daemon_log(LOG_ERR, "rename('%s', '%s') failed: %s", temporary_of(path).c_str(), path.c_str(),
+               std::strerror(reason));
+    return reason;
+}
+
+/* Step 7 of one file. */
+int remove_one(const std::string &path, changed_folders &folders) {
+    place at;
+    int reason = at.find(path.c_str(), link_at_end::is_meant);
+    if (reason == 0) reason = folders.add(at, path);
+    if (reason == 0 && unlinkat(at.folder(), at.name().c_str(), 0) != 0) reason = errno;
+    if (reason == 0) return 0;
+    daemon_log(LOG_ERR, "unlink('%s') failed: %s", path.c_str(), std::strerror(reason));
+    return reason == ENOENT ? 0 : reason;
 }
 
 }  // namespace
 
-directory_glob::directory_glob(const char *directory, const char *pattern) {
-    char text[256];
-    int length = std::snprintf(text, sizeof(text), "%s/%s", directory, pattern);
-    g_unreadable_directory = false;
-    int status = glob(text, 0, note_unreadable, &matches_);
-    if (status == 0) count_ = matches_.gl_pathc;
-    complete_ = length >= 0 && static_cast<size_t>(length) < sizeof(text) &&
-                (status == 0 || status == GLOB_NOMATCH) && !g_unreadable_directory;
-}
-
-const char *name_below(const char *directory, const char *path) {
-    size_t length = std::strlen(directory);
-    if (std::strncmp(path, directory, length) != 0 || path[length] != '/') return nullptr;
-    return path + length + 1;
+cnfnode *read_file(const cnfmodule *module, const char *path, struct stat *st) {
+    unique_fd fd{place_open(path, O_RDONLY | O_NOCTTY | O_NONBLOCK)};
+    bool is_open = fd && (!st || fstat(fd.get(), st) == 0);
+    if (is_open) {
+        if (cnfnode *tree = cnfmodule_parse_fd(module, path, fd.get())) return tree;
+    } else if (st) {
+        *st = {};
+    }
+    int reason = errno;
+    daemon_log(LOG_WARNING, "parsing %s failed: %s\n", path, std::strerror(reason));
+    if (is_open) {
+        daemon_log(LOG_ERR, "%s", cnf_error_text());
+    } else {
+        daemon_log(LOG_ERR, "%s: %s", path, std::strerror(reason));
+    }
+    errno = reason;
+    return nullptr;
 }
 
 bool is_temporary_name(const char *name) {
     return std::string_view(name).ends_with(k_temporary_suffix);
 }
 
-bool is_name_below(const char *name) {
-    std::string_view rest{name};
-    while (true) {
-        std::string_view component = rest.substr(0, rest.find('/'));
-        if (component.empty() || component == "." || component == "..") return false;
-        if (component.size() == rest.size()) return true;
-        rest.remove_prefix(component.size() + 1);
+file_batch::~file_batch() {
+    try {
+        for (size_t i = renamed_; i < written_.size(); i++) {
+            place at;
+            if (find_target(written_[i], at) != 0) continue;
+            unlinkat(at.folder(), temporary_of(at.name()).c_str(), 0);
+        }
+    } catch (const std::bad_alloc &) {
+        return; /* the next start removes them */
     }
+}
+
+int file_batch::write(const cnfmodule *module, const char *path, const cnfnode *tree,
+                      const file_attributes &attributes) {
+    written_.emplace_back(path);
+    daemon_log(LOG_NOTICE, "writing file %s", path);
+    int reason = write_temporary(module, written_.back(), tree, attributes);
+    if (reason == 0) return 0;
+    /* Its temporary file stays, to be looked at. */
+    written_.pop_back();
+    reason_ = reason;
+    return reason;
+}
+
+void file_batch::remove(const char *path) {
+    removed_.emplace_back(path);
+}
+
+int file_batch::rename_all() {
+    changed_folders folders;
+    int reason = 0;
+    while (reason == 0 && renamed_ < written_.size()) {
+        reason = rename_one(written_[renamed_], folders);
+        if (reason == 0) renamed_++;
+    }
+    int synced = folders.sync();
+    return reason != 0 ? reason : synced;
+}
+
+int file_batch::remove_all() {
+    changed_folders folders;
+    int failed = 0;
+    for (const std::string &path : removed_) {
+        int reason = remove_one(path, folders);
+        if (reason != 0) failed = reason;
+    }
+    int synced = folders.sync();
+    return failed != 0 ? failed : synced;
+}
+
+int file_batch::install() {
+    if (reason_ == 0) reason_ = rename_all();
+    if (reason_ == 0) reason_ = remove_all();
+    return reason_;
 }
 
 int replace_file(const cnfmodule *module, const char *path, const cnfnode *tree,
                  const file_attributes &attributes) {
-    std::string target = resolve_target(path);
-    std::string temporary = target + std::string(k_temporary_suffix);
-    daemon_log(LOG_NOTICE, "writing file %s", path);
-    if (write_temporary(module, temporary, path, target, tree, attributes) != 0) return -1;
-    if (rename(temporary.c_str(), target.c_str()) != 0) {
-        int reason = errno;
-        daemon_log(LOG_ERR, "rename('%s', '%s') failed: %s", temporary.c_str(), target.c_str(),
-                   std::strerror(reason));
-        errno = reason;
-        return -1;
+    try {
+        file_batch batch;
+        batch.write(module, path, tree, attributes);
+        return batch.install();
+    } catch (const std::bad_alloc &) {
+        return fail("writing to", path, ENOMEM);
     }
-    if (sync_directory(directory_of(target)) != 0) return fail_writing(directory_of(target));
-    return 0;
+}
+
+int remove_file(const char *path) {
+    try {
+        changed_folders folders;
+        int reason = remove_one(path, folders);
+        int synced = folders.sync();
+        return reason != 0 ? reason : synced;
+    } catch (const std::bad_alloc &) {
+        return fail("removing", path, ENOMEM);
+    }
+}
+
+void remove_temporary(const char *path) {
+    place at;
+    struct stat st {};
+    if (at.find(path, link_at_end::is_followed) != 0) return;
+    try {
+        std::string temporary = temporary_of(at.name());
+        if (fstatat(at.folder(), temporary.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return;
+        if (!S_ISREG(st.st_mode) && !S_ISLNK(st.st_mode)) return;
+        if (unlinkat(at.folder(), temporary.c_str(), 0) != 0) return;
+        daemon_log(LOG_NOTICE, "removed %s, which a commit that was cut off had left",
+                   temporary_of(path).c_str());
+    } catch (const std::bad_alloc &) {
+        return; /* the next start comes */
+    }
 }

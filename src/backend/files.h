@@ -2,57 +2,90 @@
 #define UCFGD_BACKEND_FILES_H
 
 #ifndef __cplusplus
-#    error "files.h is for the backend's own sources"
+#    error "files.h is for the daemon's own sources"
 #endif
 
-#include <glob.h>
+#include <sys/stat.h>
 
-#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
 
 struct cnfmodule;
 struct cnfnode;
 
-/* The files below a directory that match a pattern, in glob's order. The pattern with its directory
- * has 255 characters; more is cut. complete() tells that all of the pattern was used and every
- * directory could be read: otherwise a file that is not among the matches may well exist. */
-class directory_glob {
-  public:
-    directory_glob(const char *directory, const char *pattern);
-    directory_glob(const directory_glob &) = delete;
-    directory_glob &operator=(const directory_glob &) = delete;
-    ~directory_glob() { globfree(&matches_); }
+/* How the files of modules are read, replaced and removed. Paths are complete and looked up as
+ * place.h says. Functions answer 0 or an error number, after one line in the log. */
 
-    std::span<char *const> paths() const { return {matches_.gl_pathv, count_}; }
-    bool complete() const { return complete_; }
+/* The tree of the file at path, which belongs to the caller; null with errno after lines in the
+ * log. st, when given, tells which file that was, also after a failure; zero when none was opened.
+ */
+cnfnode *read_file(const cnfmodule *module, const char *path, struct stat *st);
 
-  private:
-    glob_t matches_{};
-    size_t count_ = 0;
-    bool complete_ = false;
-};
-
-/* What follows "directory/" in path, or null when path does not begin with that. */
-const char *name_below(const char *directory, const char *path);
+inline constexpr std::string_view k_temporary_suffix = ".ucfgd-tmp";
 
 /* Whether name is that of a temporary file of ours: one that a crash left behind is no
  * configuration. */
 bool is_temporary_name(const char *name);
 
-/* Whether name can be that of a file inside a directory instance: not empty, not absolute, no "."
- * or ".." in it. */
-bool is_name_below(const char *name);
-
-/* What the new file gets; negative: what the old one has. */
-struct file_attributes {
-    int mode;
-    int uid;
-    int gid;
+/* Owner and mode of a file. */
+struct owner_and_mode {
+    uid_t uid;
+    gid_t gid;
+    mode_t mode;
 };
 
-/* Replaces the file at path by tree as module writes it. A symbolic link stays, and the file that
- * it leads to is replaced. 0; -1 with errno after one line in the log, and then the file is the old
- * one, whole. */
+/* Where a written file has its owner and mode from: what the module sets (negative: nothing), then
+ * the file that it replaces, then the earlier one that it comes from, then the system's defaults. A
+ * file with another one's contents has that one's, whatever it replaces. */
+struct file_attributes {
+    int mode = -1;
+    int uid = -1;
+    int gid = -1;
+    const owner_and_mode *earlier = nullptr;
+    bool earlier_counts_first = false;
+};
+
+/* Files that change together: all new contents are on the disk before the first file is replaced,
+ * and all files are replaced before the first one is removed. */
+class file_batch {
+  public:
+    file_batch() = default;
+    file_batch(const file_batch &) = delete;
+    file_batch &operator=(const file_batch &) = delete;
+    /* What has been written beside and not been installed is removed. */
+    ~file_batch();
+
+    /* Writes tree as module does beside the file at path. A link stays, and the file that it leads
+     * to is meant; one that leads nowhere is itself replaced. May throw std::bad_alloc. */
+    int write(const cnfmodule *module, const char *path, const cnfnode *tree,
+              const file_attributes &attributes);
+
+    /* Notes that the file at path is to go; one that is gone already is no failure. */
+    void remove(const char *path);
+
+    /* Does it all, unless a write has failed: that one's error number then. A step that fails ends
+     * it. */
+    int install();
+
+  private:
+    int rename_all();
+    int remove_all();
+
+    std::vector<std::string> written_;
+    std::vector<std::string> removed_;
+    size_t renamed_ = 0; /* how many of those written stand in their place */
+    int reason_ = 0;
+};
+
+/* A batch of one. */
 int replace_file(const cnfmodule *module, const char *path, const cnfnode *tree,
                  const file_attributes &attributes);
+
+/* Removes the file at path and syncs its folder. */
+int remove_file(const char *path);
+
+/* Removes the temporary file that a commit which was cut off left beside the file at path. */
+void remove_temporary(const char *path);
 
 #endif

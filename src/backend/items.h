@@ -5,11 +5,84 @@
 #    error "items.h is for the backend's own sources"
 #endif
 
+#include "backend/directory.h"
 #include "backend/llconf_item.h"
 
-/* llconf_item.read_state. A source that is there and could never be read must not be replaced by
- * the empty tree that the item began with. */
-enum { k_read_never = 0, k_read_done = 1, k_read_failed = 2 };
+struct cnf_journal;
+
+/* What an item's tree is, and what may happen to it next. item_state.cpp has the table. */
+enum class tree_state : unsigned char {
+    /* Of a shadow. */
+    none,     /* there is none: reads go on to the item that it shadows */
+    own,      /* its own */
+    lent,     /* its own, in which a shadow of this one works at the moment */
+    borrowed, /* that of the item that it shadows, under a journal */
+    /* Of a primary item. */
+    unseen,    /* an empty one: nobody has looked at the source yet */
+    read,      /* what the source held when it was looked at last */
+    unread,    /* not what the source holds, which is there and cannot be read */
+    submitted, /* the edits of a session, which the child of a commit may be writing */
+    blind,     /* edits as well, made over an unread source */
+    overtaken  /* what the source held while the child of a commit may have been writing it */
+};
+
+enum class tree_event : unsigned char {
+    copied,     /* a shadow gets a copy of the tree that it read so far */
+    borrows,    /* a shadow gets the loan of the tree of the one it shadows, */
+    lends,      /* which lends it, */
+    given_back, /* and has it back: an event of both */
+    dropped,    /* a shadow's own tree goes, or moves up */
+    taken,      /* the tree of a shadow arrives */
+    looked,     /* the source has been read, or has not changed since that */
+    failed      /* the source is there and cannot be read */
+};
+
+/* A tree and, where it is that of a directory, the records of its files. */
+struct recorded_tree {
+    struct cnfnode *tree = nullptr;
+    shared_record record;
+};
+
+/* What an llconf_item really is. */
+struct item_record : llconf_item {
+    tree_state state = tree_state::none;
+    cnf_journal *journal = nullptr;  /* of a borrowed tree: what is noted here can be taken back */
+    item_record *borrower = nullptr; /* of a lent tree */
+    shared_record record;            /* of the item's own tree, when that is a directory's */
+    recorded_tree parsed;            /* the last parse; its tree is the caller's until installed */
+    recorded_tree replaced; /* the tree that a submit put aside: the source's, as last read */
+    int serial = 0;         /* of the master context, when the source was looked at last */
+};
+
+inline item_record *record_of(llconf_item *lli) {
+    return static_cast<item_record *>(lli);
+}
+inline const item_record *record_of(const llconf_item *lli) {
+    return static_cast<const item_record *>(lli);
+}
+
+/* Moves the item on. An event that cannot happen in its state is a fault of this program: it is
+ * logged, and the state stays. */
+void item_enter(item_record *item, tree_event event);
+
+/* Whether the child of a commit may be writing the item's source, or has done so since it was
+ * looked at last. */
+bool item_commit_open(const item_record *item);
+
+/* Whether a commit has ended since the item's source was looked at last. Its child wrote the source
+ * without this process seeing it: perhaps after another session's revert had read the old one, or
+ * from a hook. */
+bool item_commit_ended(const item_record *item);
+
+/* Puts the tree that a submit replaced back in its place, clean; the edits are gone. */
+void item_put_back(item_record *primary);
+
+/* The records of the files of the tree that lli reads or writes; null for no directory. */
+const directory_record *item_directory(const llconf_item *lli);
+
+/* A primary's tree that could not be read is read again, if that goes by now: an edit should not
+ * begin with what the source does not hold. For lli without a tree of its own. */
+void item_retry_unread(llconf_item *lli);
 
 /* Which of an item's four hook lists. */
 using hook_list = struct fe_node *llconf_item::*;

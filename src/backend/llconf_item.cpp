@@ -16,8 +16,9 @@
  * what a transaction pays once for each module that it touches. A batch must not pay it again for
  * each single line, so below a session's own tree it borrows: it edits that very tree while a
  * journal notes what to take back. Submit keeps the journal's changes, everything else that ends
- * the batch rolls them back (shadow.cpp). Only one batch can borrow at a time, and nobody else
- * edits meanwhile, since one thread runs all of it; a second one copies.
+ * the batch rolls them back (shadow.cpp; item_state.cpp has the states of it all). Only one batch
+ * can borrow at a time, and nobody else edits meanwhile, since one thread runs all of it; a second
+ * one copies.
  *
  * What may never happen: an item released while a shadow still points at it (contexts.cpp sees to
  * that), a borrowed tree released by its borrower, and a file written from anything but a primary
@@ -33,13 +34,14 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <string_view>
 
+#include "backend/items.h"
 #include "daemon/trace.h"
 #include "fe/fe.h"
 #include "llconf/modules.h"
 #include "llconf/nodes.h"
-#include "ucfgd/lines.h"
 #include "ucfgd/owners.h"
 
 static_assert(offsetof(llconf_item, next) == 0);
@@ -72,12 +74,13 @@ lookup_slot &slot_for(const llconf_item *list, std::string_view name) {
 
 /* A zeroed record with its name behind it: an idle session holds a shadow of every instance, so one
  * block for each has to do. */
-llconf_item *allocate_item(const char *name) {
+llconf_item *allocate_item(const char *name, tree_state state) {
     size_t length = std::strlen(name);
-    void *block = std::calloc(1, sizeof(llconf_item) + length + 1);
+    void *block = std::malloc(sizeof(item_record) + length + 1);
     if (!block) return nullptr;
-    auto *lli = static_cast<llconf_item *>(block);
-    lli->name = static_cast<char *>(block) + sizeof(llconf_item);
+    auto *lli = new (block) item_record{};
+    lli->state = state;
+    lli->name = static_cast<char *>(block) + sizeof(item_record);
     std::memcpy(lli->name, name, length + 1);
     return lli;
 }
@@ -92,7 +95,6 @@ llconf_file *create_llconf_file(const char *filename) {
 
 void destroy_llconf_file(llconf_file *file) {
     if (!file) return;
-    destroy_line_list(file->unparsed);
     std::free(file->filename);
     std::free(file);
 }
@@ -164,7 +166,7 @@ llconf_item *create_llconf_item(const char *name, const char *modname, const cha
         return nullptr;
     }
     trace(3, "creating module instance '%s' (%s)\n", name, modname);
-    owned_item lli{allocate_item(name)};
+    owned_item lli{allocate_item(name, tree_state::unseen)};
     if (!lli) return nullptr;
     if (std::strcmp(modname, "virtual") == 0) return lli.release();
     if (!attach_parser(lli.get(), modname, options, filename) ||
@@ -198,6 +200,7 @@ void destroy_llconf_item(llconf_item *lli) {
     destroy_fe_node_list(lli->func_pre_commit);
     destroy_fe_node_list(lli->func_post_commit);
     destroy_cnfmodule(lli->module);
+    record_of(lli)->~item_record();
     std::free(lli);
 }
 
@@ -240,7 +243,7 @@ void llconf_forget_lookups(void) {
 
 llconf_item *create_llconf_shadow_item(llconf_item *orig) {
     if (!orig) return nullptr;
-    llconf_item *shadow = allocate_item(orig->name);
+    llconf_item *shadow = allocate_item(orig->name, tree_state::none);
     if (!shadow) return nullptr;
     shadow->item_orig = orig;
     if (orig->item_orig) shadow->delete_me = orig->delete_me;

@@ -23,11 +23,9 @@
 extern "C" {
 #endif
 
-struct cnf_journal;
 struct cnfmodule;
 struct cnfnode;
 struct fe_node;
-struct line;
 
 /* The bits of llconf_item.flags. */
 enum {
@@ -46,15 +44,10 @@ typedef struct llconf_file {
     /* The same in every module, whichever widths of time_t and ino_t it is built with. */
     int64_t mtime;   /* modification time at the last parse or write */
     uint64_t st_ino; /* inode at the last parse */
-
-    /* Private. Files of a directory that the last parse could not read, by their names below the
-     * directory; and whether there may be files that it did not see at all, so that nothing there
-     * is ours to write. */
-    struct line *unparsed;
-    int incomplete;
 } llconf_file;
 
-/* One backend module instance, or the shadow of one in a transaction copy. */
+/* One backend module instance, or the shadow of one in a transaction copy. The record goes on
+ * behind these fields: only the functions below make one. */
 typedef struct llconf_item {
     struct llconf_item *next;
     char *name;               /* the key by which expressions and hook files find it */
@@ -72,19 +65,6 @@ typedef struct llconf_item {
     struct fe_node *func_post_read; /* replace those of its original when it is submitted */
     struct fe_node *func_pre_commit;
     struct fe_node *func_post_commit;
-
-    /* Private. While journal is set, cn_root belongs to item_orig and every change to it is noted
-     * in the journal; borrower is the other end of that loan. replaced is a tree that a submit put
-     * aside, released with the next change of tree. read_state tells (file_write.cpp) whether the
-     * tree has anything to do with the source. read_serial is the master context's serial when the
-     * source was looked at last; while in_commit is set and that is still its serial, the child of
-     * a commit may be writing the source (file_io.cpp). */
-    struct cnf_journal *journal;
-    struct llconf_item *borrower;
-    struct cnfnode *replaced;
-    int read_state;
-    int read_serial;
-    int in_commit;
 } llconf_item;
 
 /* A list cell that refers to an item without owning it. */

@@ -7,12 +7,13 @@
 
 #include "backend/llfuncs.h"
 
+#include <errno.h>
 #include <libdaemon/dlog.h>
 
 #include <array>
 #include <cstring>
 
-#include "backend/files.h"
+#include "backend/items.h"
 #include "backend/ll_trns.h"
 #include "llconf/modules.h"
 #include "llconf/path.h"
@@ -57,16 +58,31 @@ const cnfnode *member_of(const cnfnode *node) {
     return node;
 }
 
-bool is_member_name(const char *name) {
-    return is_name_below(name) && !is_temporary_name(name);
+/* Whether the tree has a member of that name, or the directory a file of that name that is in no
+ * tree. */
+bool is_taken(const llconf_item *lli, const cnfnode *directory, const char *name) {
+    if (find_node(directory->first_child, name)) return true;
+    const directory_record *record = item_directory(lli);
+    const member_record *member = record ? record->named(name) : nullptr;
+    return member && member->state == member_state::unread;
 }
 
-/* Builds the branch below an empty directory, where every new node can be looked at. */
-bool new_member_storable(llconf_item *primary, const char *path) {
-    owned<cnfnode, destroy_cnftree> directory{create_cnfnode("(root)")};
-    if (!directory || !cnf_add_branch(directory.get(), path)) return false;
-    const cnfnode *member = directory->first_child;
-    return is_member_name(member->name) && ll_subtree_storable(primary, member);
+/* Builds the branch below an empty directory, where every new node can be looked at. A path that
+ * leads into a member that is there makes none. */
+bool new_member_storable(llconf_item *lli, const cnfnode *directory, const char *path) {
+    llconf_item *primary = llconf_primary_item(lli);
+    owned<cnfnode, destroy_cnftree> empty{create_cnfnode("(root)")};
+    const cnfnode *last = empty ? cnf_add_branch(empty.get(), path) : nullptr;
+    if (!last) return false;
+    const cnfnode *member = empty->first_child;
+    bool is_new = last == member || !find_node(directory->first_child, member->name);
+    if (is_new && is_taken(lli, directory, member->name)) return false;
+    return is_member_name(primary->pattern, member->name) && ll_subtree_storable(primary, member);
+}
+
+/* A question whose answer may be that memory is short, which errno tells. */
+void forget_shortage() {
+    if (errno == ENOMEM) errno = 0;
 }
 
 const cnfnode *following(const cnfnode *node, const cnfnode *top) {
@@ -87,29 +103,44 @@ cnfnode *ll_read_node(llconf_item *lli, const char *path) {
     return root ? cnf_get_node(root, path) : nullptr;
 }
 
+cnfnode *ll_write_tree(llconf_item *lli) {
+    item_retry_unread(lli);
+    return llconf_get_cnftree_write(lli);
+}
+
 cnfnode *ll_write_node(llconf_item *lli, const char *path) {
-    const cnfnode *root = llconf_get_cnftree_write(lli);
+    const cnfnode *root = ll_write_tree(lli);
     return root ? cnf_get_node(root, path) : nullptr;
 }
 
 bool ll_storable(llconf_item *lli, const cnfnode *parent, const char *name, const char *value) {
     const llconf_item *primary = llconf_primary_item(lli);
+    forget_shortage();
     if (!primary->module) return true;
     if (!primary->pattern) return cnfmodule_accepts(primary->module, parent, name, value) != 0;
     if (!parent) return !value || !*value;
     const cnfnode *member = member_of(parent);
     if (!member) {
         bool is_root_value = cnfmodule_accepts(primary->module, nullptr, name, value) != 0;
-        return is_member_name(name) && is_root_value;
+        return is_member_name(primary->pattern, name) && is_root_value;
     }
     return cnfmodule_accepts_below(primary->module, member, parent, name, value) != 0;
 }
 
+bool ll_name_free(const llconf_item *lli, const cnfnode *parent, const char *name) {
+    const llconf_item *primary = lli;
+    while (primary->item_orig)
+        primary = primary->item_orig;
+    bool is_directory = primary->pattern && parent && !parent->parent;
+    return !is_directory || !is_taken(lli, parent, name);
+}
+
 bool ll_branch_storable(llconf_item *lli, const cnfnode *parent, const char *path) {
     llconf_item *primary = llconf_primary_item(lli);
+    forget_shortage();
     if (!primary->module) return true;
     const cnfnode *member = primary->pattern ? member_of(parent) : nullptr;
-    if (primary->pattern && !member) return new_member_storable(primary, path);
+    if (primary->pattern && !member) return new_member_storable(lli, parent, path);
     return cnfmodule_accepts_branch(primary->module, member, parent, path) != 0;
 }
 
@@ -121,6 +152,7 @@ bool ll_subtree_storable(llconf_item *lli, const cnfnode *node) {
 }
 
 fe_node *ll_refused() {
+    if (errno == ENOMEM) return nullptr;
     constexpr const char *k_reason = "Value cannot be stored in this file";
     ccd_set_error(k_reason, "error.not-storable");
     ccd_set_failure_reason(k_reason);
@@ -141,8 +173,9 @@ fe_node *fe_func_ll(fe_context *ctx, fe_node *call) {
         return const_node("");
     }
     const fe_node *path = module->next;
+    forget_shortage();
     fe_node *result = row.function(lli, path->text, path->next ? path->next->text : nullptr);
-    return result ? result : const_node("");
+    return result || errno == ENOMEM ? result : const_node("");
 }
 
 fe_def *fe_register_llfuncs(fe_def *list) {

@@ -36,17 +36,24 @@ inline const ll_row &row_of(const fe_node *call) {
 /* The instance of that name in the context's transaction; null without one. */
 llconf_item *ll_find_item(const fe_context *ctx, const char *name);
 
-/* The node at path of the tree that lli reads or writes; null with errno. */
+/* The node at path of the tree that lli reads or writes, and the latter tree; null with errno. */
 cnfnode *ll_read_node(llconf_item *lli, const char *path);
+cnfnode *ll_write_tree(llconf_item *lli);
 cnfnode *ll_write_node(llconf_item *lli, const char *path);
 
 /* Whether the source of lli can hold a node of that name and value below parent, the nodes that
- * cnf_add_branch (parent, path) makes, the subtree below and with node. */
+ * cnf_add_branch (parent, path) makes, the subtree below and with node. False with errno ENOMEM
+ * when that cannot be found out. */
 bool ll_storable(llconf_item *lli, const cnfnode *parent, const char *name, const char *value);
 bool ll_branch_storable(llconf_item *lli, const cnfnode *parent, const char *path);
 bool ll_subtree_storable(llconf_item *lli, const cnfnode *node);
 
-/* Sets the error record for a text that the file cannot hold; "0". */
+/* Whether a node of that name may be added below parent: two files of a directory cannot have one
+ * name. */
+bool ll_name_free(const llconf_item *lli, const cnfnode *parent, const char *name);
+
+/* The answer when one of those has said no: "0", and the error record set; or null when memory is
+ * exhausted. */
 fe_node *ll_refused();
 
 /* The generic handler, and the functions behind it. */

@@ -22,7 +22,8 @@ bool is_same(const char *old, const char *text) {
 
 fe_node *add_branch(llconf_item *lli, cnfnode *node, const char *path) {
     if (!ll_branch_storable(lli, node, path)) return ll_refused();
-    return cnf_add_branch(node, path) ? done(lli) : const_node("0");
+    if (cnf_add_branch(node, path)) return done(lli);
+    return errno == ENOMEM ? nullptr : const_node("0");
 }
 
 /* Puts node, which stays the caller's when that fails, below parent. */
@@ -39,7 +40,7 @@ bool swap_children(cnfnode *parent, cnfnode *first, cnfnode *second) {
 }  // namespace
 
 fe_node *func_llset(llconf_item *lli, const char *path, const char *value) {
-    cnfnode *root = llconf_get_cnftree_write(lli);
+    cnfnode *root = ll_write_tree(lli);
     if (!value || !path) return nullptr;
     cnfnode *node = root ? cnf_get_node(root, path) : nullptr;
     if (!node) return const_node("0");
@@ -76,7 +77,10 @@ fe_node *func_llrename(llconf_item *lli, const char *path, const char *newname) 
     if (!newname) return nullptr;
     if (!node) return const_node("0");
     if (is_same(cnfnode_getname(node), newname)) return const_node("1");
-    if (!ll_storable(lli, node->parent, newname, node->value)) return ll_refused();
+    if (!ll_storable(lli, node->parent, newname, node->value) ||
+        !ll_name_free(lli, node->parent, newname)) {
+        return ll_refused();
+    }
     return cnfnode_setname(node, newname) == 0 ? done(lli) : nullptr;
 }
 
@@ -89,7 +93,8 @@ fe_node *fe_func_llcopy(fe_context *ctx, fe_node *call) {
     const cnfnode *source = from && to ? find_node(from->first_child, arguments.text(2)) : nullptr;
     if (!source) return const_node("0");
     const char *name = count == 5 ? arguments.text(4) : source->name;
-    if (!ll_storable(lli, to, name, source->value)) return ll_refused();
+    if (!ll_storable(lli, to, name, source->value) || !ll_name_free(lli, to, name))
+        return ll_refused();
     owned_tree copy{clone_cnftree(source)};
     if (!copy || cnfnode_setname(copy.get(), name) != 0) return const_node("0");
     if (append_node(to, copy.get()) != 0) return const_node("0");
@@ -126,7 +131,8 @@ fe_node *fe_func_lladdbefore(fe_context *ctx, fe_node *call) {
     cnfnode *parent = lli ? ll_write_node(lli, arguments.text(1)) : nullptr;
     if (!parent) return const_node("0");
     const char *name = arguments.text(2);
-    if (!ll_storable(lli, parent, name, nullptr)) return ll_refused();
+    if (!ll_storable(lli, parent, name, nullptr) || !ll_name_free(lli, parent, name))
+        return ll_refused();
     owned_tree node{create_cnfnode(name)};
     cnfnode *before = find_node(parent->first_child, arguments.text(3));
     if (!node || !place(parent, node.get(), before)) return const_node("0");

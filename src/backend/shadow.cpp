@@ -21,22 +21,31 @@ constexpr std::array<hook_list, 4> k_hook_lists = {
     &llconf_item::func_post_commit};
 
 /* Both ends of a loan forget it; the tree stays with the lender. */
-void end_loan(llconf_item *borrower) {
-    borrower->item_orig->borrower = nullptr;
+void end_loan(item_record *borrower) {
+    item_record *lender = record_of(borrower->item_orig);
+    lender->borrower = nullptr;
     borrower->journal = nullptr;
     borrower->cn_root = nullptr;
+    item_enter(lender, tree_event::given_back);
+    item_enter(borrower, tree_event::given_back);
 }
 
-void return_borrowed_tree(llconf_item *borrower) {
+void return_borrowed_tree(item_record *borrower) {
     cnf_journal_rollback(borrower->journal);
     end_loan(borrower);
 }
 
 /* Takes the item's tree off it: the item's own tree is handed out, a borrowed one goes back. */
-cnfnode *detach_tree(llconf_item *lli) {
-    if (lli->journal) return_borrowed_tree(lli);
-    if (lli->borrower) return_borrowed_tree(lli->borrower);
-    return std::exchange(lli->cn_root, nullptr);
+recorded_tree detach_tree(item_record *item) {
+    if (item->state == tree_state::borrowed) return_borrowed_tree(item);
+    if (item->state == tree_state::lent) return_borrowed_tree(item->borrower);
+    if (item->state == tree_state::own) item_enter(item, tree_event::dropped);
+    return {std::exchange(item->cn_root, nullptr), std::exchange(item->record, nullptr)};
+}
+
+void drop(recorded_tree &tree) {
+    destroy_cnftree(std::exchange(tree.tree, nullptr));
+    tree.record.reset();
 }
 
 llconf_item *nearest_with_tree(llconf_item *lli) {
@@ -46,16 +55,25 @@ llconf_item *nearest_with_tree(llconf_item *lli) {
 }
 
 /* Only a private tree can be lent, by its owner to its own shadow, and to one at a time. */
-bool can_lend(const llconf_item *lender, const llconf_item *borrower) {
-    return lender == borrower->item_orig && lender->item_orig && !lender->journal &&
-           !lender->borrower;
+bool can_lend(const item_record *lender, const llconf_item *borrower) {
+    return lender == borrower->item_orig && lender->state == tree_state::own;
 }
 
-void borrow_tree(llconf_item *lli, llconf_item *lender) {
-    lli->journal = cnf_journal_begin(lender->cn_root);
-    if (!lli->journal) return;
-    lli->cn_root = lender->cn_root;
-    lender->borrower = lli;
+void borrow_tree(item_record *item, item_record *lender) {
+    item->journal = cnf_journal_begin(lender->cn_root);
+    if (!item->journal) return;
+    item->cn_root = lender->cn_root;
+    lender->borrower = item;
+    item_enter(item, tree_event::borrows);
+    item_enter(lender, tree_event::lends);
+}
+
+void copy_tree(item_record *item, const item_record *from) {
+    trace(4, "%s: cloning tree %s\n", "llconf_get_cnftree_write", item->name);
+    item->cn_root = clone_cnftree(from->cn_root);
+    if (!item->cn_root) return;
+    item->record = from->record;
+    item_enter(item, tree_event::copied);
 }
 
 void move_hooks_up(llconf_item *shadow) {
@@ -66,24 +84,38 @@ void move_hooks_up(llconf_item *shadow) {
     }
 }
 
-/* A primary's old tree is put aside: this is the moment after a commit's fork, and releasing it now
- * would copy every page that the child still shares. It goes when the item is read again. */
-void move_tree_up(llconf_item *shadow) {
-    llconf_item *orig = shadow->item_orig;
-    if (shadow->journal) {
+/* A primary's old tree is put aside: it may have to come back, and this is the moment after a
+ * commit's fork, when releasing it would copy every page that the child still shares. It goes when
+ * the source has been read again. */
+void put_aside(item_record *primary, recorded_tree old) {
+    if (primary->replaced.tree && item_commit_open(primary)) {
+        drop(old);
+    } else {
+        std::swap(primary->replaced, old);
+        drop(old);
+    }
+}
+
+void move_tree_up(item_record *shadow) {
+    item_record *orig = record_of(shadow->item_orig);
+    if (shadow->state == tree_state::borrowed) {
         cnf_journal_keep(shadow->journal);
         end_loan(shadow);
     } else {
-        cnfnode *tree = detach_tree(shadow);
-        cnfnode *old = detach_tree(orig);
-        destroy_cnftree(std::exchange(orig->replaced, old));
-        if (orig->item_orig) destroy_cnftree(std::exchange(orig->replaced, nullptr));
-        orig->cn_root = tree;
+        recorded_tree tree = detach_tree(shadow);
+        recorded_tree old = detach_tree(orig);
+        if (orig->item_orig) {
+            drop(old);
+        } else {
+            put_aside(orig, std::move(old));
+        }
+        orig->cn_root = tree.tree;
+        orig->record = std::move(tree.record);
     }
+    orig->serial = llconf_trns_ctx_serial();
+    item_enter(orig, tree_event::taken);
     orig->is_dirty = 1;
     orig->delete_me = shadow->delete_me;
-    orig->in_commit = orig->item_orig ? 0 : 1;
-    orig->read_serial = llconf_trns_ctx_serial();
 }
 
 /* A request that does nothing but mark an item, or take the mark back, leaves it to the session. */
@@ -95,13 +127,29 @@ void move_marks_up(llconf_item *shadow) {
 }  // namespace
 
 void llconf_install_cnftree(llconf_item *lli, cnfnode *tree) {
-    destroy_cnftree(std::exchange(lli->replaced, nullptr));
-    destroy_cnftree(detach_tree(lli));
-    lli->cn_root = tree;
+    item_record *item = record_of(lli);
+    drop(item->replaced);
+    recorded_tree old = detach_tree(item);
+    drop(old);
+    item->cn_root = tree;
+    shared_record parsed = std::exchange(item->parsed.record, nullptr);
+    if (tree && item->parsed.tree == tree) item->record = std::move(parsed);
+    item->parsed.tree = nullptr;
+    if (tree && item->state == tree_state::none) item_enter(item, tree_event::copied);
+}
+
+void item_put_back(item_record *primary) {
+    recorded_tree back = std::exchange(primary->replaced, {});
+    recorded_tree edits = detach_tree(primary);
+    drop(edits);
+    primary->cn_root = back.tree;
+    primary->record = std::move(back.record);
+    primary->is_dirty = 0;
+    primary->delete_me = 0;
 }
 
 cnfnode *llconf_get_cnftree_read(llconf_item *lli) {
-    llconf_item *item = nearest_with_tree(lli);
+    const llconf_item *item = nearest_with_tree(lli);
     return item ? item->cn_root : nullptr;
 }
 
@@ -109,11 +157,10 @@ cnfnode *llconf_get_cnftree_write(llconf_item *lli) {
     llconf_item *item = nearest_with_tree(lli);
     if (!item) return nullptr;
     if (item != lli && item->cn_root) {
-        if (can_lend(item, lli)) {
-            borrow_tree(lli, item);
+        if (can_lend(record_of(item), lli)) {
+            borrow_tree(record_of(lli), record_of(item));
         } else {
-            trace(4, "%s: cloning tree %s\n", __func__, lli->name);
-            lli->cn_root = clone_cnftree(item->cn_root);
+            copy_tree(record_of(lli), record_of(item));
         }
     }
     return lli->cn_root;
@@ -125,7 +172,7 @@ int llconf_submit_shadow_list(llconf_item *shadows) {
         move_hooks_up(shadow);
         if (!shadow->is_dirty) continue;
         if (shadow->cn_root) {
-            move_tree_up(shadow);
+            move_tree_up(record_of(shadow));
         } else if (shadow->item_orig->item_orig) {
             move_marks_up(shadow);
         }
@@ -147,14 +194,15 @@ int llconf_revert_shadow_list(llconf_item *shadows) {
 size_t llconf_shadow_list_size(const llconf_item *shadows) {
     size_t size = 0;
     for (const llconf_item *shadow = shadows; shadow; shadow = shadow->next) {
-        size += sizeof(llconf_item) + std::strlen(shadow->name) + 1;
-        if (!shadow->journal) size += cnftree_size(shadow->cn_root);
+        size += sizeof(item_record) + std::strlen(shadow->name) + 1;
+        if (record_of(shadow)->state != tree_state::borrowed) size += cnftree_size(shadow->cn_root);
     }
     return size;
 }
 
 void llconf_return_borrowed_trees(llconf_item *shadows) {
     for (llconf_item *shadow = shadows; shadow; shadow = shadow->next) {
-        if (shadow->journal) return_borrowed_tree(shadow);
+        if (record_of(shadow)->state == tree_state::borrowed)
+            return_borrowed_tree(record_of(shadow));
     }
 }

@@ -8,6 +8,7 @@
 
 #include "backend/file_io.h"
 #include "backend/files.h"
+#include "backend/place.h"
 #include "functions/line_splitter.h"
 #include "functions/llmisc.h"
 #include "llconf/modules.h"
@@ -48,10 +49,10 @@ fe_node *has_type(const char *name, stat_call look, mode_t type) {
  * or wait; what has taken the file's place in between is not waited for at least. */
 unique_fd open_regular(const char *path) {
     struct stat st;
-    if (stat(path, &st) != 0) return unique_fd{};
+    if (place_stat(path, &st) != 0) return unique_fd{};
     unique_fd fd;
     if (S_ISREG(st.st_mode)) {
-        fd.reset(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+        fd.reset(place_open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY));
         if (!fd || fstat(fd.get(), &st) < 0) return unique_fd{};
     }
     if (S_ISREG(st.st_mode)) return fd;
@@ -62,24 +63,25 @@ unique_fd open_regular(const char *path) {
 }  // namespace
 
 fe_node *llmisc_isfile(const call_arguments &arguments) {
-    return has_type(arguments[0], stat, S_IFREG);
+    return has_type(arguments[0], place_stat, S_IFREG);
 }
 
 fe_node *llmisc_issymlink(const call_arguments &arguments) {
-    return has_type(arguments[0], lstat, S_IFLNK);
+    return has_type(arguments[0], place_lstat, S_IFLNK);
 }
 
 fe_node *llmisc_isdir(const call_arguments &arguments) {
-    return has_type(arguments[0], stat, S_IFDIR);
+    return has_type(arguments[0], place_stat, S_IFDIR);
 }
 
 fe_node *llmisc_unlink(const call_arguments &arguments) {
-    return ask_about(arguments[0], [](const char *path) { return done(unlink(path), path); });
+    return ask_about(arguments[0], [](const char *path) { return done(place_unlink(path), path); });
 }
 
 fe_node *llmisc_symlink(const call_arguments &arguments) {
-    return ask_about(arguments[1],
-                     [&](const char *path) { return done(symlink(arguments[0], path), path); });
+    return ask_about(arguments[1], [&](const char *path) {
+        return done(place_symlink(arguments[0], path), path);
+    });
 }
 
 fe_node *llmisc_fnmatch(const call_arguments &arguments) {
@@ -130,6 +132,7 @@ fe_node *llmisc_writelines(const call_arguments &arguments) {
             return nullptr;
         }
     }
-    constexpr file_attributes k_as_it_was{-1, -1, -1};
-    return truth_node(done(replace_file(lines, path.get(), tree.get(), k_as_it_was), path.get()));
+    const file_attributes k_as_it_was;
+    errno = replace_file(lines, path.get(), tree.get(), k_as_it_was);
+    return truth_node(done(errno == 0 ? 0 : -1, path.get()));
 }

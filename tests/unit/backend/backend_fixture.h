@@ -35,6 +35,7 @@ class backend_test : public testing::Test {
         g_trns_ctx = trns_create_ctx();
         functions = fe_register_llfuncs(fe_register_felib_funcs(nullptr));
         functions = fe_register_lltavfuncs(fe_register_llmgettyfuncs(functions));
+        functions = fe_register_llmiscfuncs(functions);
         daemon_log_use = DAEMON_LOG_STDERR;
         testing::internal::CaptureStderr();
     }

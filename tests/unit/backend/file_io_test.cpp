@@ -1,7 +1,36 @@
 #include <sys/stat.h>
+#include <sys/syscall.h>
+
+#include <numeric>
+#include <set>
+#include <vector>
 
 #include "backend_fixture.h"
 #include "session/limits.h"
+
+namespace {
+
+/* The errors that these system calls answer next, the first one first. */
+std::vector<int> g_fchmod_errors, g_folder_sync_errors;
+
+int answer(std::vector<int> &errors, long number, int fd, unsigned int argument) {
+    if (errors.empty()) return static_cast<int>(syscall(number, fd, argument));
+    errno = errors.front();
+    errors.erase(errors.begin());
+    return -1;
+}
+
+}  // namespace
+
+extern "C" int fchmod(int fd, mode_t mode) {
+    return answer(g_fchmod_errors, SYS_fchmod, fd, mode);
+}
+extern "C" int fsync(int fd) {
+    struct stat st {};
+    static std::vector<int> none;
+    bool is_folder = fstat(fd, &st) == 0 && S_ISDIR(st.st_mode);
+    return answer(is_folder ? g_folder_sync_errors : none, SYS_fsync, fd, 0);
+}
 
 namespace {
 
@@ -17,6 +46,12 @@ class file_io : public backend_test {
         cnfnode_setval(lli->cn_root->first_child, text.c_str());
         lli->is_dirty = 1;
         return llconf_write_cnftree(lli);
+    }
+    std::string files(const std::string &directory) const {
+        std::set<std::string> names;
+        for (const auto &entry : std::filesystem::directory_iterator(path(directory)))
+            names.insert(entry.path().filename().string() + " ");
+        return std::accumulate(names.begin(), names.end(), std::string{});
     }
     unsigned int mode(const char *name) const {
         return static_cast<unsigned int>(std::filesystem::status(path(name)).permissions());
@@ -47,6 +82,39 @@ TEST_F(file_io, AFailedWriteLeavesTheOldFileAndTheReason) {
     EXPECT_NE(llconf_write_all_cnftrees(lli_list_from_trns_ctx(g_trns_ctx)), 0);
     EXPECT_EQ(errno, ENOENT);
     EXPECT_EQ(unlogged({"writing to " + root + "/d/f.ucfgd-tmp failed: No such file"}), "");
+}
+
+TEST_F(file_io, AFileThatCannotKeepItsModeIsNotReplacedAndOneThatMayNotLastIsNoSuccess) {
+    put("f", "a\n");
+    llconf_item *lli = lines("f", " file: f\n");
+    g_fchmod_errors = {EPERM};
+    EXPECT_NE(write_line(lli, "b"), 0);
+    EXPECT_EQ(errno, EPERM);
+    EXPECT_EQ(get("f"), "a\n");
+    g_folder_sync_errors = {EINTR, EIO};
+    EXPECT_NE(write_line(lli, "b"), 0);
+    EXPECT_EQ(errno, EIO);
+    EXPECT_EQ(get("f"), "b\n");
+    g_folder_sync_errors = {EINTR};
+    EXPECT_EQ(write_line(lli, "c"), 0);
+}
+
+TEST_F(file_io, ALinkedFolderLeadsNowhereOutOfThePrefix) {
+    for (const char *name : {"real", "real/deep"})
+        std::filesystem::create_directory(path(name));
+    put("real/f", "a\n");
+    put("real/deep/a.c", "a\n");
+    std::filesystem::create_symlink("/real", path("absolute"));
+    std::filesystem::create_symlink("../../../../../real/deep", path("relative"));
+    EXPECT_EQ(write_line(lines("f", " file: /absolute/deep/../f\n"), "b"), 0);
+    EXPECT_EQ(get("real/f"), "b\n");
+    lines("d", " dir: relative\n pattern: *.c\n");
+    EXPECT_EQ(eval("llset('d', 'a.c/line', 'b')"), "1");
+    EXPECT_EQ(llconf_write_cnftree(item("d")), 0);
+    EXPECT_EQ(get("real/deep/a.c"), "b\n");
+    EXPECT_EQ(eval("isfile('absolute/f') .. readlines('relative/a.c') .. unlink('absolute/f')"),
+              "1b1");
+    EXPECT_FALSE(std::filesystem::exists(path("real/f")));
 }
 
 TEST_F(file_io, LinksSurviveAndAPlantedTemporaryLinkIsNotFollowed) {
@@ -118,19 +186,79 @@ TEST_F(file_io, AFileThatCouldNeverBeReadIsNotReplacedByNothing) {
 
 TEST_F(file_io, ADirectoryIsReadAndWrittenFileByFile) {
     std::filesystem::create_directory(path("d"));
-    for (std::string name : {"a.c", "b.c", "bad.c", "stale.c.ucfgd-tmp"})
+    for (std::string name : {"a.c", "b.c", "bad.c", "stale.c.ucfgd-tmp", "b.c.ucfgd-tmp"})
         put("d/" + name, name == "bad.c" ? "x {\n" : "k: 1\n");
+    std::filesystem::create_symlink("b.c", path("d/a.c.ucfgd-tmp"));
     modules("d {\n module: tavconf\n dir: /d\n pattern: *.c*\n}\n");
+    EXPECT_EQ(files("d"), "a.c b.c bad.c ");
     EXPECT_EQ(eval("lllist('d', '')"), "a.c b.c");
     EXPECT_EQ(eval("llset('d', 'a.c/k:', '2') .. lldel('d', '', 'b.c')"), "11");
     EXPECT_EQ(eval("lladd('d', '', 'new.c/k:') .. llset('d', 'new.c/k:', '3')"), "11");
-    EXPECT_EQ(eval("lladd('d', '', '..\\/..\\/victim') .. lladd('d', '', 'e.c.ucfgd-tmp')"), "00");
+    for (const char *name :
+         {"..\\/..\\/victim", "e.c.ucfgd-tmp", "e.d", ".c", "a.c", "bad.c", "bad.c\\/k"})
+        EXPECT_EQ(eval("lladd('d', '', '" + std::string{name} + "')"), "0") << name;
+    EXPECT_EQ(eval("llrename('d', 'a.c', 'bad.c') .. llcopy('d', '', 'a.c', '', 'new.c')"), "00");
     EXPECT_EQ(llconf_write_cnftree(item("d")), 0);
     EXPECT_EQ(get("d/a.c") + get("d/new.c") + get("d/bad.c"), "k: 2\nk: 3\nx {\n");
-    EXPECT_EQ(get("d/b.c") + get("d/stale.c.ucfgd-tmp"), "");
-    EXPECT_EQ(eval("lladd('d', '', 'bad.c')"), "1");
+    EXPECT_EQ(files("d"), "a.c bad.c new.c ");
+    append_node(item("d")->cn_root, create_cnfnode("bad.c"));
+    append_node(item("d")->cn_root, create_cnfnode("a.c"));
+    item("d")->is_dirty = 1;
     EXPECT_NE(llconf_write_cnftree(item("d")), 0);
-    EXPECT_EQ(get("d/bad.c"), "x {\n");
+    EXPECT_EQ(errno, EEXIST);
+    EXPECT_EQ(get("d/a.c") + get("d/bad.c"), "k: 2\nx {\n");
+}
+
+TEST_F(file_io, ACommitTouchesOnlyThoseMembersThatWereChangedInItsSession) {
+    std::filesystem::create_directory(path("d"));
+    for (std::string name : {"a.c", "b.c", "c.c", "gone.c"})
+        put("d/" + name, name + "\n");
+    chmod(path("d/b.c").c_str(), 0600);
+    lines("d", " dir: /d\n pattern: *.c\n");
+    owned_ctx session{trns_copy_ctx(g_trns_ctx)};
+    EXPECT_EQ(eval("llset('d', 'a.c/line', 'new') .. llrename('d', 'b.c', 'm.c')", session.get()),
+              "11");
+    EXPECT_EQ(
+        eval("llcopy('d', '', 'm.c', '', 'copy.c') .. lladd('d', '', 'late.c')", session.get()),
+        "11");
+    put("d/c.c", "edited\n");
+    put("d/added.c", "added\n");
+    std::filesystem::remove(path("d/gone.c"));
+    trns_revert_ctx(g_trns_ctx);
+    put("d/late.c", "late\n");
+    trns_commit_ctx(session.get());
+    EXPECT_EQ(errno, EEXIST);
+    EXPECT_EQ(files("d") + get("d/a.c"), "a.c added.c b.c c.c late.c a.c\n") << "all or nothing";
+    std::filesystem::remove(path("d/late.c"));
+    llconf_write_cnftree(item("d"));
+    item("d")->is_dirty = 1;
+    EXPECT_EQ(llconf_write_cnftree(item("d")), 0);
+    EXPECT_EQ(files("d"), "a.c added.c c.c copy.c late.c m.c ");
+    EXPECT_EQ(get("d/a.c") + get("d/c.c") + get("d/m.c"), "new\nedited\nb.c\n");
+    EXPECT_EQ(mode("d/m.c") + mode("d/copy.c") + mode("d/a.c"), 0600U + 0600U + 0644U);
+    for (const char *step : {"lldel('d', '', 'm.c')", "lladd('d', '', 'm.c')"}) {
+        EXPECT_EQ(eval(step), "1");
+        EXPECT_EQ(llconf_write_cnftree(item("d")), 0);
+        trns_revert_ctx(g_trns_ctx);
+    }
+    EXPECT_EQ(mode("d/m.c"), 0600U) << "it has come back";
+}
+
+TEST_F(file_io, NoMemberGoesBehindAFailedWriteAndOneThatDoesNotGoIsNoSuccess) {
+    std::filesystem::create_directories(path("d/m.c.ucfgd-tmp"));
+    for (std::string name : {"a.c", "b.c"})
+        put("d/" + name, name + "\n");
+    llconf_item *lli = lines("d", " dir: /d\n pattern: *.c\n");
+    EXPECT_EQ(eval("llset('d', 'a.c/line', 'new') .. llrename('d', 'b.c', 'm.c')"), "11");
+    EXPECT_NE(llconf_write_cnftree(lli), 0);
+    EXPECT_EQ(get("d/a.c") + get("d/b.c"), "a.c\nb.c\n");
+    std::filesystem::remove(path("d/m.c.ucfgd-tmp"));
+    std::filesystem::remove(path("d/b.c"));
+    std::filesystem::create_directory(path("d/b.c"));
+    lli->is_dirty = 1;
+    EXPECT_NE(llconf_write_cnftree(lli), 0);
+    EXPECT_EQ(unlogged({"unlink('" + root + "//d/b.c') failed: Is a directory"}), "");
+    EXPECT_EQ(get("d/m.c"), "b.c\n");
 }
 
 TEST_F(file_io, ADirectoryWhosePathIsCutIsNeverWritten) {

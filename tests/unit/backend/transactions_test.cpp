@@ -57,6 +57,27 @@ TEST_F(transactions, WhatACommitsChildWroteIsReadAlthoughAnotherSessionRevertedM
     EXPECT_EQ(eval("llget('out', 'line')", session.get()), "written");
 }
 
+TEST_F(transactions, ARefusedEditIsGoneEvenIfTheFileCannotBeReadAgain) {
+    set(session, "gamma");
+    trns_submit_ctx(session.get());
+    std::filesystem::rename(path("hosts"), path("away"));
+    std::filesystem::create_symlink("hosts", path("hosts"));
+    trns_inc_ctx_serial(session.get());
+    EXPECT_NE(trns_revert_ctx(session.get()), 0);
+    EXPECT_EQ(name(session) + name(batch), "alphaalpha");
+    /* What is not known is not written over, and known as soon as it can be. */
+    set(session, "delta");
+    trns_commit_ctx(session.get());
+    EXPECT_EQ(errno, EINVAL);
+    trns_inc_ctx_serial(session.get());
+    trns_revert_ctx(session.get());
+    std::filesystem::rename(path("away"), path("hosts"));
+    put("hosts", "10.0.0.1 alpha\n10.0.0.3 added\n");
+    set(session, "delta");
+    trns_commit_ctx(session.get());
+    EXPECT_EQ(get("hosts"), "10.0.0.1 delta\n10.0.0.3 added\n");
+}
+
 TEST_F(transactions, ABatchWorksInTheSessionsOwnTreeAndCancelTakesItsEditsBack) {
     set(session, "gamma");
     set(batch, "delta");
@@ -123,6 +144,15 @@ TEST_F(transactions, HooksSetInASessionMoveUpWithSubmitAndGoWithRevert) {
     set(session, "delta");
     trns_commit_ctx(session.get());
     EXPECT_EQ(get("other"), "second\n");
+    /* An edit of a module that the commit has passed is written as well; one without end fails. */
+    eval("llmodsetpostcommit('other', llset('hosts', '10.0.0.2/name', 'late'))", session.get());
+    eval("llset('other', 'line', 'third')", session.get());
+    trns_commit_ctx(session.get());
+    EXPECT_EQ(get("hosts"), "10.0.0.1 delta\n10.0.0.2 late\n");
+    eval("llmodsetpostcommit('other', lladd('other', '', 'line'))", session.get());
+    eval("llset('other', 'line', 'fourth')", session.get());
+    trns_commit_ctx(session.get());
+    EXPECT_EQ(errno, EBUSY);
 }
 
 TEST_F(transactions, AnInstanceMadeInABatchIsSeenByAllAndWrittenByACommit) {

@@ -1,0 +1,307 @@
+#include "backend/directory.h"
+
+#include <errno.h>
+#include <fnmatch.h>
+#include <glob.h>
+#include <libdaemon/dlog.h>
+
+#include <cstdio>
+#include <cstring>
+#include <new>
+#include <set>
+#include <span>
+#include <string_view>
+
+#include "backend/file_io.h"
+#include "backend/place.h"
+#include "llconf/modules.h"
+
+namespace {
+
+using owned_tree = owned<cnfnode, destroy_cnftree>;
+
+/* Members that are gone and remembered for their mode, so that a directory whose names change for
+ * years does not grow without end. */
+constexpr size_t k_most_gone = 256;
+
+/* glob tells its error function no more than this. */
+int g_unreadable = 0;
+
+int note_unreadable(const char * /*path*/, int reason) {
+    if (reason != ENOENT && reason != ENOTDIR) g_unreadable = reason;
+    return 0;
+}
+
+/* The files below a directory that match a pattern, in glob's order. The pattern with its directory
+ * has 255 characters; more is cut. */
+class directory_glob {
+  public:
+    directory_glob(const char *directory, const char *pattern);
+    directory_glob(const directory_glob &) = delete;
+    directory_glob &operator=(const directory_glob &) = delete;
+    ~directory_glob() { globfree(&matches_); }
+
+    std::span<char *const> paths() const { return {matches_.gl_pathv, count_}; }
+    /* 0 when all of the pattern was used and every directory could be read. Otherwise a file that
+     * is not among the matches may well exist. */
+    int reason() const { return reason_; }
+
+  private:
+    glob_t matches_{};
+    size_t count_ = 0;
+    int reason_ = 0;
+};
+
+directory_glob::directory_glob(const char *directory, const char *pattern) {
+    char text[256];
+    int length = std::snprintf(text, sizeof(text), "%s/%s", directory, pattern);
+    matches_.gl_opendir = [](const char *path) -> void * { return place_opendir(path); };
+    matches_.gl_readdir = [](void *stream) { return readdir(static_cast<DIR *>(stream)); };
+    matches_.gl_closedir = [](void *stream) { closedir(static_cast<DIR *>(stream)); };
+    matches_.gl_stat = place_stat;
+    matches_.gl_lstat = place_lstat;
+    g_unreadable = 0;
+    int status = glob(text, GLOB_ALTDIRFUNC, note_unreadable, &matches_);
+    if (status == 0) count_ = matches_.gl_pathc;
+    reason_ = g_unreadable;
+    if (status != 0 && status != GLOB_NOMATCH) reason_ = status == GLOB_NOSPACE ? ENOMEM : EIO;
+    if (length < 0 || static_cast<size_t>(length) >= sizeof(text)) reason_ = ENAMETOOLONG;
+}
+
+/* What follows "directory/" in path, or null when path does not begin with that. */
+const char *name_below(const char *directory, const char *path) {
+    size_t length = std::strlen(directory);
+    if (std::strncmp(path, directory, length) != 0 || path[length] != '/') return nullptr;
+    return path + length + 1;
+}
+
+/* Not empty, not absolute, no "." or ".." in it. */
+bool is_name_below(std::string_view rest) {
+    while (true) {
+        std::string_view component = rest.substr(0, rest.find('/'));
+        if (component.empty() || component == "." || component == "..") return false;
+        if (component.size() == rest.size()) return true;
+        rest.remove_prefix(component.size() + 1);
+    }
+}
+
+/* Reads one member into a tree, and its record; null with errno. */
+owned_tree read_member(const cnfmodule *module, const char *path, const char *name,
+                       member_record &member) {
+    struct stat st {};
+    owned_tree tree{read_file(module, path, &st)};
+    member.attributes = {st.st_uid, st.st_gid, st.st_mode & 07777U};
+    member.device = st.st_dev;
+    member.inode = st.st_ino;
+    member.changed = st.st_mtim;
+    if (tree && cnfnode_setname(tree.get(), name) != 0) tree.reset();
+    return tree;
+}
+
+void remember_gone(const directory_record *earlier, directory_record &record) {
+    if (!earlier) return;
+    size_t gone = 0;
+    for (const auto &[name, member] : earlier->members) {
+        if (member.state == member_state::unread || gone == k_most_gone) continue;
+        auto [at, is_new] = record.members.try_emplace(name, member);
+        if (!is_new) continue;
+        at->second.state = member_state::gone;
+        at->second.source = 0;
+        gone++;
+    }
+}
+
+/* The work of one write_directory. */
+class directory_writer {
+  public:
+    directory_writer(const llconf_item *lli, const directory_record *record)
+        : lli_(lli), record_(record ? *record : directory_record{}) {}
+
+    int run(shared_record &written);
+
+  private:
+    bool is_changed(const cnfnode *member) const;
+    int check(const cnfnode *member);
+    int check_new(const char *name) const;
+    void warn_if_edited(const char *name, const member_record &known) const;
+    int write(const cnfnode *member);
+    int refuse(const char *name, int reason) const;
+    std::string path_of(const std::string &name) const;
+    void note_written(const cnfnode *member);
+
+    const llconf_item *lli_;
+    directory_record record_;
+    std::string directory_;
+    std::set<std::string_view> names_;
+    file_batch batch_;
+};
+
+int directory_writer::refuse(const char *name, int reason) const {
+    daemon_log(LOG_ERR, "writing to %s/%s failed: %s", lli_->file->filename, name,
+               std::strerror(reason));
+    return reason;
+}
+
+std::string directory_writer::path_of(const std::string &name) const {
+    return directory_ + "/" + name;
+}
+
+bool directory_writer::is_changed(const cnfnode *member) const {
+    if (cnfnode_is_changed(member)) return true;
+    const std::string *name = record_.name_of(cnfnode_source(member));
+    return !name || *name != member->name;
+}
+
+/* A name that was not there when the directory was read must be free. */
+int directory_writer::check_new(const char *name) const {
+    struct stat st {};
+    if (place_lstat(path_of(name).c_str(), &st) == 0) return EEXIST;
+    return errno == ENOENT ? 0 : errno;
+}
+
+/* Both sides have changed the same file; ours is what a client has asked for. */
+void directory_writer::warn_if_edited(const char *name, const member_record &known) const {
+    struct stat st {};
+    if (known.state != member_state::read || known.inode == 0) return;
+    if (place_stat(path_of(name).c_str(), &st) != 0) return;
+    if (st.st_dev == known.device && st.st_ino == known.inode &&
+        st.st_mtim.tv_sec == known.changed.tv_sec && st.st_mtim.tv_nsec == known.changed.tv_nsec) {
+        return;
+    }
+    daemon_log(LOG_WARNING, "module '%s': others have changed %s meanwhile, and lose it",
+               lli_->name, name);
+}
+
+int directory_writer::check(const cnfnode *member) {
+    const char *name = member->name;
+    if (!names_.insert(name).second) return refuse(name, EEXIST);
+    if (!is_changed(member)) return 0;
+    if (!is_member_name(lli_->pattern, name)) return refuse(name, EINVAL);
+    const member_record *known = record_.named(name);
+    if (known) warn_if_edited(name, *known);
+    int reason = 0;
+    if (known && known->state == member_state::unread) {
+        reason = EEXIST;
+    } else if (!known || known->state == member_state::gone) {
+        reason = check_new(name);
+    }
+    return reason == 0 ? 0 : refuse(name, reason);
+}
+
+int directory_writer::write(const cnfnode *member) {
+    const llconf_file *file = lli_->file;
+    file_attributes attributes{file->mode, file->uid, file->gid};
+    const std::string *origin = record_.name_of(cnfnode_source(member));
+    const member_record *known = record_.named(origin ? *origin : member->name);
+    if (known && known->state != member_state::unread) {
+        attributes.earlier = &known->attributes;
+        attributes.earlier_counts_first = origin && *origin != member->name;
+    }
+    return batch_.write(lli_->module, path_of(member->name).c_str(), member, attributes);
+}
+
+void directory_writer::note_written(const cnfnode *member) {
+    uint64_t source = cnfnode_source(member);
+    const std::string *origin = record_.name_of(source);
+    const member_record *known = record_.named(origin ? *origin : member->name);
+    owner_and_mode attributes = known ? known->attributes : owner_and_mode{};
+    record_.members[member->name] = {member_state::read, source, attributes, 0, 0, {}};
+    if (source != 0 && (!origin || !names_.contains(*origin)))
+        record_.sources[source] = member->name;
+}
+
+int directory_writer::run(shared_record &written) {
+    owned_str prefixed{prefix_llfilename(lli_->file->filename)};
+    if (!prefixed) throw std::bad_alloc{};
+    directory_ = prefixed.get();
+    if (record_.blocked != 0) return refuse(lli_->pattern, record_.blocked);
+    const cnfnode *first = lli_->cn_root->first_child;
+    int refused = 0;
+    for (const cnfnode *member = first; member; member = member->next) {
+        int reason = check(member);
+        if (reason != 0) refused = reason;
+    }
+    if (refused != 0) return refused;
+    for (const cnfnode *member = first; member; member = member->next)
+        if (is_changed(member)) write(member);
+    for (const auto &[name, member] : record_.members)
+        if (member.state == member_state::read && !names_.contains(name))
+            batch_.remove(path_of(name).c_str());
+    int reason = batch_.install();
+    if (reason != 0) return reason;
+    for (const cnfnode *member = first; member; member = member->next)
+        if (is_changed(member)) note_written(member);
+    for (auto &[name, member] : record_.members)
+        if (member.state == member_state::read && !names_.contains(name))
+            member.state = member_state::gone;
+    written = std::make_shared<const directory_record>(std::move(record_));
+    return 0;
+}
+
+}  // namespace
+
+const member_record *directory_record::named(const std::string &name) const {
+    auto found = members.find(name);
+    return found == members.end() ? nullptr : &found->second;
+}
+
+const std::string *directory_record::name_of(uint64_t source) const {
+    auto found = sources.find(source);
+    return found == sources.end() ? nullptr : &found->second;
+}
+
+bool is_member_name(const char *pattern, const char *name) {
+    return is_name_below(name) && !is_temporary_name(name) &&
+           fnmatch(pattern, name, FNM_PATHNAME | FNM_PERIOD) == 0;
+}
+
+int read_directory(const cnfmodule *module, const char *dirpath, const char *pattern,
+                   const directory_record *earlier, owned_tree &tree, shared_record &record) {
+    try {
+        auto made = std::make_shared<directory_record>();
+        owned_tree root{create_cnfnode("(root)")};
+        directory_glob matches(dirpath, pattern);
+        if (!root || matches.reason() == ENOMEM) return ENOMEM;
+        made->blocked = matches.reason();
+        for (const char *path : matches.paths()) {
+            const char *name = name_below(dirpath, path);
+            if (!name || is_temporary_name(name)) continue;
+            member_record &member = made->members[name];
+            owned_tree file = read_member(module, path, name, member);
+            if (!file && errno == ENOMEM) return ENOMEM;
+            if (!file) continue;
+            if (append_node(root.get(), file.get()) != 0) return ENOMEM;
+            member.state = member_state::read;
+            member.source = cnfnode_source(file.release());
+            made->sources[member.source] = name;
+        }
+        remember_gone(earlier, *made);
+        record = std::move(made);
+        tree = std::move(root);
+        return 0;
+    } catch (const std::bad_alloc &) {
+        return ENOMEM;
+    }
+}
+
+int write_directory(const llconf_item *lli, shared_record &record) {
+    return directory_writer{lli, record.get()}.run(record);
+}
+
+void remove_member_temporaries(const char *dirpath, const char *pattern,
+                               const directory_record *record) {
+    try {
+        std::string directory = std::string{dirpath} + "/";
+        if (record)
+            for (const auto &[name, member] : record->members)
+                remove_temporary((directory + name).c_str());
+        std::string left = pattern + std::string{k_temporary_suffix};
+        directory_glob matches(dirpath, left.c_str());
+        for (const char *path : matches.paths()) {
+            std::string file{path};
+            remove_temporary(file.substr(0, file.size() - k_temporary_suffix.size()).c_str());
+        }
+    } catch (const std::bad_alloc &) {
+        return; /* the next start comes */
+    }
+}
