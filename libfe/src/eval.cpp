@@ -20,7 +20,8 @@
 // 256 nested calls, time by the ten million nodes, both counted from the outermost evaluation on,
 // because native functions evaluate methods of other nodes; memory by the allocator of nodes. A run
 // that passes a limit is over: all that it still tries fails at once, and so does its result,
-// however much of it was forgiving about failures.
+// however much of it was forgiving about failures. So is one that found no memory: what it would go
+// on with is not what the file or the client said.
 #include "fe/eval.h"
 
 #include <cerrno>
@@ -63,6 +64,12 @@ fe_node *evaluate_call(fe_context *ctx, const fe_node *call) {
         errno = EINVAL;
     }
     --g_run.depth;
+    // A function that makes do without what it found no memory for has no result either.
+    if (errno == ENOMEM) {
+        stop_out_of_memory();
+        destroy_fe_node_list(result);
+        result = nullptr;
+    }
     if (result == nullptr) {
         note_failed_call(call->fed);
     } else {
@@ -71,18 +78,22 @@ fe_node *evaluate_call(fe_context *ctx, const fe_node *call) {
     return result;
 }
 
-// Runs an evaluation as part of the running one, or as an outermost one with meters of its own.
+// Runs an evaluation as part of the running one, or as an outermost one with meters of its own and
+// an errno that holds nothing old.
 template <class evaluation>
 fe_node *run(evaluation evaluate_it) {
     if (g_run.active) return evaluate_it();
     g_run = {true, 0, 0, 0};
     g_failure_state = failure_state::none;
+    int saved = errno;
+    errno = 0;
     fe_node *result = evaluate_it();
     g_run.active = false;
     if (g_run.stopped != 0) {
         destroy_fe_node_list(result);
         return fail_with(g_run.stopped);
     }
+    if (result != nullptr) errno = saved;
     return result;
 }
 
@@ -146,6 +157,11 @@ void stop_run(const char *reason, int error) {
     }
     g_run.nodes = k_max_evaluated_nodes + 1;
     errno = g_run.stopped;
+}
+
+void stop_out_of_memory() {
+    if (g_run.active) stop_run("an expression was stopped: out of memory", ENOMEM);
+    errno = ENOMEM;
 }
 
 fe_node *evaluate(fe_context *ctx, const fe_node *node) {

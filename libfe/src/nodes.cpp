@@ -115,7 +115,10 @@ fe_node *allocate_node(fe_def *fed, size_t length) {
     if (length > k_max_text) return fail_with(ENOMEM);
     unsigned char class_index = 0;
     fe_node *node = take_block(sizeof(fe_node) + length + 1, class_index);
-    if (node == nullptr) return nullptr;
+    if (node == nullptr) {
+        stop_out_of_memory();
+        return nullptr;
+    }
     *node = {nullptr,     fed, node_text(node), nullptr, static_cast<unsigned int>(length), 1,
              class_index, 0};
     node_text(node)[length] = '\0';

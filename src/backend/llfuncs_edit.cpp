@@ -59,15 +59,21 @@ fe_node *func_lladdne(llconf_item *lli, const char *path, const char *value) {
     cnfnode *node = ll_write_node(lli, path);
     if (!value) return nullptr;
     if (!node) return const_node("0");
-    errno_guard keep;
-    return cnf_get_node(node, value) ? const_node("1") : add_branch(lli, node, value);
+    const int saved = errno;
+    const bool there = cnf_get_node(node, value) != nullptr;
+    if (!there && errno == ENOMEM) return nullptr;
+    errno = saved;
+    return there ? const_node("1") : add_branch(lli, node, value);
 }
 
 fe_node *func_lldel(llconf_item *lli, const char *path, const char *value) {
     cnfnode *node = ll_write_node(lli, path);
     if (!value) return nullptr;
     if (!node) return const_node("0");
-    if (cnf_del_branch(node, value) == 0) lli->is_dirty = 1;
+    if (cnf_del_branch(node, value) == 0)
+        lli->is_dirty = 1;
+    else if (errno == ENOMEM)
+        return nullptr;
     errno = 0;
     return const_node("1");
 }

@@ -295,6 +295,7 @@ TEST_F(FeEval, RunawayLoopsEndAtTenMillionNodesOrWhenMemoryIsUp) {
               "FAIL");
     const std::vector<std::string> expected = {
         "an expression was stopped: more than 10000000 evaluated nodes",
+        "an expression was stopped: out of memory",
         "an expression was stopped: more than 256 MiB of texts"};
     EXPECT_EQ(reports(), expected);
     EXPECT_EQ(eval("1 + 1"), "2");
