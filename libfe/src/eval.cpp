@@ -93,7 +93,7 @@ fe_node *run(evaluation evaluate_it) {
         destroy_fe_node_list(result);
         return fail_with(g_run.stopped);
     }
-    if (result != nullptr) errno = saved;
+    if (result != nullptr && errno == 0) errno = saved;
     return result;
 }
 

@@ -38,18 +38,25 @@ operation_letters letters_of(const ccdtree_node *node) {
 
 enum class wording { escaped, as_it_is };
 
-/* The texts of a result as lines; empty ones count only where they are escaped. */
-owned_lines lines_of(const fe_node *result, wording how) {
+/* The texts of a result as lines; empty ones count only where they are escaped. False (errno
+ * ENOMEM) when they could not all be had; a method that fails for another reason has none. */
+bool lines_of(const fe_node *result, wording how, owned_lines &all) {
+    if (!result && errno == ENOMEM) return false;
     list_builder<line> lines;
+    bool complete = true;
     for (; result; result = result->next) {
         bool escaping = how == wording::escaped;
         if (!escaping && result->text[0] == '\0') continue;
         owned_str escaped{escaping ? escape(result->text) : nullptr};
-        line *l = create_line(escaping ? escaped.get() : result->text);
-        if (!l) break;
+        line *l =
+            escaping && !escaped ? nullptr : create_line(escaping ? escaped.get() : result->text);
+        complete = l != nullptr;
+        if (!complete) break;
         lines.append(l);
     }
-    return owned_lines{lines.release()};
+    all.reset(lines.release());
+    if (!complete) errno = ENOMEM;
+    return complete;
 }
 
 bool is_hidden(fe_context *ctx, const param_path *path) {
@@ -108,7 +115,11 @@ class list_writer {
 
     /* Adds what is below the path, which is the listed one or begins with it. */
     listing add(const char *path) {
-        return list_names(tree_, path, [&](const char *name) { return add_name(path, name); });
+        errno = 0;
+        listing result =
+            list_names(tree_, path, [&](const char *name) { return add_name(path, name); });
+        if (errno == ENOMEM) complete_ = false;
+        return result;
     }
     line *release() { return lines_.release(); }
     bool complete() const { return complete_; }
@@ -188,10 +199,13 @@ param_attr *ccd_param_attr(ccdtree_node *root, backend_ctx *ctx, const char *pat
         owned_context own = create_method_context(ctx, nullptr);
         if (!own) return nullptr;
         enter_path(own.get(), resolved.get());
+        const int before = errno;
+        errno = 0;
         owned_result chosen = run_method(own.get(), choices_method, "choices:", resolved.get());
-        choices = lines_of(chosen.get(), wording::escaped);
+        if (!lines_of(chosen.get(), wording::escaped, choices)) return nullptr;
         owned_result flagged = run_method(own.get(), node->func_flags, "flags:", resolved.get());
-        flags = lines_of(flagged.get(), wording::as_it_is);
+        if (!lines_of(flagged.get(), wording::as_it_is, flags)) return nullptr;
+        errno = before;
     }
     return create_param_attr(letters_of(node).data(), param_limit(node), choices.release(),
                              flags.release(), node->type ? node->type->name : nullptr);
