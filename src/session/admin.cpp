@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "daemon/trace.h"
+#include "session/arguments.h"
 #include "session/bgexec.h"
 #include "session/limits.h"
 #include "session/method_context.h"
@@ -22,7 +23,6 @@ namespace {
 constexpr size_t k_admin_word_size = 2048;
 
 using owned_job = owned<bgexec_ctx, destroy_bgexec_ctx>;
-using owned_lines = owned<line, destroy_line_list>;
 using owned_buffer = owned<databuf, destroy_databuf>;
 
 owned_job make_job(ccd_session *session, const char *id) {
@@ -77,7 +77,11 @@ int session_process_admin(ccd_session *session, const char *id, const char *args
         session_writef(session, "%s at least one argument required\n", id);
         return 0;
     }
-    const owned_lines arguments{session_arg_list(args, k_admin_word_size)};
+    owned_lines arguments;
+    if (!session_arg_list(args, k_admin_word_size, arguments)) {
+        session_writef(session, "%s ERR %s\n", id, strerror(errno));
+        return 0;
+    }
     if (session_check_and_barf_perms_access(session, g_mgmttree, id, k_perm_exec, path,
                                             arguments.get())) {
         return 0;

@@ -14,19 +14,26 @@
 
 namespace {
 
-/* The variables' names in the form in which a context compares them. */
-struct symbols {
-    fe_symbol sid = fe_intern("sid");
-    fe_symbol perm = fe_intern("perm");
-    fe_symbol parampath = fe_intern("parampath");
-    fe_symbol paramtree = fe_intern("paramtree");
-    fe_symbol hlxaaa_sid = fe_intern("hlxaaa_sid");
+/* A variable's name in the form in which a context compares it. When memory is exhausted it is
+ * asked for again the next time. */
+class symbol {
+  public:
+    constexpr explicit symbol(const char *name) : name_(name) {}
+    bool set(fe_context *context, const char *value) {
+        if (!interned_) interned_ = fe_intern(name_);
+        return interned_ && fe_set_symbol(context, interned_, value) == 0;
+    }
+
+  private:
+    const char *name_;
+    fe_symbol interned_ = nullptr;
 };
 
-const symbols &names(void) {
-    static const symbols interned;
-    return interned;
-}
+constinit symbol g_sid{"sid"};
+constinit symbol g_perm{"perm"};
+constinit symbol g_parampath{"parampath"};
+constinit symbol g_paramtree{"paramtree"};
+constinit symbol g_hlxaaa_sid{"hlxaaa_sid"};
 
 /* Permission bits as letters, as logs and access methods show them. */
 struct perm_letters {
@@ -89,8 +96,7 @@ bool access_method_passes(ccd_session *session, int perm, const param_path *ppat
 
 owned_context make_session_context(const ccd_session *session) {
     owned_context context{create_fe_context(nullptr, session->backend_ctx)};
-    if (context && session->hlxaaa_sid &&
-        fe_set_symbol(context.get(), names().hlxaaa_sid, session->hlxaaa_sid) != 0) {
+    if (context && session->hlxaaa_sid && !g_hlxaaa_sid.set(context.get(), session->hlxaaa_sid)) {
         context.reset();
     }
     return context;
@@ -98,7 +104,7 @@ owned_context make_session_context(const ccd_session *session) {
 
 owned_context make_sid_context(const ccd_session *session) {
     owned_context context = make_session_context(session);
-    if (context && fe_set_symbol(context.get(), names().sid, session->sessionid) != 0) {
+    if (context && !g_sid.set(context.get(), session->sessionid)) {
         context.reset();
     }
     return context;
@@ -111,9 +117,8 @@ owned_context make_access_context(const ccd_session *session, const char *perm, 
     const char *tree = ccd_root == g_ccdtree    ? "configuration"
                        : ccd_root == g_mgmttree ? "management"
                                                 : nullptr;
-    if (fe_set_symbol(context.get(), names().perm, perm) != 0 ||
-        fe_set_symbol(context.get(), names().parampath, path) != 0 ||
-        (tree && fe_set_symbol(context.get(), names().paramtree, tree) != 0)) {
+    if (!g_perm.set(context.get(), perm) || !g_parampath.set(context.get(), path) ||
+        (tree && !g_paramtree.set(context.get(), tree))) {
         context.reset();
     }
     return context;

@@ -1,5 +1,6 @@
 /* Between a session's buffers and what is outside: bytes in, reply lines and bytes out. */
 
+#include <libdaemon/dlog.h>
 #include <sys/select.h>
 
 #include <algorithm>
@@ -130,17 +131,28 @@ void release_idle_storage(databuf *buffer) {
     if (databuf_pending(buffer) == 0 && buffer->size > k_idle_size) free(databuf_steal(buffer));
 }
 
+/* What is answered is whole or not at all: without memory for a line the connection ends there, and
+ * no final line follows. */
+int lose_output(ccd_session *session) {
+    if (!session->output_lost) daemon_log(LOG_ERR, "no memory for a reply, closing session");
+    session->output_lost = 1;
+    g_session_sweep_needed = 1;
+    errno = ENOMEM;
+    return -1;
+}
+
 }  // namespace
 
 int session_write(ccd_session *session, const void *data, size_t size) {
     if (!session->outbuf) return 0;
+    if (session->output_lost) return lose_output(session);
     if (log_protocol_is_open()) log_protocol("S: ", static_cast<const char *>(data), size);
     databuf *out = session->outbuf;
     const int length = static_cast<int>(size);
     make_room(out, length);
-    const int result = databuf_add(out, data, length);
+    if (databuf_add(out, data, length) != 0) return lose_output(session);
     if (session->fdcb_out) session->fdcb_out->type |= FD_CALLBACK_WRITE;
-    return result;
+    return 0;
 }
 
 int session_writef(ccd_session *session, const char *format, ...) {
@@ -167,11 +179,13 @@ int session_write_reply(ccd_session *session, const char *id, const char *litera
     const size_t size = id_length + literal_length + text_length + 1;
     databuf *out = session->outbuf;
     if (!out) return 0;
+    if (session->output_lost) return lose_output(session);
     if (log_protocol_is_open() || size > k_reply_max) {
         return session_writef(session, "%s%s%s\n", id, literal, text);
     }
     make_room(out, static_cast<int>(size));
-    if (databuf_reserve(out, static_cast<int>(size)) < static_cast<int>(size)) return -1;
+    if (databuf_reserve(out, static_cast<int>(size)) < static_cast<int>(size))
+        return lose_output(session);
     char *to = std::copy_n(id, id_length, out->buf + out->end);
     to = std::copy_n(literal, literal_length, to);
     std::copy_n(text, text_length, to);

@@ -103,7 +103,7 @@ bool login_must_wait(ccd_session *session, char *newline) {
  * replies have piled up, and when its turn is over; the sweep comes back to all of them. */
 int frame_lines(ccd_session *session) {
     const session_turn turn{session};
-    while (session->inbuf && (session->flags & k_session_locked) == 0) {
+    while (session->inbuf && (session->flags & k_session_locked) == 0 && !session->output_lost) {
         char *newline = find_newline(session);
         const int length =
             newline ? static_cast<int>(newline - session->inbuf->buf) - session->inbuf->start

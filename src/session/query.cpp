@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "session/arguments.h"
 #include "session/method_context.h"
 #include "session/protocol.h"
 #include "tree/param_failure.h"
@@ -19,7 +20,6 @@ namespace {
 constexpr size_t k_arg_size = 256;
 
 using owned_path = owned<param_path, destroy_param_path>;
-using owned_lines = owned<line, destroy_line_list>;
 
 int reply_errno(ccd_session *session, const char *id) {
     session_writef(session, "%s ERR %s\n", id, ccd_failure_text(errno));
@@ -54,16 +54,21 @@ void write_numbered(ccd_session *session, const char *id, const char *format, co
 
 }  // namespace
 
-line *session_arg_list(const char *args, size_t size) {
+bool session_arg_list(const char *args, size_t size, owned_lines &arguments) {
     char word[2048];
     if (size > sizeof(word)) size = sizeof(word);
     list_builder<line> list;
     while (dup_next_word_b(&args, word, size) > 0) {
         line *argument = create_line(unescape_b(word, word));
-        if (!argument) break;
+        if (!argument) {
+            destroy_line_list(list.release());
+            errno = ENOMEM;
+            return false;
+        }
         list.append(argument);
     }
-    return list.release();
+    arguments.reset(list.release());
+    return true;
 }
 
 int session_process_get(ccd_session *session, const char *id, const char *args) {
@@ -165,7 +170,8 @@ int session_process_access_tree(ccd_session *session, const char *id, ccdtree_no
         return 0;
     }
     if (g_access_override >= 2) return reply_optional(session, id, "1");
-    const owned_lines arguments{session_arg_list(args, k_arg_size)};
+    owned_lines arguments;
+    if (!session_arg_list(args, k_arg_size, arguments)) return reply_errno(session, id);
     const owned_context context = make_access_context(session, perm, path, ccd_root);
     if (!context) return reply_errno(session, id);
     errno = 0;
@@ -181,7 +187,8 @@ int session_process_info(ccd_session *session, const char *id, const char *args)
         session_writef(session, "%s BAD at least one argument required\n", id);
         return 0;
     }
-    const owned_lines arguments{session_arg_list(args, k_arg_size)};
+    owned_lines arguments;
+    if (!session_arg_list(args, k_arg_size, arguments)) return reply_errno(session, id);
     const owned_path ppath{find_ccd_param(path, g_mgmttree)};
     if (!ppath) {
         session_writef(session, "%s ERR parameter not found\n", id);

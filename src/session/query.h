@@ -56,10 +56,6 @@ int session_process_info(ccd_session *session, const char *id, const char *args)
 /* Runs in a child; the session is locked until it has ended. */
 int session_process_admin(ccd_session *session, const char *id, const char *args);
 
-/* Takes up to size - 1 characters of each further word of args, unescaped, into a new list. Null
- * for none. */
-line *session_arg_list(const char *args, size_t size);
-
 #ifdef __cplusplus
 }
 #endif

@@ -82,6 +82,7 @@ typedef struct ccd_session {
     unsigned long queue;        /* its place among the stalled ones */
     unsigned long login_ticket; /* its place among those whose log-in has to wait; 0: it has not */
     long refusals;              /* log-ins that were refused on this connection */
+    int output_lost;            /* a reply found no memory: session_sweep closes it */
     int discarded;              /* session_sweep destroys it */
     int64_t connected;          /* loop_now when its connection was accepted */
     unsigned long left;         /* its place among those without a connection; 0 with one */

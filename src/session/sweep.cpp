@@ -9,6 +9,11 @@
 
 namespace {
 
+void close_those_without_replies() {
+    for (ccd_session *session = g_session_list; session; session = session->next)
+        if (session->output_lost && session->inbuf) close_session(session);
+}
+
 void destroy_discarded() {
     for (ccd_session *session : removal_safe(g_session_list)) {
         if (!session->discarded) continue;
@@ -31,6 +36,7 @@ void session_sweep(void) {
     if (g_session_sweep_needed) {
         g_session_sweep_needed = 0;
         turn_round();
+        close_those_without_replies();
         session_bound_suspended();
         destroy_discarded();
     }

@@ -1,3 +1,5 @@
+#include <sys/resource.h>
+
 #include "session_fixture.h"
 
 class Protocol : public session_test {};
@@ -76,6 +78,30 @@ TEST_F(Protocol, AReplyKeepsItsNewlineAndNothingForgesAnother) {
         EXPECT_EQ(reply.find('\n') + 1, 16383U) << format;
     }
 }
+
+#ifndef __SANITIZE_ADDRESS__
+TEST_F(Protocol, AReplyThatFindsNoMemoryEndsTheConnectionAndIsNeverOk) {
+    ccd_session *session = logged_in("admin");
+    long pages = 0;
+    std::ifstream{"/proc/self/statm"} >> pages;
+    struct rlimit old {};
+    getrlimit(RLIMIT_AS, &old);
+    const struct rlimit tight {
+        static_cast<rlim_t>(pages *sysconf(_SC_PAGESIZE) + (8 << 20)), old.rlim_max
+    };
+    setrlimit(RLIMIT_AS, &tight);
+    int written = 0;
+    const std::string row(10000, 'x');
+    while (written < 10000 && session_write_reply(session, "t", ".1 ", row.c_str()) == 0)
+        written++;
+    setrlimit(RLIMIT_AS, &old);
+    EXPECT_LT(written, 10000);
+    EXPECT_EQ(session_writef(session, "t OK\n"), -1);
+    EXPECT_EQ(replies(session).find("t OK"), std::string::npos);
+    session_sweep();
+    EXPECT_EQ(replies(session), "(closed)");
+}
+#endif
 
 TEST_F(Protocol, LinesOfAChildBecomeReplies) {
     ccd_session *session = connect();
