@@ -51,7 +51,8 @@ int llconf_write_pipe_out(const llconf_item *lli);
 
 /* Brings the item's tree back to its source: parses it again when the item has no tree, is dirty or
  * always reverted, or when both inode and modification time of its file have changed. 0; -1 when
- * that fails, and then the tree that the item had stays. */
+ * that fails, and then the tree that the item had stays; but that of a commit which is over gives
+ * way to the one before it. */
 int llconf_revert_cnftree(llconf_item *lli);
 
 /* The same for every item. The last result that was not 0, with its errno; 0 and errno 0 when there
@@ -59,7 +60,7 @@ int llconf_revert_cnftree(llconf_item *lli);
 int llconf_revert_all_cnftrees(llconf_item *list);
 
 /* Writes tree over the file of that name. 0, or another value with errno, and then the old file
- * still stands whole. file_write.h tells the steps. */
+ * still stands whole. files.cpp tells the steps. */
 int llconf_write_cnftree_file(llconf_item *lli, const char *filename, struct cnfnode *tree);
 
 /* Writes the item when it is dirty: its file, its directory, or its command; removes its file when

@@ -77,6 +77,7 @@ fe_node *fe_func_admgetip6(fe_context *ctx, fe_node *call) {
     call_arguments arguments{ctx, call};
     if (arguments.count() != 1) return answer_wrong_count(memory, arguments);
     owned_file file{fopen(k_if_inet6, "re")};
+    if (!file && errno != ENOENT) return fail_about(k_if_inet6);
     if (!file) return answer_unless_short(memory, "");
 
     node_list addresses;

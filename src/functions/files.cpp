@@ -41,7 +41,9 @@ using stat_call = int (*)(const char *, struct stat *);
 fe_node *has_type(const char *name, stat_call look, mode_t type) {
     return ask_about(name, [&](const char *path) {
         struct stat st;
-        return look(path, &st) == 0 && (st.st_mode & S_IFMT) == type;
+        if (look(path, &st) == 0) return (st.st_mode & S_IFMT) == type;
+        if (errno != ENOENT && errno != ENOTDIR) fail_about(path);
+        return false;
     });
 }
 
