@@ -18,7 +18,8 @@
  * What may never happen: a record freed while a callback or a list walk further up the stack still
  * holds it. So nothing that runs below a callback frees a session. It is closed or discarded, that
  * is marked, and session_sweep frees it between two dispatch passes. The same sweep goes on with
- * sessions whose input had to wait, for a job's end or for a client that reads too slowly.
+ * sessions whose input had to wait: for a job's end, for a client that reads too slowly, or for
+ * others' turns (turns.h).
  */
 #include "session/session.h"
 
