@@ -23,6 +23,9 @@ using hlx_auth::session_place;
 
 namespace {
 
+/* A check is asked again before long, and everybody else waits for it. */
+constexpr long k_check_patience_ms = 50;
+
 /* Runs what may throw; -1 and errno when it does. */
 template <class body>
 int guarded(body run) {
@@ -90,7 +93,8 @@ int hlx_auth_session_sid_check(const char *sid) {
     return guarded([&]() -> int {
         const std::string normal = sid_of(sid);
         if (normal.empty()) return HLX_AUTH_SID_EINVAL;
-        return locked_store{}.find(normal) != nullptr ? HLX_AUTH_SID_VALID : HLX_AUTH_SID_ERANGE;
+        return locked_store{k_check_patience_ms}.find(normal) != nullptr ? HLX_AUTH_SID_VALID
+                                                                         : HLX_AUTH_SID_ERANGE;
     });
 }
 

@@ -24,7 +24,6 @@ namespace hlx_auth {
 namespace {
 
 constexpr uint32_t k_mark = 0x484c5831; /* changes with the layout */
-constexpr int k_lock_seconds = 1;
 constexpr int k_rest_seconds = 10;
 constexpr int k_open_attempts = 4;
 constexpr int k_place_bits = 10;
@@ -56,10 +55,15 @@ bool has_come(const timespec &deadline) {
            (now.tv_sec == deadline.tv_sec && now.tv_nsec >= deadline.tv_nsec);
 }
 
-timespec lock_deadline() {
+timespec deadline_in(long milliseconds) {
     timespec deadline;
     clock_gettime(CLOCK_MONOTONIC, &deadline);
-    deadline.tv_sec += k_lock_seconds;
+    deadline.tv_sec += milliseconds / 1000;
+    deadline.tv_nsec += milliseconds % 1000 * 1'000'000;
+    if (deadline.tv_nsec >= 1'000'000'000) {
+        deadline.tv_sec++;
+        deadline.tv_nsec -= 1'000'000'000;
+    }
     return deadline;
 }
 
@@ -109,7 +113,7 @@ class set_up_lock {
   public:
     explicit set_up_lock(int fd) : fd_(fd) {
         static constexpr timespec k_pause{0, 10'000'000};
-        const timespec deadline = lock_deadline();
+        const timespec deadline = deadline_in(k_patience_ms);
         while (flock(fd, LOCK_EX | LOCK_NB) < 0) {
             if (errno != EWOULDBLOCK && errno != EINTR) fail("cannot be locked", errno);
             if (has_come(deadline)) fail("is being set up by another program", ETIMEDOUT);
@@ -186,13 +190,13 @@ void repair(session_store &store) {
 
 /* After one time-out nobody waits again for a while: whoever holds the lock that long has stopped,
  * and the next caller may be the daemon's next session, and the next. */
-int lock(session_store &store) {
+int lock(session_store &store, long patience_ms) {
     int error;
     if (boot_seconds() < g_mapping.hung_until) {
         error = pthread_mutex_trylock(&store.mutex);
         if (error == EBUSY) error = ETIMEDOUT;
     } else {
-        const timespec deadline = lock_deadline();
+        const timespec deadline = deadline_in(patience_ms);
         error = pthread_mutex_clocklock(&store.mutex, CLOCK_MONOTONIC, &deadline);
         if (error == ETIMEDOUT) g_mapping.hung_until = boot_seconds() + k_rest_seconds;
     }
@@ -241,8 +245,9 @@ bool same_sid(const char *place, std::string_view sid) {
 
 }  // namespace
 
-locked_store::locked_store() : store_(map_store()) {
-    if (const int error = lock(*store_); error != 0) fail("is held by another program", error);
+locked_store::locked_store(long patience_ms) : store_(map_store()) {
+    if (const int error = lock(*store_, patience_ms); error != 0)
+        fail("is held by another program", error);
 }
 
 locked_store::~locked_store() {

@@ -49,12 +49,15 @@ struct session_store {
     std::array<session_place, HLX_AUTH_SESSIONS_MAX> places;
 };
 
+/* How long other programs are waited for. */
+constexpr long k_patience_ms = 1000;
+
 /* Holds the table's lock; one at a time in a process. The table itself stays mapped. Throws
  * session_error (hlxauth/session.h) when it cannot be had; errno then carries the cause, ETIMEDOUT
  * when another program holds the lock. */
 class locked_store {
   public:
-    locked_store();
+    explicit locked_store(long patience_ms = k_patience_ms);
     locked_store(const locked_store &) = delete;
     locked_store &operator=(const locked_store &) = delete;
     ~locked_store();

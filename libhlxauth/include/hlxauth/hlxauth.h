@@ -11,7 +11,8 @@
  *     it holds the session; keep it out of logs and argument lists.
  *  2. Every call looks into the store afresh and holds its lock only for that time. A program that
  *     dies in between harms nobody: the next one repairs what was being written. One that stops in
- *     between is waited for a second; the calls of the next ten seconds do not wait again.
+ *     between is waited for a second, in hlx_auth_session_sid_check a twentieth of that; the calls
+ *     of the next ten seconds do not wait again.
  *  3. Strings are copied in both directions; nothing here is borrowed, nothing is to be freed but
  *     what a comment says.
  *  4. Results are 0, or -1 with errno, unless a comment says otherwise. Every function that looks
