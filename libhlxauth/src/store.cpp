@@ -30,11 +30,15 @@ constexpr int k_place_bits = 10;
 static_assert(HLX_AUTH_SESSIONS_MAX <= 1 << k_place_bits);
 constexpr uint32_t k_generation_mask = 0x1fffff; /* what is left of a positive int */
 
-std::string g_store_name{HLXAUTH_STORE_NAME};
+/* Made by the first call, which can tell that there is no memory for it. */
+std::string &store_name() {
+    static std::string name{HLXAUTH_STORE_NAME};
+    return name;
+}
 
 [[noreturn]] void fail(const char *what, int error) {
     errno = error;
-    throw session::session_error(std::string{"session store "} + g_store_name + ": " + what + ": " +
+    throw session::session_error(std::string{"session store "} + store_name() + ": " + what + ": " +
                                  strerror(error));
 }
 
@@ -91,7 +95,7 @@ bool is_our_kind(const pthread_mutex_t &mutex) {
 
 /* Opens the table, or makes an empty one. */
 unique_fd open_store() {
-    const char *name = g_store_name.c_str();
+    const char *name = store_name().c_str();
     for (int attempt = 0; attempt < k_open_attempts; attempt++) {
         unique_fd fd{shm_open(name, O_RDWR | O_CLOEXEC, 0)};
         if (!fd && errno == ENOENT)
@@ -345,7 +349,7 @@ int hlx_auth_set_store(const char *name) {
         return -1;
     }
     try {
-        hlx_auth::g_store_name = wanted;
+        hlx_auth::store_name() = wanted;
         return 0;
     } catch (const std::bad_alloc &) {
         errno = ENOMEM;

@@ -125,7 +125,9 @@ ccdtree_node *target_of(ccdtree_node *current, const cnfnode *cn, const char *no
         destroy_ccdtree(find_ccdtree_child(current, node_name + 1));
         return nullptr;
     }
-    return find_or_create_ccdtree_child(current, node_name);
+    ccdtree_node *target = find_or_create_ccdtree_child(current, node_name);
+    if (!target) throw std::bad_alloc{};
+    return target;
 }
 
 /* Applies a section of a file to the child of that name, or to the current node itself when there

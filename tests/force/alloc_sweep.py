@@ -78,8 +78,9 @@ class Sweep:
     def start(self):
         self.clean_start()
         total = self.failing.count()
-        quiet, usual = self.daemon.text("/log"), self.usual()
+        usual = self.usual()
         self.daemon.stop()
+        ended = self.daemon.text("/log")
 
         def one(number):
             self.failing.arm(number)
@@ -89,18 +90,20 @@ class Sweep:
                 self.daemon.stop()
                 return f"hangs ({error})"
             self.failing.arm(0)
+            same, locked_out = False, ""
+            if started:
+                try:
+                    same = self.usual() == usual
+                except force.Gone as error:
+                    locked_out = f"log-in: {error}"
+            status = self.daemon.stop() if started else self.daemon.process.wait()
             log = self.daemon.text("/log")
-            said = set(log.splitlines()) - set(quiet.splitlines())
+            said = locked_out or set(log.splitlines()) - set(ended.splitlines())
             if not started:
-                status = self.daemon.process.wait()
                 if status < 0 or "terminate called" in log:
                     return f"dies with {status}: {log[-200:]}"
                 return "error" if status > 0 and said else f"ends with {status} and no word"
-            try:
-                same = self.usual() == usual
-            except force.Gone as error:
-                same, said = False, said or {f"log-in: {error}"}
-            if self.daemon.stop() != 0:
+            if status != 0:
                 return "does not stop"
             return "usual" if same else "error" if said else "answers other things without a word"
 
@@ -173,7 +176,10 @@ class Sweep:
             if reply == usual:
                 good = (now_left == left, now_written == written)
             elif last.startswith(("t ERR", "t NO", "t BAD")):
-                good = (now_left in (untouched, None), now_written == unwritten)
+                # A commit goes file by file, and each is whole.
+                good = (now_left in (untouched, None),
+                        not commits or all(now_written[name] in (written[name], unwritten[name])
+                                           for name in written))
             elif not last.startswith("t "):
                 return "closed" if now_written in (written, unwritten) else "closed, half a file"
             else:
