@@ -1,4 +1,5 @@
-// Lists, loops and variables. An empty text in a list is how nothing looks, so these pass over it.
+// Lists, loops and variables. An empty text in a list is how nothing looks, so these pass over it,
+// except all and any: a question about every text must not leave one out.
 #include <algorithm>
 #include <cerrno>
 #include <string>
@@ -104,7 +105,8 @@ fe_node *func_range(const arguments &args) {
 class loop {
   public:
     loop(fe_context *ctx, const fe_node *call)
-        : body_(call->first_child->next->next), inner_(create_inner_context(ctx)) {
+        : body_(call->first_child->next->next),
+          inner_(create_inner_context(ctx, context_kind::loop)) {
         node_list name(evaluate(ctx, call->first_child));
         if (name == nullptr || inner_ == nullptr) return;
         name_ = acquire_symbol(fe_last_text(name.get()));
@@ -119,10 +121,15 @@ class loop {
     }
 
     bool ready() const { return items_ != nullptr; }
-    // Sets the variable to the next text; null behind the last one.
+    // A list of one empty text is the empty list.
+    bool is_empty() const { return items_->next == nullptr && items_->private_length == 0; }
+    // Sets the variable to the next text that is not empty; null behind the last one.
     const fe_node *next() {
         while (at_ != nullptr && at_->private_length == 0)
             at_ = at_->next;
+        return next_of_any_length();
+    }
+    const fe_node *next_of_any_length() {
         const fe_node *current = at_;
         if (current == nullptr) return nullptr;
         at_ = at_->next;
@@ -165,11 +172,31 @@ fe_node *func_filter(fe_context *ctx, const fe_node *call) {
     return over.failed() ? nullptr : kept.release_result();
 }
 
+// Ends at the first text for which the condition is `last`, which is the answer then.
+fe_node *ask_each(fe_context *ctx, const fe_node *call, bool last) {
+    loop over(ctx, call);
+    if (!over.ready()) return nullptr;
+    while (!over.is_empty() && over.next_of_any_length() != nullptr) {
+        if (evaluate_condition(over.context(), over.body()) == last) return new_truth(last);
+    }
+    return over.failed() ? nullptr : new_truth(!last);
+}
+
+fe_node *func_all(fe_context *ctx, const fe_node *call) {
+    return ask_each(ctx, call, false);
+}
+
+fe_node *func_any(fe_context *ctx, const fe_node *call) {
+    return ask_each(ctx, call, true);
+}
+
+template <fe_context *(*place)(fe_context *)>
 fe_node *func_set(const arguments &args) {
     if (args.context() == nullptr) return fail_with(EINVAL);
+    if (args[0].empty()) return fe_fail(EINVAL, nullptr, "a variable without a name");
     symbol_ptr name = acquire_symbol(args[0]);
     if (name == nullptr) return nullptr;
-    int result = set_variable(method_context(args.context()), name, args[1]);
+    int result = set_variable(place(args.context()), name, args[1]);
     release_symbol(name);
     return result == 0 ? new_truth(true) : nullptr;
 }
@@ -192,10 +219,13 @@ constexpr builtin k_list_rows[] = {
     {"range", 2, 2, func_range},
     {"foreach", 3, 3, func_foreach},
     {"filter", 3, 3, func_filter},
+    {"all", 3, 3, func_all},
+    {"any", 3, 3, func_any},
 };
 
 constexpr builtin k_variable_rows[] = {
-    {"set", 2, 2, func_set},
+    {"set", 2, 2, func_set<method_context>},
+    {"local", 2, 2, func_set<function_context>},
     {"defined", 1, 1, func_defined},
 };
 

@@ -31,7 +31,7 @@ using variable_map = std::unordered_map<symbol_ptr, value_slot>;
 struct context_record {
     fe_context base;
     unsigned int count;
-    bool inner;
+    context_kind kind;
     uint64_t seen;  // one bit for every name, so that most misses need no search
     variable_map *more;
     context_record *next_kept;
@@ -147,26 +147,32 @@ context_record *take_context() {
     return static_cast<context_record *>(malloc(sizeof(context_record)));
 }
 
-fe_context *new_context(fe_context *parent, void *user_data, bool inner) {
+fe_context *new_context(fe_context *parent, void *user_data, context_kind kind) {
     context_record *record = take_context();
     if (record == nullptr) return nullptr;
     record->base.parent = parent;
     record->base.user_data = user_data;
     record->count = 0;
     record->seen = 0;
-    record->inner = inner;
+    record->kind = kind;
     record->more = nullptr;
     return &record->base;
 }
 
 }  // namespace
 
-fe_context *create_inner_context(fe_context *parent) {
-    return new_context(parent, parent == nullptr ? nullptr : parent->user_data, true);
+fe_context *create_inner_context(fe_context *parent, context_kind kind) {
+    return new_context(parent, parent == nullptr ? nullptr : parent->user_data, kind);
 }
 
 fe_context *method_context(fe_context *ctx) {
-    while (record_of(ctx)->inner && ctx->parent != nullptr)
+    while (record_of(ctx)->kind != context_kind::method && ctx->parent != nullptr)
+        ctx = ctx->parent;
+    return ctx;
+}
+
+fe_context *function_context(fe_context *ctx) {
+    while (record_of(ctx)->kind == context_kind::loop && ctx->parent != nullptr)
         ctx = ctx->parent;
     return ctx;
 }
@@ -200,7 +206,7 @@ extern "C" {
 using namespace fe;
 
 fe_context *create_fe_context(fe_context *parent, void *user_data) {
-    return new_context(parent, user_data, false);
+    return new_context(parent, user_data, context_kind::method);
 }
 
 void destroy_fe_context(fe_context *ctx) {

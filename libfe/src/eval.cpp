@@ -146,7 +146,11 @@ void report(std::string_view line) {
 }
 
 void report_redefinition(std::string_view name) {
-    report("function '" + std::string(name) + "' is defined again: the later definition wins");
+    try {
+        report("function '" + std::string(name) + "' is defined again: the later definition wins");
+    } catch (const std::bad_alloc &) {
+        report("a function is defined again: the later definition wins");
+    }
 }
 
 void stop_run(const char *reason, int error) {
@@ -188,7 +192,7 @@ fe_node *call_user_function(fe_context *ctx, fe_node *call) {
     const fe_def_internal *def = call->fed->private_data;
     node_list arguments(evaluate_list(ctx, call->first_child));
     if (call->first_child != nullptr && arguments == nullptr) return nullptr;
-    context_owner inner(create_inner_context(ctx));
+    context_owner inner(create_inner_context(ctx, context_kind::function));
     if (inner == nullptr) return nullptr;
     if (set_parameters(inner.get(), def, arguments.get()) != 0) return nullptr;
     node_list result;

@@ -116,7 +116,7 @@ extern "C" fe_def *felib_parse_functions_cn(const struct cnfnode *tree, fe_def *
         try {
             define(entry, list);
         } catch (const std::bad_alloc &) {
-            report_function(text_of(entry->name), "out of memory");
+            report("a function of the functions file is not defined: out of memory");
         }
     }
     return list;

@@ -180,9 +180,12 @@ void take_out_of_list(fe_def *&list, fe_def *fed);
 
 // --- contexts -----------------------------------------------------------------------------------
 
-// A context inside a method: what "set" sets goes to the method's own context.
-fe_context *create_inner_context(fe_context *parent);
+// What a context was made for: "set" reaches the method around the running function, "local" the
+// function around the running loop.
+enum class context_kind : unsigned char { method, function, loop };
+fe_context *create_inner_context(fe_context *parent, context_kind kind);
 fe_context *method_context(fe_context *ctx);
+fe_context *function_context(fe_context *ctx);
 int set_variable(fe_context *ctx, symbol_ptr name, std::string_view value);
 // False when no context of the chain has it. The view ends in NUL.
 bool get_variable(const fe_context *ctx, const fe_symbol_record *name, std::string_view &value);

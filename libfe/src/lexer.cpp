@@ -147,7 +147,7 @@ std::string lexer::found_at(size_t offset) const {
     if (rest[0] == '\'' || rest[0] == '"') {
         length = std::min(rest.find(rest[0], 1), rest.size() - 1) + 1;
     }
-    if (rest[0] == '\\') length = std::min<size_t>(4, rest.size());
+    if (rest[0] == '\\') length = offset_of_character(rest, 4);
     if (length == 0) length = first_length(rest);
     std::string found = "\"";
     found += rest.substr(0, offset_of_character(rest.substr(0, length), k_longest_found));

@@ -295,7 +295,7 @@ fe_node *parse_fe_expression(const char *text, fe_def *list) {
         g_error_text = p.complaint();
         return fail_with(p.error());
     } catch (const std::bad_alloc &) {
-        g_error_text.clear();
+        g_error_text = "out of memory";
         return fail_with(ENOMEM);
     }
 }

@@ -43,6 +43,11 @@ fe_node *llmisc_slashify(const call_arguments &arguments) {
     return const_node(component.c_str());
 }
 
+fe_node *llmisc_escapename(const call_arguments &arguments) {
+    owned_str name{escape(arguments[0])};
+    return name ? const_node(name.get()) : nullptr;
+}
+
 fe_node *llmisc_urlencode(const call_arguments &arguments) {
     constexpr char k_digits[] = "0123456789ABCDEF";
     std::string encoded;

@@ -34,6 +34,7 @@ constexpr std::array k_functions{
     function_row{"shoptions", 1, 1, llmisc_shoptions},
     function_row{"makeshoptions", 0, k_any, llmisc_makeshoptions},
     function_row{"slashify", 1, 1, llmisc_slashify},
+    function_row{"escapename", 1, 1, llmisc_escapename},
     function_row{"urlencode", 1, 1, llmisc_urlencode},
     function_row{"urldecode", 1, 1, llmisc_urldecode},
     function_row{"hexencode", 1, 1, llmisc_hexencode},

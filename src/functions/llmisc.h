@@ -35,6 +35,7 @@ fe_node *llmisc_writeevt(const call_arguments &arguments);
 
 /* encoding.cpp */
 fe_node *llmisc_slashify(const call_arguments &arguments);
+fe_node *llmisc_escapename(const call_arguments &arguments);
 fe_node *llmisc_urlencode(const call_arguments &arguments);
 fe_node *llmisc_urldecode(const call_arguments &arguments);
 fe_node *llmisc_hexencode(const call_arguments &arguments);

@@ -94,6 +94,14 @@ fe_node *entry_exists(fe_context *ctx, fe_node *call) {
     return exists ? const_node("1") : answer_unless_short(memory, "0");
 }
 
+fe_node *fe_func_paramfound(fe_context *ctx, fe_node *call) {
+    memory_watch memory;
+    call_arguments args{ctx, call};
+    if (args.count() != 1) return answer_wrong_count(memory, args, "0");
+    bool found = ccd_param_is_there(g_ccdtree, transaction_of(ctx), args[0]) != 0;
+    return found ? const_node("1") : answer_unless_short(memory, "0");
+}
+
 fe_node *fe_func_mgmtinfo(fe_context *ctx, fe_node *call) {
     memory_watch memory;
     call_arguments args{ctx, call};
@@ -154,6 +162,7 @@ constexpr native_function k_functions[] = {
     {"mgmtlist", guarded<fe_func_mgmtlist>},       {"mgmtexists", guarded<fe_func_mgmtexists>},
     {"mgmtinfo", guarded<fe_func_mgmtinfo>},       {"mgmtadmin", guarded<fe_func_mgmtadmin>},
     {"seterror", guarded<fe_func_seterror>},       {"clearerror", guarded<fe_func_clearerror>},
+    {"paramfound", guarded<fe_func_paramfound>},
 };
 
 }  // namespace

@@ -18,12 +18,11 @@ inline owned_context create_method_context(backend_ctx *ctx, fe_context *parent)
     return owned_context{create_fe_context(parent, ctx)};
 }
 
-/* arg1, arg2, ... and "argc". */
-void set_arg_vars(fe_context *ctx, const line *arg_list);
-
 /* What comes last before the method itself: the "common:" methods from the top down, then "0" to
- * "9" of the addressed node. */
-void enter_path(fe_context *ctx, const param_path *path);
+ * "9" of the addressed node. False (errno ENOMEM) when memory ran out on the way, here or in an
+ * argument: a method that misses a variable would do something else than it should. */
+bool enter_path(fe_context *ctx, const param_path *path, const line *arg_list = nullptr,
+                bool takes_arguments = false);
 
 /* Evaluates the method of a path's last node that stands under the key, such as "get:". A failure
  * is logged, and kept for the client's reply (param_failure.h). A null method gives null. */

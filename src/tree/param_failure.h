@@ -1,9 +1,10 @@
 #ifndef UCFGD_TREE_PARAM_FAILURE_H
 #define UCFGD_TREE_PARAM_FAILURE_H
 
-/* What is said of an expression that cannot be read, and of a method that failed: a line in the log that says which node, which method,
- * which function, what was wrong and with what; and for the client's reply the same without the
- * node, which it knows, and without the value, which may be none of its business. */
+/* What is said of an expression that cannot be read, and of a method that failed: a line in the log
+ * that says which node, which method, which function, what was wrong and with what; and for the
+ * client's reply the same without the node, which it knows, and without the value, which may be
+ * none of its business. */
 
 #ifdef __cplusplus
 extern "C" {

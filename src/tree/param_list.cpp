@@ -38,33 +38,36 @@ operation_letters letters_of(const ccdtree_node *node) {
 
 enum class wording { escaped, as_it_is };
 
-/* The texts of a result as lines; empty ones count only where they are escaped. False (errno
- * ENOMEM) when they could not all be had; a method that fails for another reason has none. */
-bool lines_of(const fe_node *result, wording how, owned_lines &all) {
-    if (!result && errno == ENOMEM) return false;
+/* The texts of a result as lines; empty ones count only where they are escaped. False (ENOMEM) when
+ * they could not all be made. */
+bool lines_of(const fe_node *result, wording how, owned_lines &made) {
     list_builder<line> lines;
-    bool complete = true;
     for (; result; result = result->next) {
         bool escaping = how == wording::escaped;
         if (!escaping && result->text[0] == '\0') continue;
         owned_str escaped{escaping ? escape(result->text) : nullptr};
-        line *l =
-            escaping && !escaped ? nullptr : create_line(escaping ? escaped.get() : result->text);
-        complete = l != nullptr;
-        if (!complete) break;
+        if (escaping && !escaped) break;
+        line *l = create_line(escaping ? escaped.get() : result->text);
+        if (!l) break;
         lines.append(l);
     }
-    all.reset(lines.release());
-    if (!complete) errno = ENOMEM;
-    return complete;
+    made.reset(lines.release());
+    if (result) errno = ENOMEM;
+    return result == nullptr;
 }
 
-bool is_hidden(fe_context *ctx, const param_path *path) {
-    owned_result flags = run_method(ctx, path->first->ccd->func_flags, "flags:", path);
-    for (const fe_node *flag = flags.get(); flag; flag = flag->next) {
+bool is_hidden(const fe_node *flags) {
+    for (const fe_node *flag = flags; flag; flag = flag->next) {
         if (std::strcmp(flag->text, "hidden") == 0) return true;
     }
     return false;
+}
+
+/* Runs a method whose failure counts as no answer; false when it failed for want of memory. */
+bool run_optional(fe_context *ctx, const fe_node *method, const char *key, const param_path *path,
+                  owned_result &result) {
+    result = run_method(ctx, method, key, path);
+    return result || !method || errno != ENOMEM;
 }
 
 /* Gives the names of the node's children to visit, until it returns false. */
@@ -94,12 +97,15 @@ listing list_names(const listed_tree &tree, const char *path, visitor visit) {
         return tree.root ? give_children(tree.root, visit) : listing::unresolved;
     }
     owned_path resolved{find_ccd_param(path, tree.root)};
-    if (!resolved) return listing::unresolved;
+    if (!resolved) return errno == ENOMEM ? listing::failed : listing::unresolved;
     owned_context own = create_method_context(tree.ctx, tree.parent);
-    if (!own) return listing::failed;
-    enter_path(own.get(), resolved.get());
+    if (!own || !enter_path(own.get(), resolved.get())) return listing::failed;
     const ccdtree_node *node = resolved->first->ccd;
-    if (is_hidden(own.get(), resolved.get())) return listing::done;
+    owned_result flags;
+    if (!run_optional(own.get(), node->func_flags, "flags:", resolved.get(), flags)) {
+        return listing::failed;
+    }
+    if (is_hidden(flags.get())) return listing::done;
     if (!node->func_list) return give_children(node, visit);
     return give_names(own.get(), resolved.get(), visit);
 }
@@ -145,7 +151,8 @@ class list_writer {
         int length = path[0] == '\0'
                          ? std::snprintf(below.data(), below.size(), "%s", name)
                          : std::snprintf(below.data(), below.size(), "%s.%s", path, name);
-        if (length >= 0 && static_cast<size_t>(length) < below.size()) add(below.data());
+        if (length < 0 || static_cast<size_t>(length) >= below.size()) return;
+        add(below.data());
     }
 
     const listed_tree &tree_;
@@ -197,15 +204,15 @@ param_attr *ccd_param_attr(ccdtree_node *root, backend_ctx *ctx, const char *pat
     fe_node *choices_method = choices_of(node);
     if (choices_method || node->func_flags) {
         owned_context own = create_method_context(ctx, nullptr);
-        if (!own) return nullptr;
-        enter_path(own.get(), resolved.get());
-        const int before = errno;
-        errno = 0;
-        owned_result chosen = run_method(own.get(), choices_method, "choices:", resolved.get());
-        if (!lines_of(chosen.get(), wording::escaped, choices)) return nullptr;
-        owned_result flagged = run_method(own.get(), node->func_flags, "flags:", resolved.get());
-        if (!lines_of(flagged.get(), wording::as_it_is, flags)) return nullptr;
-        errno = before;
+        if (!own || !enter_path(own.get(), resolved.get())) return nullptr;
+        owned_result chosen;
+        owned_result flagged;
+        if (!run_optional(own.get(), choices_method, "choices:", resolved.get(), chosen) ||
+            !run_optional(own.get(), node->func_flags, "flags:", resolved.get(), flagged) ||
+            !lines_of(chosen.get(), wording::escaped, choices) ||
+            !lines_of(flagged.get(), wording::as_it_is, flags)) {
+            return nullptr;
+        }
     }
     return create_param_attr(letters_of(node).data(), param_limit(node), choices.release(),
                              flags.release(), node->type ? node->type->name : nullptr);
@@ -236,11 +243,27 @@ line *ccd_param_list(ccdtree_node *root, backend_ctx *ctx, const char *path, fe_
     return nullptr;
 }
 
-bool listing_shows(const listed_tree &tree, const char *path, const char *name) {
+int listing_shows(const listed_tree &tree, const char *path, const char *name) {
     bool found = false;
-    list_names(tree, path, [&](const char *listed) {
+    listing result = list_names(tree, path, [&](const char *listed) {
         found = std::strcmp(listed, name) == 0;
         return !found;
     });
-    return found;
+    if (found) return 1;
+    return result == listing::failed && errno == ENOMEM ? -1 : 0;
+}
+
+int path_is_there(const listed_tree &tree, const param_path_item *item) {
+    for (; item; item = item->next) {
+        if (item->ccd->name[0] != '*' || std::strcmp(item->ccd->name, item->name) == 0) continue;
+        std::string above;
+        for (const param_path_item *i = item->next; i; i = i->next) {
+            owned_str name{escape(i->name)};
+            if (!name) return -1;
+            above.insert(0, std::string(name.get()) + (i == item->next ? "" : "."));
+        }
+        int shown = listing_shows(tree, above.c_str(), item->name);
+        if (shown <= 0) return shown;
+    }
+    return 1;
 }

@@ -14,7 +14,11 @@ struct listed_tree {
 
 enum class listing { done, unresolved, failed };
 
-/* Whether the unescaped name is among those below the path. */
-bool listing_shows(const listed_tree &tree, const char *path, const char *name);
+/* 1 when the unescaped name is among those below the path, otherwise 0; -1 when memory ran out. */
+int listing_shows(const listed_tree &tree, const char *path, const char *name);
+
+/* 1 when every name from the item up is there: where a wildcard node stands for it, it must be a
+ * listed one. Otherwise as above. */
+int path_is_there(const listed_tree &tree, const param_path_item *item);
 
 #endif

@@ -7,6 +7,7 @@
 #include <clocale>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "daemon/trace.h"
 #include "tree/param_context.h"
@@ -112,7 +113,7 @@ int ccd_param_ppath_value(backend_ctx *ctx, const param_path *path, const char *
     }
     owned_context own = create_method_context(ctx, nullptr);
     if (!own || fe_set(own.get(), "_", text.get()) != 0) return k_no_result;
-    enter_path(own.get(), path);
+    if (!enter_path(own.get(), path)) return k_no_result;
     if (action == value_action::sanity) ccd_clear_error();
     const fe_node *method = method_of(node, action);
     if (method) return run_verdict(own.get(), method, key_of(action), path);
@@ -151,7 +152,10 @@ void log_change(const char *operation, const char *path, const char *value, int 
 int change_entry(ccdtree_node *root, backend_ctx *ctx, const char *path, const char *name,
                  value_action action) {
     bool adding = action == value_action::add;
+    int before = errno;
     bool exists = ccd_node_exists(root, ctx, path, name) != 0;
+    if (!exists && errno == ENOMEM) return k_no_result;
+    errno = before;
     if (exists != adding) return ccd_param_path_value(root, ctx, path, name, action);
     if (adding) {
         ccd_set_error("Entry already exists", "error.exists");
@@ -185,7 +189,7 @@ int ccd_param_ppath_move(backend_ctx *ctx, const param_path *path, const char *v
         fe_set(own.get(), "_", second.get()) != 0) {
         return k_no_result;
     }
-    enter_path(own.get(), path);
+    if (!enter_path(own.get(), path)) return k_no_result;
     return node->func_move ? run_verdict(own.get(), node->func_move, "move:", path) : k_no_method;
 }
 
@@ -216,8 +220,7 @@ int ccd_param_ppath_admin(backend_ctx *ctx, const param_path *path, const line *
     }
     owned_context own = create_method_context(ctx, parent);
     if (!own) return k_no_result;
-    set_arg_vars(own.get(), arg_list);
-    enter_path(own.get(), path);
+    if (!enter_path(own.get(), path, arg_list, true)) return k_no_result;
     return node->func_admin ? run_verdict(own.get(), node->func_admin, "admin:", path)
                             : k_no_method;
 }
@@ -318,9 +321,22 @@ int ccd_param_sanity_ppath(backend_ctx *ctx, const param_path *path, const char 
 }
 
 int ccd_node_exists(ccdtree_node *root, backend_ctx *ctx, const char *path, const char *name) {
-    errno_guard keep;
+    int before = errno;
     owned_str text{unescape(name)};
-    return text && listing_shows({root, ctx, nullptr}, path, text.get()) ? 1 : 0;
+    int shown = text ? listing_shows({root, ctx, nullptr}, path, text.get()) : -1;
+    errno = shown < 0 ? ENOMEM : before;
+    return shown > 0 ? 1 : 0;
+}
+
+int ccd_param_is_there(ccdtree_node *root, backend_ctx *ctx, const char *path) {
+    int before = errno;
+    owned_path resolved{find_ccd_param(path, root)};
+    int there = -1;
+    try {
+        there = resolved ? path_is_there({root, ctx, nullptr}, resolved->first) : 0;
+    } catch (const std::bad_alloc &) {}
+    errno = there < 0 ? ENOMEM : before;
+    return there > 0 ? 1 : 0;
 }
 
 int ccd_param_admin(ccdtree_node *root, backend_ctx *ctx, const char *path, const line *arg_list,

@@ -59,8 +59,13 @@ int ccd_param_move(ccdtree_node *root, backend_ctx *ctx, const char *path, const
 int ccd_param_sanity(ccdtree_node *root, backend_ctx *ctx, const char *path, const char *value);
 int ccd_param_sanity_ppath(backend_ctx *ctx, const param_path *path, const char *value);
 
-/* 1 when the path's listing shows the name, otherwise 0; errno as it was. */
+/* 1 when the path's listing shows the name, otherwise 0; errno as it was, or ENOMEM where memory
+ * ran out, so that nobody knows. */
 int ccd_node_exists(ccdtree_node *root, backend_ctx *ctx, const char *path, const char *name);
+
+/* 1 when the path leads to something that is there: below a list every name is a listed one. 0
+ * otherwise, also when a list cannot be had; errno is ENOMEM then, and else as it was. */
+int ccd_param_is_there(ccdtree_node *root, backend_ctx *ctx, const char *path);
 
 /* Runs "admin:" with the arguments as for info. */
 int ccd_param_admin(ccdtree_node *root, backend_ctx *ctx, const char *path, const line *arg_list,

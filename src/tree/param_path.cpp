@@ -28,6 +28,7 @@
 #include <memory>
 #include <new>
 #include <string_view>
+#include <utility>
 
 #include "daemon/trace.h"
 #include "tree/param_context.h"
@@ -207,8 +208,7 @@ char *ccd_param_ppath(const method_call &call) {
         call.action == value_action::access ? nearest_access(node) : node->*kind.field;
     owned_context own = create_method_context(call.ctx, call.parent);
     if (!own) return nullptr;
-    if (call.takes_arguments) set_arg_vars(own.get(), call.arg_list);
-    enter_path(own.get(), call.path);
+    if (!enter_path(own.get(), call.path, call.arg_list, call.takes_arguments)) return nullptr;
     if (!method) {
         trace(4, "%s: No implementation found for function \"%s\" at \"%s\".\n", __func__, kind.key,
               call.path->fullpath);
@@ -252,7 +252,10 @@ void ccd_param_common(fe_context *ctx, const param_path *path) {
     std::unique_ptr<const param_path_item *[]> items {
         new (std::nothrow) const param_path_item *[count]
     };
-    if (!items) return;
+    if (!items) {
+        errno = ENOMEM;
+        return;
+    }
     size_t end = 0;
     for (const param_path_item *item = path->first; item; item = item->next) {
         if (item->ccd->func_common) items[end++] = item;
@@ -271,7 +274,7 @@ void set_path_vars(fe_context *ctx, const param_path_item *first) {
     }
 }
 
-void set_arg_vars(fe_context *ctx, const line *arg_list) {
+static void set_arg_vars(fe_context *ctx, const line *arg_list) {
     int count = 0;
     for (; arg_list; arg_list = arg_list->next) {
         std::array<char, 16> name;
@@ -285,9 +288,14 @@ void set_arg_vars(fe_context *ctx, const line *arg_list) {
     fe_set_symbol(ctx, names().argc, number.data());
 }
 
-void enter_path(fe_context *ctx, const param_path *path) {
+bool enter_path(fe_context *ctx, const param_path *path, const line *arg_list,
+                bool takes_arguments) {
+    int before = std::exchange(errno, 0);
+    if (takes_arguments) set_arg_vars(ctx, arg_list);
     ccd_param_common(ctx, path);
     set_path_vars(ctx, path->first);
+    if (errno == 0) errno = before;
+    return errno != ENOMEM;
 }
 
 char *escaped_result(const fe_node *result) {

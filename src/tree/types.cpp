@@ -207,7 +207,8 @@ int is_type(fe_context *ctx, const ccd_type *type, const char *value) {
     if (type->len != 0 && std::strlen(value) > static_cast<size_t>(type->len)) return 0;
     fe_node *validation = get_type_validation_func(type);
     if (!validation) return 1;
-    owned<fe_context, destroy_fe_context> own{create_fe_context(ctx, nullptr)};
+    owned<fe_context, destroy_fe_context> own{
+        create_fe_context(ctx, ctx ? ctx->user_data : nullptr)};
     if (!own || fe_set(own.get(), "_", value) != 0) return 0;
     owned<fe_node, destroy_fe_node_list> result{eval_fe_expression(own.get(), validation)};
     return fe_istrue(fe_last_text(result.get()));

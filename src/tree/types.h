@@ -63,7 +63,7 @@ struct fe_node *get_type_choices_func(const ccd_type *type);
 int get_type_len(const ccd_type *type);
 
 /* 1 when the value is of the type, otherwise 0. The validation runs in a fresh context below ctx,
- * which may be null, with the value in "_". */
+ * which may be null, in its transaction, with the value in "_". */
 int is_type(struct fe_context *ctx, const ccd_type *type, const char *value);
 
 /* istype(value, name): "1" or "0"; never fails. The result belongs to the caller. */

@@ -161,6 +161,8 @@ TEST_F(Configuration, RefusalsSayWhatIsWrong) {
         {"SET time.zone ../../etc/passwd", "there is no time zone ../../etc/passwd in"},
         {"SET network.interfaces.eth0.address 192.0.2.1",
          "192.0.2.1 is not an IPv4 address with a length"},
+        {"SET network.interfaces.eth0.address 192.0.2.7//24",
+         "192.0.2.7//24 is not an IPv4 address with a length"},
         {"SET network.interfaces.eth0.gateway 192.0.2.1", "eth0 has no address of its own"},
         {"SET network.interfaces.eth0.method static", "give eth0 an address"},
         {"ADD network.interfaces a/b", "a/b is not the name of an interface"},

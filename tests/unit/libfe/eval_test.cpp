@@ -159,6 +159,8 @@ TEST_F(FeEval, UserFunctionsRunInAContextOfTheirOwn) {
     functions_file file;
     file.add("inrange", {"args: value low high", "expr: $value >= $low && $value <= $high"})
         .add("steps", {"expr: set('step', 'one')", "expr: list($step, $caller)"})
+        .add("own", {"expr: foreach('i', 'a', seq(local('own', $i), set('both', 'b')))",
+                     "expr: $own .. $both"})
         .add("data", {"expr: userdata()"})
         .add("fact", {"args: n", "expr: $n <= 1 ? 1 : $n * fact($n - 1)"});
     register_native("userdata", give_user_data);
@@ -173,6 +175,7 @@ TEST_F(FeEval, UserFunctionsRunInAContextOfTheirOwn) {
     EXPECT_EQ(eval("data()"), "data");
     EXPECT_EQ(eval("fact(20)"), "2432902008176640000");
     EXPECT_EQ(fe_get(ctx, "n"), nullptr);
+    EXPECT_EQ(eval("own() .. defined('own') .. defined('both')"), "ab01");
     EXPECT_TRUE(reports().empty());
 }
 
@@ -274,6 +277,18 @@ TEST_F(FeEval, EndlessRecursionEndsWithOneReportHoweverForgiving) {
         2, "an expression was stopped: more than 256 nested calls");
     EXPECT_EQ(reports(), expected);
     EXPECT_EQ(eval("down(3)"), "bottom") << "the next evaluation starts anew";
+}
+
+TEST_F(FeEval, AShortageOfMemoryIsNeverForgiven) {
+    register_native("short", [](fe_context *, fe_node *) -> fe_node * {
+        errno = ENOMEM;
+        return nullptr;
+    });
+    for (const char *text : {"default(short(), 'x')", "short() || 1", "filter('i', 1, short())",
+                             "all('i', 1, short())", "if(short(), 1, 2)"}) {
+        EXPECT_EQ(eval(text), "FAIL") << text;
+        EXPECT_EQ(errno, ENOMEM);
+    }
 }
 
 TEST_F(FeEval, AnExceptionOfANativeFunctionIsAFailureLikeOthers) {

@@ -264,7 +264,12 @@ TEST_F(FeFunctions, ListFunctionsPassOverEmptyTexts) {
            {"foreach('i', list('a', '', 'b'), $i .. $i)", "aa|bb"},
            {"foreach('i', '', $i)", ""},
            {"foreach('i', list(1, 2), if($i == 2, fail(), $i))", "FAIL"},
-           {"filter('i', range(1, 9), $i % 3 == 0)", "3|6|9"}});
+           {"filter('i', range(1, 9), $i % 3 == 0)", "3|6|9"},
+           {"all('i', split('a//b', '/'), $i) .. all('i', list('1', ''), $i == 1)", "00"},
+           {"all('i', '', 0) .. any('i', '', 1) .. all('i', list(1, 1), $i)", "101"},
+           {"any('i', list(0, 1, fail()), $i) .. any('i', range(1, 3), $i > 2)", "FAIL"},
+           {"any('i', range(1, 3), $i > 2 || fail()) .. any('i', list('', 'a'), $i == '')", "11"},
+           {"all('i', list(1, 0, 2), seq(set('last', $i), $i)) .. $last", "00"}});
 }
 
 TEST_F(FeFunctions, SetReachesTheMethodWhileLoopsKeepTheirVariableToThemselves) {

@@ -57,6 +57,8 @@ TEST_F(FeParse, ErrorsNameTheColumnAndWhatWasFoundThere) {
         {"'a\\x00'", "column 3: expected \\x01 to \\xFF, found \"\\x00\""},
         {"$", "column 2: expected the name of a variable behind \"$\", found the end"},
         {"${a", "column 4: expected \"}\" to close the \"{\" of column 2, found the end"},
+        {"1 \\\xC3\xA4\xC3\xA4\xC3\xA4x",
+         "column 3: expected an expression or an operator, found \"\\\xC3\xA4\xC3\xA4\xC3\xA4\""},
         {"1 = 2", "column 3: expected an expression or an operator, found \"=\""},
     };
     for (const auto &row : rows)

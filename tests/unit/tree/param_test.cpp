@@ -179,6 +179,31 @@ TEST_F(Parameter, AMethodThatFailsIsLoggedOnceWithItsNodeFunctionAndValue) {
     EXPECT_STREQ(ccd_failure_text(EINVAL), "Invalid argument");
 }
 
+TEST_F(Parameter, WhatTripsAuthorsIsAsTheGuideSays) {
+    define(
+        "hosts {\n list: list('a.b', 'c')\n * {\n  common: set('host', $0)\n"
+        "  name {\n   get: $host .. ' ' .. $0\n  }\n }\n}\n"
+        "quoted {\n get: \"a\"\n}\nlater {\n get: 'b' .. \"c\"\n}\n"
+        "last {\n set: foreach('l', list(0, 1), $l)\n}\n"
+        "every {\n set: all('l', list(0, 1), $l)\n}\n");
+    EXPECT_EQ(get("hosts.a%2eb.name"), "a%2eb+name");
+    EXPECT_EQ(evaluate("paramget('hosts.a.b.name') .. paramget('hosts.a%2eb.name')"), "a.b name");
+    EXPECT_EQ(evaluate("paramlist('hosts')"), "a%2eb,c");
+    EXPECT_EQ(get("quoted") + get("later"), "(none)bc");
+    EXPECT_EQ(ccd_param_set(g_ccdtree, nullptr, "last", ""), 0);
+    EXPECT_EQ(ccd_param_set(g_ccdtree, nullptr, "every", ""), 2);
+    EXPECT_EQ(evaluate("nth(1, split('192.0.2.7//24', '/'))"), "24");
+    const std::pair<const char *, const char *> paths[] = {{"hosts.a%2eb.name", "1"},
+                                                           {"hosts.x.name", "0"},
+                                                           {"hosts.c", "1"},
+                                                           {"hosts.x", "0"},
+                                                           {"hosts", "1"},
+                                                           {"nothing", "0"},
+                                                           {"", "0"}};
+    for (const auto &[path, found] : paths)
+        EXPECT_EQ(evaluate(("paramfound('" + std::string(path) + "')").c_str()), found) << path;
+}
+
 TEST_F(Parameter, LimitsCountCharactersExceptInAMove) {
     std::setlocale(LC_ALL, "C.UTF-8");
     define("a {\n len: 4\n set: store('a', $_)\n move: store('a', $- .. $_)\n}\n");

@@ -19,6 +19,25 @@ TEST_F(Type, ValidationIsInheritedButLengthAndFlagsAreNot) {
         EXPECT_EQ(evaluate(text), answer) << text;
 }
 
+TEST_F(Type, AValidationRunsInTheTransactionAndABadPatternAcceptsNothing) {
+    base->fed_list = fe_register_func(
+        base->fed_list, "transaction",
+        [](fe_context *ctx, fe_node *) {
+            return create_fe_node(g_fed_const, ctx->user_data ? "1" : "0");
+        },
+        nullptr);
+    define_types(
+        "inside {\n validation: transaction()\n}\nbad {\n validation: $_ =~ '^(a'\n}\n"
+        "none {\n validation: $_ ==\n}\n");
+    define("a {\n get: istype('', 'inside')\n}\n");
+    trns_ctx *transaction = reinterpret_cast<trns_ctx *>(this);
+    EXPECT_EQ(text_of(ccd_param_get(g_ccdtree, transaction, "a")), "1");
+    EXPECT_EQ(evaluate("istype('a', 'bad')") + evaluate("istype('a', 'none')"), "01");
+    EXPECT_EQ(log(), (log_lines{"Error: Parsing tree failed at 'bad'.",
+                                "column 7: expected a pattern for \"match\" (a ( that is not "
+                                "closed), found \"'^(a'\""}));
+}
+
 TEST_F(Type, ACircleOfParentsEndsTheSearch) {
     define_types(
         "a {\n parent-type: b\n}\nb {\n parent-type: c\n}\nc {\n parent-type: b\n}\n"
