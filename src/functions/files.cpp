@@ -21,30 +21,27 @@ namespace {
 
 constexpr size_t k_longest_file = 64UL << 20; /* bytes of a file that is read as lines */
 
-/* The answer to a question about the file of a name. */
-template <class question>
-fe_node *ask_about(const char *name, question answer) {
-    owned_str path{prefix_llfilename(name)};
-    if (!path) return nullptr;
+/* The answer of a change: the reason is told, though the answer is only "0". */
+fe_node *change_node(int result, const char *path) {
+    if (result == 0) return const_node("1");
     errno_guard keep;
-    return truth_node(answer(path.get()));
-}
-
-/* Whether a change has been made; the reason is told, though the answer is only "0". */
-bool done(int result, const char *path) {
-    if (result != 0) fail_about(path);
-    return result == 0;
+    fail_about(path);
+    return keep.saved() == ENOMEM ? nullptr : const_node("0");
 }
 
 using stat_call = int (*)(const char *, struct stat *);
 
+/* That a file is not there is an answer like any other; that it could not be looked at is told. */
 fe_node *has_type(const char *name, stat_call look, mode_t type) {
-    return ask_about(name, [&](const char *path) {
-        struct stat st;
-        if (look(path, &st) == 0) return (st.st_mode & S_IFMT) == type;
-        if (errno != ENOENT && errno != ENOTDIR) fail_about(path);
-        return false;
-    });
+    owned_str path{prefix_llfilename(name)};
+    if (!path) return nullptr;
+    const int before = errno;
+    struct stat st;
+    const bool found = look(path.get(), &st) == 0;
+    if (!found && errno == ENOMEM) return nullptr;
+    if (!found && errno != ENOENT && errno != ENOTDIR) fail_about(path.get());
+    errno = before;
+    return truth_node(found && (st.st_mode & S_IFMT) == type);
 }
 
 /* Opens a regular file, null with errno for anything else. Even to open a device may do something,
@@ -77,13 +74,13 @@ fe_node *llmisc_isdir(const call_arguments &arguments) {
 }
 
 fe_node *llmisc_unlink(const call_arguments &arguments) {
-    return ask_about(arguments[0], [](const char *path) { return done(place_unlink(path), path); });
+    owned_str path{prefix_llfilename(arguments[0])};
+    return path ? change_node(place_unlink(path.get()), path.get()) : nullptr;
 }
 
 fe_node *llmisc_symlink(const call_arguments &arguments) {
-    return ask_about(arguments[1], [&](const char *path) {
-        return done(place_symlink(arguments[0], path), path);
-    });
+    owned_str path{prefix_llfilename(arguments[1])};
+    return path ? change_node(place_symlink(arguments[0], path.get()), path.get()) : nullptr;
 }
 
 fe_node *llmisc_fnmatch(const call_arguments &arguments) {
@@ -136,5 +133,5 @@ fe_node *llmisc_writelines(const call_arguments &arguments) {
     }
     const file_attributes k_as_it_was;
     errno = replace_file(lines, path.get(), tree.get(), k_as_it_was);
-    return truth_node(done(errno == 0 ? 0 : -1, path.get()));
+    return change_node(errno == 0 ? 0 : -1, path.get());
 }

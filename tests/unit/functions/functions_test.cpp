@@ -21,6 +21,18 @@
 
 /* The native function families, through expressions, as methods use them. */
 
+#if !defined __SANITIZE_ADDRESS__
+/* Counts down to the one allocation that fails. */
+static long g_until_failure = -1;
+
+extern "C" void *__libc_malloc(size_t size);
+extern "C" void *malloc(size_t size) {
+    if (g_until_failure < 0 || g_until_failure-- > 0) return __libc_malloc(size);
+    errno = ENOMEM;
+    return nullptr;
+}
+#endif
+
 namespace {
 
 class Functions : public ::testing::Test {
@@ -231,6 +243,34 @@ TEST_F(Functions, EndCommandsInTimeWithAllThatTheyStartedAndWaitForNothingElse) 
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds{10});
     limit_set(k_limit_command_time, 10);
 }
+
+#if !defined __SANITIZE_ADDRESS__
+TEST_F(Functions, FailWhenMemoryRunsOutAndNeverAnswerSomethingElse) {
+    eval("writelines('/f', 'one', 'two')");
+    for (const char *text :
+         {"readlines('/f')", "readlinespipe('printf \"1\\\\n2\\\\n\"')", "system('cat', 'a')",
+          "shoptions('-a -b c')", "makeshoptions('a', 'b c')", "setopt('-a', 'ab:', 'b', 'c d')",
+          "delopt('-a -b c', 'ab:', 'b')", "slashify('a/b')", "urlencode('a b c d e f g h')",
+          "hexdecode('6162')", "isfile('/f')", "unlink('/none')", "isdomainname('example.com')",
+          "network('10.1.2.3', '255.0.0.0')", "admgetip('lo')", "admgetip6('lo')",
+          "admifacelist('*')", "fmttime('%Y', '86400')"}) {
+        owned<fe_node, destroy_fe_node_tree> expression{parse_fe_expression(text, base_->fed_list)};
+        const std::string expected = eval(text);
+        long left = -1;
+        for (long n = 0; left < 0 && n < 500; n++) {
+            owned<fe_context, destroy_fe_context> ctx{create_fe_context(nullptr, nullptr)};
+            g_until_failure = n;
+            fe_node *result = eval_fe_expression(ctx.get(), expression.get());
+            left = std::exchange(g_until_failure, -1);
+            std::string joined;
+            for (const fe_node *node = result; node != nullptr; node = node->next)
+                joined.append(node == result ? "" : "|").append(node->text);
+            EXPECT_TRUE(!result || joined == expected) << text << " at " << n << ": " << joined;
+            destroy_fe_node_list(result);
+        }
+    }
+}
+#endif
 
 TEST_F(Functions, ConvertTimesWholeAndAnswerEmptyForUnknownInterfaces) {
     setenv("TZ", "UTC", 1);
