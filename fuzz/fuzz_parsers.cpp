@@ -8,6 +8,7 @@
 
 #include "llconf/modules.h"
 #include "llconf/nodes.h"
+#include "syntaxes.h"
 #include "ucfgd/owners.h"
 
 /* Files of every syntax. The first byte chooses the parser; the text goes up to the first byte
@@ -22,30 +23,6 @@ namespace {
 using tree_ptr = owned<cnfnode, destroy_cnftree>;
 using module_ptr = owned<cnfmodule, destroy_cnfmodule>;
 
-struct syntax_case {
-    const char *parser;
-    const char *options;
-    bool exact;  // every tree that is read can be written anew and reads back exactly
-};
-
-constexpr syntax_case k_cases[] = {
-    {"tavconf", "", true},
-    {"python", "", true},
-    {"shellvars", "", false},
-    {"ini", "", false},
-    {"ini", "separator=blank comment=%", false},
-    {"table", "columns=name/password/uid/gid/gecos/home/shell", false},
-    {"table", "columns=device/dir/type/rest key=dir separator=blank", false},
-    {"interfaces", "", false},
-    {"mgetty", "", false},
-    {"lines", "", false},
-    {"hosts", "", false},
-    {"keyvalue", "", false},
-    {"keyvalue", "separator==", false},
-    {"keyvalue", "columns=a/b only=key comment=;", false},
-};
-constexpr std::size_t k_case_count = sizeof k_cases / sizeof k_cases[0];
-
 void require(bool condition) {
     if (!condition) std::abort();
 }
@@ -54,7 +31,7 @@ const cnfmodule *module_of(std::size_t index) {
     static std::vector<module_ptr> modules;
     if (modules.empty()) {
         register_all();
-        for (const syntax_case &c : k_cases) {
+        for (const syntax_case &c : k_syntaxes) {
             tree_ptr options{parse_options(c.options)};
             const cnfmodule *parser = find_cnfmodule(c.parser);
             require(parser != nullptr && options != nullptr);
@@ -152,7 +129,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     if (size == 0) return 0;
-    std::size_t index = data[0] % k_case_count;
+    std::size_t index = data[0] % k_syntaxes.size();
     const cnfmodule *module = module_of(index);
     std::string_view text{reinterpret_cast<const char *>(data) + 1, size - 1};
     std::string value;
@@ -169,6 +146,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     std::string written;
     require(write(module, tree.get(), written) && written == text);
     check_edit(module, tree.get(), value);
-    check_written_anew(module, parse(module, text).get(), k_cases[index].exact);
+    check_written_anew(module, parse(module, text).get(), k_syntaxes[index].exact);
     return 0;
 }

@@ -1,4 +1,6 @@
+#include <cerrno>
 #include <cstring>
+#include <new>
 
 #include "engine.h"
 #include "ucfgd/owners.h"
@@ -58,8 +60,11 @@ bool accepts_formatting(const syntax &s, int level, const cnfnode *node) {
     piece p{};
     const char *error = nullptr;
     size_t error_at = 0;
-    return cut_piece(s, line, level - 1, p, error, error_at) && p.length == length &&
-           reads_as_layout(s, p, node);
+    if (!cut_piece(s, line, level - 1, p, error, error_at)) {
+        if (errno == ENOMEM) throw std::bad_alloc{};
+        return false;
+    }
+    return p.length == length && reads_as_layout(s, p, node);
 }
 
 bool accepts_node(const syntax &s, int level, const cnfnode *parent, const char *name,
@@ -72,7 +77,9 @@ bool accepts_node(const syntax &s, int level, const cnfnode *parent, const char 
         if (cnfnode_is_formatting(&probe) != 0) return accepts_formatting(s, level, &probe);
         if (s.by_lines() && (cnf_fits_line(name) == 0 || cnf_fits_line(value) == 0)) return false;
     }
-    return s.parser->accepts(s.data, level, parent, name, value) != 0;
+    int result = s.parser->accepts(s.data, level, parent, name, value);
+    if (result < 0) throw std::bad_alloc{};
+    return result != 0;
 }
 
 int cnf_fits_line(const char *text) {

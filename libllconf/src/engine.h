@@ -40,6 +40,7 @@ struct syntax {
     explicit syntax(const cnfmodule *module) : parser(module->parser), data(module->data) {}
     bool by_lines() const { return parser->cut == nullptr && parser->read_tree == nullptr; }
     bool whole_file() const { return parser->read_tree != nullptr; }
+    bool shares_lines() const { return parser->version == CNF_SHARING_PARSER; }
     /* Sections may hold sections. */
     bool nested() const { return parser->kind_of != nullptr; }
     std::string_view comment_signs() const;
@@ -53,6 +54,7 @@ inline bool is_blank(char c) {
 }
 std::string_view trimmed(std::string_view text);
 bool is_section_kind(int kind);
+bool is_shared_line(const node_record *node);
 
 /* One piece of a file. text: without its line end. */
 struct piece {
@@ -66,7 +68,8 @@ struct piece {
 bool cut_piece(const syntax &s, std::string_view rest, int depth, piece &found, const char *&error,
                size_t &error_at);
 
-/* The node that one piece alone stands for, without a source text; null when it does not. */
+/* The node that one piece alone stands for, without a source text; null when it does not. Throws
+ * std::bad_alloc. */
 node_record *read_single(const syntax &s, const piece &p);
 
 /* Parses a text (malloc'd, taken over). Null with errno and cnf_error_text. */
@@ -91,11 +94,24 @@ struct written_text {
     std::string joined() const;
 };
 
-/* Plans a file. False with errno and cnf_error_text: EINVAL for a tree that it cannot hold. */
-bool write_tree(const cnfmodule *module, std::string_view label, const node_record *root,
-                written_text &out);
+/* Why a tree cannot be written. */
+struct refusal {
+    std::string why;         /* without the file's name */
+    bool unfinished = false; /* the parser says that only something is missing as yet */
+};
 
-/* Whether the file can hold such a node at this level (1: a child of the root, 0: the root). */
+/* Plans a file. False with errno and refused: EINVAL for a tree that it cannot hold. */
+bool write_tree(const cnfmodule *module, const node_record *root, written_text &out,
+                refusal &refused);
+/* What the node is written as: CNF_ENTRY, CNF_OPEN or CNF_HEADING. */
+int written_kind(const cnfmodule *module, const node_record *node);
+
+/* What the file makes of the entry that node is or belongs to (modules.h). why: what is wrong. */
+cnf_fitness fitness_of(const cnfmodule *module, const node_record *root, const node_record *node,
+                       std::string &why);
+
+/* Whether the file can hold such a node at this level (1: a child of the root, 0: the root). These
+ * two throw std::bad_alloc. */
 bool accepts_node(const syntax &s, int level, const cnfnode *parent, const char *name,
                   const char *value);
 /* The same for a formatting node with its value: writes it and reads it again. */

@@ -161,12 +161,13 @@ int write_descriptor(int fd, std::string_view label, const written_text &out) {
 
 bool plan(const cnfmodule *module, std::string_view label, const cnfnode *tree, written_text &out) {
     int before = std::exchange(errno, 0);
+    refusal refused;
     try {
-        if (write_tree(module, label, record(tree), out)) {
+        if (write_tree(module, record(tree), out, refused)) {
             errno = before;
             return true;
         }
-        if (errno == 0) errno = EINVAL;
+        set_error(errno, label, 0, refused.why);
     } catch (const std::bad_alloc &) {
         set_error(ENOMEM, label, 0, "Cannot allocate memory");
     }

@@ -34,8 +34,9 @@ bool is_registered(const cnfmodule *module) {
 }
 
 bool is_complete(const cnf_parser *parser) {
-    if (parser == nullptr || parser->version != CNF_PARSER_VERSION || parser->name == nullptr ||
-        parser->accepts == nullptr) {
+    bool known = parser != nullptr &&
+                 (parser->version == CNF_PARSER_VERSION || parser->version == CNF_SHARING_PARSER);
+    if (!known || parser->name == nullptr || parser->accepts == nullptr) {
         return false;
     }
     if (parser->read_tree != nullptr) return parser->format_tree != nullptr;
@@ -219,4 +220,20 @@ int cnfmodule_accepts_branch(const cnfmodule *module, const cnfnode *root, const
                              const char *path) {
     if (module == nullptr || parent == nullptr || path == nullptr) return 0;
     return answer([=] { return accepts_branch(module, root, parent, path); });
+}
+
+int cnfmodule_fits(const cnfmodule *module, const cnfnode *root, const cnfnode *node,
+                   const char **why) {
+    static std::string *const g_why = new std::string;
+    if (module == nullptr || node == nullptr) return CNF_UNFIT;
+    if (root == nullptr) root = root_of(node);
+    try {
+        errno_guard keep;
+        int fitness = fitness_of(module, record(root), record(node), *g_why);
+        if (why != nullptr) *why = g_why->c_str();
+        return fitness;
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
+        return -1;
+    }
 }

@@ -55,7 +55,9 @@ enum node_flag : uint32_t {
     k_logged = 1U << 7,      /* a journal's log knows it as the top of a tree (journal.cpp) */
     k_held = 1U << 8,        /* it has left a tree while a journal was open */
     k_in_block = 1U << 9,    /* its memory is part of a block (node_memory.h) */
-    k_inherited = k_static_name | k_changed | k_own_changed | k_file_root, /* by a clone */
+    k_related = 1U << 10,    /* a shared line says something about it (parser.h) */
+    /* by a clone */
+    k_inherited = k_static_name | k_changed | k_own_changed | k_file_root | k_related,
 };
 
 struct node_record : cnfnode {
@@ -120,6 +122,9 @@ struct node_texts {
 /* A node with the given flags (of k_inherited and k_has_text); null with ENOMEM. Its source text,
  * if it shall have one, is zero. maker: for one of many; null: a single node. */
 node_record *allocate_node(const node_texts &texts, uint32_t flags, node_maker *maker = nullptr);
+
+/* A copy of a node without its children, linked nowhere; null with ENOMEM. */
+node_record *clone_alone(const node_record *node);
 
 /* Frees a detached tree without a look at journals. */
 void free_tree(node_record *top);

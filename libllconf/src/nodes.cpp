@@ -111,11 +111,11 @@ int place_node(node_record *parent, node_record *node, node_record *position) {
     return link_new(parent, node, position);
 }
 
-node_record *clone_node(const node_record *node, node_maker &maker) {
+node_record *clone_node(const node_record *node, node_maker *maker) {
     node_texts texts{node->name, node->has(k_static_name),
                      node->value != nullptr ? std::string_view{node->value} : std::string_view{},
                      node->value != nullptr};
-    node_record *copy = allocate_node(texts, node->flags & (k_inherited | k_has_text), &maker);
+    node_record *copy = allocate_node(texts, node->flags & (k_inherited | k_has_text), maker);
     if (copy == nullptr) return nullptr;
     copy->text_kind = node->text_kind;
     copy->text_level = node->text_level;
@@ -164,6 +164,10 @@ node_record *allocate_node(const node_texts &texts, uint32_t flags, node_maker *
     }
     if (texts.has_value) node->value = copy_text(behind, texts.value);
     return node;
+}
+
+node_record *clone_alone(const node_record *node) {
+    return clone_node(node, nullptr);
 }
 
 /* Children before their parents, and without a write to any of them (node_memory.h). */
@@ -245,7 +249,7 @@ cnfnode *clone_cnftree(const cnfnode *node) {
     }
     const node_record *from = record(node);
     node_maker maker;
-    owned<node_record, free_tree> top{clone_node(from, maker)};
+    owned<node_record, free_tree> top{clone_node(from, &maker)};
     if (!top) return nullptr;
     node_record *to = top.get();
     while (true) {
@@ -260,7 +264,7 @@ cnfnode *clone_cnftree(const cnfnode *node) {
             from = from->next_node();
             to = to->up();
         }
-        node_record *copy = clone_node(from, maker);
+        node_record *copy = clone_node(from, &maker);
         if (copy == nullptr) return nullptr;
         link_node(to, copy, nullptr);
         to = copy;

@@ -18,6 +18,7 @@ struct cnf_reader {
     node_record *made;  /* the node of the piece, not linked yet */
     node_record *root;  /* read_tree: the node that a null parent means */
     bool reserved_name; /* the piece would be a formatting node */
+    bool relating;      /* all pieces have been read */
     size_t error_at;
     std::string error; /* of cnf_read_error */
 };
@@ -42,6 +43,7 @@ class text_reader {
 
   private:
     owned_node make_root();
+    bool relate();
     bool read_piece(const piece &p);
     bool read_entry(const piece &p);
     bool add_layout(std::string_view name, const piece &p);
@@ -128,10 +130,17 @@ owned_node text_reader::read() {
         at_ += p.length;
     }
     end_heading();
-    if (open_.empty()) return root;
+    if (open_.empty()) return relate() ? std::move(root) : owned_node{};
     const node_record *section = open_.back().node;
     fail(section->text()->offset, std::string{"section '"} + section->name + "' is not closed");
     return nullptr;
+}
+
+bool text_reader::relate() {
+    if (!syntax_.shares_lines()) return true;
+    reader_.relating = true;
+    const auto *parser = reinterpret_cast<const cnf_sharing_parser *>(syntax_.parser);
+    return parser->relate(syntax_.data, &reader_, root_) == 0;
 }
 
 bool text_reader::read_piece(const piece &p) {
@@ -141,6 +150,7 @@ bool text_reader::read_piece(const piece &p) {
         case CNF_COMMENT:
             return add_layout(k_comment_name, p);
         case CNF_UNPARSED:
+        case CNF_SHARED:
             return add_layout(k_unparsed_name, p);
         case CNF_CLOSE:
             return close_section(p);
@@ -190,7 +200,8 @@ bool text_reader::add(owned_node node, const piece &p) {
     *node->text() = {source_, static_cast<uint32_t>(at_), length, length, 0};
     source_->references++;
     bool layout = cnfnode_is_formatting(node.get()) != 0;
-    node->text_kind = static_cast<uint8_t>(layout ? int{CNF_ENTRY} : p.kind);
+    bool plain = layout && p.kind != CNF_SHARED;
+    node->text_kind = static_cast<uint8_t>(plain ? int{CNF_ENTRY} : p.kind);
     node->text_level = static_cast<uint16_t>(open_.size() + 1);
     node_record *linked = node.release();
     link_node(current(), linked, nullptr);
@@ -252,6 +263,7 @@ node_record *read_node(cnf_reader *reader, node_record *parent, const node_texts
     if (parent != nullptr) {
         node_record *child = allocate_node(texts, 0, reader->maker);
         if (child != nullptr) link_node(parent, child, nullptr);
+        if (reader->relating && !parent->has(k_file_root)) parent->flags |= k_related;
         return child;
     }
     if (reader->root != nullptr) return name_root(reader->root, texts);
@@ -300,6 +312,10 @@ bool is_section_kind(int kind) {
     return kind == CNF_OPEN || kind == CNF_HEADING;
 }
 
+bool is_shared_line(const node_record *node) {
+    return node->has(k_has_text) && node->text_kind == CNF_SHARED;
+}
+
 bool cut_piece(const syntax &s, std::string_view rest, int depth, piece &found, const char *&error,
                size_t &error_at) {
     if (s.by_lines()) {
@@ -330,6 +346,7 @@ node_record *read_single(const syntax &s, const piece &p) {
     cnf_reader reader{};
     int result = s.parser->read(s.data, &reader, p.kind, p.text.data(), p.text.size());
     owned_node node{reader.made};
+    if ((result < 0 && errno == ENOMEM) || (result > 0 && !node)) throw std::bad_alloc{};
     return result > 0 && !reader.reserved_name ? node.release() : nullptr;
 }
 
@@ -387,7 +404,7 @@ size_t cnf_line_length(const char *text, size_t length, size_t *end) {
                          ? static_cast<size_t>(static_cast<const char *>(newline) - text)
                          : length;
     size_t whole = newline != nullptr ? without + 1 : without;
-    if (newline != nullptr && without > 0 && text[without - 1] == '\r') without--;
+    if (without > 0 && text[without - 1] == '\r') without--;
     if (end != nullptr) *end = without;
     return whole;
 }

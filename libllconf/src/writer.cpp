@@ -2,6 +2,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "engine.h"
 #include "ucfgd/owners.h"
@@ -18,6 +19,7 @@
 struct cnf_out {
     std::string text;
     std::string_view source; /* the text that a whole file was read from */
+    refusal refused;         /* what format said to that */
 };
 
 namespace {
@@ -25,7 +27,8 @@ namespace {
 using owned_node = owned<node_record, free_tree>;
 
 bool is_layout_only(const cnfnode *node) {
-    return node->name == k_empty_name || node->name == k_comment_name;
+    return node->name == k_empty_name || node->name == k_comment_name ||
+           is_shared_line(record(node));
 }
 
 /* The children that count when two trees are compared; sorted: order matters only between children
@@ -43,10 +46,29 @@ std::vector<const cnfnode *> children_of(const cnfnode *node, bool sorted) {
     return list;
 }
 
+/* An entry of which nothing but shared lines may speak: where it stands follows from them. */
+bool is_bare(const cnfnode *node) {
+    if (node->value != nullptr || cnfnode_is_formatting(node) != 0) return false;
+    for (const cnfnode *child = node->first_child; child != nullptr; child = child->next) {
+        if (child->value != nullptr || child->first_child != nullptr) return false;
+    }
+    return true;
+}
+
+/* Puts such entries behind the others, by name. */
+void bare_last(std::vector<const cnfnode *> &list) {
+    auto bare = std::stable_partition(list.begin(), list.end(),
+                                      [](const cnfnode *node) { return !is_bare(node); });
+    std::stable_sort(bare, list.end(), [](const cnfnode *a, const cnfnode *b) {
+        return std::strcmp(a->name, b->name) < 0;
+    });
+}
+
 /* What may differ between a tree and what is read from its text. */
 struct leniency {
     bool flat;    /* the entries of a flat syntax may order their children as they like */
     bool counted; /* names that are numbers may be other numbers */
+    bool shared;  /* entries that only shared lines speak of stand anywhere */
 };
 
 bool is_number(const char *name) {
@@ -66,6 +88,10 @@ bool reads_same(const cnfnode *wanted, const cnfnode *got, const leniency &may, 
     if (wanted->first_child == nullptr && got->first_child == nullptr) return true;
     std::vector<const cnfnode *> a = children_of(wanted, may.flat && !top);
     std::vector<const cnfnode *> b = children_of(got, may.flat && !top);
+    if (top && may.shared) {
+        bare_last(a);
+        bare_last(b);
+    }
     return std::equal(
         a.begin(), a.end(), b.begin(), b.end(),
         [&may](const cnfnode *x, const cnfnode *y) { return reads_same(x, y, may, false); });
@@ -73,13 +99,18 @@ bool reads_same(const cnfnode *wanted, const cnfnode *got, const leniency &may, 
 
 class tree_writer {
   public:
-    tree_writer(const cnfmodule *module, std::string_view label, written_text &out)
-        : module_(module), syntax_(module), label_(label), out_(out) {}
+    tree_writer(const cnfmodule *module, written_text &out, refusal &refused)
+        : module_(module), syntax_(module), out_(out), refused_(refused) {}
 
     bool write(const node_record *root);
+    int kind_of(const node_record *node) { return kind_of(node, text_of(node)); }
 
   private:
     const source_text *text_of(const node_record *node);
+    int kind_of(const node_record *node, const source_text *text) const {
+        bool section = text != nullptr && is_section_kind(node->text_kind);
+        return section ? node->text_kind : syntax_.kind_of(node);
+    }
     bool write_children(const node_record *parent, int level);
     bool write_node(const node_record *node, int level);
     bool write_section(const node_record *node, int level, const source_text *text, int kind);
@@ -90,6 +121,7 @@ class tree_writer {
     bool check_line(const node_record *node);
     bool check_all(const node_record *root);
     bool refuse(const cnfnode *node);
+    bool fail();
 
     bool ends_line() const;
     void add_source(const char *text, size_t length);
@@ -99,8 +131,8 @@ class tree_writer {
 
     const cnfmodule *module_;
     syntax syntax_;
-    std::string_view label_;
     written_text &out_;
+    refusal &refused_;
     std::string_view line_end_ = "\n";
     cnf_out formatted_;
     const cnf_source *checked_source_ = nullptr;
@@ -121,9 +153,17 @@ const source_text *tree_writer::text_of(const node_record *node) {
 
 bool tree_writer::refuse(const cnfnode *node) {
     constexpr size_t k_shown = 80;
-    std::string what =
-        "'" + std::string{node->name}.substr(0, k_shown) + "' cannot be stored in this file";
-    set_error(EINVAL, label_, 0, what);
+    refused_ = std::exchange(formatted_.refused, {});
+    if (!refused_.why.empty()) refused_.why.insert(0, ": ");
+    std::string shown = std::string{node->name}.substr(0, k_shown);
+    refused_.why.insert(0, "'" + shown + "' cannot be stored in this file");
+    errno = EINVAL;
+    return false;
+}
+
+/* What has nothing to do with the tree; errno stays. */
+bool tree_writer::fail() {
+    refused_.why = errno_text();
     return false;
 }
 
@@ -158,9 +198,7 @@ bool tree_writer::write_whole(const node_record *root) {
     formatted_.text.clear();
     if (old != nullptr) formatted_.source = {old->source->text, old->length};
     if (syntax_.parser->format_tree(syntax_.data, root, &formatted_) < 0) {
-        if (errno == EINVAL) return refuse(root);
-        set_error(errno, label_, 0, errno_text());
-        return false;
+        return errno == EINVAL ? refuse(root) : fail();
     }
     add_raw(formatted_.text);
     return check_all(root);
@@ -176,15 +214,16 @@ bool tree_writer::write_children(const node_record *parent, int level) {
 bool tree_writer::write_node(const node_record *node, int level) {
     const source_text *text = node->has(k_file_root) ? nullptr : text_of(node);
     bool in_place = text != nullptr && node->text_level == level;
-    if (in_place && !node->has(k_changed)) {
+    bool shared = text != nullptr && is_shared_line(node) && !node->has(k_own_changed);
+    if (in_place && !shared && !node->has(k_changed) && !node->has(k_related)) {
         add_source(text->source->text + text->offset, text->length);
         return true;
     }
     if (level > k_max_depth + 1) return refuse(node);
+    if (shared) return write_formatted(node, level, CNF_SHARED, text);
     if (cnfnode_is_formatting(node) != 0) return write_layout(node, level, text);
     if (!accepts_node(syntax_, level, node->parent, node->name, node->value)) return refuse(node);
-    int kind = text != nullptr && is_section_kind(node->text_kind) ? node->text_kind
-                                                                   : syntax_.kind_of(node);
+    int kind = kind_of(node, text);
     if (is_section_kind(kind)) return write_section(node, level, text, kind);
     return holds_below(node, level) && write_formatted(node, level, CNF_ENTRY, text);
 }
@@ -236,13 +275,11 @@ bool tree_writer::write_formatted(const node_record *node, int level, int kind,
     }
     formatted_.text.clear();
     if (syntax_.parser->format(syntax_.data, &format) < 0) {
-        if (errno == EINVAL) return refuse(node);
-        set_error(errno, label_, 0, errno_text());
-        return false;
+        return errno == EINVAL ? refuse(node) : fail();
     }
     if (formatted_.text.find('\0') != std::string::npos) return refuse(node);
     if (syntax_.by_lines() && !check_line(node)) return refuse(node);
-    add_line(formatted_.text);
+    if (!formatted_.text.empty() || !syntax_.shares_lines()) add_line(formatted_.text);
     return true;
 }
 
@@ -259,7 +296,7 @@ bool tree_writer::check_line(const node_record *node) {
     }
     if (p.kind != CNF_ENTRY) return false;
     owned_node read{read_single(syntax_, p)};
-    return read && reads_same(node, read.get(), {true, false}, false);
+    return read && reads_same(node, read.get(), {true, false, false}, false);
 }
 
 bool tree_writer::write_layout(const node_record *node, int level, const source_text *text) {
@@ -276,12 +313,14 @@ bool tree_writer::write_layout(const node_record *node, int level, const source_
 bool tree_writer::check_all(const node_record *root) {
     std::string joined = out_.joined();
     owned_str copy = dup_str(joined);
-    if (!copy) return false;
-    owned_node read{parse_owned_text(module_, label_, copy.release(), joined.size())};
-    leniency may{!syntax_.nested() && !syntax_.whole_file(), syntax_.parser->counted_names != 0};
+    if (!copy) return fail();
+    owned_node read{parse_owned_text(module_, module_->name, copy.release(), joined.size())};
+    leniency may{!syntax_.nested() && !syntax_.whole_file(), syntax_.parser->counted_names != 0,
+                 syntax_.shares_lines()};
     if (read && reads_same(root, read.get(), may, true)) return true;
-    if (!read && errno != EINVAL) return false;
-    set_error(EINVAL, label_, 0, "the tree holds a text that this file cannot hold");
+    if (!read && errno != EINVAL) return fail();
+    refused_.why = "the tree holds a text that this file cannot hold";
+    errno = EINVAL;
     return false;
 }
 
@@ -362,9 +401,15 @@ std::string written_text::joined() const {
     return text;
 }
 
-bool write_tree(const cnfmodule *module, std::string_view label, const node_record *root,
-                written_text &out) {
-    return tree_writer{module, label, out}.write(root);
+bool write_tree(const cnfmodule *module, const node_record *root, written_text &out,
+                refusal &refused) {
+    return tree_writer{module, out, refused}.write(root);
+}
+
+int written_kind(const cnfmodule *module, const node_record *node) {
+    written_text out;
+    refusal refused;
+    return tree_writer{module, out, refused}.kind_of(node);
 }
 
 int cnf_out_add(cnf_out *out, const char *text, size_t length) {
@@ -375,6 +420,16 @@ int cnf_out_add(cnf_out *out, const char *text, size_t length) {
         errno = ENOMEM;
         return -1;
     }
+}
+
+int cnf_out_refuse(cnf_out *out, int unfinished, const char *why) {
+    try {
+        out->refused = {why, unfinished != 0};
+        errno = EINVAL;
+    } catch (const std::exception &) {
+        errno = ENOMEM;
+    }
+    return -1;
 }
 
 const char *cnf_out_source(const cnf_out *out, size_t *length) {

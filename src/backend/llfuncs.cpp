@@ -151,11 +151,20 @@ bool ll_subtree_storable(llconf_item *lli, const cnfnode *node) {
     return true;
 }
 
+int ll_fitness(llconf_item *lli, const cnfnode *node, const char **why) {
+    const llconf_item *primary = llconf_primary_item(lli);
+    const cnfnode *member = primary->pattern ? member_of(node) : nullptr;
+    if (!primary->module || !node->parent || node == member) return CNF_FIT;
+    return cnfmodule_fits(primary->module, member, node, why);
+}
+
 fe_node *ll_refused() {
-    if (errno == ENOMEM) return nullptr;
-    constexpr const char *k_reason = "Value cannot be stored in this file";
-    ccd_set_error(k_reason, "error.not-storable");
-    ccd_set_failure_reason(k_reason);
+    return errno == ENOMEM ? nullptr : ll_unfit("Value cannot be stored in this file");
+}
+
+fe_node *ll_unfit(const char *why) {
+    ccd_set_error(why, "error.not-storable");
+    ccd_set_failure_reason(why);
     return const_node("0");
 }
 

@@ -16,7 +16,8 @@
  *     text no value or wrong arguments.
  *  2. A function of a generic row gets the instance, a path and perhaps a third argument, and may
  *     produce nothing: fe_func_ll answers the empty text then.
- *  3. What writes asks storable() first and answers refused() where the file cannot hold it.
+ *  3. What writes asks ll_storable() about each text first, makes its edit on trial, and keeps it
+ *     only if the file can hold the entry then.
  */
 
 using ll_function = fe_node *(*)(llconf_item *lli, const char *path, const char *third);
@@ -55,6 +56,11 @@ bool ll_name_free(const llconf_item *lli, const cnfnode *parent, const char *nam
 /* The answer when one of those has said no: "0", and the error record set; or null when memory is
  * exhausted. */
 fe_node *ll_refused();
+
+/* What the source makes of the entry that node belongs to (cnfmodule_fits), and the answer when
+ * that is too little. */
+int ll_fitness(llconf_item *lli, const cnfnode *node, const char **why);
+fe_node *ll_unfit(const char *why);
 
 /* The generic handler, and the functions behind it. */
 fe_node *fe_func_ll(fe_context *ctx, fe_node *call);

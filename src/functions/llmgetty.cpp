@@ -104,7 +104,7 @@ bool set_callback(llconf_item *lli, const char *number) {
     cnfnode *entry = find_or_add_callback(root);
     if (!entry) return false;
     const cnfmodule *module = llconf_primary_item(lli)->module;
-    if (module && !cnfmodule_accepts(module, entry, "args", args)) {
+    if (module && cnfmodule_accepts(module, entry, "args", args) != 1) {
         if (is_new) destroy_cnftree(entry);
         fe_fail(EINVAL, number, "the file cannot hold the number");
         return false;

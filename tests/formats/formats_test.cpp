@@ -36,7 +36,8 @@ std::vector<std::string> contents(const cnfnode *root) {
     std::erase_if(lines, [](const std::string &line) {
         std::size_t start = line.find_first_not_of(' ');
         return start != std::string::npos &&
-               (line.compare(start, 6, ".empty") == 0 || line.compare(start, 8, ".comment") == 0);
+               (line.compare(start, 6, ".empty") == 0 || line.compare(start, 8, ".comment") == 0 ||
+                line.compare(start, 9, ".unparsed") == 0);
     });
     for (std::string &line : lines) {
         if (line.ends_with(" = \"\"")) line.resize(line.size() - 5);

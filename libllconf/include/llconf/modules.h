@@ -79,8 +79,9 @@ char *cnfmodule_unparse_text(const struct cnfmodule *module, const struct cnfnod
 
 /* 1 when a node of that name and value (null: none), standing below parent, can be stored in a file
  * of this module; 0 otherwise. The tree's root is the parent of an entry: the nearest node at or
- * above parent that a parse returned as its root, or else the top. Looks at the texts, not at how
- * often a name may occur. Keeps errno, but for ENOMEM: 0 is no answer then. */
+ * above parent that a parse returned as its root, or else the top. Looks at the texts alone: asked
+ * before an edit, as cnfmodule_fits is asked behind it. Keeps errno, but for ENOMEM: 0 is no answer
+ * then. */
 int cnfmodule_accepts(const struct cnfmodule *module, const struct cnfnode *parent,
                       const char *name, const char *value);
 /* The same, told which node is the root of the file (a directory module's new file, say). */
@@ -90,6 +91,22 @@ int cnfmodule_accepts_below(const struct cnfmodule *module, const struct cnfnode
  * cnf_add_branch says so itself. root null: found as cnfmodule_accepts does. */
 int cnfmodule_accepts_branch(const struct cnfmodule *module, const struct cnfnode *root,
                              const struct cnfnode *parent, const char *path);
+
+/* What a file of this module makes of an entry as it stands, between its neighbours. */
+enum cnf_fitness {
+    CNF_UNFIT,      /* it cannot be written, or would not be read as what it is */
+    CNF_UNFINISHED, /* nor can it now, but values or parts that it still lacks can be added */
+    CNF_FIT
+};
+
+/* Looks at the entry that node is or belongs to. root: of the file, or null, as above. Where every
+ * edit is followed by this question about each place that it has touched, and those are taken back
+ * that leave something unfit, a tree that holds nothing unfinished can be written. A syntax without
+ * entries (a lens) decides on the whole file when it is written. *why (may be null) tells, for what
+ * is not fit, what is wrong; borrowed until the next call. -1 with ENOMEM; otherwise keeps errno.
+ */
+int cnfmodule_fits(const struct cnfmodule *module, const struct cnfnode *root,
+                   const struct cnfnode *node, const char **why);
 
 /* Loads a library and calls its `int cnfmodule_register_NAME(void)`, which registers parsers with
  * cnf_register_parser (parser.h) and returns 0. flags: those of dlopen; 0 is RTLD_NOW. A path that

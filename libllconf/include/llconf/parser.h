@@ -45,7 +45,8 @@ enum cnf_piece_kind {
     CNF_HEADING,   /* the head of a section that ends where the next heading or the file does */
     CNF_COMMENT,   /* a ".comment" node: blanks, a comment sign, the text */
     CNF_EMPTY,     /* an ".empty" node */
-    CNF_UNPARSED   /* an ".unparsed" node; its value is the text */
+    CNF_UNPARSED,  /* an ".unparsed" node; its value is the text */
+    CNF_SHARED     /* the same, for a line that says something about several entries (relate) */
 };
 
 struct cnf_cut {
@@ -61,7 +62,7 @@ struct cnf_cut {
 
 struct cnf_format {
     const struct cnfnode *node;
-    int kind;  /* CNF_ENTRY, CNF_OPEN, CNF_CLOSE or CNF_HEADING */
+    int kind;  /* CNF_ENTRY, CNF_OPEN, CNF_CLOSE, CNF_HEADING or CNF_SHARED */
     int level; /* 1 for a child of the file's root */
     /* The text that the node was read from, so that blanks and a comment behind the entry can be
      * kept, and what it was then; null and 0 for a new node. The node may bear any other name and
@@ -73,9 +74,10 @@ struct cnf_format {
 };
 
 #define CNF_PARSER_VERSION 1
+#define CNF_SHARING_PARSER 2
 
 struct cnf_parser {
-    unsigned version; /* CNF_PARSER_VERSION */
+    unsigned version; /* CNF_PARSER_VERSION, or CNF_SHARING_PARSER */
     const char *name;
     const char *const *options; /* names of the options, null behind the last; null: none */
     int keep_blank_lines;       /* blank lines are entries, too (only without cut) */
@@ -108,8 +110,10 @@ struct cnf_parser {
     int (*format)(const void *data, const struct cnf_format *format);
 
     /* 1 when the file can hold a node of that name and value (null: none) as a child of parent, 0
-     * when not. level: 1 for a child of the file's root; parent is that root then. Formatting nodes
-     * are the engine's affair, and texts with CR, LF or NUL never arrive when cut is null. */
+     * when not, -1 with ENOMEM. Looks at the node alone: whether its entry can be written as a
+     * whole, format says. level: 1 for a child of the file's root; parent is that root then.
+     * Formatting nodes are the engine's affair, and texts with CR, LF or NUL never arrive when cut
+     * is null. */
     int (*accepts)(const void *data, int level, const struct cnfnode *parent, const char *name,
                    const char *value);
 
@@ -123,6 +127,19 @@ struct cnf_parser {
     /* 1 where a list's nodes are named by decimal numbers that a reader counts anew, so that a tree
      * with a gap in them reads back under other numbers. */
     int counted_names;
+};
+
+/* The record of a syntax with shared lines; parser.version is CNF_SHARING_PARSER.
+ *
+ * relate is called when all pieces have been read. It adds to the entries what the shared lines say
+ * about them, as further children, with cnf_read_node; a new child of root is an entry that only
+ * such lines speak of. Returns 0, or -1 with errno. A shared line is no part of what the tree says:
+ * when the tree has changed, format is asked for its text (kind CNF_SHARED), which follows from the
+ * entries, and an entry's text leaves out what a shared line says already. Nothing formatted: no
+ * line. */
+struct cnf_sharing_parser {
+    struct cnf_parser parser;
+    int (*relate)(const void *data, struct cnf_reader *reader, struct cnfnode *root);
 };
 
 /* Registers a parser under its name; the record must stay valid for good. A parser of that name
@@ -151,6 +168,12 @@ int cnf_read_error(struct cnf_reader *reader, size_t offset, const char *what);
 /* Appends to the text. Both return 0, or -1 with ENOMEM. */
 int cnf_out_add(struct cnf_out *out, const char *text, size_t length);
 int cnf_out_text(struct cnf_out *out, const char *text); /* null: nothing */
+
+/* For format and format_tree: says why the node cannot be written; `why` is copied. unfinished: 1
+ * where only what can still be added or set is missing, so that an edit that leads here may be the
+ * first of several. Returns -1 with EINVAL (or ENOMEM). A format that answers -1 with EINVAL
+ * without this refuses, too. */
+int cnf_out_refuse(struct cnf_out *out, int unfinished, const char *why);
 
 /* For format_tree: the text of the file that the tree was read from, *length bytes without a NUL
  * behind them; null for a tree that was not read from a file of this module's syntax and options.

@@ -48,29 +48,29 @@ int read_host(const void *, cnf_reader *reader, int, const char *text, size_t le
     return 1;
 }
 
-int refuse() {
-    errno = EINVAL;
-    return -1;
-}
-
-/* The words of an entry in the order of the file; false for an entry that has none. */
-bool collect_words(const cnfnode *entry, std::vector<std::string_view> &words) {
+/* The words of an entry in the order of the file. */
+int collect_words(const cnf_format *format, std::vector<std::string_view> &words) {
+    const cnfnode *entry = format->node;
     const cnfnode *name = find_node(entry->first_child, k_name);
     words.emplace_back(entry->name);
     if (name != nullptr && name->value != nullptr) words.emplace_back(name->value);
     for (const cnfnode *child = entry->first_child; child != nullptr; child = child->next) {
-        if (child == name) continue;
-        if (name == nullptr || child->value == nullptr || std::strcmp(child->name, k_alias) != 0) {
-            return false;
+        if (child->value == nullptr) {
+            return cnf_out_refuse(format->out, 1, "a name without a text");
         }
+        if (child == name) continue;
+        if (std::strcmp(child->name, k_alias) != 0) {
+            return cnf_out_refuse(format->out, 0, "there is one name, the others are aliases");
+        }
+        if (name == nullptr) return cnf_out_refuse(format->out, 0, "an alias needs a name");
         words.emplace_back(child->value);
     }
-    return true;
+    return 0;
 }
 
 int format_words(const cnf_format *format) {
     std::vector<std::string_view> words;
-    if (!collect_words(format->node, words)) return refuse();
+    if (collect_words(format, words) < 0) return -1;
     std::string_view old{format->old != nullptr ? format->old : "", format->old_length};
     line_tokens layout{old, "#"};
     std::string line;

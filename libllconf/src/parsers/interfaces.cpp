@@ -8,18 +8,24 @@
  *
  * A stanza is one entry with all its lines, and the flags that stand right in front of it for this
  * interface alone are lines of it: adding the child "auto" to an interface adds the line above its
- * stanza. A flag that stands elsewhere, or for several interfaces, is a stanza of its own, named as
- * the line names them. Lines about the whole file ("source ...") are nodes with a value. Comments
- * and blank lines behind the last option belong to the file; those between the lines of a stanza
- * are a part of its text only.
+ * stanza. Lines about the whole file ("source ...") are nodes with a value. Comments and blank
+ * lines behind the last option belong to the file; those between the lines of a stanza are a part
+ * of its text only.
+ *
+ * Any other flag line ("auto lo eth0") is shared. What it says is a child of the first node of each
+ * name; a name without a stanza gets a node behind the line. The line names those that have the
+ * child: taking that from an interface takes its name out of the line, and a line without names
+ * goes.
  *
  * When a stanza is written anew, each of its old lines that still says what the tree says is taken
  * over as it was, and so are the comments in front of it.
  */
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <new>
 
+#include "../node_record.h"
 #include "interfaces_scan.h"
 #include "llconf/nodes.h"
 #include "llconf/parser.h"
@@ -33,6 +39,7 @@ constexpr std::string_view k_family = "family";
 constexpr std::string_view k_method = "method";
 constexpr std::string_view k_inherits = "inherits";
 constexpr std::string_view k_mapping = "mapping";
+constexpr const char *k_shared = ".unparsed";
 constexpr std::size_t k_search = 64;  // old lines that are looked through for one that still holds
 
 bool is_head_part(std::string_view name) {
@@ -48,6 +55,43 @@ bool is_flag(std::string_view name) {
 bool is_kept(const if_line &line) {
     if (line.kind == if_kind::empty || line.kind == if_kind::comment) return true;
     return line.kind == if_kind::option && (is_head_part(line.word) || line.word.front() == '.');
+}
+
+/* A word of a shared line that can be a node; any other stays where it is and means nothing. */
+bool is_interface(std::string_view word) {
+    return word.front() != '.' && llconf::if_kind_of_word(word) == if_kind::option;
+}
+
+/* The interfaces that a shared line names, up to a comment. */
+std::vector<std::string_view> interfaces_of(const if_line &line) {
+    std::vector<std::string_view> names = llconf::if_words(line.rest);
+    auto comment = [](std::string_view word) { return word.front() == '#'; };
+    names.erase(std::find_if(names.begin(), names.end(), comment), names.end());
+    std::erase_if(names, [](std::string_view word) { return !is_interface(word); });
+    return names;
+}
+
+/* The first node of a name. */
+const cnfnode *first_of(const cnfnode *root, std::string_view name) {
+    return root != nullptr ? find_node(root->first_child, std::string(name).c_str()) : nullptr;
+}
+
+/* Walks the shared lines of a file. */
+template <class function>
+bool any_shared_line(const cnfnode *root, function f) {
+    const cnfnode *node = root != nullptr ? find_node(root->first_child, k_shared) : nullptr;
+    for (; node != nullptr; node = find_node(node->next, k_shared)) {
+        if_line line = llconf::if_scan_line(node->value != nullptr ? node->value : "", 0);
+        if (line.kind == if_kind::flag && f(node, line)) return true;
+    }
+    return false;
+}
+
+bool shared_line_names(const cnfnode *root, std::string_view flag, std::string_view name) {
+    return any_shared_line(root, [&](const cnfnode *, const if_line &line) {
+        std::vector<std::string_view> names = interfaces_of(line);
+        return line.word == flag && std::find(names.begin(), names.end(), name) != names.end();
+    });
 }
 
 /* --- reading -------------------------------------------------------------------------------- */
@@ -128,6 +172,26 @@ class stanza_reader {
     int result_ = 1;
 };
 
+/* Adds to the tree what one shared line says. */
+int relate_line(cnf_reader *reader, cnfnode *root, const cnfnode *shared, const if_line &line) {
+    const cnfnode *behind = shared;
+    for (std::string_view word : interfaces_of(line)) {
+        std::string name(word);
+        cnfnode *node = find_node(root->first_child, name.c_str());
+        if (node == nullptr) {
+            node = cnf_read_node(reader, root, name.data(), name.size(), nullptr, 0);
+            if (node == nullptr) return -1;
+            take_out(record(node));
+            link_node(record(root), record(node), mutable_record(behind)->next_node());
+            behind = node;
+        }
+        if (find_node(node->first_child, line.word.c_str()) != nullptr) continue;
+        if (cnf_read_node(reader, node, line.word.data(), line.word.size(), nullptr, 0) == nullptr)
+            return -1;
+    }
+    return 0;
+}
+
 /* --- writing -------------------------------------------------------------------------------- */
 
 class stanza_writer {
@@ -147,17 +211,67 @@ class stanza_writer {
             return directive && node_->first_child == nullptr &&
                    add_line("", node_->name, node_->value, if_kind::directive);
         }
-        return flags() && head() && options();
+        return is_first_or_whole() && flags() && head() && options();
     }
+
+    /* Takes the names out of a shared line that no longer have the flag. */
+    bool run_shared() {
+        if_line line = old_.empty() ? if_line() : old_.front();
+        text_ = llconf::if_keep_names(line.raw, [&](std::string_view name) {
+            const cnfnode *node = is_interface(name) ? first_of(node_->parent, name) : nullptr;
+            return !is_interface(name) ||
+                   (node != nullptr && find_node(node->first_child, line.word.c_str()) != nullptr);
+        });
+        return true;
+    }
+
+    const char *missing() const { return missing_; }
 
     const std::string &text() const { return text_; }
 
   private:
+    static bool has_head(const cnfnode *node) {
+        auto has = [node](std::string_view name) {
+            return find_node(node->first_child, name.data()) != nullptr;
+        };
+        return has(k_mapping) || (has(k_family) && has(k_method));
+    }
+
+    bool lacks(const char *what) {
+        missing_ = what;
+        return false;
+    }
+
+    /* Flags alone belong to the first stanza of their name, so they are no stanza beside another.
+     */
+    bool is_first_or_whole() {
+        bool whole = has_head(node_);
+        const cnfnode *other = node_->parent != nullptr ? node_->parent->first_child : nullptr;
+        other = find_node(other, node_->name);
+        for (; other != nullptr; other = find_node(other->next, node_->name)) {
+            if (other == node_ || (whole && has_head(other))) continue;
+            return lacks("there is another entry of this name, and one has no family and method");
+        }
+        return true;
+    }
+
+    bool was_line(std::string_view flag) const {
+        return std::any_of(old_.begin(), old_.end(), [&](const if_line &line) {
+            return line.kind == if_kind::flag && line.word == flag && line.rest == node_->name;
+        });
+    }
+
     bool flags() {
+        bool first = first_of(node_->parent, node_->name) == node_;
         for (const cnfnode *child = node_->first_child; child != nullptr; child = child->next) {
             if (child->first_child != nullptr) return false;
             if (!is_flag(child->name)) continue;
-            add_line("", child->name, node_->name, if_kind::flag);
+            bool shared = first && shared_line_names(node_->parent, child->name, node_->name);
+            if (shared && !was_line(child->name)) {
+                shared_ = true;
+            } else {
+                add_line("", child->name, node_->name, if_kind::flag);
+            }
         }
         return true;
     }
@@ -165,12 +279,12 @@ class stanza_writer {
     bool options() {
         for (const cnfnode *child = node_->first_child; child != nullptr; child = child->next) {
             if (is_flag(child->name) || is_head_part(child->name)) continue;
-            if (!has_head_) return false;
+            if (!has_head_) return lacks("options need a family and a method");
             std::string_view value = child->value != nullptr ? child->value : "";
             add_line(indent_, child->name, value, if_kind::option);
         }
         keep_until(old_.size());
-        return !text_.empty();
+        return !text_.empty() || shared_ || lacks("a family and a method are missing");
     }
 
     const char *value_of(std::string_view name) const {
@@ -195,7 +309,8 @@ class stanza_writer {
             return add_line("", "iface", rest, if_kind::iface);
         }
         has_head_ = false;
-        return family == nullptr && method == nullptr && inherits == nullptr;
+        bool none = family == nullptr && method == nullptr && inherits == nullptr;
+        return none || lacks("the family or the method is missing");
     }
 
     bool add_raw(std::string_view raw) {
@@ -223,7 +338,10 @@ class stanza_writer {
         };
         std::size_t end = std::min(old_.size(), next_ + k_search);
         for (std::size_t i = next_; i < end; ++i) {
-            if (!same_word(old_[i]) || old_[i].rest != rest) continue;
+            bool head = kind == if_kind::iface;
+            bool same = head ? llconf::if_words(old_[i].rest) == llconf::if_words(rest)
+                             : old_[i].rest == rest;
+            if (!same_word(old_[i]) || !same) continue;
             keep_until(i);
             return add_raw(old_[next_++].raw);
         }
@@ -248,6 +366,8 @@ class stanza_writer {
     std::string text_;
     bool first_ = true;
     bool has_head_ = false;
+    bool shared_ = false;            // a shared line has a flag of the node
+    const char *missing_ = nullptr;  // what can still be added
 };
 
 /* --- what fits ------------------------------------------------------------------------------- */
@@ -256,7 +376,7 @@ bool accepts_top(std::string_view name, const char *value) {
     if (value != nullptr) {
         return llconf::if_kind_of_word(name) == if_kind::directive && llconf::if_is_rest(value);
     }
-    return !name.empty() && name.front() != '#' && llconf::if_is_rest(name);
+    return llconf::if_is_word(name) && name.front() != '#';
 }
 
 bool accepts_child(std::string_view name, const char *value) {
@@ -297,6 +417,8 @@ int cut(const void *, cnf_cut *piece) {
             piece->kind = CNF_COMMENT;
         } else if (first.kind == if_kind::option) {
             piece->kind = CNF_UNPARSED;
+        } else if (llconf::if_is_shared(text, first)) {
+            piece->kind = CNF_SHARED;
         } else {
             piece->piece = llconf::if_stanza_length(text, first);
         }
@@ -313,11 +435,21 @@ int read(const void *, cnf_reader *reader, int, const char *text, size_t length)
 int format(const void *, const cnf_format *request) {
     return guarded([request] {
         stanza_writer writer(*request);
-        if (writer.run()) {
+        if (request->kind == CNF_SHARED ? writer.run_shared() : writer.run()) {
             return cnf_out_add(request->out, writer.text().data(), writer.text().size());
         }
+        if (writer.missing() != nullptr) return cnf_out_refuse(request->out, 1, writer.missing());
         errno = EINVAL;
         return -1;
+    });
+}
+
+int relate(const void *, cnf_reader *reader, cnfnode *root) {
+    return guarded([&] {
+        bool failed = any_shared_line(root, [&](const cnfnode *node, const if_line &line) {
+            return relate_line(reader, root, node, line) < 0;
+        });
+        return failed ? -1 : 0;
     });
 }
 
@@ -326,27 +458,31 @@ int accepts(const void *, int level, const cnfnode *, const char *name, const ch
     return level == 2 && accepts_child(name, value) ? 1 : 0;
 }
 
-constexpr cnf_parser k_parser = {
-    .version = CNF_PARSER_VERSION,
-    .name = "interfaces",
-    .options = nullptr,
-    .keep_blank_lines = 0,
-    .indent = 4,
-    .prepare = nullptr,
-    .release = nullptr,
-    .comments = comments,
-    .cut = cut,
-    .read = read,
-    .kind_of = nullptr,
-    .format = format,
-    .accepts = accepts,
-    .read_tree = nullptr,
-    .format_tree = nullptr,
-    .counted_names = 0,
+constexpr cnf_sharing_parser k_parser = {
+    .parser =
+        {
+            .version = CNF_SHARING_PARSER,
+            .name = "interfaces",
+            .options = nullptr,
+            .keep_blank_lines = 0,
+            .indent = 4,
+            .prepare = nullptr,
+            .release = nullptr,
+            .comments = comments,
+            .cut = cut,
+            .read = read,
+            .kind_of = nullptr,
+            .format = format,
+            .accepts = accepts,
+            .read_tree = nullptr,
+            .format_tree = nullptr,
+            .counted_names = 0,
+        },
+    .relate = relate,
 };
 
 }  // namespace
 
 int cnfmodule_register_interfaces() {
-    return cnf_register_parser(&k_parser);
+    return cnf_register_parser(&k_parser.parser);
 }

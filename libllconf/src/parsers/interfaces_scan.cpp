@@ -29,6 +29,10 @@ bool is_blank(char c) {
     return c == ' ' || c == '\t';
 }
 
+bool contains(std::string_view set, char c) {
+    return set.find(c) != std::string_view::npos;
+}
+
 std::string_view trim(std::string_view text) {
     while (!text.empty() && is_blank(text.front()))
         text.remove_prefix(1);
@@ -118,6 +122,38 @@ std::size_t if_stanza_length(std::string_view text, const if_line &first) {
         return same ? options_end(text, pos) : first.end;
     }
     return first.end;
+}
+
+bool if_is_shared(std::string_view text, const if_line &first) {
+    return first.kind == if_kind::flag && !first.rest.empty() &&
+           if_stanza_length(text, first) == first.end;
+}
+
+std::string if_keep_names(std::string_view raw, const std::function<bool(std::string_view)> &keep) {
+    auto is_gap = [raw](std::size_t at) {
+        bool joins = raw[at] == '\\' && at + 1 < raw.size() && contains("\r\n", raw[at + 1]);
+        return joins || contains(" \t\r\n", raw[at]);
+    };
+    std::string kept;
+    std::size_t names = 0;
+    for (std::size_t at = 0, words = 0; at < raw.size(); ++words) {
+        std::size_t word = at;
+        while (word < raw.size() && is_gap(word))
+            ++word;
+        std::size_t end = word;
+        while (end < raw.size() && !is_gap(end))
+            ++end;
+        if (raw.substr(word, 1) == "#") end = raw.size();
+        bool name = words > 0 && end > word && raw[word] != '#';
+        if (!name || keep(raw.substr(word, end - word))) {
+            kept += raw.substr(at, end - at);
+            names += name ? 1 : 0;
+        } else if (raw.substr(at, word - at).find('\n') != std::string_view::npos) {
+            kept += raw.substr(at, word - at);
+        }
+        at = end;
+    }
+    return names > 0 ? kept : std::string();
 }
 
 std::vector<std::string_view> if_words(std::string_view text) {

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -38,6 +39,13 @@ if_kind if_kind_of_word(std::string_view word);
 /* The length of the piece that begins with `first`: the line, or the stanza with the flags in
  * front of it and its options. */
 std::size_t if_stanza_length(std::string_view text, const if_line &first);
+
+/* A flag line for several interfaces, or for one whose stanza is elsewhere. */
+bool if_is_shared(std::string_view text, const if_line &first);
+
+/* A flag line without some of its names, all other bytes as they were; empty without a name left.
+ */
+std::string if_keep_names(std::string_view raw, const std::function<bool(std::string_view)> &keep);
 
 /* The words of a text, which must be parted by single blanks or runs of them. */
 std::vector<std::string_view> if_words(std::string_view text);

@@ -151,23 +151,24 @@ int read_line(const void *data, cnf_reader *reader, int, const char *text, size_
     }
 }
 
-/* The columns as text, with the blanks that they had. False when one before another is missing, or
- * one has no text. */
-bool join_columns(const keyvalue_data &options, const cnfnode *entry, std::string_view old,
-                  std::string &text) {
+/* The columns as text, with the blanks that they had. */
+int join_columns(const keyvalue_data &options, const cnf_format *format, std::string_view old,
+                 std::string &text) {
     line_tokens layout{old, "", options.columns.size()};
     bool ended = false;
     for (size_t i = 0; i < options.columns.size(); i++) {
-        const cnfnode *column = find_node(entry->first_child, options.columns[i]);
+        const cnfnode *column = find_node(format->node->first_child, options.columns[i]);
         if (column == nullptr) {
             ended = true;
             continue;
         }
-        if (ended || column->value == nullptr || *column->value == '\0') return false;
+        bool empty = column->value == nullptr || *column->value == '\0';
+        if (empty) return cnf_out_refuse(format->out, 1, "a column needs a value");
+        if (ended) return cnf_out_refuse(format->out, 0, "a column in front of others is missing");
         if (i > 0) text += layout.gap(i, " ");
         text += column->value;
     }
-    return true;
+    return 0;
 }
 
 int format_parts(const keyvalue_data &options, const cnf_format *format) {
@@ -179,8 +180,7 @@ int format_parts(const keyvalue_data &options, const cnf_format *format) {
     std::string rest;
     if (!options.cuts(node->name)) {
         rest = node->value != nullptr ? node->value : "";
-    } else if (!join_columns(options, node, old.rest, rest)) {
-        errno = EINVAL;
+    } else if (join_columns(options, format, old.rest, rest) < 0) {
         return -1;
     }
     std::string line{old.lead};

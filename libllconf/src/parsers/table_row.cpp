@@ -107,20 +107,35 @@ bool fits(const row_syntax &syntax, std::size_t column, std::string_view text) {
     return text.find_first_of(" \t") == std::string_view::npos;
 }
 
-/* The texts of a node by column; false for children that are no columns, or twice the same. */
-bool collect(const row_syntax &syntax, const cnfnode *node, std::vector<const char *> &texts) {
+/* Why a node is no row; null when it is one. */
+struct row_fault {
+    const char *why;
+    bool unfinished;
+};
+
+/* The texts of a node by column; null for one that is missing. */
+row_fault collect(const row_syntax &syntax, const cnfnode *node, std::vector<const char *> &texts) {
     texts.assign(syntax.columns.size(), nullptr);
     texts[syntax.key] = node->name;
-    if (node->value != nullptr) return false;
+    if (node->value != nullptr) return {"a row has columns and no value of its own", false};
     for (const cnfnode *child = node->first_child; child != nullptr; child = child->next) {
         std::size_t column = column_of(syntax, child->name);
-        if (column == texts.size() || texts[column] != nullptr) return false;
-        if (child->first_child != nullptr) return false;
+        if (column == texts.size() || child->first_child != nullptr) {
+            return {"a row has columns only", false};
+        }
+        if (texts[column] != nullptr) return {"a row has each column once", false};
         texts[column] = child->value != nullptr ? child->value : "";
     }
     while (!texts.empty() && texts.back() == nullptr)
         texts.pop_back();
-    return texts.size() >= syntax.required;
+    for (std::size_t i = 0; i < syntax.required; ++i) {
+        if (i >= texts.size() || texts[i] == nullptr) return {"a column is missing", true};
+    }
+    for (const char *text : texts) {
+        if (text == nullptr) return {"a column in front of others is missing", false};
+        if (syntax.separator.empty() && *text == '\0') return {"a column needs a value", true};
+    }
+    return {nullptr, false};
 }
 
 }  // namespace
@@ -144,24 +159,20 @@ int row_read(const row_syntax &syntax, cnf_reader *reader, std::string_view text
 
 int row_format(const row_syntax &syntax, const cnf_format &request) {
     std::vector<const char *> texts;
+    row_fault fault = collect(syntax, request.node, texts);
     row old;
     if (request.old != nullptr) old = split(syntax, {request.old, request.old_length});
-    bool writable = collect(syntax, request.node, texts);
     std::string line;
-    for (std::size_t i = 0; writable && i < texts.size(); ++i) {
-        const char *text = texts[i] != nullptr ? texts[i] : "";
-        writable = fits(syntax, i, text);
+    for (std::size_t i = 0; fault.why == nullptr && i < texts.size(); ++i) {
+        if (!fits(syntax, i, texts[i])) fault.why = "a column cannot hold its text";
         if (i < old.fields.size()) {
             line += old.fields[i].gap;
         } else if (i > 0) {
             line += syntax.separator.empty() ? " " : syntax.separator;
         }
-        line += text;
+        line += texts[i];
     }
-    if (!writable) {
-        errno = EINVAL;
-        return -1;
-    }
+    if (fault.why != nullptr) return cnf_out_refuse(request.out, fault.unfinished, fault.why);
     line += old.tail;
     return cnf_out_add(request.out, line.data(), line.size());
 }

@@ -107,9 +107,10 @@ class formatter {
         } else if (format_.kind == CNF_CLOSE) {
             indent();
             text_ += '}';
+        } else if (is_key(name_) && format_.kind == CNF_ENTRY && format_.node->value == nullptr) {
+            return cnf_out_refuse(format_.out, 1, "a key needs a value");
         } else if (!entry()) {
-            errno = EINVAL;
-            return -1;
+            return cnf_out_refuse(format_.out, 0, "a key has a value, and a section has none");
         }
         return cnf_out_add(format_.out, text_.data(), text_.size());
     }
@@ -194,7 +195,7 @@ int format(const void *, const cnf_format *request) {
 
 int accepts(const void *, int level, const cnfnode *parent, const char *name, const char *value) {
     if (is_key(parent->name) && level > 1) return 0;
-    return guarded([&] { return accepts_node(level, name, value) ? 1 : 0; }) == 1 ? 1 : 0;
+    return guarded([&] { return accepts_node(level, name, value) ? 1 : 0; });
 }
 
 constexpr cnf_parser k_parser = {

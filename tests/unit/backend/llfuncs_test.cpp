@@ -66,6 +66,47 @@ TEST_F(llfuncs, WritersAnswerMarkAndChange) {
     }
 }
 
+TEST_F(llfuncs, AnEditAfterWhichTheFileCouldNotBeWrittenIsRefusedAtOnce) {
+    put("unit", "[Unit]\nKey=value\n[Empty]\n");
+    put("ntp", "pool a iburst\n# note\ndriftfile /x\n");
+    put("passwd", "root:x:0:0\n");
+    modules(
+        "unit {\n module: ini\n file: unit\n}\n"
+        "ntp {\n module: keyvalue\n options: columns=name/options only=pool\n file: ntp\n}\n"
+        "passwd {\n module: table\n options: columns=name/password/uid/gid\n file: passwd\n}\n");
+    /* The answer, and what is wrong; where nothing is, the file is written. */
+    const std::tuple<const char *, const char *, const char *> rows[] = {
+        {"hosts", "lldel('hosts', '10.0.0.2', 'name')",
+         "0 '10.0.0.2' cannot be stored in this file: "
+         "an alias needs a name"},
+        {"hosts", "lldel('hosts', '10.0.0.2', 'alias')", "1"},
+        {"unit", "llset('unit', 'Empty', 'v')", "0 'Empty' cannot be stored in this file"},
+        {"unit", "lladd('unit', '', 'New') && llset('unit', 'New', 'v')",
+         "0 'New' cannot stand where it does in this file"},
+        {"unit", "lladd('unit', 'Empty', 'k') && llset('unit', 'Empty/k', 'v')", "1"},
+        {"ntp", "llrename('ntp', 'pool', 'server')", "0 'name' cannot be stored in this file"},
+        {"ntp", "llswap('ntp', '', 'driftfile', 'pool')", "1"},
+        {"passwd", "lldel('passwd', 'root', 'uid')",
+         "0 'root' cannot be stored in this file: a column in front of others is missing"},
+        {"passwd",
+         "lladd('passwd', '', 'new') && lladdmulti('passwd', 'new', 'uid', 'password') "
+         "&& llset('passwd', 'new/uid', '1')",
+         "1"}};
+    for (const auto &[module, expression, result] : rows) {
+        owned_ctx session{trns_copy_ctx(g_trns_ctx)};
+        ccd_clear_error();
+        std::string answer = eval(expression, session.get());
+        if (ccd_get_error()) answer += std::string{" "} + ccd_get_error()->msg;
+        EXPECT_EQ(answer, result) << expression;
+        std::size_t length = 0;
+        const cnfnode *tree = llconf_get_cnftree_read(item(module, session.get()));
+        EXPECT_NE(owned_str{cnfmodule_unparse_text(item(module)->module, tree, &length)}, nullptr)
+            << expression << ": " << cnf_error_text();
+    }
+    EXPECT_EQ(eval("llswap('ntp', '', 'driftfile', 'pool') .. lllist('ntp', '')"),
+              "1driftfilepool");
+}
+
 TEST_F(llfuncs, AHookRunsAtCommitWithTheValuesOfNow) {
     modules("late {\n module: virtual\n pre-commit: fail()\n}\n");
     EXPECT_EQ(eval("llmodsetprecommit('late', lladdmulti('late', '', llgetname('list', 'a')))"),

@@ -1,0 +1,30 @@
+#ifndef UCFGD_FUZZ_SYNTAXES_H
+#define UCFGD_FUZZ_SYNTAXES_H
+
+#include <array>
+
+/* The syntaxes of files, each with options that matter. A target's first byte chooses one. */
+struct syntax_case {
+    const char *parser;
+    const char *options;
+    bool exact;  // every tree that is read can be written anew and reads back exactly
+};
+
+constexpr std::array<syntax_case, 14> k_syntaxes = {{
+    {"tavconf", "", true},
+    {"python", "", true},
+    {"shellvars", "", false},
+    {"ini", "", false},
+    {"ini", "separator=blank comment=%", false},
+    {"table", "columns=name/password/uid/gid/gecos/home/shell", false},
+    {"table", "columns=device/dir/type/rest key=dir separator=blank", false},
+    {"interfaces", "", false},
+    {"mgetty", "", false},
+    {"lines", "", false},
+    {"hosts", "", false},
+    {"keyvalue", "", false},
+    {"keyvalue", "separator==", false},
+    {"keyvalue", "columns=a/b only=key comment=;", false},
+}};
+
+#endif
