@@ -10,7 +10,9 @@ constexpr std::string_view k_digits = "0123456789";
 constexpr std::string_view k_plain_marks = "_./:,@%+=-";
 constexpr std::string_view k_ends_word = " \t\r\n";
 constexpr std::string_view k_unreadable = ";&|<>()`";
-constexpr std::size_t k_far = std::size_t{1} << 14;  // how far beyond its first line a value may go
+/* What is left of a file behind a line whose quote is never closed, up to which it is passed over
+ * and the lines behind it are read for themselves. */
+constexpr std::size_t k_rest = std::size_t{1} << 14;
 
 bool contains(std::string_view set, char c) {
     return set.find(c) != std::string_view::npos;
@@ -38,8 +40,12 @@ line_span line_at(std::string_view text, std::size_t pos) {
     return line;
 }
 
-bool ends_in_backslash(std::string_view text, std::size_t pos, const line_span &line) {
-    return line.end > pos && text[line.end - 1] == '\\';
+/* Whether the line that ends right before next ends in a backslash. */
+bool line_joins_next(std::string_view text, std::size_t next) {
+    text = text.substr(0, next);
+    if (text.ends_with('\n')) text.remove_suffix(1);
+    if (text.ends_with('\r')) text.remove_suffix(1);
+    return text.ends_with('\\');
 }
 
 /* Reads the value of an assignment, one shell word. */
@@ -110,6 +116,7 @@ class word_scanner {
     std::size_t pos_;
 };
 
+/* False for what is no lone assignment; item.end is behind the line then that its quotes reach. */
 bool scan_assignment(std::string_view text, std::size_t line_end, shell_item &item) {
     constexpr std::string_view k_export = "export";
     std::size_t at = skip_blanks(text, 0);
@@ -122,7 +129,14 @@ bool scan_assignment(std::string_view text, std::size_t line_end, shell_item &it
         return false;
     }
     word_scanner word(text, equals + 1);
-    if (!word.run(item.value)) return false;
+    bool readable = word.run(item.value);
+    bool closed = word.pos() < text.size() || readable;
+    if (closed) {
+        item.end = line_at(text, word.pos()).next;
+    } else if (text.size() - item.end > k_rest) {
+        item.end = text.size();
+    }
+    if (!readable) return false;
     item.lead = text.substr(0, at);
     item.name = text.substr(at, equals - at);
     item.raw = text.substr(equals + 1, word.pos() - equals - 1);
@@ -164,20 +178,15 @@ shell_item shell_scan(std::string_view text) {
     line_span line = line_at(text, 0);
     std::size_t first = std::min(skip_blanks(text, 0), line.end);
     item.end = line.next;
-    std::string_view near = text.substr(0, std::min(text.size() - line.next, k_far) + line.next);
     if (first == line.end) {
         item.kind = shell_kind::empty;
     } else if (text[first] == '#') {
         item.kind = shell_kind::comment;
-    } else if (scan_assignment(near, line.end, item) &&
-               (near.size() == text.size() || near.back() == '\n' || item.end < near.size())) {
+    } else if (scan_assignment(text, line.end, item)) {
         item.kind = shell_kind::assignment;
     } else {
-        item.end = line.next;
-        for (std::size_t pos = 0; ends_in_backslash(text, pos, line) && item.end < text.size();) {
-            pos = item.end;
-            line = line_at(text, pos);
-            item.end = line.next;
+        while (item.end < text.size() && line_joins_next(text, item.end)) {
+            item.end = line_at(text, item.end).next;
         }
     }
     return item;

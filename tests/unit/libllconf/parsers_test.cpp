@@ -5,6 +5,7 @@
 #include <random>
 #include <string>
 
+#include "llconf/path.h"
 #include "llconf_trees.h"
 
 /* What holds for trees and texts at large; single files are the business of tests/formats. */
@@ -164,6 +165,21 @@ TEST(Shellvars, StoresValuesThatAShellTakesAsTheyAre) {
         pclose(shell);
         EXPECT_EQ(heard, value);
     }
+}
+
+TEST(Parsers, LeaveWhatStandsInsideQuotesAloneHoweverLong) {
+    module_ptr module = open_parser("shellvars");
+    std::string inner;
+    for (int i = 0; i < 9000; ++i)
+        inner += "B=1\n";
+    std::string text = "A='" + inner + "'\nC='" + inner + "'; command\nB=2\n";
+    tree top = parse(module, text);
+    EXPECT_EQ(cnf_get_entry(top.get(), "A"), inner);
+    EXPECT_EQ(cnf_get_node(top.get(), "B[1]"), nullptr);
+    cnfnode_setval(cnf_get_node(top.get(), "B"), "3");
+    EXPECT_EQ(write(module, top), text.substr(0, text.size() - 2) + "3\n");
+    top = parse(module, "A='" + inner);
+    EXPECT_EQ(cnf_get_node(top.get(), "B"), nullptr) << "a quote that is never closed";
 }
 
 TEST(Parsers, TakeLinearTimeWhateverStaysOpen) {
