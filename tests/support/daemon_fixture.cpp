@@ -217,6 +217,7 @@ void daemon_test::SetUp() {
 
 void daemon_test::TearDown() {
     if (pid_ != 0) stop();
+    prctl(PR_SET_CHILD_SUBREAPER, 0);
     const std::string text = root_.empty() ? "" : log();
     EXPECT_EQ(text.find("Sanitizer"), std::string::npos) << text;
     EXPECT_EQ(text.find("runtime error"), std::string::npos) << text;
