@@ -107,7 +107,7 @@ class parser {
     // where it stands.
     bool second_is_good(const fe_def *fed, const fe_node *arguments, size_t offset) {
         const size_t count = arguments_with_pattern(fed);
-        const fe_node *second = count != 0 ? arguments->next : nullptr;
+        const fe_node *second = count != 0 && arguments != nullptr ? arguments->next : nullptr;
         if (second == nullptr || second->fed != g_fed_const ||
             static_cast<size_t>(fe_argc(arguments)) != count) {
             return true;
