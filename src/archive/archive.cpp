@@ -1,0 +1,171 @@
+/* The commit archive, for its next owner.
+ *
+ * A commit replaces files, and what stood in them is gone. With an archive it is kept, so that a
+ * commit can be looked at and taken back: by an administrator days later, by the daemon when the
+ * time of a trial is over, and by the next start when a crash has left a commit half done.
+ *
+ *   file_state   what stands under a name: contents, owner, mode or link target; read and replaced
+ *   record       who, when, why, what became of it, which files: one text file a commit
+ *   archive      the directory of all commits, their numbers, and how old ones go
+ *   journal      the way of one commit: contents before and after, then the record "open", then the
+ *                files themselves, then the record "done"
+ *   put_back     the way back, for each file by what stands there now
+ *   merge        three versions of a text, line by line
+ *   trials       the commit that undoes itself unless it is confirmed in time
+ *
+ * What may never happen: a file is replaced before its old contents are on the disk, or a record
+ * says "done" before all the files are. So a record that is open tells everything that is needed to
+ * bring back the old files, and whoever finds one does so. Each step is one rename, so that after a
+ * power cut it has happened or not.
+ *
+ * The folder knows files and texts. What a module is, and how its tree becomes a text, is known to
+ * src/backend above it. */
+
+#include "archive/archive.h"
+
+#include <errno.h>
+#include <libdaemon/dlog.h>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+
+#include "ucfgd/owners.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct settings {
+    std::string directory; /* empty without an archive */
+    long kept = 0;
+    int64_t size = 0;
+};
+
+settings g_archive;
+
+int fail(const char *what, const std::string &path, int reason) {
+    daemon_log(LOG_ERR, "archive: %s '%s' failed: %s", what, path.c_str(), strerror(reason));
+    errno = reason;
+    return -1;
+}
+
+int refuse(const std::string &directory, const char *why) {
+    daemon_log(LOG_ERR, "archive: '%s' cannot be used: %s", directory.c_str(), why);
+    errno = EPERM;
+    return -1;
+}
+
+/* The directories that lead there, made as the system makes them; only the last one is ours. */
+int make_directory(const std::string &directory) {
+    std::error_code error;
+    fs::create_directories(fs::path{directory}.parent_path(), error);
+    if (mkdir(directory.c_str(), 0700) == 0 || errno == EEXIST) return 0;
+    return fail("making", directory, errno);
+}
+
+bool read_folder_name(const std::string &name, long &number) {
+    const char *end = name.data() + name.size();
+    auto [stop, error] = std::from_chars(name.data(), end, number);
+    return error == std::errc{} && stop == end && number > 0 && name[0] != '0';
+}
+
+int64_t folder_size(const std::string &folder) {
+    int64_t size = 0;
+    std::error_code error;
+    for (const fs::directory_entry &entry : fs::directory_iterator(folder, error)) {
+        struct stat st {};
+        /* A link to the contents of another commit costs nothing. */
+        if (lstat(entry.path().c_str(), &st) == 0 && st.st_nlink == 1)
+            size += static_cast<int64_t>(st.st_size);
+    }
+    return size;
+}
+
+/* A folder without a readable record was never begun, or is damaged: nothing can come of it. */
+bool may_go(long number) {
+    commit_record record;
+    if (read_record(archive_folder(number), record) != 0) return true;
+    return record.state != commit_state::open && record.state != commit_state::trial;
+}
+
+}  // namespace
+
+int archive_configure(const std::string &directory, long kept, int64_t size) {
+    g_archive = {};
+    if (make_directory(directory) != 0) return -1;
+    struct stat st {};
+    if (lstat(directory.c_str(), &st) != 0) return fail("looking at", directory, errno);
+    if (!S_ISDIR(st.st_mode)) return refuse(directory, "it is no directory");
+    if (st.st_uid != geteuid()) return refuse(directory, "it belongs to somebody else");
+    if ((st.st_mode & 077) != 0 && chmod(directory.c_str(), 0700) != 0)
+        return fail("closing", directory, errno);
+    g_archive = {directory, std::max(kept, 1L), size};
+    return 0;
+}
+
+void archive_forget(void) {
+    g_archive = {};
+}
+
+bool archive_is_on(void) {
+    return !g_archive.directory.empty();
+}
+
+std::vector<long> archive_numbers(void) {
+    std::vector<long> numbers;
+    std::error_code error;
+    for (const fs::directory_entry &entry : fs::directory_iterator(g_archive.directory, error)) {
+        long number = 0;
+        if (read_folder_name(entry.path().filename().string(), number)) numbers.push_back(number);
+    }
+    if (error) fail("reading", g_archive.directory, error.value());
+    std::sort(numbers.begin(), numbers.end());
+    return numbers;
+}
+
+std::string archive_folder(long number) {
+    return g_archive.directory + "/" + std::to_string(number);
+}
+
+int archive_new_folder(long &number) {
+    const std::vector<long> numbers = archive_numbers();
+    number = numbers.empty() ? 1 : numbers.back() + 1;
+    const std::string folder = archive_folder(number);
+    if (mkdir(folder.c_str(), 0700) != 0) return fail("making", folder, errno);
+    if (sync_folder(g_archive.directory) == 0) return 0;
+    return fail("syncing", g_archive.directory, errno);
+}
+
+/* The record goes first: without it the rest is nothing, wherever a crash interrupts. */
+int archive_remove(long number) {
+    const std::string folder = archive_folder(number);
+    unlink((folder + "/record").c_str());
+    std::error_code error;
+    fs::remove_all(folder, error);
+    return error ? fail("removing", folder, error.value()) : 0;
+}
+
+int archive_trim(void) {
+    std::vector<long> numbers = archive_numbers();
+    if (numbers.empty()) return 0;
+    int64_t size = 0;
+    for (long number : numbers)
+        size += folder_size(archive_folder(number));
+    size_t left = numbers.size();
+    numbers.pop_back();
+    for (long number : numbers) {
+        if (left <= static_cast<size_t>(g_archive.kept) && size <= g_archive.size) break;
+        if (!may_go(number)) continue;
+        int64_t freed = folder_size(archive_folder(number));
+        if (archive_remove(number) != 0) return -1;
+        size -= freed;
+        left--;
+    }
+    return 0;
+}

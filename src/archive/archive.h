@@ -1,0 +1,49 @@
+#ifndef UCFGD_ARCHIVE_ARCHIVE_H
+#define UCFGD_ARCHIVE_ARCHIVE_H
+
+#ifndef __cplusplus
+#    error "archive.h is for C++ sources"
+#endif
+
+#include <stdint.h>
+
+#include <string>
+#include <vector>
+
+#include "archive/record.h"
+
+/* The archive: a directory with one folder a commit, named by its number.
+ *
+ *  1. There is none until archive_configure has been called: every function but that one may be
+ *     called only when archive_is_on().
+ *  2. Numbers rise and are never used twice: the newest folder is never trimmed.
+ *  3. Functions return 0, or -1 with errno; what fails is logged once, here.
+ */
+
+/* Sets the directory (prefix and all), how many commits are kept, and how many bytes they may take.
+ * Makes the directory when it is missing. 0; -1 after one line in the log when it cannot be used:
+ * it must be a directory of the daemon's own user that nobody else may enter. */
+int archive_configure(const std::string &directory, long kept, int64_t size);
+
+/* No archive from here on. */
+void archive_forget(void);
+
+bool archive_is_on(void);
+
+/* The numbers of the commits that are there, the oldest first. */
+std::vector<long> archive_numbers(void);
+
+/* The folder of a commit. */
+std::string archive_folder(long number);
+
+/* Makes the folder of a new commit, empty, on the disk. */
+int archive_new_folder(long &number);
+
+/* Removes a commit with all its files. */
+int archive_remove(long number);
+
+/* Removes the oldest commits until no more are left than are kept, none of them open, a trial or
+ * the newest. */
+int archive_trim(void);
+
+#endif

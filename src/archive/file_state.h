@@ -1,0 +1,60 @@
+#ifndef UCFGD_ARCHIVE_FILE_STATE_H
+#define UCFGD_ARCHIVE_FILE_STATE_H
+
+#ifndef __cplusplus
+#    error "file_state.h is for the archive's own sources and its users in C++"
+#endif
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <string>
+
+/* What stands under one name of the file system: the part that a commit changes and that putting
+ * back must bring back. Names are whole paths, prefix and all, and are never followed when they are
+ * links themselves.
+ *
+ * Functions return 0, or -1 with the errno of what failed; nothing is logged. They throw
+ * std::bad_alloc when memory is exhausted.
+ */
+
+enum class file_kind { absent, regular, link };
+
+struct file_state {
+    file_kind kind = file_kind::absent;
+    mode_t mode = 0; /* permission bits */
+    uid_t uid = 0;
+    gid_t gid = 0;
+    std::string digest; /* of contents or link target: SHA-256, hexadecimal; empty when absent */
+};
+
+/* Two states of which a reader of the file cannot tell one from the other. */
+bool same_state(const file_state &a, const file_state &b);
+
+/* The digest of a text, as in file_state; empty with errno ENOMEM. */
+std::string digest_of(const std::string &text);
+
+/* Reads what stands under path, its contents (or link target) into text, which is empty for an
+ * absent one. What is neither file nor link is EINVAL (EISDIR for a directory), what is larger than
+ * 256 MiB EFBIG. */
+int read_state(const std::string &path, file_state &state, std::string &text);
+
+/* Makes path what state and text say, by one rename, on the disk when it returns: the temporary
+ * name beside it is path with ".ucfgd-tmp". An absent state removes path; a path that is absent
+ * already is no error. */
+int write_state(const std::string &path, const file_state &state, const std::string &text);
+
+/* The whole of a file that is no link. */
+int read_whole(const std::string &path, std::string &text);
+
+/* A new file of the daemon's own, mode 0600, on the disk when it returns; its directory is not
+ * synced. A file of that name is replaced. */
+int write_whole(const std::string &path, const std::string &text);
+
+/* Syncs a directory. A file system that cannot is no error. */
+int sync_folder(const std::string &directory);
+
+/* "/etc" of "/etc/hosts"; "." of a name without a slash. */
+std::string folder_of(const std::string &path);
+
+#endif

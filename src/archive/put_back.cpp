@@ -1,0 +1,140 @@
+#include "archive/put_back.h"
+
+#include <errno.h>
+#include <libdaemon/dlog.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+
+#include "archive/archive.h"
+#include "archive/merge.h"
+
+namespace {
+
+struct one_file {
+    const commit_record &record;
+    const archived_file &file;
+    std::string name; /* prefix and all */
+    std::string before;
+    std::string after;
+};
+
+int fail(const std::string &path) {
+    int reason = errno;
+    daemon_log(LOG_ERR, "putting back %s failed: %s", path.c_str(), strerror(reason));
+    errno = reason;
+    return -1;
+}
+
+int read_kept(const file_state &state, const std::string &name, std::string &text) {
+    return state.kind == file_kind::absent ? 0 : read_whole(name, text);
+}
+
+/* Theirs stay; the old contents are not lost. */
+int keep_aside(const one_file &one, put_back_report &report) {
+    const std::string aside = one.name + ".ucfgd-" + std::to_string(one.record.number);
+    if (one.file.before.kind == file_kind::regular &&
+        write_state(aside, one.file.before, one.before) != 0)
+        return fail(one.file.path);
+    daemon_log(LOG_WARNING,
+               "Warning: commit %ld: %s was changed by others meanwhile and stays; what it was "
+               "before is kept in %s.ucfgd-%ld",
+               one.record.number, one.file.path.c_str(), one.file.path.c_str(), one.record.number);
+    report.kept_aside.push_back(one.file.path);
+    return 0;
+}
+
+int merge_back(const one_file &one, file_state now, const std::string &present,
+               put_back_report &report) {
+    bool texts = now.kind == file_kind::regular && one.file.before.kind == file_kind::regular &&
+                 one.file.after.kind == file_kind::regular;
+    if (!texts) return keep_aside(one, report);
+    text_merge merged = merge_texts(one.after, present, one.before);
+    if (merged.result != merge_result::merged) return keep_aside(one, report);
+    if (write_state(one.name, now, merged.text) != 0) return fail(one.file.path);
+    daemon_log(LOG_NOTICE, "commit %ld: %s put back, merged with changes made by others",
+               one.record.number, one.file.path.c_str());
+    report.merged.push_back(one.file.path);
+    return 0;
+}
+
+int put_back_one(one_file &one, const std::string &folder, size_t index, put_back_report &report) {
+    file_state now;
+    std::string present;
+    if (read_state(one.name, now, present) != 0) return fail(one.file.path);
+    if (same_state(now, one.file.before)) return 0;
+    if (read_kept(one.file.before, before_name(folder, index), one.before) != 0 ||
+        read_kept(one.file.after, after_name(folder, index), one.after) != 0)
+        return fail(one.file.path);
+    if (now.kind != one.file.after.kind || now.digest != one.file.after.digest)
+        return merge_back(one, now, present, report);
+    if (write_state(one.name, one.file.before, one.before) != 0) return fail(one.file.path);
+    daemon_log(LOG_NOTICE, "commit %ld: %s put back", one.record.number, one.file.path.c_str());
+    report.restored.push_back(one.file.path);
+    return 0;
+}
+
+/* A candidate that a crash has left beside its file. */
+void remove_temporaries(const commit_record &record, const std::string &prefix) {
+    for (const archived_file &file : record.files)
+        if (!file.path.empty()) unlink((prefix + file.path + ".ucfgd-tmp").c_str());
+}
+
+bool has_record(const std::string &folder) {
+    std::error_code error;
+    return std::filesystem::exists(folder + "/record", error) || error;
+}
+
+int recover(long number, const std::string &prefix) {
+    const std::string folder = archive_folder(number);
+    if (!has_record(folder)) return archive_remove(number);
+    commit_record record;
+    if (read_record(folder, record) != 0) {
+        daemon_log(LOG_ERR, "archive: the record of commit %ld cannot be read: %s", number,
+                   strerror(errno));
+        return -1;
+    }
+    if (record.state != commit_state::open) return 0;
+    daemon_log(LOG_WARNING, "Warning: commit %ld of %s was interrupted; putting its files back",
+               number, record.user.c_str());
+    remove_temporaries(record, prefix);
+    put_back_report report;
+    return end_commit(record, prefix, commit_state::failed, report);
+}
+
+}  // namespace
+
+int put_back(const commit_record &record, const std::string &prefix, put_back_report &report) {
+    const std::string folder = archive_folder(record.number);
+    int result = 0;
+    int reason = 0;
+    for (size_t i = record.files.size(); i-- > 0;) {
+        const archived_file &file = record.files[i];
+        if (file.path.empty()) {
+            report.commands.push_back(i);
+            continue;
+        }
+        one_file one{record, file, prefix + file.path, {}, {}};
+        if (put_back_one(one, folder, i, report) == 0) continue;
+        result = -1;
+        reason = errno;
+    }
+    if (result != 0) errno = reason;
+    return result;
+}
+
+int end_commit(commit_record &record, const std::string &prefix, commit_state state,
+               put_back_report &report) {
+    if (put_back(record, prefix, report) != 0) return -1;
+    record.state = state;
+    return write_record(archive_folder(record.number), record);
+}
+
+int archive_recover(const std::string &prefix) {
+    int result = 0;
+    for (long number : archive_numbers())
+        if (recover(number, prefix) != 0) result = -1;
+    return result;
+}

@@ -1,0 +1,42 @@
+#ifndef UCFGD_ARCHIVE_PUT_BACK_H
+#define UCFGD_ARCHIVE_PUT_BACK_H
+
+#ifndef __cplusplus
+#    error "put_back.h is for C++ sources"
+#endif
+
+#include <string>
+#include <vector>
+
+#include "archive/record.h"
+
+/* The way back of a commit: each of its names becomes again what it was before, the last one first.
+ *
+ * What stands there now decides. Where it is what the commit made, the old state comes back; where
+ * it is the old one already, nothing happens. Where somebody else has changed it meanwhile, their
+ * changes and the old state are merged line by line; where both changed the same lines, theirs stay
+ * and the old contents are kept beside them as PATH.ucfgd-NUMBER.
+ */
+
+struct put_back_report {
+    std::vector<std::string> restored; /* paths, the prefix left out */
+    std::vector<std::string> merged;
+    std::vector<std::string> kept_aside;
+    std::vector<size_t> commands; /* indexes of command instances: the caller's to put back */
+};
+
+/* Puts the names of a commit back, which stand below prefix, and logs each one that changes. 0 when
+ * all is done; -1 with errno after a line in the log when a name could not be written: the others
+ * are put back all the same, and the call can be repeated. The record stays as it is. */
+int put_back(const commit_record &record, const std::string &prefix, put_back_report &report);
+
+/* Puts back and then gives the commit its new state, "undone" or "failed". */
+int end_commit(commit_record &record, const std::string &prefix, commit_state state,
+               put_back_report &report);
+
+/* What the start does before anybody may connect: puts back every open commit, removes folders that
+ * a crash has left without a record, and the temporary files beside the names of an open commit.
+ * 0, or -1 when something could not be put back. */
+int archive_recover(const std::string &prefix);
+
+#endif

@@ -1,0 +1,159 @@
+#include "archive/archive.h"
+
+#include <gtest/gtest.h>
+#include <libdaemon/dlog.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "archive/journal.h"
+#include "archive/put_back.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+/* A root with some files and an archive beside it. */
+class Archive : public testing::Test {
+  protected:
+    void SetUp() override {
+        daemon_log_use = DAEMON_LOG_STDERR;
+        std::string pattern = testing::TempDir() + "archiveXXXXXX";
+        root = mkdtemp(pattern.data());
+        put("/replaced", "old\n");
+        put("/removed", "gone\n");
+        fs::create_symlink("replaced", root + "/link");
+        fs::permissions(root + "/removed", fs::perms::owner_read);
+        ASSERT_EQ(archive_configure(root + "/archive", 3, 1 << 20), 0);
+    }
+    void TearDown() override {
+        archive_forget();
+        fs::remove_all(root);
+    }
+
+    void put(const std::string &name, const std::string &text) const {
+        std::ofstream(root + name) << text;
+    }
+    std::string get(const std::string &name) const {
+        if (!fs::exists(root + name)) return "(absent)";
+        std::ifstream file(root + name);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+    static file_state regular() {
+        file_state state;
+        state.kind = file_kind::regular;
+        state.mode = 0644;
+        state.uid = getuid();
+        state.gid = getgid();
+        return state;
+    }
+
+    /* Changes all four names, as a commit does, and leaves the journal as it is then. */
+    void commit(commit_journal &journal) const {
+        const file_state file = regular();
+        EXPECT_EQ(journal.add("m", root, "/replaced", file, "new\n"), 0);
+        EXPECT_EQ(journal.add("m", root, "/created", file, "made\n"), 0);
+        EXPECT_EQ(journal.add("m", root, "/link", file, "a file\n"), 0);
+        EXPECT_EQ(journal.add("m", root, "/removed", {}, ""), 0);
+        EXPECT_EQ(journal.seal(), 0);
+        for (const archived_file &one : journal.record().files) {
+            std::string text = one.path == "/replaced"  ? "new\n"
+                               : one.path == "/created" ? "made\n"
+                                                        : "a file\n";
+            EXPECT_EQ(write_state(root + one.path, one.after, text), 0);
+        }
+    }
+    void expect_old() const {
+        EXPECT_EQ(get("/replaced"), "old\n");
+        EXPECT_EQ(get("/removed"), "gone\n");
+        EXPECT_EQ(fs::status(root + "/removed").permissions(), fs::perms::owner_read);
+        EXPECT_EQ(get("/created"), "(absent)");
+        EXPECT_EQ(fs::read_symlink(root + "/link"), "replaced");
+    }
+    static commit_record author() {
+        commit_record record;
+        record.user = "admin";
+        record.comment = "two\nlines { of: \"text\" }";
+        return record;
+    }
+
+    std::string root;
+};
+
+TEST_F(Archive, TheRecordSaysWhoAndWhatAndIsReadAsItWasWritten) {
+    commit_journal journal{author()};
+    commit(journal);
+    EXPECT_EQ(journal.finish(), 0);
+    EXPECT_EQ(archive_numbers(), std::vector<long>{1});
+    commit_record record;
+    ASSERT_EQ(read_record(archive_folder(1), record), 0);
+    EXPECT_EQ(record.state, commit_state::done);
+    EXPECT_EQ(record.comment, author().comment);
+    ASSERT_EQ(record.files.size(), 4u);
+    EXPECT_STREQ(change_text(record.files[0]), "replaced");
+    EXPECT_STREQ(change_text(record.files[1]), "created");
+    EXPECT_STREQ(change_text(record.files[3]), "removed");
+    EXPECT_TRUE(same_state(record.files[2].before, journal.record().files[2].before));
+    EXPECT_EQ(fs::status(root + "/archive/1/record").permissions(),
+              fs::perms::owner_read | fs::perms::owner_write);
+}
+
+TEST_F(Archive, AnInterruptedCommitIsPutBackAndAFinishedOneIsNot) {
+    commit_journal journal{author()};
+    commit(journal);
+    put("/replaced.ucfgd-tmp", "half");
+    fs::create_directory(root + "/archive/2");
+    EXPECT_EQ(archive_recover(root), 0);
+    expect_old();
+    EXPECT_EQ(get("/replaced.ucfgd-tmp"), "(absent)");
+    EXPECT_EQ(archive_numbers(), std::vector<long>{1});
+    commit_record record;
+    ASSERT_EQ(read_record(archive_folder(1), record), 0);
+    EXPECT_EQ(record.state, commit_state::failed);
+
+    commit_journal second{author()};
+    commit(second);
+    EXPECT_EQ(second.finish(), 0);
+    EXPECT_EQ(archive_recover(root), 0);
+    EXPECT_EQ(get("/replaced"), "new\n");
+}
+
+TEST_F(Archive, WhatOthersChangedMeanwhileIsMergedOrKeptAside) {
+    put("/replaced", "one\ntwo\nthree\nfour\n");
+    commit_journal journal{author()};
+    EXPECT_EQ(journal.add("m", root, "/replaced", regular(), "ONE\ntwo\nthree\nfour\n"), 0);
+    EXPECT_EQ(journal.add("m", root, "/created", regular(), "made\n"), 0);
+    EXPECT_EQ(journal.seal(), 0);
+    put("/replaced", "ONE\ntwo\nthree\nFOUR\n");
+    put("/created", "made by others\n");
+    put_back_report report;
+    EXPECT_EQ(put_back(journal.record(), root, report), 0);
+    EXPECT_EQ(get("/replaced"), "one\ntwo\nthree\nFOUR\n");
+    EXPECT_EQ(get("/created"), "made by others\n");
+    EXPECT_EQ(report.merged.size() + report.kept_aside.size(), 2u);
+    put("/replaced", "eins\ntwo\nthree\nfour\n");
+    EXPECT_EQ(put_back(journal.record(), root, report), 0);
+    EXPECT_EQ(get("/replaced"), "eins\ntwo\nthree\nfour\n");
+    EXPECT_EQ(get("/replaced.ucfgd-1"), "one\ntwo\nthree\nfour\n");
+}
+
+TEST_F(Archive, OldCommitsGoButNeverAnOpenOneATrialOrTheNewest) {
+    for (int i = 0; i < 6; i++) {
+        commit_record record = author();
+        record.trial_seconds = i == 1 ? 60 : 0;
+        commit_journal journal{record};
+        EXPECT_EQ(journal.add("m", root, "/replaced", regular(), std::to_string(i)), 0);
+        EXPECT_EQ(journal.seal(), 0);
+        EXPECT_EQ(i == 0 ? 0 : journal.finish(), 0);
+        put("/replaced", std::to_string(i));
+    }
+    EXPECT_EQ(archive_trim(), 0);
+    EXPECT_EQ(archive_numbers(), (std::vector<long>{1, 2, 6}));
+    EXPECT_EQ(fs::hard_link_count(root + "/archive/6/1.before"), 1u);
+    ASSERT_EQ(archive_configure(root + "/archive", 100, 0), 0);
+    EXPECT_EQ(archive_trim(), 0);
+    EXPECT_EQ(archive_numbers(), (std::vector<long>{1, 2, 6}));
+}
+
+}  // namespace
