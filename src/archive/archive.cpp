@@ -138,7 +138,7 @@ int archive_new_folder(long &number) {
     number = numbers.empty() ? 1 : numbers.back() + 1;
     const std::string folder = archive_folder(number);
     if (mkdir(folder.c_str(), 0700) != 0) return fail("making", folder, errno);
-    if (sync_folder(g_archive.directory) == 0) return 0;
+    if (sync_directory(g_archive.directory) == 0) return 0;
     return fail("syncing", g_archive.directory, errno);
 }
 

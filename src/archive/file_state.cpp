@@ -8,6 +8,8 @@
 #include <climits>
 #include <string_view>
 
+#include "daemon/dirs.h"
+#include "daemon/place.h"
 #include "ucfgd/owners.h"
 
 namespace {
@@ -50,17 +52,18 @@ int sync_fd(int fd) {
     return result;
 }
 
-int read_link(const std::string &path, std::string &text) {
+int read_link(const place &at, std::string &text) {
     char target[PATH_MAX];
-    ssize_t length = readlink(path.c_str(), target, sizeof target);
+    ssize_t length = readlinkat(at.folder(), at.name().c_str(), target, sizeof target);
     if (length < 0) return -1;
     text.assign(target, static_cast<size_t>(length));
     return 0;
 }
 
 /* A file may be exchanged between two looks at its name, so all is asked of one descriptor. */
-int read_regular(const std::string &path, struct stat &st, std::string &text) {
-    unique_fd fd{open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)};
+int read_regular(const place &at, struct stat &st, std::string &text) {
+    unique_fd fd{
+        openat(at.folder(), at.name().c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)};
     if (!fd || fstat(fd.get(), &st) != 0) return -1;
     if (!S_ISREG(st.st_mode)) {
         errno = S_ISDIR(st.st_mode) ? EISDIR : EINVAL;
@@ -69,36 +72,49 @@ int read_regular(const std::string &path, struct stat &st, std::string &text) {
     return read_all(fd.get(), text);
 }
 
-int make_link(const std::string &path, const file_state &state, const std::string &text) {
-    if (symlink(text.c_str(), path.c_str()) != 0) return -1;
-    return lchown(path.c_str(), state.uid, state.gid);
+int find(const std::string &path, place &at) {
+    errno = find_file(path.c_str(), at);
+    return errno == 0 ? 0 : -1;
+}
+
+int make_link(const place &at, const std::string &name, const file_state &state,
+              const std::string &text) {
+    if (symlinkat(text.c_str(), at.folder(), name.c_str()) != 0) return -1;
+    return fchownat(at.folder(), name.c_str(), state.uid, state.gid, AT_SYMLINK_NOFOLLOW);
 }
 
 /* Owner before mode: a change of owner clears mode bits. */
-int make_file(const std::string &path, const file_state &state, const std::string &text) {
-    unique_fd fd{open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600)};
+int make_file(const place &at, const std::string &name, const file_state &state,
+              const std::string &text) {
+    unique_fd fd{openat(at.folder(), name.c_str(),
+                        O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600)};
     if (!fd || fchown(fd.get(), state.uid, state.gid) != 0 || fchmod(fd.get(), state.mode) != 0)
         return -1;
     if (write_all(fd.get(), text) != 0 || sync_fd(fd.get()) != 0) return -1;
     return fd.close_now();
 }
 
-int remove_name(const std::string &path) {
-    return unlink(path.c_str()) == 0 || errno == ENOENT ? 0 : -1;
+int remove_name(const place &at, const std::string &name) {
+    return unlinkat(at.folder(), name.c_str(), 0) == 0 || errno == ENOENT ? 0 : -1;
 }
 
-int replace_name(const std::string &path, const file_state &state, const std::string &text) {
-    const std::string temporary = path + k_temporary_suffix;
-    if (remove_name(temporary) != 0) return -1;
-    int made = state.kind == file_kind::link ? make_link(temporary, state, text)
-                                             : make_file(temporary, state, text);
-    if (made == 0 && rename(temporary.c_str(), path.c_str()) == 0) return 0;
+int replace_name(const place &at, const file_state &state, const std::string &text) {
+    const std::string temporary = at.name() + k_temporary_suffix;
+    if (remove_name(at, temporary) != 0) return -1;
+    int made = state.kind == file_kind::link ? make_link(at, temporary, state, text)
+                                             : make_file(at, temporary, state, text);
+    if (made == 0 && renameat(at.folder(), temporary.c_str(), at.folder(), at.name().c_str()) == 0)
+        return 0;
     errno_guard keep;
-    unlink(temporary.c_str());
+    unlinkat(at.folder(), temporary.c_str(), 0);
     return -1;
 }
 
 }  // namespace
+
+std::string whole_path(const std::string &path) {
+    return g_filesprefix ? std::string{g_filesprefix} + "/" + path : path;
+}
 
 bool same_state(const file_state &a, const file_state &b) {
     if (a.kind != b.kind) return false;
@@ -126,10 +142,12 @@ std::string digest_of(const std::string &text) {
 int read_state(const std::string &path, file_state &state, std::string &text) {
     state = {};
     text.clear();
+    place at;
     struct stat st {};
-    if (lstat(path.c_str(), &st) != 0) return errno == ENOENT || errno == ENOTDIR ? 0 : -1;
+    if (find(path, at) != 0 || (errno = at.look(st)) != 0)
+        return errno == ENOENT || errno == ENOTDIR ? 0 : -1;
     bool is_link = S_ISLNK(st.st_mode);
-    if ((is_link ? read_link(path, text) : read_regular(path, st, text)) != 0) return -1;
+    if ((is_link ? read_link(at, text) : read_regular(at, st, text)) != 0) return -1;
     state.kind = is_link ? file_kind::link : file_kind::regular;
     state.mode = st.st_mode & k_permissions;
     state.uid = st.st_uid;
@@ -139,14 +157,21 @@ int read_state(const std::string &path, file_state &state, std::string &text) {
 }
 
 int write_state(const std::string &path, const file_state &state, const std::string &text) {
-    int changed =
-        state.kind == file_kind::absent ? remove_name(path) : replace_name(path, state, text);
-    return changed == 0 ? sync_folder(folder_of(path)) : -1;
+    place at;
+    if (find(path, at) != 0) return state.kind == file_kind::absent && errno == ENOENT ? 0 : -1;
+    int changed = state.kind == file_kind::absent ? remove_name(at, at.name())
+                                                  : replace_name(at, state, text);
+    if (changed != 0) return -1;
+    unique_fd folder = at.open_folder();
+    if (!folder) return -1;
+    errno = sync_folder(folder.get());
+    return errno == 0 ? 0 : -1;
 }
 
 int read_whole(const std::string &path, std::string &text) {
+    place at;
     struct stat st {};
-    return read_regular(path, st, text);
+    return find(path, at) == 0 ? read_regular(at, st, text) : -1;
 }
 
 int write_whole(const std::string &path, const std::string &text) {
@@ -155,18 +180,13 @@ int write_whole(const std::string &path, const std::string &text) {
     own.mode = 0600;
     own.uid = geteuid();
     own.gid = getegid();
-    return replace_name(path, own, text);
+    place at;
+    return find(path, at) == 0 ? replace_name(at, own, text) : -1;
 }
 
-int sync_folder(const std::string &directory) {
+int sync_directory(const std::string &directory) {
     unique_fd fd{open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
     if (!fd) return -1;
-    if (sync_fd(fd.get()) == 0 || errno == EINVAL || errno == EROFS) return 0;
-    return -1;
-}
-
-std::string folder_of(const std::string &path) {
-    size_t slash = path.rfind('/');
-    if (slash == std::string::npos) return ".";
-    return slash == 0 ? "/" : path.substr(0, slash);
+    errno = sync_folder(fd.get());
+    return errno == 0 ? 0 : -1;
 }

@@ -11,8 +11,8 @@
 #include <string>
 
 /* What stands under one name of the file system: the part that a commit changes and that putting
- * back must bring back. Names are whole paths, prefix and all, and are never followed when they are
- * links themselves.
+ * back must bring back. Names are whole paths, prefix and all, and stand for the file that
+ * daemon/place finds there: what a link leads to, if it leads anywhere.
  *
  * Functions return 0, or -1 with the errno of what failed; nothing is logged. They throw
  * std::bad_alloc when memory is exhausted.
@@ -27,6 +27,9 @@ struct file_state {
     gid_t gid = 0;
     std::string digest; /* of contents or link target: SHA-256, hexadecimal; empty when absent */
 };
+
+/* The name of the file that a module means by path: the module files prefix stands before it. */
+std::string whole_path(const std::string &path);
 
 /* Two states of which a reader of the file cannot tell one from the other. */
 bool same_state(const file_state &a, const file_state &b);
@@ -51,10 +54,7 @@ int read_whole(const std::string &path, std::string &text);
  * synced. A file of that name is replaced. */
 int write_whole(const std::string &path, const std::string &text);
 
-/* Syncs a directory. A file system that cannot is no error. */
-int sync_folder(const std::string &directory);
-
-/* "/etc" of "/etc/hosts"; "." of a name without a slash. */
-std::string folder_of(const std::string &path);
+/* Syncs a directory of that name. */
+int sync_directory(const std::string &directory);
 
 #endif

@@ -78,11 +78,11 @@ int commit_journal::keep(archived_file file, const std::string &before, const st
     return 0;
 }
 
-int commit_journal::add(const std::string &module, const std::string &prefix,
-                        const std::string &path, file_state after, const std::string &text) {
+int commit_journal::add(const std::string &module, const std::string &path, file_state after,
+                        const std::string &text) {
     archived_file file{module, path, {}, std::move(after)};
     std::string before;
-    if (read_state(prefix + path, file.before, before) != 0) return fail(path);
+    if (read_state(whole_path(path), file.before, before) != 0) return fail(path);
     if (file.after.kind != file_kind::absent) file.after.digest = digest_of(text);
     return keep(std::move(file), before, text);
 }

@@ -32,8 +32,8 @@ class commit_journal {
     commit_journal &operator=(const commit_journal &) = delete;
     ~commit_journal();
 
-    /* Notes that path, which stands below prefix, will become what after and text say. */
-    int add(const std::string &module, const std::string &prefix, const std::string &path,
+    /* Notes that path, a name of that module, will become what after and text say. */
+    int add(const std::string &module, const std::string &path,
             file_state after, const std::string &text);
 
     /* Notes what a command put out before and what it will be given. */

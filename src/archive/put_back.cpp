@@ -77,9 +77,9 @@ int put_back_one(one_file &one, const std::string &folder, size_t index, put_bac
 }
 
 /* A candidate that a crash has left beside its file. */
-void remove_temporaries(const commit_record &record, const std::string &prefix) {
+void remove_temporaries(const commit_record &record) {
     for (const archived_file &file : record.files)
-        if (!file.path.empty()) unlink((prefix + file.path + ".ucfgd-tmp").c_str());
+        if (!file.path.empty()) unlink((whole_path(file.path) + ".ucfgd-tmp").c_str());
 }
 
 bool has_record(const std::string &folder) {
@@ -87,7 +87,7 @@ bool has_record(const std::string &folder) {
     return std::filesystem::exists(folder + "/record", error) || error;
 }
 
-int recover(long number, const std::string &prefix) {
+int recover(long number) {
     const std::string folder = archive_folder(number);
     if (!has_record(folder)) return archive_remove(number);
     commit_record record;
@@ -99,14 +99,14 @@ int recover(long number, const std::string &prefix) {
     if (record.state != commit_state::open) return 0;
     daemon_log(LOG_WARNING, "Warning: commit %ld of %s was interrupted; putting its files back",
                number, record.user.c_str());
-    remove_temporaries(record, prefix);
+    remove_temporaries(record);
     put_back_report report;
-    return end_commit(record, prefix, commit_state::failed, report);
+    return end_commit(record, commit_state::failed, report);
 }
 
 }  // namespace
 
-int put_back(const commit_record &record, const std::string &prefix, put_back_report &report) {
+int put_back(const commit_record &record, put_back_report &report) {
     const std::string folder = archive_folder(record.number);
     int result = 0;
     int reason = 0;
@@ -116,7 +116,7 @@ int put_back(const commit_record &record, const std::string &prefix, put_back_re
             report.commands.push_back(i);
             continue;
         }
-        one_file one{record, file, prefix + file.path, {}, {}};
+        one_file one{record, file, whole_path(file.path), {}, {}};
         if (put_back_one(one, folder, i, report) == 0) continue;
         result = -1;
         reason = errno;
@@ -125,16 +125,15 @@ int put_back(const commit_record &record, const std::string &prefix, put_back_re
     return result;
 }
 
-int end_commit(commit_record &record, const std::string &prefix, commit_state state,
-               put_back_report &report) {
-    if (put_back(record, prefix, report) != 0) return -1;
+int end_commit(commit_record &record, commit_state state, put_back_report &report) {
+    if (put_back(record, report) != 0) return -1;
     record.state = state;
     return write_record(archive_folder(record.number), record);
 }
 
-int archive_recover(const std::string &prefix) {
+int archive_recover(void) {
     int result = 0;
     for (long number : archive_numbers())
-        if (recover(number, prefix) != 0) result = -1;
+        if (recover(number) != 0) result = -1;
     return result;
 }

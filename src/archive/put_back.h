@@ -25,18 +25,17 @@ struct put_back_report {
     std::vector<size_t> commands; /* indexes of command instances: the caller's to put back */
 };
 
-/* Puts the names of a commit back, which stand below prefix, and logs each one that changes. 0 when
+/* Puts the names of a commit back and logs each one that changes. 0 when
  * all is done; -1 with errno after a line in the log when a name could not be written: the others
  * are put back all the same, and the call can be repeated. The record stays as it is. */
-int put_back(const commit_record &record, const std::string &prefix, put_back_report &report);
+int put_back(const commit_record &record, put_back_report &report);
 
 /* Puts back and then gives the commit its new state, "undone" or "failed". */
-int end_commit(commit_record &record, const std::string &prefix, commit_state state,
-               put_back_report &report);
+int end_commit(commit_record &record, commit_state state, put_back_report &report);
 
 /* What the start does before anybody may connect: puts back every open commit, removes folders that
  * a crash has left without a record, and the temporary files beside the names of an open commit.
  * 0, or -1 when something could not be put back. */
-int archive_recover(const std::string &prefix);
+int archive_recover(void);
 
 #endif

@@ -226,7 +226,7 @@ int write_record(const std::string &folder, const commit_record &record) {
     size_t length = 0;
     owned_str text{cnfmodule_unparse_text(syntax(), root.get(), &length)};
     if (!text || write_whole(folder + k_record_name, {text.get(), length}) != 0) return -1;
-    return sync_folder(folder);
+    return sync_directory(folder);
 }
 
 std::string before_name(const std::string &folder, size_t index) {

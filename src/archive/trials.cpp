@@ -111,8 +111,7 @@ int trial_confirm(void) {
     });
 }
 
-int trial_undo(const std::string &prefix, std::vector<commit_record> &undone,
-               put_back_report &report) {
+int trial_undo(std::vector<commit_record> &undone, put_back_report &report) {
     archive_lock lock;
     if (!lock.held()) return -1;
     std::vector<commit_record> commits = trial_commits();
@@ -123,7 +122,7 @@ int trial_undo(const std::string &prefix, std::vector<commit_record> &undone,
     while (!commits.empty()) {
         commit_record record = std::move(commits.back());
         commits.pop_back();
-        if (end_commit(record, prefix, commit_state::undone, report) != 0) return -1;
+        if (end_commit(record, commit_state::undone, report) != 0) return -1;
         daemon_log(LOG_NOTICE, "commit %ld of %s is undone", record.number, record.user.c_str());
         undone.push_back(std::move(record));
     }

@@ -43,7 +43,6 @@ int trial_confirm(void);
 /* Undoes the commits of the trial, the newest first; those whose files could not all be put back
  * stay on trial, so that it can be tried again. The records of those that were undone go to
  * `undone`. */
-int trial_undo(const std::string &prefix, std::vector<commit_record> &undone,
-               put_back_report &report);
+int trial_undo(std::vector<commit_record> &undone, put_back_report &report);
 
 #endif

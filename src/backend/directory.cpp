@@ -13,7 +13,7 @@
 #include <string_view>
 
 #include "backend/file_io.h"
-#include "backend/place.h"
+#include "daemon/place.h"
 #include "llconf/modules.h"
 
 namespace {

@@ -16,7 +16,7 @@
 #include "backend/files.h"
 #include "backend/items.h"
 #include "backend/ll_trns.h"
-#include "backend/place.h"
+#include "daemon/place.h"
 #include "daemon/dirs.h"
 #include "daemon/trace.h"
 #include "fe/fe.h"

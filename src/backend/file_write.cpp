@@ -13,7 +13,7 @@
 #include "backend/file_io.h"
 #include "backend/files.h"
 #include "backend/items.h"
-#include "backend/place.h"
+#include "daemon/place.h"
 #include "daemon/trace.h"
 #include "llconf/nodes.h"
 #include "ucfgd/owners.h"

@@ -30,7 +30,7 @@
 #include <new>
 #include <string_view>
 
-#include "backend/place.h"
+#include "daemon/place.h"
 #include "llconf/modules.h"
 #include "ucfgd/owners.h"
 
@@ -54,12 +54,6 @@ int fail_unparsing(const std::string &path, int reason) {
     fail_writing(path, reason);
     if (reason == EINVAL) daemon_log(LOG_ERR, "%s", cnf_error_text());
     return reason;
-}
-
-/* The place of the file to replace. A link into a folder that is not there is replaced itself. */
-int find_target(const std::string &path, place &at) {
-    int reason = at.find(path.c_str(), link_at_end::is_followed);
-    return reason == ENOENT ? at.find(path.c_str(), link_at_end::is_meant) : reason;
 }
 
 /* Only a file that is missing is none: whatever else stands there, or keeps us from seeing it, is
@@ -115,7 +109,7 @@ int write_temporary(const cnfmodule *module, const std::string &path, const cnfn
     place at;
     struct stat old {};
     bool exists = false;
-    int reason = find_target(path, at);
+    int reason = find_file(path.c_str(), at);
     if (reason == 0) reason = look_at_old(at, old, exists);
     if (reason != 0) return fail_writing(path, reason);
     std::string temporary = temporary_of(at.name());
@@ -174,7 +168,7 @@ int changed_folders::sync() {
 /* Step 5 of one file. */
 int rename_one(const std::string &path, changed_folders &folders) {
     place at;
-    int reason = find_target(path, at);
+    int reason = find_file(path.c_str(), at);
     if (reason == 0) reason = folders.add(at, path);
     if (reason != 0) return reason;
     std::string temporary = temporary_of(at.name());
@@ -225,7 +219,7 @@ file_batch::~file_batch() {
     try {
         for (size_t i = renamed_; i < written_.size(); i++) {
             place at;
-            if (find_target(written_[i], at) != 0) continue;
+            if (find_file(written_[i].c_str(), at) != 0) continue;
             unlinkat(at.folder(), temporary_of(at.name()).c_str(), 0);
         }
     } catch (const std::bad_alloc &) {

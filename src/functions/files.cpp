@@ -8,7 +8,7 @@
 
 #include "backend/file_io.h"
 #include "backend/files.h"
-#include "backend/place.h"
+#include "daemon/place.h"
 #include "functions/line_splitter.h"
 #include "functions/llmisc.h"
 #include "llconf/modules.h"

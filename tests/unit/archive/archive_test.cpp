@@ -9,6 +9,7 @@
 
 #include "archive/journal.h"
 #include "archive/put_back.h"
+#include "daemon/dirs.h"
 
 namespace fs = std::filesystem;
 
@@ -21,14 +22,16 @@ class Archive : public testing::Test {
         daemon_log_use = DAEMON_LOG_STDERR;
         std::string pattern = testing::TempDir() + "archiveXXXXXX";
         root = mkdtemp(pattern.data());
+        g_filesprefix = root.data();
         put("/replaced", "old\n");
         put("/removed", "gone\n");
-        fs::create_symlink("replaced", root + "/link");
+        fs::create_symlink("nowhere/file", root + "/link");
         fs::permissions(root + "/removed", fs::perms::owner_read);
         ASSERT_EQ(archive_configure(root + "/archive", 3, 1 << 20), 0);
     }
     void TearDown() override {
         archive_forget();
+        g_filesprefix = nullptr;
         fs::remove_all(root);
     }
 
@@ -52,10 +55,10 @@ class Archive : public testing::Test {
     /* Changes all four names, as a commit does, and leaves the journal as it is then. */
     void commit(commit_journal &journal) const {
         const file_state file = regular();
-        EXPECT_EQ(journal.add("m", root, "/replaced", file, "new\n"), 0);
-        EXPECT_EQ(journal.add("m", root, "/created", file, "made\n"), 0);
-        EXPECT_EQ(journal.add("m", root, "/link", file, "a file\n"), 0);
-        EXPECT_EQ(journal.add("m", root, "/removed", {}, ""), 0);
+        EXPECT_EQ(journal.add("m", "/replaced", file, "new\n"), 0);
+        EXPECT_EQ(journal.add("m", "/created", file, "made\n"), 0);
+        EXPECT_EQ(journal.add("m", "/link", file, "a file\n"), 0);
+        EXPECT_EQ(journal.add("m", "/removed", {}, ""), 0);
         EXPECT_EQ(journal.seal(), 0);
         for (const archived_file &one : journal.record().files) {
             std::string text = one.path == "/replaced"  ? "new\n"
@@ -69,7 +72,7 @@ class Archive : public testing::Test {
         EXPECT_EQ(get("/removed"), "gone\n");
         EXPECT_EQ(fs::status(root + "/removed").permissions(), fs::perms::owner_read);
         EXPECT_EQ(get("/created"), "(absent)");
-        EXPECT_EQ(fs::read_symlink(root + "/link"), "replaced");
+        EXPECT_EQ(fs::read_symlink(root + "/link"), "nowhere/file");
     }
     static commit_record author() {
         commit_record record;
@@ -104,7 +107,7 @@ TEST_F(Archive, AnInterruptedCommitIsPutBackAndAFinishedOneIsNot) {
     commit(journal);
     put("/replaced.ucfgd-tmp", "half");
     fs::create_directory(root + "/archive/2");
-    EXPECT_EQ(archive_recover(root), 0);
+    EXPECT_EQ(archive_recover(), 0);
     expect_old();
     EXPECT_EQ(get("/replaced.ucfgd-tmp"), "(absent)");
     EXPECT_EQ(archive_numbers(), std::vector<long>{1});
@@ -115,25 +118,25 @@ TEST_F(Archive, AnInterruptedCommitIsPutBackAndAFinishedOneIsNot) {
     commit_journal second{author()};
     commit(second);
     EXPECT_EQ(second.finish(), 0);
-    EXPECT_EQ(archive_recover(root), 0);
+    EXPECT_EQ(archive_recover(), 0);
     EXPECT_EQ(get("/replaced"), "new\n");
 }
 
 TEST_F(Archive, WhatOthersChangedMeanwhileIsMergedOrKeptAside) {
     put("/replaced", "one\ntwo\nthree\nfour\n");
     commit_journal journal{author()};
-    EXPECT_EQ(journal.add("m", root, "/replaced", regular(), "ONE\ntwo\nthree\nfour\n"), 0);
-    EXPECT_EQ(journal.add("m", root, "/created", regular(), "made\n"), 0);
+    EXPECT_EQ(journal.add("m", "/replaced", regular(), "ONE\ntwo\nthree\nfour\n"), 0);
+    EXPECT_EQ(journal.add("m", "/created", regular(), "made\n"), 0);
     EXPECT_EQ(journal.seal(), 0);
     put("/replaced", "ONE\ntwo\nthree\nFOUR\n");
     put("/created", "made by others\n");
     put_back_report report;
-    EXPECT_EQ(put_back(journal.record(), root, report), 0);
+    EXPECT_EQ(put_back(journal.record(), report), 0);
     EXPECT_EQ(get("/replaced"), "one\ntwo\nthree\nFOUR\n");
     EXPECT_EQ(get("/created"), "made by others\n");
     EXPECT_EQ(report.merged.size() + report.kept_aside.size(), 2u);
     put("/replaced", "eins\ntwo\nthree\nfour\n");
-    EXPECT_EQ(put_back(journal.record(), root, report), 0);
+    EXPECT_EQ(put_back(journal.record(), report), 0);
     EXPECT_EQ(get("/replaced"), "eins\ntwo\nthree\nfour\n");
     EXPECT_EQ(get("/replaced.ucfgd-1"), "one\ntwo\nthree\nfour\n");
 }
@@ -143,7 +146,7 @@ TEST_F(Archive, OldCommitsGoButNeverAnOpenOneATrialOrTheNewest) {
         commit_record record = author();
         record.trial_seconds = i == 1 ? 60 : 0;
         commit_journal journal{record};
-        EXPECT_EQ(journal.add("m", root, "/replaced", regular(), std::to_string(i)), 0);
+        EXPECT_EQ(journal.add("m", "/replaced", regular(), std::to_string(i)), 0);
         EXPECT_EQ(journal.seal(), 0);
         EXPECT_EQ(i == 0 ? 0 : journal.finish(), 0);
         put("/replaced", std::to_string(i));

@@ -1,5 +1,5 @@
-#ifndef UCFGD_BACKEND_PLACE_H
-#define UCFGD_BACKEND_PLACE_H
+#ifndef UCFGD_DAEMON_PLACE_H
+#define UCFGD_DAEMON_PLACE_H
 
 #ifndef __cplusplus
 #    error "place.h is for the daemon's own sources"
@@ -45,6 +45,10 @@ class place {
     unique_fd folder_;
     std::string name_;
 };
+
+/* The place of the file that path stands for: what a link there leads to, or the link itself when
+ * it leads into a folder that is not there. 0 or an error number. */
+int find_file(const char *path, place &at);
 
 /* fsync, whatever signals come; what cannot be synced needs not be. 0 or an error number. */
 int sync_folder(int fd);

@@ -1,4 +1,4 @@
-#include "backend/place.h"
+#include "daemon/place.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -154,6 +154,11 @@ int place::look(struct stat &st) const {
 
 unique_fd place::open_folder() const {
     return unique_fd{openat(folder_.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+}
+
+int find_file(const char *path, place &at) {
+    int reason = at.find(path, link_at_end::is_followed);
+    return reason == ENOENT ? at.find(path, link_at_end::is_meant) : reason;
 }
 
 int sync_folder(int fd) {
