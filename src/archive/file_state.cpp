@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <climits>
+#include <cstring>
 #include <string_view>
 
 #include "daemon/dirs.h"
@@ -52,18 +53,17 @@ int sync_fd(int fd) {
     return result;
 }
 
-int read_link(const place &at, std::string &text) {
+int read_link(int folder, const std::string &name, std::string &text) {
     char target[PATH_MAX];
-    ssize_t length = readlinkat(at.folder(), at.name().c_str(), target, sizeof target);
+    ssize_t length = readlinkat(folder, name.c_str(), target, sizeof target);
     if (length < 0) return -1;
     text.assign(target, static_cast<size_t>(length));
     return 0;
 }
 
 /* A file may be exchanged between two looks at its name, so all is asked of one descriptor. */
-int read_regular(const place &at, struct stat &st, std::string &text) {
-    unique_fd fd{
-        openat(at.folder(), at.name().c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)};
+int read_regular(int folder, const std::string &name, struct stat &st, std::string &text) {
+    unique_fd fd{openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)};
     if (!fd || fstat(fd.get(), &st) != 0) return -1;
     if (!S_ISREG(st.st_mode)) {
         errno = S_ISDIR(st.st_mode) ? EISDIR : EINVAL;
@@ -116,6 +116,12 @@ std::string whole_path(const std::string &path) {
     return g_filesprefix ? std::string{g_filesprefix} + "/" + path : path;
 }
 
+std::string name_in_module(const std::string &whole_path) {
+    if (!g_filesprefix || !whole_path.starts_with(g_filesprefix)) return whole_path;
+    size_t start = std::strlen(g_filesprefix) + 1;
+    return whole_path.size() > start ? whole_path.substr(start) : whole_path;
+}
+
 bool same_state(const file_state &a, const file_state &b) {
     if (a.kind != b.kind) return false;
     if (a.kind == file_kind::absent) return true;
@@ -140,14 +146,22 @@ std::string digest_of(const std::string &text) {
 }
 
 int read_state(const std::string &path, file_state &state, std::string &text) {
+    place at;
     state = {};
     text.clear();
-    place at;
+    if (find(path, at) != 0) return errno == ENOENT || errno == ENOTDIR ? 0 : -1;
+    return read_state_at(at.folder(), at.name(), state, text);
+}
+
+int read_state_at(int folder, const std::string &name, file_state &state, std::string &text) {
+    state = {};
+    text.clear();
     struct stat st {};
-    if (find(path, at) != 0 || (errno = at.look(st)) != 0)
-        return errno == ENOENT || errno == ENOTDIR ? 0 : -1;
+    if (fstatat(folder, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
+        return errno == ENOENT ? 0 : -1;
     bool is_link = S_ISLNK(st.st_mode);
-    if ((is_link ? read_link(at, text) : read_regular(at, st, text)) != 0) return -1;
+    if ((is_link ? read_link(folder, name, text) : read_regular(folder, name, st, text)) != 0)
+        return -1;
     state.kind = is_link ? file_kind::link : file_kind::regular;
     state.mode = st.st_mode & k_permissions;
     state.uid = st.st_uid;
@@ -171,7 +185,7 @@ int write_state(const std::string &path, const file_state &state, const std::str
 int read_whole(const std::string &path, std::string &text) {
     place at;
     struct stat st {};
-    return find(path, at) == 0 ? read_regular(at, st, text) : -1;
+    return find(path, at) == 0 ? read_regular(at.folder(), at.name(), st, text) : -1;
 }
 
 int write_whole(const std::string &path, const std::string &text) {

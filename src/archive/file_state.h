@@ -31,6 +31,9 @@ struct file_state {
 /* The name of the file that a module means by path: the module files prefix stands before it. */
 std::string whole_path(const std::string &path);
 
+/* The reverse. */
+std::string name_in_module(const std::string &whole_path);
+
 /* Two states of which a reader of the file cannot tell one from the other. */
 bool same_state(const file_state &a, const file_state &b);
 
@@ -41,6 +44,9 @@ std::string digest_of(const std::string &text);
  * absent one. What is neither file nor link is EINVAL (EISDIR for a directory), what is larger than
  * 256 MiB EFBIG. */
 int read_state(const std::string &path, file_state &state, std::string &text);
+
+/* The same of a name in an open folder. */
+int read_state_at(int folder, const std::string &name, file_state &state, std::string &text);
 
 /* Makes path what state and text say, by one rename, on the disk when it returns: the temporary
  * name beside it is path with ".ucfgd-tmp". An absent state removes path; a path that is absent

@@ -105,6 +105,11 @@ int commit_journal::finish() {
     return write_record(folder_, record_) == 0 ? 0 : fail("the record of " + folder_);
 }
 
+commit_record &commit_author(void) {
+    static commit_record author;
+    return author;
+}
+
 int journal_note(long number, const commit_note &note) {
     const std::string folder = archive_folder(number);
     commit_record record;

@@ -33,8 +33,8 @@ class commit_journal {
     ~commit_journal();
 
     /* Notes that path, a name of that module, will become what after and text say. */
-    int add(const std::string &module, const std::string &path,
-            file_state after, const std::string &text);
+    int add(const std::string &module, const std::string &path, file_state after,
+            const std::string &text);
 
     /* Notes what a command put out before and what it will be given. */
     int add_command(const std::string &module, const std::string &before, const std::string &after);
@@ -55,6 +55,10 @@ class commit_journal {
     std::string folder_; /* empty until the first name is added */
     bool sealed_ = false;
 };
+
+/* Who commits, why, and for how long on trial: set by the session before it commits. Its number is
+ * that of the last commit of this process, 0 before the first. */
+commit_record &commit_author(void);
 
 /* Adds what a hook did to the record of a commit. */
 int journal_note(long number, const commit_note &note);

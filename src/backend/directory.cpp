@@ -111,56 +111,36 @@ void remember_gone(const directory_record *earlier, directory_record &record) {
     }
 }
 
-/* The work of one write_directory. */
-class directory_writer {
-  public:
-    directory_writer(const llconf_item *lli, const directory_record *record)
-        : lli_(lli), record_(record ? *record : directory_record{}) {}
+}  // namespace
 
-    int run(shared_record &written);
+directory_write::directory_write(const llconf_item *lli, const directory_record *record)
+    : lli_(lli), record_(record ? *record : directory_record{}) {}
 
-  private:
-    bool is_changed(const cnfnode *member) const;
-    int check(const cnfnode *member);
-    int check_new(const char *name) const;
-    void warn_if_edited(const char *name, const member_record &known) const;
-    int write(const cnfnode *member);
-    int refuse(const char *name, int reason) const;
-    std::string path_of(const std::string &name) const;
-    void note_written(const cnfnode *member);
-
-    const llconf_item *lli_;
-    directory_record record_;
-    std::string directory_;
-    std::set<std::string_view> names_;
-    file_batch batch_;
-};
-
-int directory_writer::refuse(const char *name, int reason) const {
+int directory_write::refuse(const char *name, int reason) const {
     daemon_log(LOG_ERR, "writing to %s/%s failed: %s", lli_->file->filename, name,
                std::strerror(reason));
     return reason;
 }
 
-std::string directory_writer::path_of(const std::string &name) const {
+std::string directory_write::path_of(const std::string &name) const {
     return directory_ + "/" + name;
 }
 
-bool directory_writer::is_changed(const cnfnode *member) const {
+bool directory_write::is_changed(const cnfnode *member) const {
     if (cnfnode_is_changed(member)) return true;
     const std::string *name = record_.name_of(cnfnode_source(member));
     return !name || *name != member->name;
 }
 
 /* A name that was not there when the directory was read must be free. */
-int directory_writer::check_new(const char *name) const {
+int directory_write::check_new(const char *name) const {
     struct stat st {};
     if (place_lstat(path_of(name).c_str(), &st) == 0) return EEXIST;
     return errno == ENOENT ? 0 : errno;
 }
 
 /* Both sides have changed the same file; ours is what a client has asked for. */
-void directory_writer::warn_if_edited(const char *name, const member_record &known) const {
+void directory_write::warn_if_edited(const char *name, const member_record &known) const {
     struct stat st {};
     if (known.state != member_state::read || known.inode == 0) return;
     if (place_stat(path_of(name).c_str(), &st) != 0) return;
@@ -172,7 +152,7 @@ void directory_writer::warn_if_edited(const char *name, const member_record &kno
                lli_->name, name);
 }
 
-int directory_writer::check(const cnfnode *member) {
+int directory_write::check(const cnfnode *member) {
     const char *name = member->name;
     if (!names_.insert(name).second) return refuse(name, EEXIST);
     if (!is_changed(member)) return 0;
@@ -188,7 +168,7 @@ int directory_writer::check(const cnfnode *member) {
     return reason == 0 ? 0 : refuse(name, reason);
 }
 
-int directory_writer::write(const cnfnode *member) {
+int directory_write::write(const cnfnode *member, file_batch &batch) {
     const llconf_file *file = lli_->file;
     file_attributes attributes{file->mode, file->uid, file->gid};
     const std::string *origin = record_.name_of(cnfnode_source(member));
@@ -197,10 +177,10 @@ int directory_writer::write(const cnfnode *member) {
         attributes.earlier = &known->attributes;
         attributes.earlier_counts_first = origin && *origin != member->name;
     }
-    return batch_.write(lli_->module, path_of(member->name).c_str(), member, attributes);
+    return batch.write(lli_->module, path_of(member->name).c_str(), member, attributes);
 }
 
-void directory_writer::note_written(const cnfnode *member) {
+void directory_write::note_written(const cnfnode *member) {
     uint64_t source = cnfnode_source(member);
     const std::string *origin = record_.name_of(source);
     const member_record *known = record_.named(origin ? *origin : member->name);
@@ -210,7 +190,7 @@ void directory_writer::note_written(const cnfnode *member) {
         record_.sources[source] = member->name;
 }
 
-int directory_writer::run(shared_record &written) {
+int directory_write::prepare(file_batch &batch) {
     owned_str prefixed{prefix_llfilename(lli_->file->filename)};
     if (!prefixed) throw std::bad_alloc{};
     directory_ = prefixed.get();
@@ -222,23 +202,25 @@ int directory_writer::run(shared_record &written) {
         if (reason != 0) refused = reason;
     }
     if (refused != 0) return refused;
-    for (const cnfnode *member = first; member; member = member->next)
-        if (is_changed(member)) write(member);
+    int failed = 0;
+    for (const cnfnode *member = first; member; member = member->next) {
+        int reason = is_changed(member) ? write(member, batch) : 0;
+        if (reason != 0) failed = reason;
+    }
     for (const auto &[name, member] : record_.members)
         if (member.state == member_state::read && !names_.contains(name))
-            batch_.remove(path_of(name).c_str());
-    int reason = batch_.install();
-    if (reason != 0) return reason;
-    for (const cnfnode *member = first; member; member = member->next)
+            batch.remove(lli_->module, path_of(name).c_str());
+    return failed;
+}
+
+shared_record directory_write::done() {
+    for (const cnfnode *member = lli_->cn_root->first_child; member; member = member->next)
         if (is_changed(member)) note_written(member);
     for (auto &[name, member] : record_.members)
         if (member.state == member_state::read && !names_.contains(name))
             member.state = member_state::gone;
-    written = std::make_shared<const directory_record>(std::move(record_));
-    return 0;
+    return std::make_shared<const directory_record>(std::move(record_));
 }
-
-}  // namespace
 
 const member_record *directory_record::named(const std::string &name) const {
     auto found = members.find(name);
@@ -285,7 +267,12 @@ int read_directory(const cnfmodule *module, const char *dirpath, const char *pat
 }
 
 int write_directory(const llconf_item *lli, shared_record &record) {
-    return directory_writer{lli, record.get()}.run(record);
+    directory_write writing{lli, record.get()};
+    file_batch batch;
+    int reason = writing.prepare(batch);
+    if (reason == 0) reason = batch.install();
+    if (reason == 0) record = writing.done();
+    return reason;
 }
 
 void remove_member_temporaries(const char *dirpath, const char *pattern,

@@ -9,7 +9,9 @@
 
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 
 #include "backend/files.h"
@@ -65,8 +67,36 @@ int read_directory(const cnfmodule *module, const char *dirpath, const char *pat
                    const directory_record *earlier, owned<cnfnode, destroy_cnftree> &tree,
                    shared_record &record);
 
-/* Writes what has changed in the tree of a directory instance, read with these records (null:
- * never), all or nothing as far as file_batch goes, and makes the records those of the files as
+/* The writing of what has changed in the tree of a directory instance, read with these records
+ * (null: never). */
+class directory_write {
+  public:
+    directory_write(const llconf_item *lli, const directory_record *record);
+
+    /* Writes beside the files what changes, and notes what goes. 0 or an error number, after a line
+     * in the log. May throw std::bad_alloc. */
+    int prepare(file_batch &batch);
+
+    /* The records of the files as they are when the batch has been installed. */
+    shared_record done();
+
+  private:
+    bool is_changed(const cnfnode *member) const;
+    int check(const cnfnode *member);
+    int check_new(const char *name) const;
+    void warn_if_edited(const char *name, const member_record &known) const;
+    int write(const cnfnode *member, file_batch &batch);
+    int refuse(const char *name, int reason) const;
+    std::string path_of(const std::string &name) const;
+    void note_written(const cnfnode *member);
+
+    const llconf_item *lli_;
+    directory_record record_;
+    std::string directory_;
+    std::set<std::string_view> names_;
+};
+
+/* All of it, all or nothing as far as file_batch goes; the records become those of the files as
  * they are then. 0 or an error number, after a line in the log. May throw std::bad_alloc. */
 int write_directory(const llconf_item *lli, shared_record &record);
 

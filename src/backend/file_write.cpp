@@ -1,5 +1,7 @@
 /* Writing the trees of module instances back to their sources. */
 
+#include "backend/file_write.h"
+
 #include <errno.h>
 #include <libdaemon/dlog.h>
 #include <sys/stat.h>
@@ -9,10 +11,12 @@
 #include <utility>
 #include <vector>
 
+#include "archive/archive.h"
 #include "backend/contexts.h"
 #include "backend/file_io.h"
 #include "backend/files.h"
 #include "backend/items.h"
+#include "backend/whole_commit.h"
 #include "daemon/place.h"
 #include "daemon/trace.h"
 #include "llconf/nodes.h"
@@ -57,37 +61,13 @@ int delete_file(const llconf_item *lli) {
     return remove_file(path.get());
 }
 
-/* Whether the source is there, perhaps since a moment ago, but the tree does not know what it
- * holds.
- */
-bool is_unread(const item_record *item) {
-    if (item->state != tree_state::unread && item->state != tree_state::blind) return false;
-    if (!item->file) return true;
-    owned_str path{prefix_llfilename(item->file->filename)};
-    struct stat st {};
-    return !path || place_stat(path.get(), &st) == 0 || errno != ENOENT;
-}
-
-/* Leaves an unread source as it is. That is a failure when there are edits that get lost. */
-int keep_unread(const item_record *item) {
-    const char *source = item->file ? item->file->filename : item->pipe_out;
-    if (item->state == tree_state::blind || (item->cn_root && item->cn_root->first_child)) {
-        daemon_log(LOG_ERR, "writing to %s failed: its present contents have not been read",
-                   source);
-        return EINVAL;
-    }
-    daemon_log(LOG_WARNING, "module '%s': %s has not been read, not writing it", item->name,
-               source);
-    return 0;
-}
-
 int write_source(item_record *item) {
     if (item->flags & LLI_FLAG_READONLY) {
         item->is_dirty = 0;
         return 0;
     }
     if (item->delete_me) return delete_file(item);
-    if (is_unread(item)) return keep_unread(item);
+    if (is_unread_source(item)) return keep_unread_source(item);
     if (item->file) return item->pattern ? write_members(item) : write_file(item);
     if (!item->pipe_out) return 0;
     return llconf_write_pipe_out(item) == 0 ? 0 : errno; /* the mark stays */
@@ -133,7 +113,57 @@ void write_round(llconf_item *list, std::vector<llconf_item *> &stay_dirty, int 
     }
 }
 
+/* Without an archive. */
+int write_one_by_one(llconf_item *list) {
+    int reason = 0;
+    std::vector<llconf_item *> stay_dirty;
+    for (int round = 0; round < k_most_rounds && any_dirty(list); round++)
+        write_round(list, stay_dirty, reason);
+    if (any_dirty(list)) {
+        daemon_log(LOG_ERR, "commit hooks edit modules again and again; the last edits are lost");
+        reason = EBUSY;
+    }
+    for (llconf_item *lli : stay_dirty)
+        lli->is_dirty = 1;
+    return reason;
+}
+
 }  // namespace
+
+bool is_unread_source(const item_record *item) {
+    if (item->state != tree_state::unread && item->state != tree_state::blind) return false;
+    if (!item->file) return true;
+    owned_str path{prefix_llfilename(item->file->filename)};
+    struct stat st {};
+    return !path || place_stat(path.get(), &st) == 0 || errno != ENOENT;
+}
+
+int keep_unread_source(const item_record *item) {
+    const char *source = item->file ? item->file->filename : item->pipe_out;
+    if (item->state == tree_state::blind || (item->cn_root && item->cn_root->first_child)) {
+        daemon_log(LOG_ERR, "writing to %s failed: its present contents have not been read",
+                   source);
+        return EINVAL;
+    }
+    daemon_log(LOG_WARNING, "module '%s': %s has not been read, not writing it", item->name,
+               source);
+    return 0;
+}
+
+int write_beside(const item_record *item, file_batch &batch) {
+    owned_str path{prefix_llfilename(item->file->filename)};
+    if (!path) return ENOMEM;
+    const file_attributes attributes{item->file->mode, item->file->uid, item->file->gid};
+    return batch.write(item->module, path.get(), item->cn_root, attributes);
+}
+
+int note_deletion(const item_record *item, file_batch &batch) {
+    owned_str path{prefix_llfilename(item->file->filename)};
+    if (!path) return ENOMEM;
+    daemon_log(LOG_NOTICE, "deleting file %s", path.get());
+    batch.remove(item->module, path.get());
+    return 0;
+}
 
 int llconf_write_cnftree_file(llconf_item *lli, const char *filename, cnfnode *tree) {
     int reason = write_tree_to(lli, filename, tree);
@@ -154,21 +184,12 @@ int llconf_write_cnftree(llconf_item *lli) {
 }
 
 int llconf_write_all_cnftrees(llconf_item *list) {
-    int reason = 0;
     for (const llconf_item *lli = list; lli; lli = lli->next)
         if (!lli->is_dirty)
             trace(0, "data for module %s have not changed, not writing\n", lli->name);
+    int reason = 0;
     try {
-        std::vector<llconf_item *> stay_dirty;
-        for (int round = 0; round < k_most_rounds && any_dirty(list); round++)
-            write_round(list, stay_dirty, reason);
-        if (any_dirty(list)) {
-            daemon_log(LOG_ERR,
-                       "commit hooks edit modules again and again; the last edits are lost");
-            reason = EBUSY;
-        }
-        for (llconf_item *lli : stay_dirty)
-            lli->is_dirty = 1;
+        reason = archive_is_on() ? write_all_or_none(list) : write_one_by_one(list);
     } catch (const std::bad_alloc &) {
         reason = ENOMEM;
     }

@@ -30,6 +30,8 @@
 #include <new>
 #include <string_view>
 
+#include "archive/file_state.h"
+#include "archive/journal.h"
 #include "daemon/place.h"
 #include "llconf/modules.h"
 #include "ucfgd/owners.h"
@@ -179,6 +181,14 @@ int rename_one(const std::string &path, changed_folders &folders) {
     return reason;
 }
 
+/* What the file at path will be when its temporary one has taken its place. 0, or -1 with errno. */
+int read_temporary(const std::string &path, file_state &state, std::string &text) {
+    place at;
+    errno = find_file(path.c_str(), at);
+    if (errno != 0) return -1;
+    return read_state_at(at.folder(), temporary_of(at.name()), state, text);
+}
+
 /* Step 7 of one file. */
 int remove_one(const std::string &path, changed_folders &folders) {
     place at;
@@ -219,7 +229,7 @@ file_batch::~file_batch() {
     try {
         for (size_t i = renamed_; i < written_.size(); i++) {
             place at;
-            if (find_file(written_[i].c_str(), at) != 0) continue;
+            if (find_file(written_[i].path.c_str(), at) != 0) continue;
             unlinkat(at.folder(), temporary_of(at.name()).c_str(), 0);
         }
     } catch (const std::bad_alloc &) {
@@ -229,9 +239,9 @@ file_batch::~file_batch() {
 
 int file_batch::write(const cnfmodule *module, const char *path, const cnfnode *tree,
                       const file_attributes &attributes) {
-    written_.emplace_back(path);
+    written_.push_back({module->name, path});
     daemon_log(LOG_NOTICE, "writing file %s", path);
-    int reason = write_temporary(module, written_.back(), tree, attributes);
+    int reason = write_temporary(module, path, tree, attributes);
     if (reason == 0) return 0;
     /* Its temporary file stays, to be looked at. */
     written_.pop_back();
@@ -239,15 +249,28 @@ int file_batch::write(const cnfmodule *module, const char *path, const cnfnode *
     return reason;
 }
 
-void file_batch::remove(const char *path) {
-    removed_.emplace_back(path);
+void file_batch::remove(const cnfmodule *module, const char *path) {
+    removed_.push_back({module->name, path});
+}
+
+int file_batch::note_in(commit_journal &journal) const {
+    if (reason_ != 0) return reason_;
+    for (const member &one : written_) {
+        file_state after;
+        std::string text;
+        if (read_temporary(one.path, after, text) != 0) return fail("reading", one.path, errno);
+        if (journal.add(one.module, name_in_module(one.path), after, text) != 0) return errno;
+    }
+    for (const member &one : removed_)
+        if (journal.add(one.module, name_in_module(one.path), {}, "") != 0) return errno;
+    return 0;
 }
 
 int file_batch::rename_all() {
     changed_folders folders;
     int reason = 0;
     while (reason == 0 && renamed_ < written_.size()) {
-        reason = rename_one(written_[renamed_], folders);
+        reason = rename_one(written_[renamed_].path, folders);
         if (reason == 0) renamed_++;
     }
     int synced = folders.sync();
@@ -257,8 +280,8 @@ int file_batch::rename_all() {
 int file_batch::remove_all() {
     changed_folders folders;
     int failed = 0;
-    for (const std::string &path : removed_) {
-        int reason = remove_one(path, folders);
+    for (const member &one : removed_) {
+        int reason = remove_one(one.path, folders);
         if (reason != 0) failed = reason;
     }
     int synced = folders.sync();

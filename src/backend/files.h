@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+class commit_journal;
 struct cnfmodule;
 struct cnfnode;
 
@@ -61,19 +62,28 @@ class file_batch {
     int write(const cnfmodule *module, const char *path, const cnfnode *tree,
               const file_attributes &attributes);
 
-    /* Notes that the file at path is to go; one that is gone already is no failure. */
-    void remove(const char *path);
+    /* Notes that the file at path, one of that module, is to go; one that is gone already is no
+     * failure. */
+    void remove(const cnfmodule *module, const char *path);
 
     /* Does it all, unless a write has failed: that one's error number then. A step that fails ends
      * it. */
     int install();
 
+    /* Notes in a journal, before install, what will become of each file. 0 or an error number. May
+     * throw std::bad_alloc. */
+    int note_in(commit_journal &journal) const;
+
   private:
     int rename_all();
     int remove_all();
 
-    std::vector<std::string> written_;
-    std::vector<std::string> removed_;
+    struct member {
+        std::string module; /* its name */
+        std::string path;
+    };
+    std::vector<member> written_;
+    std::vector<member> removed_;
     size_t renamed_ = 0; /* how many of those written stand in their place */
     int reason_ = 0;
 };

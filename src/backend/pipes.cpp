@@ -12,6 +12,7 @@
 
 #include "backend/command.h"
 #include "backend/file_io.h"
+#include "backend/file_write.h"
 #include "backend/items.h"
 #include "llconf/modules.h"
 #include "ucfgd/owners.h"
@@ -83,12 +84,19 @@ int llconf_write_pipe_out(const llconf_item *lli) {
         errno = reason;
         return -1;
     }
-    const std::string_view input{text.get(), length};
+    int reason = pipe_text(command, {text.get(), length});
+    if (reason == 0) return 0;
+    errno = reason;
+    return -1;
+}
+
+int pipe_text(const char *command, const std::string &text) {
+    const std::string_view input{text};
     const command_end end = run_command(command, {&input, nullptr});
     if (end.well()) return 0;
-    if (end.error == 0 || end.error == ETIME)
-        return fail_piping(command, end.text().data(), end.error != 0 ? end.error : EIO);
-    daemon_log(LOG_ERR, "popen %s failed: %s", command, end.text().data());
-    errno = end.error;
-    return -1;
+    int reason = end.error != 0 ? end.error : EIO;
+    bool ran = end.error == 0 || end.error == ETIME;
+    daemon_log(LOG_ERR, ran ? "piping to %s failed: %s" : "popen %s failed: %s", command,
+               end.text().data());
+    return reason;
 }

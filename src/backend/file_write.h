@@ -1,0 +1,32 @@
+#ifndef UCFGD_BACKEND_FILE_WRITE_H
+#define UCFGD_BACKEND_FILE_WRITE_H
+
+#ifndef __cplusplus
+#    error "file_write.h is for the backend's own sources"
+#endif
+
+#include <string>
+
+#include "backend/files.h"
+#include "backend/items.h"
+
+/* The parts of a write that both ways of a commit share. Functions answer 0 or an error number,
+ * after a line in the log. */
+
+/* Writes the tree of a file instance beside its file. May throw std::bad_alloc. */
+int write_beside(const item_record *item, file_batch &batch);
+
+/* Notes in a batch that the file of an instance is to go. */
+int note_deletion(const item_record *item, file_batch &batch);
+
+/* Whether the source is there, perhaps since a moment ago, but the tree does not know what it
+ * holds. */
+bool is_unread_source(const item_record *item);
+
+/* Leaves an unread source as it is. That is a failure when there are edits that get lost. */
+int keep_unread_source(const item_record *item);
+
+/* Gives a command the text that it is to take. */
+int pipe_text(const char *command, const std::string &text);
+
+#endif
