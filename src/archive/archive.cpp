@@ -24,9 +24,12 @@
 #include "archive/archive.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <libdaemon/dlog.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <syslog.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -49,6 +52,8 @@ struct settings {
 
 settings g_archive;
 
+constexpr long k_lock_step_ms = 10;
+
 int fail(const char *what, const std::string &path, int reason) {
     daemon_log(LOG_ERR, "archive: %s '%s' failed: %s", what, path.c_str(), strerror(reason));
     errno = reason;
@@ -67,6 +72,13 @@ int make_directory(const std::string &directory) {
     fs::create_directories(fs::path{directory}.parent_path(), error);
     if (mkdir(directory.c_str(), 0700) == 0 || errno == EEXIST) return 0;
     return fail("making", directory, errno);
+}
+
+void wait_a_moment() {
+    struct timespec moment {
+        0, k_lock_step_ms * 1'000'000
+    };
+    nanosleep(&moment, nullptr);
 }
 
 bool read_folder_name(const std::string &name, long &number) {
@@ -140,6 +152,16 @@ int archive_new_folder(long &number) {
     if (mkdir(folder.c_str(), 0700) != 0) return fail("making", folder, errno);
     if (sync_directory(g_archive.directory) == 0) return 0;
     return fail("syncing", g_archive.directory, errno);
+}
+
+archive_lock::archive_lock(long milliseconds)
+    : fd_(open((g_archive.directory + "/lock").c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC,
+               0600)) {
+    for (long left = milliseconds; fd_; left -= k_lock_step_ms) {
+        held_ = flock(fd_.get(), LOCK_EX | LOCK_NB) == 0;
+        if (held_ || errno != EWOULDBLOCK || left <= 0) return;
+        wait_a_moment();
+    }
 }
 
 /* The record goes first: without it the rest is nothing, wherever a crash interrupts. */

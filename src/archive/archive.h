@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "archive/record.h"
+#include "ucfgd/owners.h"
 
 /* The archive: a directory with one folder a commit, named by its number.
  *
@@ -41,6 +42,20 @@ int archive_new_folder(long &number);
 
 /* Removes a commit with all its files. */
 int archive_remove(long number);
+
+/* What a process holds while it changes files through the archive, and while it changes a state:
+ * the child of a commit, whoever puts back, confirms or undoes. It goes with the process. */
+class archive_lock {
+  public:
+    /* Waits so many milliseconds at most. When another process holds it all the time, held() is
+     * false and errno EAGAIN. */
+    explicit archive_lock(long milliseconds);
+    bool held() const { return held_; }
+
+  private:
+    unique_fd fd_;
+    bool held_ = false;
+};
 
 /* Removes the oldest commits until no more are left than are kept, none of them open, a trial or
  * the newest. */

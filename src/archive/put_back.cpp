@@ -131,7 +131,13 @@ int end_commit(commit_record &record, commit_state state, put_back_report &repor
     return write_record(archive_folder(record.number), record);
 }
 
-int archive_recover(void) {
+int archive_recover(long milliseconds) {
+    archive_lock lock{milliseconds};
+    if (!lock.held()) {
+        daemon_log(LOG_ERR, "archive: a commit of an earlier daemon does not end: %s",
+                   strerror(errno));
+        return -1;
+    }
     int result = 0;
     for (long number : archive_numbers())
         if (recover(number) != 0) result = -1;

@@ -1,11 +1,8 @@
 #include "archive/trials.h"
 
 #include <errno.h>
-#include <fcntl.h>
 #include <libdaemon/dlog.h>
-#include <sys/file.h>
 #include <syslog.h>
-#include <time.h>
 
 #include <algorithm>
 #include <cstring>
@@ -19,8 +16,7 @@ namespace {
 
 constexpr char k_boot_id[] = "/proc/sys/kernel/random/boot_id";
 constexpr int64_t k_milliseconds = 1000;
-constexpr int k_lock_tries = 100;
-constexpr long k_lock_wait_ns = 10'000'000;
+constexpr long k_lock_milliseconds = 1000;
 
 /* Empty where the system does not tell: then a reboot looks like a clock that went back. */
 std::string boot_id() {
@@ -32,25 +28,6 @@ std::string boot_id() {
     return text;
 }
 
-class archive_lock {
-  public:
-    archive_lock() : fd_(open(archive_folder(0).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
-        for (int i = 0; fd_ && i < k_lock_tries; i++) {
-            held_ = flock(fd_.get(), LOCK_EX | LOCK_NB) == 0;
-            if (held_ || errno != EWOULDBLOCK) return;
-            struct timespec wait {
-                0, k_lock_wait_ns
-            };
-            nanosleep(&wait, nullptr);
-        }
-    }
-    bool held() const { return held_; }
-
-  private:
-    unique_fd fd_;
-    bool held_ = false;
-};
-
 int64_t left_of(const commit_record &record, const std::string &boot) {
     if (record.trial_boot != boot) return 0;
     int64_t left = record.trial_end - loop_now();
@@ -61,7 +38,7 @@ int64_t left_of(const commit_record &record, const std::string &boot) {
 /* Changes the record of each commit of the trial. */
 template <class change>
 int change_all(change apply) {
-    archive_lock lock;
+    archive_lock lock{k_lock_milliseconds};
     if (!lock.held()) return -1;
     std::vector<commit_record> commits = trial_commits();
     if (commits.empty()) {
@@ -112,7 +89,7 @@ int trial_confirm(void) {
 }
 
 int trial_undo(std::vector<commit_record> &undone, put_back_report &report) {
-    archive_lock lock;
+    archive_lock lock{k_lock_milliseconds};
     if (!lock.held()) return -1;
     std::vector<commit_record> commits = trial_commits();
     if (commits.empty()) {

@@ -43,6 +43,7 @@
 namespace {
 
 constexpr int k_most_rounds = 8;
+constexpr long k_lock_milliseconds = 5000;
 
 /* One module of the commit. */
 struct piece {
@@ -233,6 +234,8 @@ void put_back_commands(const commit_record &record, const put_back_report &repor
 }
 
 int write_all_or_none(llconf_item *list) {
+    archive_lock lock{k_lock_milliseconds};
+    if (!lock.held()) return refuse_keeping(errno);
     int reason = 0;
     for (int round = 0; round < k_most_rounds && reason == 0 && any_dirty(list); round++)
         reason = whole_commit{}.run(list);

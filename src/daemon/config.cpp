@@ -1,5 +1,8 @@
 #include "daemon/config.h"
 
+#include <libdaemon/dlog.h>
+#include <syslog.h>
+
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
@@ -27,7 +30,11 @@ constexpr file_entry k_files[] = {
     {"files/features:", nullptr, &config_files::features},
     {"backends/llconf/conffile:", "/etc/ucfgd/modules.conf", &config_files::modules},
     {"files/types:", "/etc/ucfgd/types.conf", &config_files::types},
+    {"config/commits:", nullptr, &config_files::commits},
 };
+
+constexpr long k_commits_kept = 100;
+constexpr int64_t k_commits_size = 64 << 20;
 
 struct number_entry {
     std::string_view name;
@@ -55,6 +62,30 @@ config_files read_config_files(const cnfnode *root) {
         files.*entry.field = value ? value : entry.fallback;
     }
     return files;
+}
+
+archive_bounds read_archive_bounds(const cnfnode *root) {
+    errno_guard keep;
+    archive_bounds bounds{k_commits_kept, k_commits_size};
+    long value = 0;
+    const struct {
+        const char *path;
+        long minimum;
+        void (*take)(archive_bounds &bounds, long value);
+    } rows[] = {
+        {"config/commits-kept:", 1, [](archive_bounds &b, long v) { b.kept = v; }},
+        {"config/commits-size:", 0, [](archive_bounds &b, long v) { b.size = v; }},
+    };
+    for (const auto &row : rows) {
+        const char *text = cnf_get_entry(root, row.path);
+        if (!text) continue;
+        if (limit_read_amount(text, &value) == 0 && value >= row.minimum)
+            row.take(bounds, value);
+        else
+            daemon_log(LOG_WARNING, "Warning: %s '%s' is no number from %ld on; the default holds",
+                       row.path, text, row.minimum);
+    }
+    return bounds;
 }
 
 void parse_config(const cnfnode *root) {

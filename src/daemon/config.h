@@ -3,6 +3,8 @@
 
 /* What start-up reads from the main configuration. */
 
+#include <stdint.h>
+
 struct cnfnode;
 
 /* Names of the files that start-up reads; borrowed from the tree, null for none. */
@@ -13,10 +15,19 @@ struct config_files {
     const char *features;
     const char *modules;
     const char *types;
+    const char *commits; /* the directory of the commit archive; null for none */
 };
 
 /* The file entries, with the defaults for what is not given. */
 config_files read_config_files(const cnfnode *root);
+
+/* How many commits the archive keeps, and how many bytes they may take. What cannot be read is
+ * logged, and the default holds. */
+struct archive_bounds {
+    long kept;
+    int64_t size;
+};
+archive_bounds read_archive_bounds(const cnfnode *root);
 
 /* Takes the idle limit and the access override from the first `config` section, and the limits from
  * the first `limits` section. */

@@ -14,6 +14,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "archive/archive.h"
+#include "archive/put_back.h"
 #include "auth/session_auth.h"
 #include "backend/ll_trns.h"
 #include "backend/registry.h"
@@ -43,6 +45,9 @@ namespace {
 
 constexpr char k_event_file[] = "/var/log/tavevent.jsonl";
 constexpr int k_kill_wait_seconds = 5;
+
+/* The child of a commit may have outlived the daemon that started it. */
+constexpr long k_longest_commit_ms = 30'000;
 
 using function_family = fe_def *(*)(fe_def *list);
 
@@ -116,6 +121,15 @@ void read_functions(const config_files &files, bool dumping) {
     done();
 }
 
+/* Before the modules are read: what an interrupted commit has left is put back first. */
+void open_archive(const config_files &files, bool dumping) {
+    if (!files.commits || dumping) return;
+    owned_str directory{prefix_ucfgdconffilename(files.commits)};
+    const archive_bounds bounds = read_archive_bounds(g_conftree);
+    if (!directory || archive_configure(directory.get(), bounds.kept, bounds.size) != 0) return;
+    archive_recover(k_longest_commit_ms);
+}
+
 void read_backends(const config_files &files, bool dumping) {
     ll_register_tctx_interface();
     g_trns_ctx = trns_create_ctx();
@@ -156,6 +170,7 @@ bool build(const options &given) {
     done();
     parse_config(g_conftree); /* before the first pattern, whose memory it bounds */
     read_functions(files, dumping);
+    open_archive(files, dumping);
     read_backends(files, dumping);
     read_trees(files, dumping);
     return true;

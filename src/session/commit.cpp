@@ -19,11 +19,15 @@
 #include <cerrno>
 #include <cstring>
 
+#include "archive/archive.h"
+#include "archive/put_back.h"
 #include "session/bgexec.h"
+#include "session/commit_report.h"
 #include "session/limits.h"
 #include "session/method_context.h"
 #include "session/protocol.h"
 #include "session/query.h"
+#include "tree/param_error.h"
 #include "tree/param_ops.h"
 #include "ucfgd/owners.h"
 #include "ucfgd/slist.h"
@@ -85,14 +89,18 @@ owned_job make_job(ccd_session *session, const char *id) {
     return job;
 }
 
-/* The child's end: what went wrong as an error number, which has one byte to pass through. */
+/* The child's end: what went wrong as an error number, which has one byte to pass through, and in
+ * words for the client. */
 [[noreturn]] void run_commit(const ccd_session *session) {
     owned_context context = make_session_context(session);
     g_trns_fe_context = context.get();
+    commit_report_author(session);
+    ccd_clear_error();
     trns_submit_ctx(session->backend_ctx);
     errno = 0;
     const int result = ccd_commit(session->backend_ctx);
     const int status = result != 0 ? result : errno;
+    if (status != 0) commit_report_leave();
     bgexit(status < 0 || status > 255 ? EIO : status);
 }
 
@@ -100,6 +108,7 @@ owned_job make_job(ccd_session *session, const char *id) {
  * changes nothing. True when the child runs; false when that was answered. */
 bool start(owned_job &job) {
     ccd_session *session = job->session;
+    commit_report_begin();
     errno = 0;
     const pid_t pid = bgfork(nullptr, job->cb_out, job->cb_err);
     if (pid == 0) run_commit(session);
@@ -171,15 +180,20 @@ void session_commit_next(void) {
 void session_commit_cb_exit(bgexec_ctx *job, int status) {
     ccd_session *session = job->session;
     const int error = error_of(job, status);
+    if (!WIFEXITED(status) && archive_is_on()) archive_recover(0);
     trns_ctx *ctx = session ? session->backend_ctx : g_trns_ctx;
     trns_inc_ctx_serial(ctx);
     ccd_revert(ctx);
     if (!session) return;
-    if (error != 0) {
-        reply_errno(session, job->id, error);
-    } else {
+    if (error == 0) {
         reply_ok(session, job->id);
+        session_forget_commit_order(session);
+    } else if (commit_report_take() && archive_is_on()) {
+        session_write_error(session, job->id, strerror(error));
+    } else {
+        reply_errno(session, job->id, error);
     }
+    ccd_clear_error();
     bgexec_unlock(session);
 }
 

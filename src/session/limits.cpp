@@ -191,6 +191,12 @@ unsigned long limit_met_count(enum limit_id id) {
     return g_states[id].met;
 }
 
+int limit_read_amount(const char *text, long *value) {
+    if (read_amount(text, *value)) return 0;
+    errno = EINVAL;
+    return -1;
+}
+
 int limits_read(const struct cnfnode *section) {
     if (!section) return 0;
     errno_guard keep;

@@ -70,6 +70,9 @@ void limit_count(enum limit_id id, unsigned long times);
 /* How often the daemon has acted on a limit since its start. */
 unsigned long limit_met_count(enum limit_id id);
 
+/* A whole number that is not negative, with K, M or G behind it or without. 0, or -1 (EINVAL). */
+int limit_read_amount(const char *text, long *value);
+
 /* Takes the values of a `limits` section: whole numbers, sizes also with K, M or G behind them. An
  * unknown key and a value that is none or out of range are logged, and the default stays. Null is
  * accepted. Returns 0, or -1 when anything was logged. */

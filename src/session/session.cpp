@@ -112,6 +112,7 @@ void destroy_session(ccd_session *session) {
     free(session->ucred);
     free(session->auth_method);
     free(session->hlxaaa_sid);
+    session_forget_commit_order(session);
     destroy_path_value_item_list(session->sanity_list);
     if (session->backend_ctx_sub) trns_destroy_ctx(session->backend_ctx_sub);
     if (session->backend_ctx != g_trns_ctx) trns_destroy_ctx(session->backend_ctx);
@@ -153,6 +154,12 @@ void session_free_collected(ccd_session *session) {
     session->curr_cmd = nullptr;
     session->curr_cmd_tail = &session->curr_cmd;
     session->curr_cmd_bytes = 0;
+}
+
+void session_forget_commit_order(ccd_session *session) {
+    free(session->commit_comment);
+    session->commit_comment = nullptr;
+    session->commit_trial = 0;
 }
 
 void add_session(ccd_session *session) {

@@ -86,6 +86,8 @@ typedef struct ccd_session {
     int discarded;              /* session_sweep destroys it */
     int64_t connected;          /* loop_now when its connection was accepted */
     unsigned long left;         /* its place among those without a connection; 0 with one */
+    char *commit_comment;       /* of the next commit; null for none */
+    long commit_trial;          /* seconds that the next commit is on trial; 0: it is for good */
     size_t holds;               /* about what it holds without a connection; 0: not known yet */
 } ccd_session;
 
@@ -128,6 +130,9 @@ void session_stall(ccd_session *session);
 
 /* Frees the lines collected for the current request. */
 void session_free_collected(ccd_session *session);
+
+/* Forgets what was said of the next commit: its comment, its trial. */
+void session_forget_commit_order(ccd_session *session);
 
 void add_session(ccd_session *session);
 

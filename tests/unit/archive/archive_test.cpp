@@ -107,7 +107,7 @@ TEST_F(Archive, AnInterruptedCommitIsPutBackAndAFinishedOneIsNot) {
     commit(journal);
     put("/replaced.ucfgd-tmp", "half");
     fs::create_directory(root + "/archive/2");
-    EXPECT_EQ(archive_recover(), 0);
+    EXPECT_EQ(archive_recover(0), 0);
     expect_old();
     EXPECT_EQ(get("/replaced.ucfgd-tmp"), "(absent)");
     EXPECT_EQ(archive_numbers(), std::vector<long>{1});
@@ -118,7 +118,7 @@ TEST_F(Archive, AnInterruptedCommitIsPutBackAndAFinishedOneIsNot) {
     commit_journal second{author()};
     commit(second);
     EXPECT_EQ(second.finish(), 0);
-    EXPECT_EQ(archive_recover(), 0);
+    EXPECT_EQ(archive_recover(0), 0);
     EXPECT_EQ(get("/replaced"), "new\n");
 }
 
