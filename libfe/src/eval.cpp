@@ -93,7 +93,8 @@ fe_node *run(evaluation evaluate_it) {
         destroy_fe_node_list(result);
         return fail_with(g_run.stopped);
     }
-    if (result != nullptr && errno == 0) errno = saved;
+    // Whoever asks behind a success whether memory ran out is not to hear of an earlier shortage.
+    if (result != nullptr && errno == 0 && saved != ENOMEM) errno = saved;
     return result;
 }
 

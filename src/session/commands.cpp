@@ -11,6 +11,7 @@
  *  4. Build. A word that is not made of letters, or that stands there twice, does not compile.
  */
 #include <array>
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -168,6 +169,7 @@ int session_process_command(ccd_session *session, const char *id, const char *cm
     }
     /* What a request has to say belongs to that request alone. */
     ccd_clear_error();
+    errno = 0; /* nor does the shortage of memory that an earlier one met */
     const command_request commands;
     const int result = command.handler(session, id, args);
     ccd_clear_error();
