@@ -1,6 +1,6 @@
 """Lets one allocation after the other fail, in the start of the daemon and in each kind of request.
 
-usage: alloc_sweep.py UCFGD LIBRARY [STEPS]
+usage: alloc_sweep.py UCFGD LIBRARY [STEPS [requests]]
 
 Without STEPS every allocation fails once; with it about that many of each row. Whatever fails, the
 daemon neither ends without a word nor hangs; a request is answered as usual or with an error, and
@@ -206,7 +206,8 @@ def main():
     begin = time.monotonic()
     banner = "SET system.banner one%0atwo%0athree"
     host = 'network.hosts.192%2e0%2e2%2e10.name'
-    sweep.start()
+    if sys.argv[4:] != ["requests"]:
+        sweep.start()
     sweep.request("log-in", "LOGIN root", after=["GET ssh.port"])
     sweep.request("GET", "GET ssh.port")
     sweep.request("LIST", "LIST network.hosts")
