@@ -11,8 +11,9 @@
  * away has no part in it: an entry reaches no further than to those beside it, and a section does
  * not look into its children.
  *
- * Only lines that several entries share (parser.h) reach further; with those the whole file is
- * tried.
+ * Where entries of several lines follow each other without sections that holds no longer: a quote
+ * that is never closed, or a line that several entries share (parser.h), reaches any place of the
+ * file. Those files are small, and are tried as a whole.
  *
  * A neighbour that is itself unfinished does not count; the question comes back when it has been
  * finished.
@@ -150,8 +151,7 @@ cnf_fitness entry_trial::run(std::string &why) {
     return is_new_leaf(entry_) ? CNF_UNFINISHED : CNF_UNFIT;
 }
 
-/* Shared lines carry an edit to any place of the file, so it is tried as a whole; that may fail for
- * an entry elsewhere that is unfinished. */
+/* Tries the file as a whole; that may fail for an entry elsewhere that is unfinished. */
 cnf_fitness entry_trial::run_in_file(std::string &why) {
     if (writes(root_)) return CNF_FIT;
     std::string whole = refused_.why;
@@ -171,9 +171,11 @@ cnf_fitness entry_trial::run_in_file(std::string &why) {
 cnf_fitness fitness_of(const cnfmodule *module, const node_record *root, const node_record *node,
                        std::string &why) {
     why.clear();
-    if (node == root || syntax{module}.whole_file()) return CNF_FIT;
+    syntax s{module};
+    if (node == root || s.whole_file()) return CNF_FIT;
+    bool reaches_far = !s.by_lines() && !s.nested();
     entry_trial trial{module, root, node};
-    cnf_fitness fitness = syntax{module}.shares_lines() ? trial.run_in_file(why) : trial.run(why);
+    cnf_fitness fitness = reaches_far ? trial.run_in_file(why) : trial.run(why);
     for (char &c : why)
         c = static_cast<unsigned char>(c) < ' ' || c == '\x7f' ? '?' : c;
     return fitness;
