@@ -1,9 +1,11 @@
 #include "ucfgd/ifaces.h"
 
+#include <poll.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/ioctl.h>
+#include <unistd.h>
 
 #include <cstddef>
 #include <new>
@@ -18,6 +20,17 @@ namespace {
 
 constexpr size_t k_first_room = 30;
 constexpr size_t k_more_room = 10;
+
+/* Says on standard error what went wrong, unless its reader is behind: nothing here may wait for
+ * it. Keeps errno. */
+void complain(const char *what, const char *reason = "") {
+    errno_guard keep;
+    char text[128];
+    snprintf(text, sizeof text, "%s%s\n", what, reason);
+    pollfd out{STDERR_FILENO, POLLOUT, 0};
+    if (poll(&out, 1, 0) != 1 || (out.revents & POLLOUT) == 0) return;
+    if (write(STDERR_FILENO, text, strlen(text)) < 0) return;
+}
 
 unique_fd ipv4_socket() {
     return unique_fd{socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
@@ -40,7 +53,7 @@ bool read_records(int fd, std::vector<ifreq> &records) {
         conf.ifc_len = static_cast<int>(room * sizeof(ifreq));
         conf.ifc_req = records.data();
         if (ioctl(fd, SIOCGIFCONF, &conf) < 0) {
-            perror("SIOCGIFCONF");
+            complain("SIOCGIFCONF: ", strerror(errno));
             return false;
         }
         size_t used = static_cast<size_t>(conf.ifc_len) / sizeof(ifreq);
@@ -75,7 +88,7 @@ void read_addresses(int fd, const char *name, iface &cfg) {
 iface_node *iface_get_list() {
     unique_fd fd = ipv4_socket();
     if (!fd) {
-        fprintf(stderr, "Failed to open socket: %s\n", strerror(errno));
+        complain("Failed to open socket: ", strerror(errno));
         return nullptr;
     }
     list_builder<iface_node> list;
@@ -91,7 +104,7 @@ iface_node *iface_get_list() {
         }
     } catch (const std::bad_alloc &) {
         destroy_iface_list(list.release());
-        fputs("Out of memory\n", stderr);
+        complain("Out of memory");
         errno = ENOMEM;
     }
     return list.release();

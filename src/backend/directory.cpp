@@ -75,11 +75,15 @@ const char *name_below(const char *directory, const char *path) {
     return path + length + 1;
 }
 
-/* Not empty, not absolute, no "." or ".." in it. */
+/* Its file is written under a longer one first. */
+constexpr size_t k_longest_name = NAME_MAX - k_temporary_suffix.size();
+
+/* Not empty, not absolute, no "." or ".." in it, and not too long. */
 bool is_name_below(std::string_view rest) {
     while (true) {
         std::string_view component = rest.substr(0, rest.find('/'));
         if (component.empty() || component == "." || component == "..") return false;
+        if (component.size() > k_longest_name) return false;
         if (component.size() == rest.size()) return true;
         rest.remove_prefix(component.size() + 1);
     }

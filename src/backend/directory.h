@@ -25,8 +25,7 @@
  *     what a session deletes are the files that its own tree once had, whatever others add
  *     meanwhile.
  *  2. A commit writes the members that have changed, and removes those that were read and are not
- * in the tree any more. Every other file in the directory is somebody else's.
- */
+ *     in the tree any more. Every other file in the directory is somebody else's. */
 
 enum class member_state : unsigned char {
     read,

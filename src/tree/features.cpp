@@ -2,8 +2,8 @@
 
 #include <dlfcn.h>
 #include <libdaemon/dlog.h>
+#include <sys/stat.h>
 #include <syslog.h>
-#include <unistd.h>
 
 #include <array>
 #include <cstdio>
@@ -123,11 +123,17 @@ owned_tree parse_backend_file(cnfmodule *tavconf, const char *file) {
     return tree;
 }
 
-/* A copy of a system (--root) brings its own plug-ins, or takes those of the machine. */
+/* A copy of a system (--root) brings its own plug-ins, or takes those of the machine. One that is
+ * there and out of reach is no reason to take another. */
 void register_plugin(const char *name, const char *library) {
     owned_str path{prefix_ucfgdconffilename(library)};
-    bool is_there = path && access(path.get(), F_OK) == 0;
-    cnfmodule_register_plugin(name, is_there ? path.get() : library, 0);
+    if (!path) {
+        daemon_log(LOG_ERR, "Error: Plug-in '%s' is not loaded: %s", name, std::strerror(ENOMEM));
+        return;
+    }
+    struct stat st {};
+    bool is_missing = stat(path.get(), &st) != 0 && (errno == ENOENT || errno == ENOTDIR);
+    cnfmodule_register_plugin(name, is_missing ? library : path.get(), 0);
 }
 
 void add_backends(cnfmodule *tavconf, const cnfnode *module, fe_def *fed_list) {

@@ -1,5 +1,8 @@
 #include "tree/root_glob.h"
 
+#include <libdaemon/dlog.h>
+
+#include <cerrno>
 #include <cstring>
 #include <new>
 #include <string_view>
@@ -24,10 +27,24 @@ std::string escaped_for_glob(std::string_view text) {
     return escaped;
 }
 
+/* glob gives its caller no place to keep this in. */
+int g_unreadable = 0;
+
+int note_unreadable(const char * /*path*/, int reason) {
+    if (reason != ENOENT && reason != ENOTDIR) g_unreadable = reason;
+    return 0;
+}
+
 }  // namespace
 
 root_glob::root_glob(const char *pattern)
     : full_(prefixed(pattern)), prefix_length_(full_.size() - std::strlen(pattern)) {
     std::string sought = escaped_for_glob({full_.data(), prefix_length_}) + pattern;
-    if (glob(sought.c_str(), 0, nullptr, &matches_) != 0) matches_.gl_pathc = 0;
+    g_unreadable = 0;
+    int status = glob(sought.c_str(), 0, note_unreadable, &matches_);
+    if (status != 0) matches_.gl_pathc = 0;
+    if (status == GLOB_NOSPACE) g_unreadable = ENOMEM;
+    if (g_unreadable == 0) return;
+    daemon_log(LOG_ERR, "Error: Looking for '%s' failed: %s", full_.c_str(),
+               std::strerror(g_unreadable));
 }

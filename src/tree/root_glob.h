@@ -11,7 +11,8 @@
  *
  * They are looked for below the prefix, which is text and no pattern. name() is complete; given()
  * is without the prefix, for whom puts it before the name again. Names live as long as the object.
- * Throws std::bad_alloc when the pattern cannot be formed. */
+ * A search that fails finds what it can, and is logged: no match is what most directories give, a
+ * directory out of reach is not. Throws std::bad_alloc when the pattern cannot be formed. */
 class root_glob {
   public:
     explicit root_glob(const char *pattern);

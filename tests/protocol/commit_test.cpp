@@ -468,8 +468,10 @@ TEST_F(Commit, TheFilesOfADirectoryComeAndGoWithItsEntries) {
     EXPECT_EQ(a.ask("1.1 SET zones.a%2ezone.owner eve\n1.2 DEL zones b%2ezone\n"
                     "1.3 ADD zones d%2ezone\n1 SUBMIT"),
               "1.1 OK\n1.2 OK\n1.3 OK\n1 OK\n");
-    EXPECT_EQ(a.ask("2 ADD zones x%2f..%2f..%2fhosts"),
-              "2.error error.not-storable\n2 ERR Value cannot be stored in this file\n");
+    for (const std::string &name :
+         {std::string{"x%2f..%2f..%2fhosts"}, std::string(245, 'x') + "%2ezone"})
+        EXPECT_EQ(a.ask("2 ADD zones " + name),
+                  "2.error error.not-storable\n2 ERR Value cannot be stored in this file\n");
     EXPECT_EQ(a.ask("3 COMMIT"), "3 OK\n");
     EXPECT_EQ(names("/etc/zones"), "a.zone broken.zone c.zone d.zone other ");
     EXPECT_EQ(file("/etc/zones/a.zone"), "owner = eve\nrest = 1 # kept\n");

@@ -78,12 +78,15 @@ TEST_F(DefinitionFile, IncludesAreReadBelowTheRootPrefixIntoTheirNode) {
     file("/etc/more/2.conf", "get: 'second'\n");
     file("/etc/more/1.conf", "get: 'first'\ninclude: deeper/*.conf\n");
     file("/etc/more/deeper/x.conf", "x {\n get: 'deep'\n include: ../../more/1.conf\n}\n");
-    define("a {\n include: more/*.conf\n include: none/*\n}\n");
+    std::filesystem::create_symlink("loop", dir + "/etc/loop");
+    define("a {\n include: more/*.conf\n include: none/*\n include: loop/*\n}\n");
     EXPECT_EQ(get("a"), "second");
     EXPECT_EQ(get("a.x"), "deep");
     EXPECT_EQ(log(), (log_lines{"Error: File '" + dir +
-                                "/etc/more/deeper/../../more/1.conf' is "
-                                "being read already and is not included again."}));
+                                    "/etc/more/deeper/../../more/1.conf' is "
+                                    "being read already and is not included again.",
+                                "Error: Looking for '" + dir +
+                                    "/etc/loop/*' failed: " + std::strerror(ELOOP)}));
 }
 
 TEST_F(DefinitionFile, ADirectoryWhoseFilesAllIncludeItIsNotReadInEveryOrder) {
