@@ -94,6 +94,7 @@ int commit_journal::add_command(const std::string &module, const std::string &be
 
 int commit_journal::seal() {
     if (folder_.empty()) return 0;
+    record_.notes = std::exchange(commit_author().notes, {});
     if (write_record(folder_, record_) != 0) return fail("the record of " + folder_);
     sealed_ = true;
     return 0;

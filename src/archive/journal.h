@@ -57,7 +57,8 @@ class commit_journal {
 };
 
 /* Who commits, why, and for how long on trial: set by the session before it commits. Its number is
- * that of the last commit of this process, 0 before the first. */
+ * that of the last commit of this process, 0 before the first; its notes are what hooks say before
+ * the record is there, which seal takes along. */
 commit_record &commit_author(void);
 
 /* Adds what a hook did to the record of a commit. */

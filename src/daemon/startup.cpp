@@ -31,7 +31,9 @@
 #include "functions/functions.h"
 #include "llconf/modules.h"
 #include "llconf/nodes.h"
+#include "session/commit_orders.h"
 #include "session/daemonfuncs.h"
+#include "session/history_functions.h"
 #include "session/session.h"
 #include "tavevent/tavevent.h"
 #include "tree/ccdtree.h"
@@ -53,10 +55,11 @@ using function_family = fe_def *(*)(fe_def *list);
 
 /* A later family wins where two have the same name. */
 constexpr function_family k_families[] = {
-    fe_register_felib_funcs, fe_register_network_sanity_funcs, fe_register_llfuncs,
-    fe_register_llmiscfuncs, fe_register_llmgettyfuncs,        fe_register_lltavfuncs,
-    fe_register_paramfuncs,  fe_register_adm_network_funcs,    fe_register_adm_misc_funcs,
-    fe_register_typefuncs,   fe_register_daemonfuncs,
+    fe_register_felib_funcs,   fe_register_network_sanity_funcs, fe_register_llfuncs,
+    fe_register_llmiscfuncs,   fe_register_llmgettyfuncs,        fe_register_lltavfuncs,
+    fe_register_paramfuncs,    fe_register_adm_network_funcs,    fe_register_adm_misc_funcs,
+    fe_register_typefuncs,     fe_register_daemonfuncs,          fe_register_history_functions,
+    fe_register_commit_orders,
 };
 
 void done() {
