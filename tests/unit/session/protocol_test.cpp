@@ -155,12 +155,15 @@ TEST_F(Protocol, SlowRequestsGiveOthersTheirTurn) {
     const std::string requests = "a GET slow\nb GET slow\nc GET slow\n";
     databuf_add(session->inbuf, requests.data(), static_cast<int>(requests.size()));
     session_process_input(session);
-    std::string all;
-    for (bool over = false; !over; over = !session->stalled) {
-        if (session->stalled) session_sweep();
-        const std::string turn = replies(session);
+    const auto one_turn = [&] {
+        std::string turn = replies(session);
         EXPECT_LE(std::count(turn.begin(), turn.end(), '\n'), 2) << turn;
-        all += turn;
+        return turn;
+    };
+    std::string all = one_turn();
+    while (session->stalled) {
+        session_sweep();
+        all += one_turn();
     }
     EXPECT_EQ(all, "a.1 1\na OK\nb.1 1\nb OK\nc.1 1\nc OK\n");
 }
