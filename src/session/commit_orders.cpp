@@ -6,6 +6,8 @@
 #include <utility>
 
 #include "archive/archive.h"
+#include "backend/archived_edits.h"
+#include "session/commit_number.h"
 #include "session/session.h"
 #include "tree/arguments.h"
 #include "tree/param_error.h"
@@ -48,6 +50,19 @@ fe_node *fe_func_commitcomment(fe_context *ctx, fe_node *call) {
     return truth_node(true);
 }
 
+/* The functions that make edits of what the archive holds, and what they do. */
+template <int (*order)(trns_ctx *, const commit_record &)>
+fe_node *edit_from_archive(fe_context *ctx, fe_node *call) {
+    const call_arguments args{ctx, call};
+    if (args.count() != 1) return fail_count(args);
+    commit_record record;
+    if (find_commit(args[0], record) && order(static_cast<trns_ctx *>(ctx->user_data), record) == 0)
+        return truth_node(true);
+    const param_error *error = ccd_get_error();
+    if (error && error->msg) ccd_set_failure_reason(error->msg);
+    return truth_node(false);
+}
+
 struct native_function {
     const char *name;
     fe_function function;
@@ -56,6 +71,8 @@ struct native_function {
 constexpr native_function k_functions[] = {
     {"sessionmay", guarded<fe_func_sessionmay>},
     {"commitcomment", guarded<fe_func_commitcomment>},
+    {"commitload", guarded<edit_from_archive<load_after_commit>>},
+    {"commitundo", guarded<edit_from_archive<undo_commit>>},
 };
 
 }  // namespace

@@ -83,4 +83,63 @@ TEST_F(History, KeepsWhatHooksSayOfTheirWork) {
     EXPECT_EQ(info("history.2.notes"), info("history.1.notes"));
 }
 
+TEST_F(History, LoadsTheFilesAsTheyStoodAfterACommitAsEdits) {
+    begin();
+    const std::string hosts = file("/etc/hosts");
+    commit("ssh.port 2222");
+    commit("network.hosts.192%2e0%2e2%2e11.name post");
+    commit("ssh.port 3333");
+    EXPECT_EQ(a.ask("1 SET commits.load 1"), "1 OK\n");
+    EXPECT_EQ(a.ask("2 GET ssh.port"), "2.1 2222\n2 OK\n");
+    EXPECT_EQ(a.ask("3 DIRTY"), "3.dirty 1\n3 OK\n");
+    EXPECT_NE(file("/etc/hosts"), hosts);
+    commit("system.location here");
+    EXPECT_EQ(file("/etc/hosts"), hosts);
+    EXPECT_NE(file("/etc/ssh/sshd_config").find("Port 2222\n"), std::string::npos);
+    EXPECT_EQ(a.ask("4 SET commits.load 9"),
+              "4.error error.commit.number\n4.error.arg 9\n4 ERR there is no commit 9\n");
+    client writer = logged_in("l.1 perms read write\nl LOGIN root");
+    EXPECT_EQ(writer.ask("1 SET commits.undo 1"), "1 NO permission denied\n");
+    EXPECT_EQ(writer.ask("2 SET commits.comment x"), "2 OK\n");
+}
+
+TEST_F(History, UndoesOneCommitAndKeepsWhatHasBeenChangedSince) {
+    begin();
+    const std::string sshd = file("/etc/ssh/sshd_config");
+    commit("ssh.x11 no");
+    commit("ssh.port 3333");
+    EXPECT_EQ(a.ask("1 SET commits.undo 1"), "1 OK\n");
+    EXPECT_EQ(a.ask("2 COMMIT"), "2 OK\n");
+    EXPECT_EQ(file("/etc/ssh/sshd_config"), sshd + "Port 3333\n");
+    commit("ssh.port 4444");
+    EXPECT_EQ(a.ask("3.1 SET system.location lost\n3.2 SET commits.undo 2\n3 SUBMIT"),
+              "3.1 OK\n3.2.error error.commit.overlap\n3.2.error.arg /etc/ssh/sshd_config\n"
+              "3.2.error.arg line 123\n3.2 ERR commit 2 cannot be undone: /etc/ssh/sshd_config has "
+              "been changed since in line 123\n3 ERR\n");
+    EXPECT_EQ(a.ask("4 DIRTY"), "4.dirty 0\n4 OK\n");
+}
+
+TEST_F(History, BringsFilesOfADirectoryBackAndTakesThemAway) {
+    begin("mode: 0640\n}\ndropins {\n module: keyvalue\n file: /etc/dropins\n pattern: \"*.conf\"");
+    stop();
+    put("/etc/dropins/a.conf", "level 1\n");
+    append("/etc/ucfgd/param.conf",
+           "dropins {\n list: lllist('dropins', '.')\n add: lladd('dropins', '', slashify($_))\n"
+           " del: lldel('dropins', '', slashify($_))\n sanity: '1'\n * {\n  level {\n"
+           "   set: lladdne('dropins', slashify($1), 'level') && llset('dropins', slashify($1) .. "
+           "'/level', $_)\n   sanity: '1'\n  }\n }\n}\n");
+    start();
+    a = logged_in();
+    commit("dropins.a%2econf.level 2");
+    EXPECT_EQ(a.ask("1 ADD dropins b.conf"), "1 OK\n");
+    EXPECT_EQ(a.ask("2 DEL dropins a.conf"), "2 OK\n");
+    commit("dropins.b%2econf.level 3");
+    EXPECT_EQ(info("history.2.files"),
+              "i.1 created /etc/dropins/b.conf\nremoved /etc/dropins/a.conf\ni OK\n");
+    commit("commits.load 1");
+    EXPECT_EQ(file("/etc/dropins/a.conf") + file("/etc/dropins/b.conf"), "level 2\n<missing>");
+    commit("commits.undo 3");
+    EXPECT_EQ(file("/etc/dropins/a.conf") + file("/etc/dropins/b.conf"), "<missing>level 3\n");
+}
+
 }  // namespace

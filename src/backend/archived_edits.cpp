@@ -1,0 +1,241 @@
+#include "backend/archived_edits.h"
+
+#include <errno.h>
+#include <libdaemon/dlog.h>
+#include <syslog.h>
+
+#include <cstring>
+#include <map>
+#include <string>
+#include <utility>
+
+#include "archive/archive.h"
+#include "archive/merge.h"
+#include "backend/contexts.h"
+#include "backend/items.h"
+#include "backend/llfuncs.h"
+#include "llconf/modules.h"
+#include "llconf/nodes.h"
+#include "tree/param_error.h"
+#include "ucfgd/owners.h"
+
+namespace {
+
+using owned_tree = owned<cnfnode, destroy_cnftree>;
+
+/* One version of a file, or that there was none. */
+struct version {
+    file_kind kind = file_kind::absent;
+    std::string text;
+};
+
+/* The file of a module that an archived one was, in the trees of a transaction. */
+struct target {
+    llconf_item *item = nullptr;
+    llconf_item *primary = nullptr;
+    std::string member; /* of a directory */
+    std::string shown;
+};
+
+int refuse(const std::string &why, const char *id, const target &at, const char *arg = nullptr) {
+    ccd_set_error(why.c_str(), id);
+    ccd_add_error_arg(at.shown.c_str());
+    if (arg) ccd_add_error_arg(arg);
+    return -1;
+}
+
+int refuse_text(const target &at) {
+    const char *why = errno == EINVAL ? cnf_error_text() : std::strerror(errno);
+    return refuse(at.shown + ": " + why, "error.commit.text", at);
+}
+
+/* False when no module has that file any more. */
+bool find_target(trns_ctx *ctx, const archived_file &file, target &at) {
+    at.shown = file.path.empty() ? file.module : file.path;
+    at.item = find_llconf_item(lli_list_from_trns_ctx(ctx), file.module.c_str());
+    at.primary = llconf_primary_item(at.item);
+    if (!at.item || !at.primary->module || at.item->delete_me) return false;
+    if (file.path.empty() != !at.primary->file) return false;
+    if (file.path.empty()) return true;
+    const std::string name = at.primary->file->filename;
+    if (!at.primary->pattern) return file.path == name;
+    if (!file.path.starts_with(name)) return false;
+    at.member = file.path.substr(name.size());
+    at.member.erase(0, at.member.find_first_not_of('/'));
+    return is_member_name(at.primary->pattern, at.member.c_str());
+}
+
+const cnfnode *tree_of(const target &at) {
+    const cnfnode *tree = llconf_get_cnftree_read(at.item);
+    return tree && at.primary->pattern ? find_node(tree->first_child, at.member.c_str()) : tree;
+}
+
+/* What the transaction's tree would be written as. */
+int read_present(const target &at, version &present) {
+    const cnfnode *tree = tree_of(at);
+    present = {};
+    if (!tree) return 0;
+    size_t length = 0;
+    const owned_str text{cnfmodule_unparse_text(at.primary->module, tree, &length)};
+    if (!text) return refuse_text(at);
+    present = {file_kind::regular, {text.get(), length}};
+    return 0;
+}
+
+int read_archived(const commit_record &record, size_t index, bool after, version &archived,
+                  const target &at) {
+    const archived_file &file = record.files[index];
+    const std::string folder = archive_folder(record.number);
+    archived = {after ? file.after.kind : file.before.kind, ""};
+    if (archived.kind == file_kind::absent) return 0;
+    if (archived.kind == file_kind::link)
+        return refuse(at.shown + " was a link that led nowhere", "error.commit.text", at);
+    const std::string name = after ? after_name(folder, index) : before_name(folder, index);
+    return read_whole(name, archived.text) == 0 ? 0 : refuse_text(at);
+}
+
+int put_member(const target &at, owned_tree fresh) {
+    cnfnode *directory = llconf_get_cnftree_write(at.item);
+    if (!directory) return refuse_text(at);
+    cnfnode *old = find_node(directory->first_child, at.member.c_str());
+    if (!old && fresh && !ll_name_free(at.item, directory, at.member.c_str()))
+        return refuse(at.shown + " is there and cannot be read", "error.commit.text", at);
+    if (fresh &&
+        (cnfnode_setname(fresh.get(), at.member.c_str()) != 0 ||
+         (old ? insert_node_before(old, fresh.get()) : append_node(directory, fresh.get())) != 0))
+        return refuse_text(at);
+    (void)fresh.release();
+    destroy_cnftree(old);
+    return 0;
+}
+
+/* Makes the tree that of a version, as an edit. Nothing happens where it is so already. */
+int put(const target &at, const version &wanted) {
+    version present;
+    if (read_present(at, present) != 0) return -1;
+    if (present.text == wanted.text && (present.kind == wanted.kind || !at.primary->pattern))
+        return 0;
+    owned_tree tree;
+    if (wanted.kind != file_kind::absent || !at.primary->pattern) {
+        tree.reset(cnfmodule_parse_text(at.primary->module, at.shown.c_str(), wanted.text.data(),
+                                        wanted.text.size()));
+        if (!tree) return refuse_text(at);
+    }
+    if (at.primary->pattern) {
+        if (put_member(at, std::move(tree)) != 0) return -1;
+    } else {
+        llconf_install_cnftree(at.item, tree.release());
+    }
+    at.item->is_dirty = 1;
+    return 0;
+}
+
+/* Where in the archive a version stands. */
+struct found_version {
+    const commit_record *record;
+    size_t index;
+    bool after;
+};
+
+using file_key = std::pair<std::string, std::string>;
+
+/* Which version each file had after a commit: that of the last commit up to there, or else what the
+ * first one behind it found. What never was in effect, or has been undone, has left nothing. */
+std::map<file_key, found_version> versions_after(const std::map<long, commit_record> &records,
+                                                 long number) {
+    std::map<file_key, found_version> versions;
+    for (const auto &[at, record] : records) {
+        const bool up_to = at <= number;
+        if (record.state == commit_state::failed || record.state == commit_state::open) continue;
+        if (up_to && at != number && record.state == commit_state::undone) continue;
+        for (size_t i = 0; i < record.files.size(); i++) {
+            const file_key key{record.files[i].module, record.files[i].path};
+            if (up_to)
+                versions[key] = {&record, i, true};
+            else
+                versions.try_emplace(key, found_version{&record, i, false});
+        }
+    }
+    return versions;
+}
+
+std::map<long, commit_record> all_records() {
+    std::map<long, commit_record> records;
+    for (long number : archive_numbers()) {
+        commit_record record;
+        if (read_record(archive_folder(number), record) == 0) records[number] = std::move(record);
+    }
+    return records;
+}
+
+int put_version(trns_ctx *ctx, const commit_record &record, size_t index, bool after) {
+    target at;
+    if (!find_target(ctx, record.files[index], at)) {
+        daemon_log(LOG_NOTICE, "commit %ld: no module has %s any more", record.number,
+                   at.shown.c_str());
+        return 0;
+    }
+    version archived;
+    if (read_archived(record, index, after, archived, at) != 0) return -1;
+    return put(at, archived);
+}
+
+int refuse_overlap(const commit_record &record, const target &at, const std::string &where) {
+    return refuse("commit " + std::to_string(record.number) + " cannot be undone: " + at.shown +
+                      " has been changed since in " + where,
+                  "error.commit.overlap", at, where.c_str());
+}
+
+int undo_file(trns_ctx *ctx, const commit_record &record, size_t index) {
+    target at;
+    if (!find_target(ctx, record.files[index], at))
+        return refuse("no module has " + at.shown + " any more", "error.commit.module", at);
+    version before;
+    version after;
+    version present;
+    if (read_archived(record, index, false, before, at) != 0 ||
+        read_archived(record, index, true, after, at) != 0 || read_present(at, present) != 0)
+        return -1;
+    if (present.text == after.text) return put(at, before);
+    if (present.text == before.text) return 0;
+    if (before.kind == file_kind::absent || after.kind == file_kind::absent)
+        return refuse_overlap(record, at, "all lines");
+    const text_merge merged = merge_texts(after.text, present.text, before.text);
+    if (merged.result == merge_result::conflict)
+        return refuse_overlap(record, at, merged.conflicts);
+    if (merged.result == merge_result::failed) return refuse_text(at);
+    return put(at, {file_kind::regular, merged.text});
+}
+
+/* Whether its files have ever been in effect. */
+bool was_in_effect(const commit_record &record) {
+    if (record.state == commit_state::done || record.state == commit_state::trial ||
+        record.state == commit_state::undone)
+        return true;
+    const std::string text = "commit " + std::to_string(record.number) + " was never in effect";
+    ccd_set_error(text.c_str(), "error.commit.state");
+    return false;
+}
+
+}  // namespace
+
+int load_after_commit(trns_ctx *ctx, const commit_record &record) {
+    if (!was_in_effect(record)) return -1;
+    const std::map<long, commit_record> records = all_records();
+    for (const auto &[key, found] : versions_after(records, record.number))
+        if (put_version(ctx, *found.record, found.index, found.after) != 0) return -1;
+    return 0;
+}
+
+int undo_commit(trns_ctx *ctx, const commit_record &record) {
+    if (!was_in_effect(record)) return -1;
+    for (size_t i = 0; i < record.files.size(); i++)
+        if (undo_file(ctx, record, i) != 0) return -1;
+    return 0;
+}
+
+int show_commit(trns_ctx *ctx, const commit_record &record, bool after) {
+    for (size_t i = 0; i < record.files.size(); i++)
+        if (put_version(ctx, record, i, after) != 0) return -1;
+    return 0;
+}
