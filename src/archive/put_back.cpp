@@ -13,6 +13,8 @@
 
 namespace {
 
+commands_back g_give_commands = nullptr;
+
 struct one_file {
     const commit_record &record;
     const archived_file &file;
@@ -100,8 +102,7 @@ int recover(long number) {
     daemon_log(LOG_WARNING, "Warning: commit %ld of %s was interrupted; putting its files back",
                number, record.user.c_str());
     remove_temporaries(record);
-    put_back_report report;
-    return end_commit(record, commit_state::failed, report);
+    return end_commit(record, commit_state::failed);
 }
 
 }  // namespace
@@ -125,10 +126,30 @@ int put_back(const commit_record &record, put_back_report &report) {
     return result;
 }
 
-int end_commit(commit_record &record, commit_state state, put_back_report &report) {
+void put_back_set_commands(commands_back give) {
+    g_give_commands = give;
+}
+
+int end_commit(commit_record &record, commit_state state) {
+    put_back_report report;
     if (put_back(record, report) != 0) return -1;
+    if (!report.commands.empty()) {
+        if (!g_give_commands) return 0;
+        g_give_commands(record, report);
+    }
     record.state = state;
     return write_record(archive_folder(record.number), record);
+}
+
+bool archive_has_open(void) {
+    std::vector<long> numbers = archive_numbers();
+    /* A folder without a record is being filled, or was left by a crash; the one before it counts.
+     */
+    while (!numbers.empty() && !has_record(archive_folder(numbers.back())))
+        numbers.pop_back();
+    commit_record record;
+    return !numbers.empty() && read_record(archive_folder(numbers.back()), record) == 0 &&
+           record.state == commit_state::open;
 }
 
 int archive_recover(long milliseconds) {

@@ -30,8 +30,17 @@ struct put_back_report {
  * are put back all the same, and the call can be repeated. The record stays as it is. */
 int put_back(const commit_record &record, put_back_report &report);
 
-/* Puts back and then gives the commit its new state, "undone" or "failed". */
-int end_commit(commit_record &record, commit_state state, put_back_report &report);
+/* Who gives commands their old texts: set once the modules are known. */
+using commands_back = void (*)(const commit_record &record, const put_back_report &report);
+void put_back_set_commands(commands_back give);
+
+/* Puts back, commands too, and then gives the commit its new state, "undone" or "failed". While
+ * nobody is known who gives commands their texts, a commit that has some keeps its state, and the
+ * call can be repeated. */
+int end_commit(commit_record &record, commit_state state);
+
+/* Whether a commit is open: one that runs, or one that was interrupted. */
+bool archive_has_open(void);
 
 /* What the start does before anybody may connect: puts back every open commit, removes folders that
  * a crash has left without a record, and the temporary files beside the names of an open commit.

@@ -9,6 +9,7 @@
 
 #include "archive/archive.h"
 #include "archive/file_state.h"
+#include "archive/put_back.h"
 #include "daemon/loop.h"
 #include "ucfgd/owners.h"
 
@@ -35,17 +36,41 @@ int64_t left_of(const commit_record &record, const std::string &boot) {
     return left > record.trial_seconds * k_milliseconds ? 0 : std::max<int64_t>(left, 0);
 }
 
-/* Changes the record of each commit of the trial. */
+/* The trial and whether a part of it is undone already. */
+struct running_trial {
+    std::vector<commit_record> commits; /* the newest first */
+    bool half_undone = false;
+};
+
+running_trial find_trial() {
+    running_trial trial;
+    bool undone = false;
+    const std::vector<long> numbers = archive_numbers();
+    for (size_t i = numbers.size(); i-- > 0;) {
+        commit_record record;
+        errno_guard keep;
+        if (read_record(archive_folder(numbers[i]), record) != 0) continue;
+        if (record.state == commit_state::done) break;
+        if (record.state == commit_state::undone) undone = true;
+        if (record.state != commit_state::trial) continue;
+        trial.half_undone = undone;
+        trial.commits.push_back(std::move(record));
+    }
+    return trial;
+}
+
+/* Changes the record of each commit of the trial, the oldest first. */
 template <class change>
 int change_all(change apply) {
     archive_lock lock{k_lock_milliseconds};
     if (!lock.held()) return -1;
-    std::vector<commit_record> commits = trial_commits();
-    if (commits.empty()) {
-        errno = ENOENT;
+    running_trial trial = find_trial();
+    if (trial.commits.empty() || trial.half_undone) {
+        errno = trial.commits.empty() ? ENOENT : EALREADY;
         return -1;
     }
-    for (commit_record &record : commits) {
+    for (size_t i = trial.commits.size(); i-- > 0;) {
+        commit_record &record = trial.commits[i];
         apply(record);
         if (write_record(archive_folder(record.number), record) != 0) return -1;
     }
@@ -55,20 +80,15 @@ int change_all(change apply) {
 }  // namespace
 
 std::vector<commit_record> trial_commits(void) {
-    std::vector<commit_record> commits;
-    for (long number : archive_numbers()) {
-        commit_record record;
-        errno_guard keep;
-        if (read_record(archive_folder(number), record) == 0 && record.state == commit_state::trial)
-            commits.push_back(std::move(record));
-    }
+    std::vector<commit_record> commits = find_trial().commits;
+    std::reverse(commits.begin(), commits.end());
     return commits;
 }
 
 int64_t trial_left(void) {
-    const std::vector<commit_record> commits = trial_commits();
-    if (commits.empty()) return -1;
-    return left_of(commits.back(), boot_id());
+    const running_trial trial = find_trial();
+    if (trial.commits.empty()) return -1;
+    return trial.half_undone ? 0 : left_of(trial.commits.front(), boot_id());
 }
 
 void trial_begin(commit_record &record, long seconds) {
@@ -82,26 +102,37 @@ int trial_extend(long seconds) {
 }
 
 int trial_confirm(void) {
-    return change_all([](commit_record &record) {
-        record.state = commit_state::done;
-        daemon_log(LOG_NOTICE, "commit %ld is confirmed", record.number);
-    });
+    const std::vector<commit_record> commits = trial_commits();
+    if (change_all([](commit_record &record) { record.state = commit_state::done; }) != 0)
+        return -1;
+    for (const commit_record &record : commits)
+        daemon_log(LOG_NOTICE, "commit %ld of %s is confirmed", record.number, record.user.c_str());
+    return 0;
 }
 
-int trial_undo(std::vector<commit_record> &undone, put_back_report &report) {
+int trial_undo(std::vector<commit_record> &undone) {
     archive_lock lock{k_lock_milliseconds};
     if (!lock.held()) return -1;
-    std::vector<commit_record> commits = trial_commits();
-    if (commits.empty()) {
+    running_trial trial = find_trial();
+    if (trial.commits.empty()) {
         errno = ENOENT;
         return -1;
     }
-    while (!commits.empty()) {
-        commit_record record = std::move(commits.back());
-        commits.pop_back();
-        if (end_commit(record, commit_state::undone, report) != 0) return -1;
+    for (commit_record &record : trial.commits) {
+        if (end_commit(record, commit_state::undone) != 0) return -1;
+        if (record.state == commit_state::trial) continue;
         daemon_log(LOG_NOTICE, "commit %ld of %s is undone", record.number, record.user.c_str());
         undone.push_back(std::move(record));
+    }
+    return 0;
+}
+
+int trial_put_back_files(void) {
+    archive_lock lock{k_lock_milliseconds};
+    if (!lock.held()) return -1;
+    for (const commit_record &record : find_trial().commits) {
+        put_back_report report;
+        if (put_back(record, report) != 0) return -1;
     }
     return 0;
 }

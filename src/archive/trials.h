@@ -10,7 +10,6 @@
 #include <string>
 #include <vector>
 
-#include "archive/put_back.h"
 #include "archive/record.h"
 
 /* Commits on trial: in effect, and undone by themselves unless somebody confirms in time.
@@ -21,7 +20,9 @@
  *  3. Whoever confirms and whoever undoes hold the archive's lock, so that one of them comes too
  *     late and is told so. They may be different processes.
  *  4. Functions return 0, or -1 with errno: ENOENT when no trial runs, EAGAIN when another process
- *     has held the lock for too long.
+ *     has held the lock for too long, EALREADY when the trial is being undone already: one of its
+ *     commits is, and the others could not be, as yet.
+ *  5. While a trial runs no commit is done for good: behind the newest that is, none is on trial.
  */
 
 /* What the running trial is; empty without one. The oldest commit stands first. */
@@ -43,6 +44,9 @@ int trial_confirm(void);
 /* Undoes the commits of the trial, the newest first; those whose files could not all be put back
  * stay on trial, so that it can be tried again. The records of those that were undone go to
  * `undone`. */
-int trial_undo(std::vector<commit_record> &undone, put_back_report &report);
+int trial_undo(std::vector<commit_record> &undone);
+
+/* What can be done of that before the modules are known: the files. The commits stay on trial. */
+int trial_put_back_files(void);
 
 #endif

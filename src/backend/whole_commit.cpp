@@ -175,9 +175,7 @@ int whole_commit::give_up(int reason) {
     commit_record record = journal_.record();
     daemon_log(LOG_ERR, "commit %ld failed: %s; putting its files back", record.number,
                std::strerror(reason));
-    put_back_report report;
-    end_commit(record, commit_state::failed, report);
-    put_back_commands(record, report);
+    end_commit(record, commit_state::failed);
     return reason;
 }
 

@@ -23,6 +23,7 @@
 #include "fe/functions.h"
 #include "llconf/nodes.h"
 #include "session/login_gate.h"
+#include "session/restore.h"
 #include "session/session.h"
 #include "tree/ccdtree.h"
 #include "tree/trns.h"
@@ -148,6 +149,7 @@ void do_loop(const cnfnode *root) {
     fflush(stdout);
     signal(SIGPIPE, SIG_IGN);
     loop_set_hooks(sweep, listen_resume);
+    restore_begin();
     loop(0);
 }
 

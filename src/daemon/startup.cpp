@@ -16,9 +16,11 @@
 
 #include "archive/archive.h"
 #include "archive/put_back.h"
+#include "archive/trials.h"
 #include "auth/session_auth.h"
 #include "backend/ll_trns.h"
 #include "backend/registry.h"
+#include "backend/whole_commit.h"
 #include "daemon/config.h"
 #include "daemon/dirs.h"
 #include "daemon/dump.h"
@@ -35,6 +37,7 @@
 #include "session/daemonfuncs.h"
 #include "session/history_functions.h"
 #include "session/session.h"
+#include "session/trial_functions.h"
 #include "tavevent/tavevent.h"
 #include "tree/ccdtree.h"
 #include "tree/features.h"
@@ -59,7 +62,7 @@ constexpr function_family k_families[] = {
     fe_register_llmiscfuncs,   fe_register_llmgettyfuncs,        fe_register_lltavfuncs,
     fe_register_paramfuncs,    fe_register_adm_network_funcs,    fe_register_adm_misc_funcs,
     fe_register_typefuncs,     fe_register_daemonfuncs,          fe_register_history_functions,
-    fe_register_commit_orders,
+    fe_register_commit_orders, fe_register_trialfuncs,
 };
 
 void done() {
@@ -124,13 +127,15 @@ void read_functions(const config_files &files, bool dumping) {
     done();
 }
 
-/* Before the modules are read: what an interrupted commit has left is put back first. */
+/* Before the modules are read the files of an interrupted commit and of a trial that is over are
+ * put back. What needs modules, commands and hooks, comes once the loop runs. */
 void open_archive(const config_files &files, bool dumping) {
     if (!files.commits || dumping) return;
     owned_str directory{prefix_ucfgdconffilename(files.commits)};
     const archive_bounds bounds = read_archive_bounds(g_conftree);
     if (!directory || archive_configure(directory.get(), bounds.kept, bounds.size) != 0) return;
     archive_recover(k_longest_commit_ms);
+    if (trial_left() == 0) trial_put_back_files();
 }
 
 void read_backends(const config_files &files, bool dumping) {
@@ -140,6 +145,7 @@ void read_backends(const config_files &files, bool dumping) {
         daemon_log(LOG_INFO, "parsing modules configuration...");
         owned_str name{prefix_ucfgdconffilename(files.modules)};
         if (name) register_llconf_all(name.get(), g_fel_base->fed_list);
+        put_back_set_commands(put_back_commands);
         name.reset();
         done();
     }

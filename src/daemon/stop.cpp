@@ -17,20 +17,10 @@ constexpr long k_milliseconds = 1000;
 
 loop_timer g_patience;
 
-bool is_commit(const bgexec_ctx *job) {
-    return job->cb_exit == session_commit_cb_exit;
-}
-
-const bgexec_ctx *running_commit() {
-    for (const bgexec_ctx *job = g_bgexec_ctx_list; job; job = job->next)
-        if (is_commit(job) && job->pid > 0) return job;
-    return nullptr;
-}
-
 /* Running or in line, its client waits for an answer. */
 bool has_commit(const ccd_session *session) {
     for (const bgexec_ctx *job = g_bgexec_ctx_list; job; job = job->next)
-        if (is_commit(job) && job->session == session) return true;
+        if (job->writes && job->session == session) return true;
     return false;
 }
 
@@ -39,7 +29,7 @@ bool has_answer(const ccd_session *session) {
 }
 
 void patience_is_over(void *) {
-    if (const bgexec_ctx *job = running_commit())
+    if (const bgexec_ctx *job = bgexec_running_writer())
         limit_met(k_limit_stop_time, "the commit of process %ld goes on alone",
                   static_cast<long>(job->pid));
     loop_finish_all();
@@ -56,7 +46,7 @@ void close_the_house() {
 }  // namespace
 
 void stop_begin(void) {
-    const bgexec_ctx *commit = running_commit();
+    const bgexec_ctx *commit = bgexec_running_writer();
     const long patience = limit_value(k_limit_stop_time);
     if (loop_stopping() || !commit || patience == 0) {
         loop_clear_timer(&g_patience);
@@ -70,7 +60,7 @@ void stop_begin(void) {
 }
 
 void stop_go_on(void) {
-    if (!loop_stopping() || running_commit()) return;
+    if (!loop_stopping() || bgexec_running_writer()) return;
     for (const ccd_session *session = g_session_list; session; session = session->next)
         if (has_answer(session)) return;
     loop_clear_timer(&g_patience);

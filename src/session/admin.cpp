@@ -14,6 +14,7 @@
 #include "session/method_context.h"
 #include "session/protocol.h"
 #include "session/query.h"
+#include "session/trial.h"
 #include "tree/param_ops.h"
 #include "ucfgd/owners.h"
 #include "ucfgd/words.h"
@@ -100,6 +101,7 @@ int session_process_admin(ccd_session *session, const char *id, const char *args
 }
 
 void session_admin_cb_exit(bgexec_ctx *job, int status) {
+    trial_action_ended();
     write_rest(job, job->obuf, 1);
     write_rest(job, job->ebuf, 2);
     if (!job->session) return;

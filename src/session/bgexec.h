@@ -37,6 +37,9 @@ typedef struct bgexec_ctx {
     fd_callback *cb_out;
     fd_callback *cb_err;
     void (*cb_exit)(struct bgexec_ctx *job, int status); /* with the wait status */
+    int writes; /* it replaces the modules' files: one such job runs at a time; others are actions
+                 */
+    int answer; /* of a job that ends a commit which failed: the error number for its client */
     /* Private from here on. */
     int status;
     char *user;       /* whose job it is, also when the session has gone; null for nobody's */
@@ -66,6 +69,9 @@ void destroy_bgexec_ctx(bgexec_ctx *job);
 
 /* Puts a job in the list, locks its session, and waits for the child from now on. */
 void bgexec_start(bgexec_ctx *job, pid_t pid);
+
+/* The running job that replaces files, borrowed, or null. */
+bgexec_ctx *bgexec_running_writer(void);
 
 /* How many actions of a user run, of all users for null. An action goes on, and counts, when its
  * connection or its session has gone. */

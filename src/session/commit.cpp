@@ -8,7 +8,8 @@
  * A child that hangs, in a hook most likely, would make all later commits wait: when its time is
  * over it is ended with all that it has started. However a child ends, session_commit_cb_exit is
  * the one place that learns of it, and what it does about a failure is done before any other commit
- * can begin.
+ * can begin. Files that it has left half replaced are put back by a child of its own (restore.cpp)
+ * before the client is answered.
  */
 
 #include "session/commit.h"
@@ -20,13 +21,15 @@
 #include <cstring>
 
 #include "archive/archive.h"
-#include "archive/put_back.h"
+#include "archive/trials.h"
 #include "session/bgexec.h"
 #include "session/commit_report.h"
 #include "session/limits.h"
 #include "session/method_context.h"
 #include "session/protocol.h"
 #include "session/query.h"
+#include "session/restore.h"
+#include "session/trial.h"
 #include "tree/param_error.h"
 #include "tree/param_ops.h"
 #include "ucfgd/owners.h"
@@ -40,20 +43,9 @@ constexpr long k_milliseconds = 1000;
 using owned_job = owned<bgexec_ctx, destroy_bgexec_ctx>;
 using owned_buffer = owned<databuf, destroy_databuf>;
 
-bool is_commit(const bgexec_ctx *job) {
-    return job->cb_exit == session_commit_cb_exit;
-}
-
 bgexec_ctx *first_waiting(void) {
     for (bgexec_ctx *job = g_bgexec_ctx_list; job; job = job->next) {
-        if (is_commit(job) && job->pid == 0) return job;
-    }
-    return nullptr;
-}
-
-bgexec_ctx *running_commit(void) {
-    for (bgexec_ctx *job = g_bgexec_ctx_list; job; job = job->next) {
-        if (is_commit(job) && job->pid > 0) return job;
+        if (job->writes && job->pid == 0) return job;
     }
     return nullptr;
 }
@@ -86,6 +78,7 @@ owned_job make_job(ccd_session *session, const char *id) {
     if (!job) return nullptr;
     (void)out.release();
     (void)err.release();
+    job->writes = 1;
     return job;
 }
 
@@ -101,6 +94,9 @@ owned_job make_job(ccd_session *session, const char *id) {
     const int result = ccd_commit(session->backend_ctx);
     const int status = result != 0 ? result : errno;
     if (status != 0) commit_report_leave();
+    /* The time of a trial begins when its services have been told. */
+    if (status == 0 && archive_is_on() && session->commit_trial > 0)
+        trial_extend(session->commit_trial);
     bgexit(status < 0 || status > 255 ? EIO : status);
 }
 
@@ -130,6 +126,19 @@ bool answer_if_stale(ccd_session *session, const char *id) {
     return true;
 }
 
+/* A commit that must not begin: its context is stale, or the archive has something to end first. */
+bool answer_if_refused(ccd_session *session, const char *id) {
+    if (answer_if_stale(session, id)) return true;
+    ccd_clear_error();
+    if (restore_is_owed()) {
+        ccd_set_error("an interrupted commit has not been put back yet", "error.commit.restore");
+    } else if (!trial_refuses(session)) {
+        return false;
+    }
+    session_write_error(session, id, "commit conflict");
+    return true;
+}
+
 int reply_ok(ccd_session *session, const char *id) {
     session_writef(session, "%s OK\n", id);
     return 0;
@@ -153,10 +162,10 @@ int error_of(const bgexec_ctx *job, int status) {
 
 int session_process_commit(ccd_session *session, const char *id, const char *) {
     if (session_check_and_barf_perms(session, id, k_perm_write)) return 0;
-    if (answer_if_stale(session, id)) return 0;
+    if (answer_if_refused(session, id)) return 0;
     owned_job job = make_job(session, id);
     if (!job) return reply_errno(session, id, ENOMEM);
-    if (const bgexec_ctx *running = running_commit()) {
+    if (const bgexec_ctx *running = bgexec_running_writer()) {
         log_waiting(job.get(), running);
         bgexec_start(job.release(), 0);
     } else {
@@ -166,39 +175,43 @@ int session_process_commit(ccd_session *session, const char *id, const char *) {
 }
 
 void session_commit_next(void) {
-    while (!running_commit()) {
+    while (!bgexec_running_writer()) {
         owned_job job{first_waiting()};
         if (!job) return;
         g_bgexec_ctx_list = slist_unlink(g_bgexec_ctx_list, job.get());
         job->next = nullptr;
         ccd_session *session = job->session;
         if (!session) continue;
-        if (answer_if_stale(session, job->id) || !start(job)) bgexec_unlock(session);
+        if (answer_if_refused(session, job->id) || !start(job)) bgexec_unlock(session);
     }
 }
 
 void session_commit_cb_exit(bgexec_ctx *job, int status) {
-    ccd_session *session = job->session;
     const int error = error_of(job, status);
-    if (!WIFEXITED(status) && archive_is_on()) archive_recover(0);
+    if (error != 0 && restore_is_needed() && restore_after(job, error)) return;
+    session_commit_end(job->session, job->id, error);
+}
+
+void session_commit_end(ccd_session *session, const char *id, int error) {
+    trial_look();
     trns_ctx *ctx = session ? session->backend_ctx : g_trns_ctx;
     trns_inc_ctx_serial(ctx);
     ccd_revert(ctx);
     if (!session) return;
     if (error == 0) {
-        reply_ok(session, job->id);
+        reply_ok(session, id);
         session_forget_commit_order(session);
     } else if (commit_report_take() && archive_is_on()) {
-        session_write_error(session, job->id, strerror(error));
+        session_write_error(session, id, strerror(error));
     } else {
-        reply_errno(session, job->id, error);
+        reply_errno(session, id, error);
     }
     ccd_clear_error();
     bgexec_unlock(session);
 }
 
 const bgexec_ctx *session_running_commit(void) {
-    return running_commit();
+    return bgexec_running_writer();
 }
 
 int session_process_current(ccd_session *session, const char *id, const char *) {

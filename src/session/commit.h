@@ -20,7 +20,11 @@ int session_process_commit(ccd_session *session, const char *id, const char *arg
 /* Takes up a commit that waits, if none runs; called after jobs have completed. */
 void session_commit_next(void);
 
-/* The commit whose child runs, borrowed, or null. */
+/* Takes up what a commit, or the putting back behind it, has left in the files: the trees are read
+ * again. The session, which may be null, gets its answer, OK for error 0, and is unlocked. */
+void session_commit_end(ccd_session *session, const char *id, int error);
+
+/* The job whose child writes files, borrowed, or null. */
 const struct bgexec_ctx *session_running_commit(void);
 
 int session_process_current(ccd_session *session, const char *id, const char *args);

@@ -129,10 +129,16 @@ void bgexec_start(bgexec_ctx *job, pid_t pid) {
     g_bgexec_ctx_list = slist_append(g_bgexec_ctx_list, job);
 }
 
+bgexec_ctx *bgexec_running_writer(void) {
+    for (bgexec_ctx *job = g_bgexec_ctx_list; job; job = job->next)
+        if (job->writes && job->pid > 0) return job;
+    return nullptr;
+}
+
 long bgexec_count_actions(const char *user) {
     long count = 0;
     for (const bgexec_ctx *job = g_bgexec_ctx_list; job; job = job->next) {
-        if (job->cb_exit == session_commit_cb_exit) continue;
+        if (job->writes) continue;
         if (!user || (job->user && strcmp(job->user, user) == 0)) count++;
     }
     return count;

@@ -3,6 +3,7 @@
 #include "session/bgexec.h"
 #include "session/commit.h"
 #include "session/login_gate.h"
+#include "session/restore.h"
 #include "session/session.h"
 #include "session/turns.h"
 #include "ucfgd/owners.h"
@@ -26,6 +27,7 @@ void destroy_discarded() {
 
 int session_wait_bg(void) {
     bgexec_reap();
+    restore_next();
     session_commit_next();
     return 0;
 }
