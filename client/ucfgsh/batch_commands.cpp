@@ -10,8 +10,8 @@ namespace {
 
 /* One item of a batch, and how it was typed. */
 struct batch_item {
-    ucfg_op op;
-    std::string path, value, second, typed;
+    order what;
+    std::string typed;
 };
 
 struct op_row {
@@ -39,20 +39,20 @@ std::optional<batch_item> read_item(shell &sh, const std::string &line) {
                                "NAME or move LIST NAME PLACE, one a line");
         return std::nullopt;
     }
-    batch_item item{row->op, "", "", "", line};
+    batch_item item{{row->op, "", ""}, line};
     std::vector<word> typed(split.list.begin() + 1, split.list.end());
     if (row->op == k_ucfg_add || row->op == k_ucfg_del) {
         auto what = take_entry(sh, typed);
         if (!what) return std::nullopt;
-        item.path = what->list;
-        item.value = what->name;
+        item.what.path = what->list;
+        item.what.value = what->name;
         return item;
     }
     auto path = take_path(sh, typed[0]);
     if (!path) return std::nullopt;
-    item.path = *path;
-    item.value = typed[1].text;
-    if (typed.size() > 2) item.second = typed[2].text;
+    item.what.path = *path;
+    item.what.value = typed[1].text;
+    if (typed.size() > 2) item.what.second = typed[2].text;
     return item;
 }
 
@@ -120,15 +120,6 @@ owned_json batch_json(const std::vector<batch_item> &items, const ucfg_batch &ba
     return object;
 }
 
-void note_item(shell &sh, const batch_item &item) {
-    if (item.op == k_ucfg_set)
-        sh.changes.note_set(sh.link, item.path);
-    else if (item.op == k_ucfg_add)
-        sh.changes.note_list(sh.link, item.path);
-    else
-        sh.changes.note_entry(sh.link, item.path, item.value);
-}
-
 }  // namespace
 
 int run_submit(shell &sh, const arguments &args) {
@@ -140,15 +131,11 @@ int run_submit(shell &sh, const arguments &args) {
         if (!item) return k_exit_usage;
         items.push_back(std::move(*item));
     }
-    std::vector<ucfg_item> requests;
-    for (const batch_item &item : items) {
-        if (remembers(sh)) note_item(sh, item);
-        requests.push_back({item.op, item.path.c_str(), item.value.c_str(), item.second.c_str()});
-    }
+    order_step step;
+    for (const batch_item &item : items)
+        step.push_back(item.what);
     ucfg_batch *answer = nullptr;
-    int code = sh.link.call(after_loss::report, [&](ucfg_conn *conn) {
-        return ucfg_submit(conn, requests.data(), requests.size(), &answer);
-    });
+    int code = run_step(sh, after_loss::report, std::move(step), &answer);
     owned_batch batch{answer};
     if (!batch) return report_failure(sh, "submit", code);
     bool applied = code == k_ucfg_ok;

@@ -1,4 +1,4 @@
-/* Single changes, and the commands that end a transaction. */
+/* Single changes, and what a session may ask about its changes. */
 #include "ucfgsh/change_input.h"
 
 namespace ucfgsh {
@@ -23,15 +23,12 @@ std::optional<std::string> take_value(shell &sh, const arguments &args) {
     return typed.text;
 }
 
-/* The end of every change: the reply as text or JSON. */
-int finish(shell &sh, const char *what, const std::string &subject, int code) {
-    if (code != k_ucfg_ok) return report_failure(sh, subject, code);
-    if (sh.out.json()) {
-        owned_json object = json_object_of({{"done", what}, {"subject", subject}});
-        json_put(object, "ok", owned_json{json_true()});
-        sh.out.document(std::move(object));
-    }
-    return k_exit_done;
+/* A single change: of a set, asking twice does no harm. */
+int make_change(shell &sh, order what, const std::string &subject) {
+    const char *word = word_of(what.op);
+    after_loss policy = what.op == k_ucfg_set ? after_loss::repeat : after_loss::report;
+    int code = run_step(sh, policy, {std::move(what)});
+    return code == k_ucfg_ok ? report_done(sh, word, subject) : report_failure(sh, subject, code);
 }
 
 }  // namespace
@@ -41,70 +38,53 @@ int run_set(shell &sh, const arguments &args) {
     if (!path) return k_exit_usage;
     auto value = take_value(sh, args);
     if (!value) return k_exit_usage;
-    if (remembers(sh)) sh.changes.note_set(sh.link, *path);
-    int code = sh.link.call(after_loss::repeat, [&](ucfg_conn *conn) {
-        return ucfg_set(conn, path->c_str(), value->c_str());
-    });
-    return finish(sh, "set", print_path(*path), code);
+    return make_change(sh, {k_ucfg_set, *path, *value}, print_path(*path));
 }
 
 int run_add(shell &sh, const arguments &args) {
     auto what = take_entry(sh, args.words);
     if (!what) return k_exit_usage;
-    if (remembers(sh)) sh.changes.note_list(sh.link, what->list);
-    int code = sh.link.call(after_loss::report, [&](ucfg_conn *conn) {
-        return ucfg_add(conn, what->list.c_str(), what->name.c_str());
-    });
-    return finish(sh, "add", print_path(what->list) + " " + quote_word(what->name), code);
+    return make_change(sh, {k_ucfg_add, what->list, what->name},
+                       print_path(what->list) + " " + quote_word(what->name));
 }
 
 int run_del(shell &sh, const arguments &args) {
     auto what = take_entry(sh, args.words);
     if (!what) return k_exit_usage;
-    if (remembers(sh)) sh.changes.note_entry(sh.link, what->list, what->name);
-    int code = sh.link.call(after_loss::report, [&](ucfg_conn *conn) {
-        return ucfg_del(conn, what->list.c_str(), what->name.c_str());
-    });
-    return finish(sh, "del", print_path(what->list) + " " + quote_word(what->name), code);
+    return make_change(sh, {k_ucfg_del, what->list, what->name},
+                       print_path(what->list) + " " + quote_word(what->name));
 }
 
 int run_move(shell &sh, const arguments &args) {
     auto path = take_path(sh, args.words[0]);
     if (!path) return k_exit_usage;
-    if (remembers(sh)) sh.changes.note_entry(sh.link, *path, args.text(1));
-    int code = sh.link.call(after_loss::report, [&](ucfg_conn *conn) {
-        return ucfg_move(conn, path->c_str(), args.text(1).c_str(), args.text(2).c_str());
-    });
-    return finish(sh, "move", print_path(*path) + " " + quote_word(args.text(1)), code);
+    return make_change(sh, {k_ucfg_move, *path, args.text(1), args.text(2)},
+                       print_path(*path) + " " + quote_word(args.text(1)));
 }
 
 namespace {
 
-int simple(shell &sh, const char *name, after_loss policy, int (*request)(ucfg_conn *)) {
-    int code = sh.link.call(policy, request);
-    return finish(sh, name, name, code);
+int simple(shell &sh, const char *name, int (*request)(ucfg_conn *)) {
+    int code = sh.link.call(after_loss::repeat, request);
+    return code == k_ucfg_ok ? report_done(sh, name, name) : report_failure(sh, name, code);
 }
 
 }  // namespace
 
-int run_commit(shell &sh, const arguments &) {
-    int status = simple(sh, "commit", after_loss::same_only, ucfg_commit);
-    if (status == k_exit_done) sh.changes.clear();
-    return status;
-}
-
 int run_revert(shell &sh, const arguments &) {
-    int status = simple(sh, "revert", after_loss::repeat, ucfg_revert);
-    if (status == k_exit_done) sh.changes.clear();
+    int status = simple(sh, "revert", ucfg_revert);
+    if (status != k_exit_done) return status;
+    sh.changes.clear();
+    sh.orders.steps.clear();
     return status;
 }
 
 int run_update(shell &sh, const arguments &) {
-    return simple(sh, "update", after_loss::repeat, ucfg_update);
+    return simple(sh, "update", ucfg_update);
 }
 
 int run_current(shell &sh, const arguments &) {
-    return simple(sh, "current", after_loss::repeat, ucfg_current);
+    return simple(sh, "current", ucfg_current);
 }
 
 int run_dirty(shell &sh, const arguments &) {

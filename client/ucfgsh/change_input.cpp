@@ -55,8 +55,4 @@ std::optional<entry> take_entry(shell &sh, const std::vector<word> &typed) {
     return entry{path->substr(0, dot), take_text(ucfg_unescape(path->c_str() + dot + 1))};
 }
 
-bool remembers(const shell &sh) {
-    return sh.lines != nullptr;
-}
-
 }  // namespace ucfgsh

@@ -24,9 +24,6 @@ std::optional<std::string> read_all(shell &sh, const std::string &name);
 /* The lines up to a line that is `end`; nothing, with a complaint, when it never comes. */
 std::optional<std::string> read_lines(shell &sh, const std::string &end);
 
-/* Whether remembering old values is worth the questions: there may be a "changes" later. */
-bool remembers(const shell &sh);
-
 }  // namespace ucfgsh
 
 #endif

@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "ucfgsh/commands.h"
+#include "ucfgsh/commits.h"
 
 namespace ucfgsh {
 
@@ -85,27 +86,18 @@ owned_json changes_json(const change_set &set, bool dirty) {
 }
 
 int show_file_diff(shell &sh) {
-    if (!sh.opts.diff_node)
-        return complain_usage(sh,
-                              "the diff of the files comes from a management node: name it with "
-                              "--diff-node PATH");
+    if (!sh.opts.diff_node) return run_diff(sh, {});
     arguments info;
     info.words.push_back({*sh.opts.diff_node, *sh.opts.diff_node, 0});
     return run_info(sh, info);
 }
 
-}  // namespace
-
-int run_changes(shell &sh, const arguments &args) {
-    if (args.has('f')) return show_file_diff(sh);
-    int dirty = 0;
-    int code =
-        sh.link.call(after_loss::repeat, [&](ucfg_conn *conn) { return ucfg_dirty(conn, &dirty); });
-    if (code != k_ucfg_ok) return report_failure(sh, "changes", code);
+/* What an older daemon cannot tell: only what was changed from here is looked at. */
+int compare_here(shell &sh, bool dirty) {
     sh.changes.follow(sh.link);
     change_set set = sh.changes.compare(sh.link);
     if (sh.out.json()) {
-        sh.out.document(changes_json(set, dirty != 0));
+        sh.out.document(changes_json(set, dirty));
         return k_exit_done;
     }
     for (const value_change &change : set.values)
@@ -119,7 +111,22 @@ int run_changes(shell &sh, const arguments &args) {
             "no parameter that was changed here differs, but the session counts as changed");
     else if (set.empty())
         sh.out.line("no changes");
+    if (dirty && sh.interactive)
+        sh.out.line(sh.out.paint(style::faint,
+                                 "(this daemon does not compare: what else a change has changed "
+                                 "is not shown)"));
     return k_exit_done;
+}
+
+}  // namespace
+
+int run_changes(shell &sh, const arguments &args) {
+    if (args.has('f')) return show_file_diff(sh);
+    if (has_node(sh.link, k_ucfg_management, k_changes_node)) return compared_changes(sh);
+    int dirty = 0;
+    int code =
+        sh.link.call(after_loss::repeat, [&](ucfg_conn *conn) { return ucfg_dirty(conn, &dirty); });
+    return code == k_ucfg_ok ? compare_here(sh, dirty != 0) : report_failure(sh, "changes", code);
 }
 
 }  // namespace ucfgsh

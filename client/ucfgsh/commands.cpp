@@ -58,7 +58,24 @@ constexpr std::array k_commands{
             "make several changes or none; without items: the lines up to \"end\""},
     command{"changes", run_changes, "f", "", 0, 0, k_all, false, "[-f]",
             "what is not committed yet (-f: as a diff of the files)"},
-    command{"commit", run_commit, "", "", 0, 0, k_w, false, "", "write the changes to the files"},
+    command{"diff", run_diff, "", "", 0, 0, k_all, false, "",
+            "the lines of the files that a commit would change"},
+    command{"commit", run_commit, "m:t:", "..", 0, 0, k_all, false, "[-m TEXT] [--trial MINUTES]",
+            "write the changes to the files (--trial: undone by itself unless confirmed)"},
+    command{"confirm", run_confirm, "", "", 0, 0, k_all, false, "",
+            "keep the commit that is on trial"},
+    command{"cancel", run_cancel, "", "", 0, 0, k_all, false, "",
+            "undo the commit that is on trial at once"},
+    command{"rebase", run_rebase, "", "", 0, 0, k_all, false, "",
+            "make the changes again on what others have committed, or in a new session"},
+    command{"history", run_history, "a", "n", 0, 1, k_all, false, "[-a] [N]",
+            "the latest commits (-a: all), or everything about commit N"},
+    command{"load", run_load, "", "n", 1, 1, k_all, true, "N",
+            "bring the files back to what they were after commit N, as changes"},
+    command{"undo", run_undo, "", "n", 1, 1, k_all, true, "N",
+            "take what commit N alone has changed back, as changes"},
+    command{"watch", run_watch, "", "n", 0, 1, k_x, false, "[N]",
+            "a line for each commit, from number N on, as they come; Ctrl-C ends it"},
     command{"revert", run_revert, "", "", 0, 0, k_w, false, "", "drop the changes"},
     command{"update", run_update, "", "", 0, 0, k_w, false, "", "read what others have committed"},
     command{"current", run_current, "", "", 0, 0, k_w, false, "",
@@ -74,6 +91,10 @@ constexpr std::array k_commands{
     command{"quit", run_quit, "", "", 0, 0, k_r, false, "", "leave; what is not committed is lost"},
 };
 
+constexpr const char *k_trial_advice =
+    "a commit is on trial (whose, seconds left, until when): \"confirm\" or \"cancel\" ends that, "
+    "and "
+    "its user may join it by \"commit --trial\"; your changes stay";
 constexpr const char *k_lost = "not answered, the connection or the session was lost";
 
 constexpr std::array k_results{
@@ -85,19 +106,34 @@ constexpr std::array k_results{
     "this node does not support that",
 };
 
+struct long_flag {
+    std::string_view name;
+    char letter;
+};
+
+constexpr std::array k_long_flags{long_flag{"--message", 'm'}, long_flag{"--trial", 't'}};
+
+const long_flag *find_long_flag(const command &row, const std::string &text) {
+    for (const long_flag &flag : k_long_flags)
+        if (flag.name == text && row.flags.find(flag.letter) != std::string_view::npos)
+            return &flag;
+    return nullptr;
+}
+
 int take_flags(shell &sh, const command &row, const std::vector<word> &line, size_t &at,
                arguments &args) {
     for (at = 1; at < line.size(); at++) {
-        const std::string &text = line[at].text;
+        std::string text = line[at].text;
         if (line[at].raw.size() < 2 || line[at].raw.front() != '-') return k_exit_done;
         if (text == "--") {
             at++;
             return k_exit_done;
         }
+        if (const long_flag *known = find_long_flag(row, text)) text = {'-', known->letter};
         for (size_t i = 1; i < text.size(); i++) {
             size_t found = row.flags.find(text[i]);
             if (text[i] == ':' || found == std::string_view::npos)
-                return complain_usage(sh, "unknown flag -" + text.substr(i, 1) +
+                return complain_usage(sh, "unknown flag " + line[at].text +
                                               "; usage: " + std::string{row.name} + " " +
                                               std::string{row.synopsis});
             args.flags[text[i]] = "";
@@ -127,6 +163,15 @@ const command *find_command(std::string_view name) {
         found = &row;
     }
     return found;
+}
+
+std::vector<std::string> flags_of(const command &row) {
+    std::vector<std::string> flags;
+    for (char letter : row.flags)
+        if (letter != ':') flags.push_back({'-', letter});
+    for (const long_flag &flag : k_long_flags)
+        if (find_long_flag(row, std::string{flag.name})) flags.emplace_back(flag.name);
+    return flags;
 }
 
 int run_command(shell &sh, const std::vector<word> &line) {
@@ -191,6 +236,11 @@ owned_json failure_json(shell &sh, const std::string &subject, int code) {
     return object;
 }
 
+bool on_trial(ucfg_conn *conn) {
+    const char *id = ucfg_error_id(conn);
+    return id && std::string_view{id} == "error.trial";
+}
+
 int report_failure(shell &sh, const std::string &subject, int code) {
     ucfg_conn *conn = sh.link.conn();
     std::string text = ucfg_text(conn);
@@ -208,10 +258,18 @@ int report_failure(shell &sh, const std::string &subject, int code) {
             said += std::string{i == 0 ? ": " : ", "} + ucfg_error_arg(conn, i);
         said += ")";
     }
-    std::string hint = advice(code, text);
+    std::string hint = on_trial(conn) ? k_trial_advice : advice(code, text);
     if (!hint.empty()) said += "\n  " + hint;
     sh.out.complain(sh.prefix + subject + ": " + said);
     return status;
+}
+
+int report_done(shell &sh, const std::string &done, const std::string &subject) {
+    if (!sh.out.json()) return k_exit_done;
+    owned_json object = json_object_of({{"done", done}, {"subject", subject}});
+    json_put(object, "ok", owned_json{json_true()});
+    sh.out.document(std::move(object));
+    return k_exit_done;
 }
 
 std::optional<std::string> take_path(shell &sh, const word &typed) {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "ucfgsh/changes.h"
+#include "ucfgsh/orders.h"
 #include "ucfgsh/output.h"
 #include "ucfgsh/session.h"
 #include "ucfgsh/words.h"
@@ -39,6 +40,7 @@ struct shell {
     bool interactive = false;
     bool quit = false;
     int depth = 0; /* scripts that read scripts */
+    order_book orders = {};
 };
 
 struct arguments {
@@ -52,7 +54,7 @@ struct arguments {
 /* The letters of `kinds`, one an argument (the last one also for all that follow):
  *   p  a parameter's path          m  a management node's path   l  the path of a list
  *   e  an entry of the list        v  a value of the parameter   r  permission letters
- *   c  a command or a path         .  any text */
+ *   c  a command or a path         n  the number of a commit     .  any text */
 struct command {
     std::string_view name;
     int (*run)(shell &sh, const arguments &args);
@@ -70,6 +72,9 @@ std::span<const command> all_commands();
 /* The command of that name, or the only one that begins with it; null for none. */
 const command *find_command(std::string_view name);
 
+/* The flags of a command as one types them: "-m", "--trial". */
+std::vector<std::string> flags_of(const command &row);
+
 /* Runs one line, already split; returns an exit_status. */
 int run_command(shell &sh, const std::vector<word> &line);
 
@@ -84,6 +89,28 @@ int complain_usage(shell &sh, const std::string &text);
 /* Reports a request that ended with `code`: the subject, the daemon's text, its error record and
  * advice. Returns the exit status. */
 int report_failure(shell &sh, const std::string &subject, int code);
+
+/* The end of a request that went well: nothing as text, {"done": ..., "subject": ...} as JSON. */
+int report_done(shell &sh, const std::string &done, const std::string &subject);
+
+/* One line about a node that an older daemon, or one without the feature, does not have. */
+int complain_missing(shell &sh, const std::string &what, const char *node);
+
+/* Prints what the daemon finds when it compares the session with what is committed. */
+int compared_changes(shell &sh);
+
+/* Whether the last call was refused because of a commit on trial. */
+bool on_trial(ucfg_conn *conn);
+
+/* How a line of a difference is shown. */
+style diff_style(const std::string &line);
+
+/* Commits what the one command of the command line has changed, which ended with `status`. What was
+ * refused because others were quicker, or lost with the session, is tried a few times. */
+int commit_once(shell &sh, int status);
+
+/* Commits at the end of a script. */
+int commit_script(shell &sh);
 
 /* {"ok": false, "status": "failed", ...} of the last call. */
 owned_json failure_json(shell &sh, const std::string &subject, int code);
@@ -111,7 +138,15 @@ int run_del(shell &sh, const arguments &args);
 int run_move(shell &sh, const arguments &args);
 int run_submit(shell &sh, const arguments &args);
 int run_changes(shell &sh, const arguments &args);
+int run_diff(shell &sh, const arguments &args);
 int run_commit(shell &sh, const arguments &args);
+int run_confirm(shell &sh, const arguments &args);
+int run_cancel(shell &sh, const arguments &args);
+int run_rebase(shell &sh, const arguments &args);
+int run_history(shell &sh, const arguments &args);
+int run_load(shell &sh, const arguments &args);
+int run_undo(shell &sh, const arguments &args);
+int run_watch(shell &sh, const arguments &args);
 int run_revert(shell &sh, const arguments &args);
 int run_update(shell &sh, const arguments &args);
 int run_current(shell &sh, const arguments &args);

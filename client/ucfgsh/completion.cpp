@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "ucfgsh/commits.h"
+
 namespace ucfgsh {
 
 namespace {
@@ -45,8 +47,8 @@ typed_line read_line(std::string_view line) {
 
 char kind_of(const typed_line &typed) {
     if (typed.position == 0) return 'C';
+    if (typed.row && typed.last.raw.starts_with('-')) return '-';
     if (!typed.row || typed.row->kinds.empty()) return 0;
-    if (typed.last.raw.starts_with('-')) return 0;
     size_t at = std::min(typed.position, typed.row->kinds.size()) - 1;
     if (typed.position > typed.row->most) return 0;
     char kind = typed.row->kinds[at];
@@ -209,6 +211,15 @@ candidates complete(shell &sh, std::string_view line) {
             break;
         case 'v':
             complete_value(sh, typed, found);
+            break;
+        case 'n':
+            keep(found, commit_numbers(sh.link), typed.last.text, "", quote_word);
+            found.final = true;
+            break;
+        case '-':
+            keep(found, flags_of(*typed.row), typed.last.text, "",
+                 [](const std::string &flag) { return flag; });
+            found.final = true;
             break;
         case 'r':
             keep(found, {"r", "w", "x", "rw"}, typed.last.text, "", quote_word);

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 
+#include "ucfgsh/commits.h"
 #include "ucfgsh/completion.h"
 #include "ucfgsh/terminal.h"
 
@@ -113,7 +114,9 @@ bool editor::next(std::string &line, const std::string &prompt) {
     completing_ = prompt.empty();
     prompt_ = prompt;
     if (completing_) {
-        std::string text = is_dirty(sh_) ? "ucfg*>" : "ucfg>";
+        std::string text = is_dirty(sh_) || orders_are_stale(sh_) ? "ucfg*" : "ucfg";
+        if (auto left = trial_left(sh_.link)) text += " trial " + print_duration(*left);
+        text += ">";
         /* The marks say that what is between them takes no room; the library loses one at the end.
          */
         bool colored = sh_.out.paint(style::title, "x") != "x";
@@ -177,7 +180,7 @@ unsigned char editor::cancel() {
 
 /* Leaving drops what is not committed: the user is asked to say so twice. */
 bool may_leave(shell &sh, bool &warned) {
-    if (warned || sh.opts.keep || !is_dirty(sh)) return true;
+    if (warned || sh.opts.keep || !(is_dirty(sh) || orders_are_stale(sh))) return true;
     sh.out.complain(
         "There are uncommitted changes (\"changes\" shows them). \"commit\" keeps them;");
     sh.out.complain("leave once more to drop them.");

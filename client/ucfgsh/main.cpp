@@ -30,11 +30,6 @@ int open_session(shell &sh, int perms) {
     return status;
 }
 
-int commit(shell &sh) {
-    int code = sh.link.call(after_loss::same_only, ucfg_commit);
-    return code == k_ucfg_ok ? k_exit_done : report_failure(sh, "commit", code);
-}
-
 /* One command from the command line. Whoever types "ucfgsh set PATH VALUE" means the file, so a
  * change is committed; the words come from another shell, which has taken its quotes off already.
  */
@@ -52,10 +47,8 @@ int run_once(shell &sh) {
     int status = open_session(sh, sh.opts.perms != 0 ? sh.opts.perms : wanted);
     if (status != k_exit_done) return status;
     status = run_command(sh, line);
-    if (status == k_exit_done && row->changes && !sh.opts.check &&
-        (sh.opts.commit || !sh.opts.keep))
-        status = commit(sh);
-    return status;
+    bool commits = row->changes && !sh.opts.check && (sh.opts.commit || !sh.opts.keep);
+    return commits ? commit_once(sh, status) : status;
 }
 
 int run_whole_script(shell &sh, const std::string &name) {
@@ -63,7 +56,7 @@ int run_whole_script(shell &sh, const std::string &name) {
     if (status != k_exit_done) return status;
     status = run_script_file(sh, name);
     if (!is_dirty(sh)) return status;
-    if (sh.opts.commit && status == k_exit_done) return commit(sh);
+    if (sh.opts.commit && status == k_exit_done) return commit_script(sh);
     if (sh.opts.keep) return status;
     sh.out.complain(sh.prefix +
                     "the script has ended without a commit: its changes are lost (--commit)");
@@ -112,6 +105,7 @@ int start(int argc, char **argv) {
                  }};
     shell sh{opts, link, out, changes, nullptr, "ucfgsh: ", false, false, 0};
     here = &sh;
+    link.ask_about_loss([&] { return !sh.orders.steps.empty(); });
     int status = run(sh);
     link.close();
     if (!out.flush() && status == k_exit_done) status = k_exit_failed;

@@ -153,6 +153,12 @@ bool session::resume_with_patience() {
     return false;
 }
 
+/* What became of the changes of a session that is gone. */
+std::string session::loss() const {
+    return can_rebase_ && can_rebase_() ? "\"rebase\" makes your changes again"
+                                        : "uncommitted changes are lost";
+}
+
 bool session::recover() {
     tell_("the connection was lost, trying to take the session up again");
     if (resume_with_patience()) {
@@ -165,13 +171,13 @@ bool session::recover() {
         return false;
     }
     if (!may_replace_) {
-        tell_("the session is gone, and its uncommitted changes are lost: " + explain());
+        tell_("the session is gone: " + explain() + "\n  " + loss());
         return false;
     }
     if (log_in() != k_exit_done) return false;
     generation_++;
     resumed_foreign_ = false;
-    tell_("the old session is gone: this is a new one, and uncommitted changes are lost");
+    tell_("the old session is gone, this is a new one: " + loss());
     return true;
 }
 
@@ -183,12 +189,10 @@ int session::after_end(int code) {
     generation_++;
     resumed_foreign_ = false;
     if (code == k_ucfg_inuse) {
-        tell_(
-            "another writer has logged you out; uncommitted changes are lost (\"login\" begins a "
-            "new session)");
+        tell_("another writer has logged you out: " + loss() + " (\"login\" begins a new session)");
         return code;
     }
-    tell_("the session has ended (" + text + "); uncommitted changes are lost");
+    tell_("the session has ended (" + text + "): " + loss());
     if (!may_replace_ || ucfg_reconnect(conn_.get()) != k_ucfg_ok || log_in() != k_exit_done)
         return code;
     tell_("logged in again");
@@ -196,6 +200,7 @@ int session::after_end(int code) {
 }
 
 int session::call(after_loss policy, const request &work) {
+    asked_ = false;
     if (!logged_in_) {
         tell_("not logged in: \"login\" begins a session");
         return k_ucfg_lost;
@@ -203,6 +208,7 @@ int session::call(after_loss policy, const request &work) {
     unsigned before = generation_;
     auto useless = [&] { return policy == after_loss::same_only && generation_ != before; };
     if (!ucfg_alive(conn_.get()) && (!recover() || useless())) return k_ucfg_lost;
+    asked_ = true;
     int code = work(conn_.get());
     if (code == k_ucfg_lost && !g_interrupted) {
         if (!recover() || useless()) return k_ucfg_lost;
@@ -272,9 +278,10 @@ std::string advice(int code, const std::string &text) {
         {k_ucfg_refused, "invalid session id", "it has timed out, or the daemon was restarted"},
         {k_ucfg_failed, "parameter not found", "list shows what there is"},
         {k_ucfg_failed, "commit conflict",
-         "somebody else has committed since: revert, look, and make your changes again"},
+         "somebody else has committed since: \"rebase\" makes your changes again on top of theirs"},
         {k_ucfg_failed, "session is dirty and not current",
-         "somebody else has committed since: revert drops your changes and shows theirs"},
+         "somebody else has committed since: \"rebase\" makes your changes again on top of theirs, "
+         "\"revert\" drops them"},
     };
     for (const row &r : k_rows)
         if (r.code == code && text.find(r.text) != std::string::npos) return r.advice;

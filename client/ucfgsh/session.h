@@ -38,11 +38,20 @@ class session {
     using request = std::function<int(ucfg_conn *)>;
     int call(after_loss policy, const request &work);
 
+    /* Whether the last call sent its request. */
+    bool asked() const { return asked_; }
+
+    /* Who knows whether the changes of a session that is gone can be made again. */
+    void ask_about_loss(std::function<bool()> can_rebase) { can_rebase_ = std::move(can_rebase); }
+
     /* Queries that only help with typing: no recovery, nothing said. */
     int quietly(const request &work);
 
     /* A new log-in, after the old session was ended by somebody else. */
     int log_in_again(const std::string &user, bool force);
+
+    /* The same for the user of a session that is gone. */
+    int log_in_anew() { return log_in_again(user_, false); }
 
     ucfg_conn *conn() { return conn_.get(); }
     bool logged_in() const { return logged_in_; }
@@ -62,15 +71,18 @@ class session {
     bool resume_with_patience();
     int after_end(int code);
     std::string explain() const;
+    std::string loss() const;
 
     const options &opts_;
     std::function<void(const std::string &)> tell_;
+    std::function<bool()> can_rebase_;
     owned_conn conn_;
     std::string user_;
     int perms_ = 0;
     bool force_ = false;
     bool may_replace_ = false;
     bool logged_in_ = false;
+    bool asked_ = false;
     bool resumed_foreign_ = false;
     unsigned generation_ = 0;
 };

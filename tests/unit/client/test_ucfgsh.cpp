@@ -26,13 +26,26 @@ class toy_tree {
                                               {"motd", "one%0atwo%0athree"}};
     unsigned hang_ups = 0;  // answers to swallow
     unsigned sets = 0;
+    unsigned conflicts = 0;  // commits to refuse
+    fake_reply ending;       // answers the next request, of a session that is gone then
+    bool gone = false;
+    std::string last;
+    std::map<std::string, fake_reply> nodes;  // of the management tree
+    std::vector<std::string> commits;         // what stood in net.name at each
 
     fake_reply operator()(const fake_request &r) {
         size_t blank = std::min(r.args.find(' '), r.args.size());
         std::string path = r.args.substr(0, blank);
         std::string value = r.args.substr(std::min(blank + 1, r.args.size()));
         if (r.word == "LOGIN") return {".1 PERMS read write", ".1 SESSION 12ab", " OK"};
-        if (r.word == "RESUME") return {" OK welcome back ann"};
+        if (r.word == "RESUME") return {gone ? " NO invalid session id" : " OK welcome back ann"};
+        if (!ending.empty() && r.word == last)
+            return values = committed, gone = true, std::exchange(ending, {});
+        if (r.word[0] == 'M' && r.word != "MOVE")
+            return nodes.contains(path) ? nodes[path] : fake_reply{" ERR no such node"};
+        if (r.word == "INFO" || r.word == "ADMIN") return nodes[r.args];
+        if (r.word == "REVERT") values = committed;
+        if (r.word == "COMMIT") return commit();
         if (hang_ups > 0 && hang_ups-- > 0) return {"!close"};
         if (r.word == "LIST" || r.word == "LISTR") return list(path, r.word == "LISTR");
         if (r.word == "ATTR") return attr(path);
@@ -40,6 +53,11 @@ class toy_tree {
             return values.contains(path) ? fake_reply{".1 " + values[path], " OK"}
                                          : fake_reply{" ERR Success"};
         if (r.word == "SET") return set(path, value);
+        for (const std::string &line : r.more) {  // of a batch: ".1 WORD args"
+            size_t word = line.find(' ') + 1, args = line.find(' ', word) + 1;
+            if (r.word == "SUBMIT")
+                (*this)({r.tag, line.substr(word, args - word - 1), line.substr(args), {}});
+        }
         if (r.word == "ADD") values[path + "." + value] = "";
         if (r.word == "DEL") values.erase(path + "." + value);
         if (r.word == "DIRTY") return {".dirty 1", " OK"};
@@ -47,6 +65,16 @@ class toy_tree {
     }
 
   private:
+    std::map<std::string, std::string> committed = values;
+
+    fake_reply commit() {
+        if (conflicts > 0 && conflicts-- > 0) return {" ERR commit conflict"};
+        committed = values;
+        commits.push_back(values["net.name"]);
+        if (nodes.contains("commits.history")) nodes["commits.history"] = {".1 8", ".1 7", " OK"};
+        return {" OK"};
+    }
+
     fake_reply set(const std::string &path, const std::string &value) {
         sets++;
         if (value == "bad") return {".error error.bad", " ERR not that"};
@@ -71,6 +99,7 @@ class toy_tree {
     }
 
     fake_reply attr(const std::string &path) {
+        if (path.starts_with("commits.") && nodes.empty()) return {" ERR no such node"};
         bool children = list(path, false).size() > 1;
         if (path != "net.mode") return {children ? ".ops l" : ".ops gs", " OK"};
         return {".ops gs", ".choices.1 dhcp", ".choices.2 fixed+address", " OK"};
@@ -150,7 +179,7 @@ TEST(Output, JsonIsValidWhateverTheBytes) {
 }
 
 TEST_F(ShellTest, CompletesWhatBelongsWhereTheCursorStands) {
-    EXPECT_EQ(completed("co"), strings{"commit"});
+    EXPECT_EQ(completed("co"), (strings{"commit", "confirm"}));
     EXPECT_EQ(completed("get ne"), strings{"net."});
     EXPECT_EQ(completed("get net."), (strings{"net.mode", "net.name"}));
     EXPECT_EQ(completed("get hosts.m"), strings{"hosts.\"my.host\""});
@@ -161,6 +190,9 @@ TEST_F(ShellTest, CompletesWhatBelongsWhereTheCursorStands) {
     EXPECT_EQ(completed("del hosts m"), strings{"my.host"});
     EXPECT_EQ(completed("add hosts m"), strings{});
     EXPECT_EQ(completed("nonsense "), strings{});
+    toy.nodes["commits.history"] = {".1 12", ".1 11", ".1 9", " OK"};
+    EXPECT_EQ(completed("undo 1"), (strings{"12", "11"}));
+    EXPECT_EQ(completed("commit --t"), strings{"--trial"});
     EXPECT_EQ(common_prefix({"n\xc3\xa9", "n\xc3\xa8"}), "n");
     EXPECT_TRUE(asks_for_help("get net."));
     EXPECT_FALSE(asks_for_help("set motd what"));
@@ -183,6 +215,76 @@ TEST_F(ShellTest, ChangesComparesWithWhatWasThereBefore) {
               "+ net.name: third\n");
     std::tie(status, said) = script("commit\nset net.name x\nrevert\nchanges\n");
     EXPECT_EQ(said.find("net.name"), std::string::npos);
+}
+
+TEST_F(ShellTest, OrdersAreGivenAgainAfterAConflictAndInANewSession) {
+    toy.conflicts = 1;
+    opts.go_on = true;
+    auto [status, said] = script("set net.name x\nset hosts.a 1.1.1.1\ncommit\nrebase\ncommit\n");
+    EXPECT_EQ(status, k_exit_conflict);
+    EXPECT_NE(said.find("\"rebase\" makes your changes again"), std::string::npos);
+    EXPECT_NE(said.find("- net.name: box\n+ net.name: x\n"), std::string::npos) << said;
+    EXPECT_EQ(toy.commits, strings{"x"});
+
+    link.ask_about_loss([this] { return !sh.orders.steps.empty(); });
+    script("set net.name y\nsubmit 'set net.mode fixed' 'del hosts a'\n");
+    toy.last = "ADD";
+    toy.ending = {" INUSE you have been logged out", "!close"};
+    std::tie(status, said) = script("add hosts late\n");
+    EXPECT_EQ(status, k_exit_unreachable);
+    EXPECT_NE(told.find("another writer has logged you out: \"rebase\""), std::string::npos);
+    std::tie(status, said) = script("login\ncommit\nrebase\ncommit\nrebase\n");
+    EXPECT_NE(said.find("\"rebase\" makes them again"), std::string::npos) << said;
+    EXPECT_NE(said.find("- hosts.a: 1.1.1.1\n+ hosts.late"), std::string::npos) << said;
+    EXPECT_NE(said.find("no changes to make again"), std::string::npos) << said;
+    EXPECT_EQ(toy.commits, (strings{"x", "y"}));
+    EXPECT_EQ(toy.values["net.mode"], "fixed");
+}
+
+TEST_F(ShellTest, OneCommandTriesAgainButNeverCarriesAnOrderOutTwice) {
+    auto once = [this](std::vector<word> line) {
+        testing::internal::CaptureStderr();
+        int status = commit_once(sh, run_command(sh, line));
+        return status * 1000 + static_cast<int>(testing::internal::GetCapturedStderr().size() > 0);
+    };
+    toy.conflicts = 2;
+    EXPECT_EQ(once(split_words("set net.name z").list), 1);
+    EXPECT_EQ(toy.commits, strings{"z"});
+    toy.conflicts = 100;
+    EXPECT_EQ(once(split_words("set net.name zz").list), k_exit_conflict * 1000 + 1);
+    EXPECT_EQ(toy.conflicts, 95U);
+    toy.conflicts = 0;
+    sh.orders.steps.clear();
+    for (bool repeatable : {true, false}) {
+        toy.commits.clear();
+        EXPECT_EQ(run_command(sh, split_words(repeatable ? "set net.name w" : "add hosts w").list),
+                  k_exit_done);
+        toy.last = "COMMIT";
+        toy.ending = {"!close"};
+        EXPECT_EQ(commit_once(sh, k_exit_done), repeatable ? k_exit_done : k_exit_unreachable);
+        EXPECT_EQ(toy.commits.size(), repeatable ? 1U : 0U);
+    }
+}
+
+TEST_F(ShellTest, ACommitTellsWhatItDidAndWhatFailed) {
+    auto [status, said] = script("commit --trial 5\n");
+    EXPECT_EQ(status, k_exit_failed);
+    EXPECT_NE(said.find("this daemon has no commits.trial"), std::string::npos);
+    EXPECT_TRUE(toy.commits.empty());
+    toy.nodes = {{"commits.history", {".1 7", " OK"}},
+                 {"commits.history.8.files", {".1 replaced /etc/a", " OK"}},
+                 {"commits.history.8.notes", {".1 b:+done%0ac:+failed:+no", " OK"}},
+                 {"commits.history.8.state", {".1 trial", " OK"}},
+                 {"commits.trial", {".1 commit 8, user ann, 245 seconds left", " OK"}}};
+    std::tie(status, said) = script("commit --trial 5 -m 'a b'\n");
+    EXPECT_EQ(said,
+              "commit 8\n  replaced /etc/a\n  b: done\n  c: failed: no\n"
+              "on trial, undone by itself in 4:05: \"confirm\" keeps it, \"cancel\" undoes it at "
+              "once\n");
+    EXPECT_EQ(toy.values["commits.trial"], "300");
+    EXPECT_EQ(toy.values["commits.comment"], "a+b");
+    std::tie(status, said) = script("commit --trial soon\n");
+    EXPECT_EQ(status, k_exit_usage);
 }
 
 TEST_F(ShellTest, AFailingLineIsNamedAndEndsTheScript) {

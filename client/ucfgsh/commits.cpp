@@ -1,0 +1,68 @@
+#include "ucfgsh/commits.h"
+
+#include <algorithm>
+#include <charconv>
+
+namespace ucfgsh {
+
+namespace {
+
+std::string quiet_info(session &link, const std::string &path) {
+    char *text = nullptr;
+    link.quietly([&](ucfg_conn *conn) { return ucfg_info(conn, path.c_str(), nullptr, 0, &text); });
+    owned_str owner{text};
+    return owner ? owner.get() : "";
+}
+
+}  // namespace
+
+bool has_node(session &link, ucfg_tree tree, const char *path) {
+    ucfg_attr *attr = nullptr;
+    int code = link.quietly([&](ucfg_conn *conn) { return ucfg_attr_of(conn, tree, path, &attr); });
+    owned_attr owner{attr};
+    return code == k_ucfg_ok;
+}
+
+std::vector<std::string> commit_numbers(session &link) {
+    ucfg_strings *names = nullptr;
+    link.quietly([&](ucfg_conn *conn) {
+        return ucfg_list(conn, k_ucfg_management, k_history_node, &names);
+    });
+    owned_strings owner{names};
+    return to_vector(names);
+}
+
+std::string commit_part(session &link, const std::string &number, const char *part) {
+    return quiet_info(link, std::string{k_history_node} + "." + number + "." + part);
+}
+
+std::optional<long> trial_left(session &link) {
+    std::string text = quiet_info(link, k_trial_node);
+    size_t end = text.rfind(" seconds left");
+    if (end == std::string::npos) return std::nullopt;
+    size_t start = text.find_last_not_of("0123456789", end - 1) + 1;
+    long seconds = 0;
+    auto [stop, problem] = std::from_chars(text.data() + start, text.data() + end, seconds);
+    if (problem != std::errc{}) return std::nullopt;
+    return seconds;
+}
+
+std::string print_duration(long seconds) {
+    auto two = [](long number) { return (number < 10 ? "0" : "") + std::to_string(number); };
+    std::string rest = ":" + two(seconds % 60);
+    long minutes = seconds / 60;
+    if (minutes < 60) return std::to_string(minutes) + rest;
+    return std::to_string(minutes / 60) + ":" + two(minutes % 60) + rest;
+}
+
+std::vector<std::string> split_lines(const std::string &text) {
+    std::vector<std::string> lines;
+    for (size_t at = 0; at < text.size();) {
+        size_t end = std::min(text.find('\n', at), text.size());
+        lines.push_back(text.substr(at, end - at));
+        at = end + 1;
+    }
+    return lines;
+}
+
+}  // namespace ucfgsh
