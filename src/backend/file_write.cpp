@@ -160,7 +160,7 @@ int write_beside(const item_record *item, file_batch &batch) {
 int note_deletion(const item_record *item, file_batch &batch) {
     owned_str path{prefix_llfilename(item->file->filename)};
     if (!path) return ENOMEM;
-    daemon_log(LOG_NOTICE, "deleting file %s", path.get());
+    if (!batch.is_plan()) daemon_log(LOG_NOTICE, "deleting file %s", path.get());
     batch.remove(item->module, path.get());
     return 0;
 }

@@ -237,8 +237,17 @@ file_batch::~file_batch() {
     }
 }
 
+int file_batch::plan(const cnfmodule *module, const char *path, const cnfnode *tree) {
+    size_t length = 0;
+    const owned_str text{cnfmodule_unparse_text(module, tree, &length)};
+    if (!text) return fail_unparsing(path, errno);
+    plan_->push_back({module->name, path, false, "", {text.get(), length}});
+    return 0;
+}
+
 int file_batch::write(const cnfmodule *module, const char *path, const cnfnode *tree,
                       const file_attributes &attributes) {
+    if (is_plan()) return plan(module, path, tree);
     written_.push_back({module->name, path});
     daemon_log(LOG_NOTICE, "writing file %s", path);
     int reason = write_temporary(module, path, tree, attributes);
@@ -250,7 +259,10 @@ int file_batch::write(const cnfmodule *module, const char *path, const cnfnode *
 }
 
 void file_batch::remove(const cnfmodule *module, const char *path) {
-    removed_.push_back({module->name, path});
+    if (is_plan())
+        plan_->push_back({module->name, path, true, "", ""});
+    else
+        removed_.push_back({module->name, path});
 }
 
 int file_batch::note_in(commit_journal &journal) const {

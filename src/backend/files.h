@@ -47,11 +47,22 @@ struct file_attributes {
     bool earlier_counts_first = false;
 };
 
+/* What a commit would make of one file. */
+struct planned_change {
+    std::string module; /* its name */
+    std::string path;   /* complete; empty for a command */
+    bool removed = false;
+    std::string before; /* of a command only */
+    std::string text;
+};
+
 /* Files that change together: all new contents are on the disk before the first file is replaced,
  * and all files are replaced before the first one is removed. */
 class file_batch {
   public:
     file_batch() = default;
+    /* A batch for which nothing is written: it only collects what it would do. */
+    explicit file_batch(std::vector<planned_change> &plan) : plan_(&plan) {}
     file_batch(const file_batch &) = delete;
     file_batch &operator=(const file_batch &) = delete;
     /* What has been written beside and not been installed is removed. */
@@ -66,6 +77,8 @@ class file_batch {
      * failure. */
     void remove(const cnfmodule *module, const char *path);
 
+    bool is_plan() const { return plan_ != nullptr; }
+
     /* Does it all, unless a write has failed: that one's error number then. A step that fails ends
      * it. */
     int install();
@@ -75,6 +88,7 @@ class file_batch {
     int note_in(commit_journal &journal) const;
 
   private:
+    int plan(const cnfmodule *module, const char *path, const cnfnode *tree);
     int rename_all();
     int remove_all();
 
@@ -82,6 +96,7 @@ class file_batch {
         std::string module; /* its name */
         std::string path;
     };
+    std::vector<planned_change> *plan_ = nullptr;
     std::vector<member> written_;
     std::vector<member> removed_;
     size_t renamed_ = 0; /* how many of those written stand in their place */

@@ -27,6 +27,10 @@ int llconf_trns_ctx_serial(void);
  * synchronously; their results are ignored. */
 int llconf_restart_dirty_mods(void);
 
+/* How many nodes of files expressions have found so far: a value that comes from a file takes one
+ * more than the same value as a default. */
+unsigned long ll_nodes_found(void);
+
 /* Appends the backend tree functions to a list of definitions; the longer list. */
 struct fe_def *fe_register_llfuncs(struct fe_def *list);
 

@@ -50,6 +50,8 @@ constexpr std::array<ll_row, 24> k_rows = {{
     {"llmodsetprecommit", fe_func_llmodsethook, nullptr, func_llmodset_pre_commit},
 }};
 
+unsigned long g_nodes_found = 0;
+
 /* The file of a directory instance that node lies in; null for the directory itself. */
 const cnfnode *member_of(const cnfnode *node) {
     if (!node->parent) return nullptr;
@@ -98,9 +100,15 @@ llconf_item *ll_find_item(const fe_context *ctx, const char *name) {
     return find_llconf_item(lli_list_from_trns_ctx(static_cast<trns_ctx *>(ctx->user_data)), name);
 }
 
+unsigned long ll_nodes_found(void) {
+    return g_nodes_found;
+}
+
 cnfnode *ll_read_node(llconf_item *lli, const char *path) {
     const cnfnode *root = llconf_get_cnftree_read(lli);
-    return root ? cnf_get_node(root, path) : nullptr;
+    cnfnode *node = root ? cnf_get_node(root, path) : nullptr;
+    if (node) g_nodes_found++;
+    return node;
 }
 
 cnfnode *ll_write_tree(llconf_item *lli) {

@@ -24,6 +24,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "archive/archive.h"
@@ -55,10 +56,12 @@ class whole_commit {
   public:
     whole_commit() : journal_(commit_author()) {}
     int run(llconf_item *list);
+    int plan(llconf_item *list, commit_plan &plan);
 
   private:
     void collect(llconf_item *list);
-    int prepare(piece &one);
+    int prepare(piece &one, file_batch &batch);
+    int prepare_all(file_batch &batch);
     int keep();
     int keep_command(const item_record *item);
     int replace();
@@ -124,15 +127,24 @@ void whole_commit::collect(llconf_item *list) {
     }
 }
 
-int whole_commit::prepare(piece &one) {
+int whole_commit::prepare(piece &one, file_batch &batch) {
     item_record *item = one.item;
     if (item->flags & LLI_FLAG_READONLY) return 0;
-    if (item->delete_me) return item->file ? note_deletion(item, batch_) : 0;
+    if (item->delete_me) return item->file ? note_deletion(item, batch) : 0;
     if (is_unread_source(item)) return keep_unread_source(item);
     if (!item->file || !item->cn_root) return 0;
-    if (!item->pattern) return write_beside(item, batch_);
+    if (!item->pattern) return write_beside(item, batch);
     one.directory.emplace(item, item->record.get());
-    return one.directory->prepare(batch_);
+    return one.directory->prepare(batch);
+}
+
+int whole_commit::prepare_all(file_batch &batch) {
+    int failed = 0;
+    for (piece &one : pieces_) {
+        int reason = prepare(one, batch);
+        if (reason != 0) failed = refuse(one.item, reason);
+    }
+    return failed;
 }
 
 int whole_commit::keep_command(const item_record *item) {
@@ -189,11 +201,7 @@ void whole_commit::settle() {
 
 int whole_commit::run(llconf_item *list) {
     collect(list);
-    int failed = 0;
-    for (piece &one : pieces_) {
-        int reason = prepare(one);
-        if (reason != 0) failed = refuse(one.item, reason);
-    }
+    int failed = prepare_all(batch_);
     if (failed == 0) failed = keep();
     if (failed != 0) return failed;
     int reason = replace();
@@ -202,6 +210,27 @@ int whole_commit::run(llconf_item *list) {
     commit_author().number = journal_.record().number;
     for (const piece &one : pieces_)
         run_hook(one.item, &llconf_item::func_post_commit);
+    return 0;
+}
+
+int whole_commit::plan(llconf_item *list, commit_plan &plan) {
+    for (llconf_item *lli = list; lli; lli = lli->next)
+        if (lli->is_dirty) pieces_.push_back({record_of(lli), {}});
+    file_batch batch{plan.changes};
+    const int reason = prepare_all(batch);
+    if (reason != 0) return reason;
+    for (const piece &one : pieces_) {
+        const item_record *item = one.item;
+        if (item->func_pre_commit) plan.hooks.push_back(std::string{"pre-commit of "} + item->name);
+        if (!writes_command(item)) continue;
+        planned_change change{item->name, "", false, "", ""};
+        if (!text_of(item->module, item->replaced.tree, change.before)) change.before.clear();
+        if (!text_of(item->module, item->cn_root, change.text)) return refuse(item, errno);
+        plan.changes.push_back(std::move(change));
+    }
+    for (const piece &one : pieces_)
+        if (one.item->func_post_commit)
+            plan.hooks.push_back(std::string{"post-commit of "} + one.item->name);
     return 0;
 }
 
@@ -229,6 +258,10 @@ void put_back_commands(const commit_record &record, const put_back_report &repor
         if (pipe_text(lli->pipe_out, text) == 0)
             daemon_log(LOG_NOTICE, "commit %ld: %s put back", record.number, name.c_str());
     }
+}
+
+int plan_commit(llconf_item *list, commit_plan &plan) {
+    return whole_commit{}.plan(list, plan);
 }
 
 int write_all_or_none(llconf_item *list) {

@@ -34,6 +34,7 @@
 #include "llconf/modules.h"
 #include "llconf/nodes.h"
 #include "session/commit_orders.h"
+#include "session/commit_preview.h"
 #include "session/daemonfuncs.h"
 #include "session/history_functions.h"
 #include "session/session.h"
@@ -62,7 +63,7 @@ constexpr function_family k_families[] = {
     fe_register_llmiscfuncs,   fe_register_llmgettyfuncs,        fe_register_lltavfuncs,
     fe_register_paramfuncs,    fe_register_adm_network_funcs,    fe_register_adm_misc_funcs,
     fe_register_typefuncs,     fe_register_daemonfuncs,          fe_register_history_functions,
-    fe_register_commit_orders, fe_register_trialfuncs,
+    fe_register_commit_orders, fe_register_commit_preview,       fe_register_trialfuncs,
 };
 
 void done() {

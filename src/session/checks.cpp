@@ -136,6 +136,12 @@ int session_check_and_barf_perms(ccd_session *session, const char *id, int perm)
     return deny(session, id);
 }
 
+int session_may_read(ccd_session *session, const param_path *ppath) {
+    if (g_access_override) return 1;
+    return (session->perms & k_perm_read) &&
+           access_method_passes(session, k_perm_read, ppath, nullptr);
+}
+
 int session_check_and_barf_perms_access_ppath(ccd_session *session, const char *id, int perm,
                                               const param_path *ppath, const line *arg_list) {
     if (g_access_override) return 0;

@@ -25,7 +25,11 @@ int session_check_and_barf_perms(ccd_session *session, const char *id, int perm)
 int session_check_and_barf_perms_access_ppath(ccd_session *session, const char *id, int perm,
                                               const param_path *ppath, const line *arg_list);
 
-/* The same by path; one that does not resolve is refused. */
+/* Whether the session may have the value of a node: the same as a question, neither logged nor
+ * answered. */
+int session_may_read(ccd_session *session, const param_path *ppath);
+
+/* As session_check_and_barf_perms_access_ppath, by path; one that does not resolve is refused. */
 int session_check_and_barf_perms_access(ccd_session *session, ccdtree_node *ccd_root,
                                         const char *id, int perm, const char *path,
                                         const line *arg_list);

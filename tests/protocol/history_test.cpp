@@ -24,6 +24,22 @@ class History : public daemon_test {
     /* What INFO tells of a node below commits, unescaped as far as tests need it. */
     std::string info(const std::string &node) { return unescaped(a.ask("i INFO commits." + node)); }
 
+    /* What ADMIN prints, without the tags and the empty lines at its end. */
+    std::string action(const std::string &node) {
+        const std::string reply = a.ask("a ADMIN commits." + node);
+        std::string text;
+        for (size_t at = 0; reply.compare(at, 4, "a.1 ") == 0;) {
+            const size_t end = reply.find('\n', at) + 1;
+            if (end - at > 5) text += reply.substr(at + 4, end - at - 4);
+            at = end;
+        }
+        for (size_t at = 0; (at = text.find("%09", at)) != std::string::npos;)
+            text.replace(at, 3, "\t");
+        for (size_t at = 0; (at = text.find("%25", at)) != std::string::npos; at++)
+            text.replace(at, 3, "%");
+        return text;
+    }
+
     static std::string unescaped(std::string text) {
         for (size_t at = 0; (at = text.find_first_of("%+", at)) != std::string::npos; at++) {
             if (text[at] == '+')
@@ -140,6 +156,40 @@ TEST_F(History, BringsFilesOfADirectoryBackAndTakesThemAway) {
     EXPECT_EQ(file("/etc/dropins/a.conf") + file("/etc/dropins/b.conf"), "level 2\n<missing>");
     commit("commits.undo 3");
     EXPECT_EQ(file("/etc/dropins/a.conf") + file("/etc/dropins/b.conf"), "<missing>level 3\n");
+}
+
+TEST_F(History, ShowsBeforeACommitWhatItWouldChange) {
+    begin("mode: 0640\n    post-commit: system('true')");
+    EXPECT_NE(a.ask("1.1 SET radius.secret twelve-bytes\n1.2 DEL network.hosts 192%2e0%2e2%2e11\n"
+                    "1.3 MOVE network.hosts ::1 ff02::1\n1.4 SET ssh.hardened yes\n"
+                    "1.5 SET ssh.port 22\n1.6 SET system.banner one%0atwo\n1 SUBMIT")
+                  .find("\n1 OK\n"),
+              std::string::npos);
+    EXPECT_EQ(a.ask("2 SET network.hosts.1%2e2%2e3%2e4.name refused").substr(0, 5), "2 ERR");
+    const std::string changes =
+        "- system.banner: Debian GNU/Linux 12 \\n \\l\\n\n+ system.banner: one\\ntwo\n"
+        "- network.hosts: 127%2e0%2e0%2e1 127%2e0%2e1%2e1 192%2e0%2e2%2e10 192%2e0%2e2%2e12 ::1 "
+        "ff02::1 ff02::2\n"
+        "+ network.hosts: 127%2e0%2e0%2e1 127%2e0%2e1%2e1 192%2e0%2e2%2e10 192%2e0%2e2%2e12 "
+        "ff02::1 ::1 ff02::2\n- network.hosts.192%2e0%2e2%2e11\n"
+        "- network.hosts.192%2e0%2e2%2e11.name: mail.example.net\n"
+        "- network.hosts.192%2e0%2e2%2e11.aliases: mail\n+ ssh.port: 22\n"
+        "- ssh.root-login: prohibit-password\n+ ssh.root-login: no\n- ssh.password-login: yes\n"
+        "+ ssh.password-login: no\n- ssh.hardened: no\n+ ssh.hardened: yes\n- radius.secret\n"
+        "+ radius.secret\n- radius.secret-set: no\n+ radius.secret-set: yes\n";
+    EXPECT_EQ(action("changes"), changes);
+    const std::string diff = action("diff");
+    EXPECT_NE(diff.find("\n-192.0.2.11\tmail.example.net\tmail\t# moves"), std::string::npos);
+    EXPECT_NE(diff.find("\n-RADIUS_SECRET=\n+RADIUS_SECRET="), std::string::npos);
+    const std::string hooks = "# runs: post-commit of appliance\n";
+    ASSERT_TRUE(diff.ends_with(hooks)) << diff;
+    EXPECT_EQ(logged_in("l.1 perms read exec\nl LOGIN root").ask("3 ADMIN commits.diff"),
+              "3 NO permission denied\n");
+    EXPECT_EQ(a.ask("4 COMMIT"), "4 OK\n");
+    EXPECT_EQ(action("diff") + action("changes"), "");
+    EXPECT_EQ(action("history.1.diff") + hooks, diff);
+    EXPECT_EQ(action("history.1.changes"), changes);
+    EXPECT_EQ(info("history.1.changes"), "i.1 " + changes + "i OK\n");
 }
 
 }  // namespace

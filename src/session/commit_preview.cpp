@@ -1,0 +1,149 @@
+#include "session/commit_preview.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "archive/merge.h"
+#include "backend/archived_edits.h"
+#include "backend/command.h"
+#include "backend/ll_trns.h"
+#include "backend/whole_commit.h"
+#include "session/chars.h"
+#include "session/commit_number.h"
+#include "session/param_changes.h"
+#include "session/session.h"
+#include "tree/arguments.h"
+#include "tree/param_error.h"
+#include "ucfgd/owners.h"
+
+namespace {
+
+using owned_ctx = owned<trns_ctx, trns_destroy_ctx>;
+
+/* Parameters that are asked for while others wait. */
+constexpr long k_quick_values = 500;
+
+/* Replies lose control characters, which files are made of: the tab stands as "%09" in what an
+ * action prints, and "%" itself as "%25". */
+std::string printable(std::string_view text) {
+    constexpr char k_digits[] = "0123456789abcdef";
+    std::string result;
+    for (char c : text) {
+        if (c != '%' && (c == '\n' || !is_control(c))) {
+            result += c;
+            continue;
+        }
+        const auto byte = static_cast<unsigned char>(c);
+        result += {'%', k_digits[byte >> 4], k_digits[byte & 15]};
+    }
+    return result;
+}
+
+fe_node *fe_func_printable(fe_context *ctx, fe_node *call) {
+    const call_arguments args{ctx, call};
+    return args.failed() ? nullptr : const_node(printable(args[0]).c_str());
+}
+
+/* For the client of an action; false when nobody takes it any more. */
+bool print_text(const std::string &text) {
+    fputs(printable(text).c_str(), stdout);
+    return fflush(stdout) == 0;
+}
+
+fe_node *fail_outside_action() {
+    return fe_fail(EINVAL, nullptr, "only for \"admin:\"");
+}
+
+fe_node *refuse_aloud() {
+    const param_error *error = ccd_get_error();
+    const char *why = error && error->msg ? error->msg : std::strerror(errno);
+    print_text(std::string{why} + "\n");
+    return truth_node(false);
+}
+
+int append_difference(const planned_change &change, std::string &all) {
+    file_state state;
+    std::string before = change.before;
+    const bool is_command = change.path.empty();
+    if (!is_command && read_state(change.path, state, before) != 0) return -1;
+    const bool is_new = !is_command && state.kind == file_kind::absent;
+    if (state.kind == file_kind::link) before.clear();
+    const std::string name = is_command ? "/" + change.module : name_in_module(change.path);
+    std::string one;
+    if (unified_diff(before, change.text, is_new ? "/dev/null" : "a" + name,
+                     change.removed ? "/dev/null" : "b" + name, one) != 0)
+        return -1;
+    all += one;
+    return 0;
+}
+
+/* The child of the action is not needed afterwards: its trees may become those of the commit. */
+fe_node *fe_func_commitdiff(fe_context *ctx, fe_node * /*call*/) {
+    if (!command_may_wait()) return fail_outside_action();
+    ccd_clear_error();
+    trns_submit_ctx(static_cast<trns_ctx *>(ctx->user_data));
+    trns_ctx_item *backend = trns_find_ctx_byid(g_trns_ctx, k_ll_trns_id);
+    commit_plan plan;
+    if (!backend) return truth_node(true);
+    errno = plan_commit(static_cast<llconf_item *>(backend->data), plan);
+    if (errno != 0) return refuse_aloud();
+    std::string all;
+    for (const planned_change &change : plan.changes)
+        if (append_difference(change, all) != 0) return refuse_aloud();
+    for (const std::string &hook : plan.hooks)
+        all += "# runs: " + hook + "\n";
+    return truth_node(print_text(all));
+}
+
+fe_node *fe_func_sessionchanges(fe_context *ctx, fe_node * /*call*/) {
+    if (!command_may_wait() || !g_current_session) return fail_outside_action();
+    std::string text;
+    param_changes(g_current_session, g_trns_ctx, static_cast<trns_ctx *>(ctx->user_data), LONG_MAX,
+                  text);
+    return truth_node(print_text(text));
+}
+
+/* Two transactions that see the files as a commit found and as it left them. */
+fe_node *fe_func_commitchanges(fe_context *ctx, fe_node *call) {
+    const call_arguments args{ctx, call};
+    commit_record record;
+    if (args.count() == 0) return fe_func_sessionchanges(ctx, call);
+    if (!find_commit(args[0], record) || !g_current_session)
+        return fe_fail(EINVAL, nullptr, "%s",
+                       ccd_get_error() ? ccd_get_error()->msg : "no session");
+    const owned_ctx before{trns_copy_ctx(g_trns_ctx)};
+    const owned_ctx after{trns_copy_ctx(g_trns_ctx)};
+    if (!before || !after) return nullptr;
+    if (show_commit(before.get(), record, false) != 0 ||
+        show_commit(after.get(), record, true) != 0)
+        return fe_fail(EINVAL, nullptr, "%s", ccd_get_error()->msg);
+    std::string text;
+    if (!param_changes(g_current_session, before.get(), after.get(),
+                       command_may_wait() ? LONG_MAX : k_quick_values, text))
+        return fe_fail(EINVAL, nullptr, "too much for INFO: ADMIN on the same node shows it");
+    if (text.ends_with('\n')) text.pop_back();
+    return const_node(text.c_str());
+}
+
+struct native_function {
+    const char *name;
+    fe_function function;
+};
+
+constexpr native_function k_functions[] = {
+    {"commitdiff", guarded<fe_func_commitdiff>},
+    {"printable", guarded<fe_func_printable>},
+    {"commitchanges", guarded<fe_func_commitchanges>},
+};
+
+}  // namespace
+
+fe_def *fe_register_commit_preview(fe_def *list) {
+    for (const native_function &function : k_functions)
+        list = fe_register_func(list, function.name, function.function, nullptr);
+    return list;
+}
