@@ -26,9 +26,18 @@ struct line_list {
     std::vector<std::string> lines, errors;
 };
 
+/* Tabs do not pass in the output of an action: there "%09" stands for one, and "%25" for "%". */
+std::string with_tabs(std::string text) {
+    for (size_t at = 0; (at = text.find('%', at)) != std::string::npos; at++) {
+        if (text.compare(at, 3, "%09") == 0) text.replace(at, 3, "\t");
+        if (text.compare(at, 3, "%25") == 0) text.replace(at, 3, "%");
+    }
+    return text;
+}
+
 void take_line(int stream, const char *text, void *data) {
     auto *list = static_cast<line_list *>(data);
-    (stream == 1 ? list->lines : list->errors).emplace_back(text);
+    (stream == 1 ? list->lines : list->errors).push_back(with_tabs(text));
 }
 
 int collect(shell &sh, const std::string &node, line_list &list) {

@@ -128,11 +128,12 @@ TEST_F(History, UndoesOneCommitAndKeepsWhatHasBeenChangedSince) {
     EXPECT_EQ(a.ask("2 COMMIT"), "2 OK\n");
     EXPECT_EQ(file("/etc/ssh/sshd_config"), sshd + "Port 3333\n");
     commit("ssh.port 4444");
-    EXPECT_EQ(a.ask("3.1 SET system.location lost\n3.2 SET commits.undo 2\n3 SUBMIT"),
+    EXPECT_EQ(a.ask("3.1 SET commits.comment lost\n3.2 SET commits.undo 2\n3 SUBMIT"),
               "3.1 OK\n3.2.error error.commit.overlap\n3.2.error.arg /etc/ssh/sshd_config\n"
               "3.2.error.arg line 123\n3.2 ERR commit 2 cannot be undone: /etc/ssh/sshd_config has "
               "been changed since in line 123\n3 ERR\n");
     EXPECT_EQ(a.ask("4 DIRTY"), "4.dirty 0\n4 OK\n");
+    EXPECT_EQ(a.ask("5 GET commits.comment"), "5.1 \n5 OK\n");
 }
 
 TEST_F(History, BringsFilesOfADirectoryBackAndTakesThemAway) {
