@@ -94,9 +94,12 @@ int recover(long number) {
     if (!has_record(folder)) return archive_remove(number);
     commit_record record;
     if (read_record(folder, record) != 0) {
+        const int reason = errno;
         daemon_log(LOG_ERR, "archive: the record of commit %ld cannot be read: %s", number,
-                   strerror(errno));
-        return -1;
+                   strerror(reason));
+        errno = reason;
+        /* Damaged, it says nothing any more, and holds nobody up. */
+        return reason == EINVAL ? 0 : -1;
     }
     if (record.state != commit_state::open) return 0;
     daemon_log(LOG_WARNING, "Warning: commit %ld of %s was interrupted; putting its files back",

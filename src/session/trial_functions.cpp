@@ -44,7 +44,7 @@ fe_node *fe_func_trialorder(fe_context *ctx, fe_node *call) {
     long seconds = 0;
     if (!read_seconds(args[0], seconds)) {
         ccd_set_error("a trial takes 0 to 604800 seconds", "error.commit.trial");
-        ccd_add_error_arg(args[0]);
+        ccd_set_failure_reason("a trial takes 0 to 604800 seconds");
         return truth_node(false);
     }
     session->commit_trial = seconds;

@@ -93,4 +93,93 @@ TEST_F(Archived, AStartBehindACrashPutsFilesBackAndThenCommands) {
     }));
 }
 
+TEST_F(Archived, ATrialIsUndoneInTimeWithItsCommandsAndHooksUnlessItIsConfirmed) {
+    put("/etc/ucfgd/modules.conf", std::string{file("/etc/ucfgd/modules.conf")}.replace(
+                                       file("/etc/ucfgd/modules.conf").find("module: keyvalue"), 16,
+                                       "module: keyvalue\n post-commit: system('cp " +
+                                           path("/etc/box.conf") + " " + path("/told") + "')"));
+    start();
+    client a = logged_in();
+    client b = logged_in("l LOGIN root");
+    EXPECT_EQ(a.ask("1 SET trial soon"), "1 ERR result=2 a trial takes 0 to 604800 seconds\n");
+    a.ask("1.1 SET trial 1\n1.2 SET name beta\n1.3 SET line two\n1 SUBMIT");
+    EXPECT_EQ(a.ask("2 COMMIT\n3 GET trial"), "2 OK\n3.1 0\n3 OK\n");
+    EXPECT_EQ(a.ask("4 INFO trial"), "4.1 commit+1,+user+root,+1+seconds+left\n4 OK\n");
+    EXPECT_EQ(file("/told"), k_new_box);
+    a.ask("5 SET name gamma");
+    const std::string refusal = a.ask("6 COMMIT");
+    EXPECT_EQ(refusal.find("6.error error.trial\n6.error.arg root\n6.error.arg 1\n6.error.arg "),
+              0u);
+    EXPECT_NE(refusal.find("\n6 ERR commit conflict\n"), std::string::npos);
+    ASSERT_TRUE(eventually([this] { return has_state(1, "undone"); }));
+    EXPECT_EQ(file("/etc/box.conf"), k_box);
+    EXPECT_EQ(file("/pipe"), "one\n");
+    EXPECT_TRUE(eventually([this] { return file("/told") == k_box; }));
+    EXPECT_TRUE(eventually([&] { return a.ask("7 CURRENT") == "7 ERR commit conflict\n"; }));
+    EXPECT_EQ(a.ask("8 REVERT\n9 GET name\n10 GET line\n11 INFO trial"),
+              "8 OK\n9.1 alpha\n9 OK\n10.1 one\n10 OK\n11.1 \n11 OK\n");
+    EXPECT_EQ(a.ask("12 ADMIN cancel"), "12.2 no commit is on trial\n12.1 \n12.2 \n12 ERR\n");
+
+    /* It is extended and joined by its user's orders, and then confirmed by another session. */
+    a.ask("1.1 SET trial 60\n1.2 SET name beta\n1 SUBMIT");
+    EXPECT_EQ(a.ask("2 COMMIT"), "2 OK\n");
+    a.ask("3 SET trial 90");
+    EXPECT_EQ(a.ask("4 COMMIT"), "4 OK\n");
+    EXPECT_EQ(a.ask("5 INFO trial"), "5.1 commit+2,+user+root,+90+seconds+left\n5 OK\n");
+    a.ask("6.1 SET trial 100\n6.2 SET level 7\n6 SUBMIT");
+    EXPECT_EQ(a.ask("7 COMMIT"), "7 OK\n");
+    EXPECT_EQ(b.ask("8 ADMIN confirm"), "8.1 \n8.2 \n8 OK\n");
+    EXPECT_EQ(b.ask("9 INFO trial"), "9.1 \n9 OK\n");
+    EXPECT_TRUE(has_state(2, "done") && has_state(3, "done"));
+
+    /* Cancelled, both commits of a trial go at once. */
+    for (const char *edit : {"1 SET name delta", "1 SET level 8"}) {
+        a.ask(edit);
+        a.ask("2 SET trial 60");
+        EXPECT_EQ(a.ask("3 COMMIT"), "3 OK\n");
+    }
+    EXPECT_EQ(b.ask("4 ADMIN cancel"), "4.1 \n4.2 \n4 OK\n");
+    EXPECT_EQ(file("/etc/box.conf"), "# the box\nname = beta\nlevel = 7\n");
+    EXPECT_EQ(file("/told"), file("/etc/box.conf"));
+    EXPECT_EQ(a.ask("5 CURRENT\n6 UPDATE\n7 GET name"),
+              "5 ERR commit conflict\n6 OK updated\n7.1 beta\n7 OK\n");
+}
+
+TEST_F(Archived, ATrialThatCannotBeUndoneYetHoldsCommitsUpAndIsTriedAgain) {
+    start();
+    client a = logged_in();
+    a.ask("1.1 SET trial 1\n1.2 SET name beta\n1 SUBMIT");
+    EXPECT_EQ(a.ask("2 COMMIT"), "2 OK\n");
+    fs::create_directory(path("/etc/box.conf.ucfgd-tmp"));
+    ASSERT_TRUE(eventually([this] {
+        return logged(
+            "putting files back failed: Is a directory; next "
+            "try in 1 seconds");
+    }));
+    a.ask("3 UPDATE\n4.1 SET trial 5\n4.2 SET level 7\n4 SUBMIT");
+    EXPECT_NE(a.ask("5 COMMIT").find("5.error.arg 0\n"), std::string::npos);
+    fs::remove(path("/etc/box.conf.ucfgd-tmp"));
+    EXPECT_TRUE(eventually([this] { return has_state(1, "undone"); }));
+    EXPECT_EQ(file("/etc/box.conf"), k_box);
+}
+
+TEST_F(Archived, ATrialGoesOnBehindARestartAndEndsWithTheBoot) {
+    start();
+    client a = logged_in();
+    a.ask("1.1 SET trial 50\n1.2 SET name beta\n1 SUBMIT");
+    EXPECT_EQ(a.ask("2 COMMIT"), "2 OK\n");
+    kill_daemon();
+    start();
+    EXPECT_EQ(logged_in().ask("1 INFO trial").find("1.1 commit+1,+user+root,+"), 0u);
+    EXPECT_EQ(file("/etc/box.conf"), k_new_box);
+    stop();
+    std::string text = record(1);
+    const size_t boot = text.find("boot: ") + 6;
+    put("/commits/1/record", text.replace(boot, 1, text[boot] == 'x' ? "y" : "x"));
+    start();
+    EXPECT_EQ(file("/etc/box.conf"), k_box);
+    EXPECT_EQ(logged_in().ask("1 GET name"), "1.1 alpha\n1 OK\n");
+    EXPECT_TRUE(eventually([this] { return has_state(1, "undone"); }));
+}
+
 }  // namespace

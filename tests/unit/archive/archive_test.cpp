@@ -9,7 +9,9 @@
 
 #include "archive/journal.h"
 #include "archive/put_back.h"
+#include "archive/trials.h"
 #include "daemon/dirs.h"
+#include "daemon/loop.h"
 
 namespace fs = std::filesystem;
 
@@ -157,6 +159,46 @@ TEST_F(Archive, OldCommitsGoButNeverAnOpenOneATrialOrTheNewest) {
     ASSERT_EQ(archive_configure(root + "/archive", 100, 0), 0);
     EXPECT_EQ(archive_trim(), 0);
     EXPECT_EQ(archive_numbers(), (std::vector<long>{1, 2, 6}));
+}
+
+int64_t g_now = 5000;
+
+TEST_F(Archive, ATrialEndsWithItsNewestCommitAndHalfUndoneItCannotBeKept) {
+    g_loop_clock = [] { return g_now; };
+    for (const long seconds : {60L, 10L}) {
+        commit_record record = author();
+        trial_begin(record, seconds);
+        commit_journal journal{record};
+        EXPECT_EQ(journal.add("m", "/file" + std::to_string(seconds), regular(), "new"), 0);
+        EXPECT_EQ(journal.seal() + journal.finish(), 0);
+        put("/file" + std::to_string(seconds), "new");
+    }
+    EXPECT_EQ(trial_left(), 10'000);
+    g_now += 3000;
+    EXPECT_EQ(trial_left(), 7000);
+    EXPECT_EQ(trial_extend(20), 0);
+    EXPECT_EQ(trial_left(), 20'000);
+    g_now = 0; /* as behind a reboot whose boot has no name */
+    EXPECT_EQ(trial_left(), 0);
+    g_now = 8000;
+    fs::remove(root + "/archive/1/1.after");
+    put("/file60", "others'");
+    std::vector<commit_record> undone;
+    EXPECT_EQ(trial_undo(undone), -1);
+    EXPECT_EQ(undone.size(), 1u);
+    EXPECT_EQ(get("/file10"), "(absent)");
+    EXPECT_EQ(trial_left(), 0);
+    EXPECT_EQ(trial_confirm(), -1);
+    EXPECT_EQ(errno, EALREADY);
+    put("/file60", "new");
+    EXPECT_EQ(trial_put_back_files(), -1);
+    put("/archive/1/1.after", "new");
+    EXPECT_EQ(trial_undo(undone), 0);
+    EXPECT_EQ(get("/file60"), "(absent)");
+    EXPECT_EQ(trial_left(), -1);
+    EXPECT_EQ(trial_confirm(), -1);
+    EXPECT_EQ(errno, ENOENT);
+    g_loop_clock = nullptr;
 }
 
 }  // namespace
