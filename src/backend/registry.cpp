@@ -183,19 +183,6 @@ llconf_item *make_item(module_entry &entry) {
     return lli;
 }
 
-/* What a commit that was cut off has left beside the files that we write. Instances are registered
- * at the start only, when no commit is under way. */
-void remove_leftovers(const llconf_item *lli) {
-    owned_str path{lli->file ? prefix_llfilename(lli->file->filename) : nullptr};
-    if (!path || (lli->flags & LLI_FLAG_READONLY)) return;
-    errno_guard keep;
-    if (lli->pattern) {
-        remove_member_temporaries(path.get(), lli->pattern, item_directory(lli));
-    } else {
-        remove_temporary(path.get());
-    }
-}
-
 /* The fields of a feature module's hooks. */
 struct hook_field {
     std::string_view name;
@@ -264,8 +251,19 @@ llconf_item *register_llconf_cn(const cnfnode *entry, fe_def *functions) {
         return nullptr;
     }
     int status = llconf_revert_cnftree(lli);
-    remove_leftovers(lli);
+    llconf_remove_leftovers(lli);
     return status == 0 ? lli : nullptr;
+}
+
+void llconf_remove_leftovers(const llconf_item *lli) {
+    owned_str path{lli->file ? prefix_llfilename(lli->file->filename) : nullptr};
+    if (!path || (lli->flags & LLI_FLAG_READONLY)) return;
+    errno_guard keep;
+    if (lli->pattern) {
+        remove_member_temporaries(path.get(), lli->pattern, item_directory(lli));
+    } else {
+        remove_temporary(path.get());
+    }
 }
 
 int register_llconf_hooks_cn(fe_def *functions, const cnfnode *hooks) {

@@ -27,6 +27,10 @@ int register_llconf_all(const char *modulesfile, struct fe_def *functions);
  * belongs to the master context; null when it cannot be made or its source cannot be read. */
 llconf_item *register_llconf_cn(const struct cnfnode *entry, struct fe_def *functions);
 
+/* Removes the temporary files that a commit which was cut off has left beside the files of an item.
+ * Only while no commit is under way. */
+void llconf_remove_leftovers(const llconf_item *lli);
+
 /* Adds the hooks of a feature module; each child of hooks is named after an instance. 0, or -1 when
  * the master context has no backend. */
 int register_llconf_hooks_cn(struct fe_def *functions, const struct cnfnode *hooks);

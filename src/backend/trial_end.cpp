@@ -9,6 +9,7 @@
 #include "archive/trials.h"
 #include "backend/items.h"
 #include "backend/ll_trns.h"
+#include "backend/registry.h"
 #include "tree/param_ops.h"
 #include "tree/trns.h"
 
@@ -49,4 +50,9 @@ int end_trial(void) {
 void doubt_commands(void) {
     for (llconf_item *lli = all_items(); lli; lli = lli->next)
         if (!lli->file && lli->pipe_in) item_enter(record_of(lli), tree_event::failed);
+}
+
+void remove_all_leftovers(void) {
+    for (const llconf_item *lli = all_items(); lli; lli = lli->next)
+        llconf_remove_leftovers(lli);
 }

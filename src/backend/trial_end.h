@@ -10,6 +10,9 @@ extern "C" {
  * -1 with errno as trial_undo has it: the hooks of what was undone have run all the same. */
 int end_trial(void);
 
+/* Removes the temporary files of a commit that was killed, whichever module it was writing. */
+void remove_all_leftovers(void);
+
 /* Another process has given commands their old texts: the next revert reads them again, which it
  * does for files by themselves. */
 void doubt_commands(void);

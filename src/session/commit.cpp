@@ -188,7 +188,9 @@ void session_commit_next(void) {
 
 void session_commit_cb_exit(bgexec_ctx *job, int status) {
     const int error = error_of(job, status);
-    if (error != 0 && restore_is_needed() && restore_after(job, error)) return;
+    /* A child that was killed has left temporary files at the least. */
+    const bool killed = archive_is_on() && !WIFEXITED(status);
+    if (error != 0 && (killed || restore_is_needed()) && restore_after(job, error)) return;
     session_commit_end(job->session, job->id, error);
 }
 

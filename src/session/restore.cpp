@@ -77,6 +77,7 @@ void cb_exit(bgexec_ctx *job, int status) {
     g_trns_fe_context = context.get();
     errno = 0;
     int result = archive_recover(k_lock_milliseconds);
+    remove_all_leftovers();
     if (result == 0 && trial_left() == 0) result = end_trial();
     const int status = result == 0 ? 0 : errno;
     bgexit(result == 0 ? 0 : status <= 0 || status > 255 ? EIO : status);
