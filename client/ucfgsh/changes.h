@@ -12,10 +12,12 @@
 
 namespace ucfgsh {
 
-/* One parameter whose value differs; no value: it did not or does not exist. */
+/* One parameter whose value differs; no value: it did not or does not exist. Of an entry, and of a
+ * parameter that the user may not read, only the name is told: the value is "". */
 struct value_change {
     std::string path;
     std::optional<std::string> before, after;
+    bool only_name = false;
 };
 
 /* One list whose entries are the same ones in another order. */

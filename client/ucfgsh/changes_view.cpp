@@ -45,12 +45,12 @@ void print_change(shell &sh, const value_change &change) {
         print_long_change(sh, change);
         return;
     }
-    if (change.before)
-        sh.out.line(
-            sh.out.paint(style::bad, "- " + change.path + ": " + show_value(*change.before)));
-    if (change.after)
-        sh.out.line(
-            sh.out.paint(style::good, "+ " + change.path + ": " + show_value(*change.after)));
+    auto side = [&](style look, const char *sign, const std::string &value) {
+        std::string told = change.only_name ? "" : ": " + show_value(value);
+        sh.out.line(sh.out.paint(look, sign + change.path + told));
+    };
+    if (change.before) side(style::bad, "- ", *change.before);
+    if (change.after) side(style::good, "+ ", *change.after);
 }
 
 void print_order(shell &sh, const order_change &change) {
@@ -92,6 +92,52 @@ int show_file_diff(shell &sh) {
     return run_info(sh, info);
 }
 
+/* A value on one line, with "\\n" where it had newlines. */
+std::string with_newlines(std::string text) {
+    for (size_t at = 0; (at = text.find("\\n", at)) != std::string::npos; at++)
+        text.replace(at, 2, "\n");
+    return text;
+}
+
+bool is_change_line(const std::string &line) {
+    return line.starts_with("+ ") || line.starts_with("- ");
+}
+
+/* A daemon that compares tells of each parameter by "- PATH: VALUE" and "+ PATH: VALUE". */
+change_set read_changes(const std::vector<std::string> &lines) {
+    change_set set;
+    for (const std::string &line : lines) {
+        if (!is_change_line(line)) continue;
+        size_t colon = line.find(": ");
+        value_change change{
+            print_path(line.substr(2, colon - 2)), {}, {}, colon == std::string::npos};
+        std::string value = change.only_name ? "" : with_newlines(line.substr(colon + 2));
+        bool goes_on = line[0] == '+' && !set.values.empty() &&
+                       set.values.back().path == change.path && !set.values.back().after;
+        if (goes_on) {
+            set.values.back().after = value;
+            continue;
+        }
+        (line[0] == '+' ? change.after : change.before) = value;
+        set.values.push_back(std::move(change));
+    }
+    return set;
+}
+
+int compare_there(shell &sh, bool dirty) {
+    action_lines found;
+    int code = collect_action(sh, k_changes_node, found);
+    if (code != k_ucfg_ok) return report_action(sh, "changes", code, found);
+    change_set set = read_changes(found.lines);
+    if (sh.out.json())
+        sh.out.document(changes_json(set, dirty));
+    else if (set.empty())
+        sh.out.line("no changes");
+    else
+        print_changes(sh, found.lines);
+    return k_exit_done;
+}
+
 /* What an older daemon cannot tell: only what was changed from here is looked at. */
 int compare_here(shell &sh, bool dirty) {
     sh.changes.follow(sh.link);
@@ -120,13 +166,21 @@ int compare_here(shell &sh, bool dirty) {
 
 }  // namespace
 
+void print_changes(shell &sh, const std::vector<std::string> &lines) {
+    for (const std::string &line : lines)
+        if (!is_change_line(line)) sh.out.line(sh.out.paint(style::faint, line));
+    for (const value_change &change : read_changes(lines).values)
+        print_change(sh, change);
+}
+
 int run_changes(shell &sh, const arguments &args) {
     if (args.has('f')) return show_file_diff(sh);
-    if (has_node(sh.link, k_ucfg_management, k_changes_node)) return compared_changes(sh);
     int dirty = 0;
     int code =
         sh.link.call(after_loss::repeat, [&](ucfg_conn *conn) { return ucfg_dirty(conn, &dirty); });
-    return code == k_ucfg_ok ? compare_here(sh, dirty != 0) : report_failure(sh, "changes", code);
+    if (code != k_ucfg_ok) return report_failure(sh, "changes", code);
+    bool compares = has_node(sh.link, k_ucfg_management, k_changes_node);
+    return compares ? compare_there(sh, dirty != 0) : compare_here(sh, dirty != 0);
 }
 
 }  // namespace ucfgsh

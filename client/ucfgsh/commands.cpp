@@ -92,9 +92,7 @@ constexpr std::array k_commands{
 };
 
 constexpr const char *k_trial_advice =
-    "a commit is on trial (whose, seconds left, until when): \"confirm\" or \"cancel\" ends that, "
-    "and "
-    "its user may join it by \"commit --trial\"; your changes stay";
+    "\"confirm\" or \"cancel\" ends that; its user may join it by \"commit --trial\"";
 constexpr const char *k_lost = "not answered, the connection or the session was lost";
 
 constexpr std::array k_results{
@@ -238,7 +236,7 @@ owned_json failure_json(shell &sh, const std::string &subject, int code) {
 
 bool on_trial(ucfg_conn *conn) {
     const char *id = ucfg_error_id(conn);
-    return id && std::string_view{id} == "error.trial";
+    return id && std::string_view{id} == "error.trial" && ucfg_error_arg(conn, 2);
 }
 
 int report_failure(shell &sh, const std::string &subject, int code) {
@@ -252,7 +250,10 @@ int report_failure(shell &sh, const std::string &subject, int code) {
     std::string said = code <= k_ucfg_inuse ? readable(text) : text;
     /* What the connection said last belongs to the attempts to bring it back. */
     if (code == k_ucfg_lost) said = k_lost;
-    if (const char *id = ucfg_error_id(conn)) {
+    if (on_trial(conn)) {
+        said = std::string{"a commit of "} + ucfg_error_arg(conn, 0) + " is on trial until " +
+               ucfg_error_arg(conn, 2);
+    } else if (const char *id = ucfg_error_id(conn)) {
         said += std::string{" ("} + id;
         for (size_t i = 0; ucfg_error_arg(conn, i); i++)
             said += std::string{i == 0 ? ": " : ", "} + ucfg_error_arg(conn, i);

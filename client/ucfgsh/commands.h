@@ -96,8 +96,19 @@ int report_done(shell &sh, const std::string &done, const std::string &subject);
 /* One line about a node that an older daemon, or one without the feature, does not have. */
 int complain_missing(shell &sh, const std::string &what, const char *node);
 
-/* Prints what the daemon finds when it compares the session with what is committed. */
-int compared_changes(shell &sh);
+/* What an action puts out. */
+struct action_lines {
+    std::vector<std::string> lines, errors;
+};
+
+/* Runs one that only looks; an ucfg_code. */
+int collect_action(shell &sh, const std::string &node, action_lines &list);
+
+/* What it said, then how it ended. Returns the exit status. */
+int report_action(shell &sh, const char *name, int code, const action_lines &list);
+
+/* Shows the lines of a node that tells changes parameter by parameter. */
+void print_changes(shell &sh, const std::vector<std::string> &lines);
 
 /* Whether the last call was refused because of a commit on trial. */
 bool on_trial(ucfg_conn *conn);

@@ -1,6 +1,7 @@
 /* What has been committed and by whom, taking it back, and watching. */
 #include <algorithm>
 #include <array>
+#include <charconv>
 
 #include "ucfgsh/commands.h"
 #include "ucfgsh/commits.h"
@@ -21,30 +22,24 @@ int complain_number(shell &sh, const std::string &text) {
     return complain_usage(sh, "\"" + text + "\" is not the number of a commit");
 }
 
-/* Where an action's lines go. */
-struct line_list {
-    std::vector<std::string> lines, errors;
-};
-
-/* Tabs do not pass in the output of an action: there "%09" stands for one, and "%25" for "%". */
-std::string with_tabs(std::string text) {
-    for (size_t at = 0; (at = text.find('%', at)) != std::string::npos; at++) {
-        if (text.compare(at, 3, "%09") == 0) text.replace(at, 3, "\t");
-        if (text.compare(at, 3, "%25") == 0) text.replace(at, 3, "%");
+/* Control characters do not pass in the output of an action: "%09" stands for a tab, and "%25" for
+ * the "%" itself. */
+std::string with_controls(std::string_view text) {
+    std::string plain;
+    for (size_t i = 0; i < text.size(); i++) {
+        int byte = 0;
+        const char *digits = text.data() + i + 1;
+        bool coded = text[i] == '%' && i + 2 < text.size() &&
+                     std::from_chars(digits, digits + 2, byte, 16).ptr == digits + 2;
+        plain += coded ? static_cast<char>(byte) : text[i];
+        if (coded) i += 2;
     }
-    return text;
+    return plain;
 }
 
 void take_line(int stream, const char *text, void *data) {
-    auto *list = static_cast<line_list *>(data);
-    (stream == 1 ? list->lines : list->errors).push_back(with_tabs(text));
-}
-
-int collect(shell &sh, const std::string &node, line_list &list) {
-    return sh.link.call(after_loss::repeat, [&](ucfg_conn *conn) {
-        list = {};
-        return ucfg_admin(conn, node.c_str(), nullptr, 0, take_line, &list);
-    });
+    auto *list = static_cast<action_lines *>(data);
+    (stream == 1 ? list->lines : list->errors).push_back(with_controls(text));
 }
 
 void print_lines(shell &sh, const std::vector<std::string> &lines) {
@@ -55,11 +50,11 @@ void print_lines(shell &sh, const std::vector<std::string> &lines) {
 /* Runs an action of this daemon and shows what it put out. */
 int run_node(shell &sh, const char *name, const char *node, const char *nothing) {
     if (!has_node(sh.link, k_ucfg_management, node)) return complain_missing(sh, name, node);
-    line_list list;
-    int code = collect(sh, node, list);
+    action_lines list;
+    int code = collect_action(sh, node, list);
+    if (code != k_ucfg_ok) return report_action(sh, name, code, list);
     for (const std::string &line : list.errors)
         sh.out.complain(sh.prefix + line);
-    if (code != k_ucfg_ok) return report_failure(sh, name, code);
     if (sh.out.json()) {
         owned_json object = json_object_of({{"done", name}, {"subject", name}});
         json_put(object, "ok", owned_json{json_true()});
@@ -99,12 +94,13 @@ void print_row(shell &sh, const std::string &number) {
         sh.out.line("    " + sh.out.paint(style::faint, file));
 }
 
-/* The difference is for administrators; whoever may not see it sees the rest. */
-std::string commit_diff(shell &sh, const std::string &number, line_list &list) {
-    int code = collect(sh, std::string{k_history_node} + "." + number + ".diff", list);
-    if (code == k_ucfg_ok) return "";
-    std::string text = ucfg_text(sh.link.conn());
-    return "the difference is not shown: " + readable(text);
+/* The changes and the differences may be for other users than this one. */
+std::vector<std::string> long_part(shell &sh, const std::string &number, const char *part) {
+    action_lines list;
+    int code = collect_action(sh, std::string{k_history_node} + "." + number + "." + part, list);
+    if (code == k_ucfg_ok) return list.lines;
+    if (sh.out.json()) return {};
+    return {std::string{"("} + part + ": " + readable(ucfg_text(sh.link.conn())) + ")"};
 }
 
 int show_commit(shell &sh, const std::string &number) {
@@ -113,11 +109,11 @@ int show_commit(shell &sh, const std::string &number) {
         sh.out.complain(sh.prefix + "history: there is no commit " + number);
         return k_exit_failed;
     }
-    line_list diff;
-    std::string reason = commit_diff(sh, number, diff);
+    std::vector<std::string> changes = long_part(sh, number, "changes");
+    std::vector<std::string> diff = long_part(sh, number, "diff");
     if (sh.out.json()) {
         owned_json object = commit_json(sh, number);
-        json_put(object, "diff", json_list(diff.lines));
+        json_put(object, "diff", json_list(diff));
         sh.out.document(std::move(object));
         return k_exit_done;
     }
@@ -130,8 +126,8 @@ int show_commit(shell &sh, const std::string &number) {
     for (const char *part : {"files", "notes"})
         for (const std::string &text : split_lines(commit_part(sh.link, number, part)))
             sh.out.line("  " + sh.out.paint(style::value, text));
-    print_lines(sh, diff.lines);
-    if (!reason.empty()) sh.out.line(sh.out.paint(style::faint, reason));
+    print_changes(sh, changes);
+    print_lines(sh, diff);
     return k_exit_done;
 }
 
@@ -175,7 +171,7 @@ int watch_with(shell &sh, session &link, const char *from) {
 
 style diff_style(const std::string &line) {
     if (line.starts_with("+++ ") || line.starts_with("--- ")) return style::title;
-    if (line.starts_with("@@")) return style::name;
+    if (line.starts_with("@@") || line.starts_with('#')) return style::name;
     if (line.starts_with('+')) return style::good;
     return line.starts_with('-') ? style::bad : style::plain;
 }
@@ -193,8 +189,20 @@ int complain_missing(shell &sh, const std::string &what, const char *node) {
     return k_exit_failed;
 }
 
-int compared_changes(shell &sh) {
-    return run_node(sh, "changes", k_changes_node, "no changes");
+int collect_action(shell &sh, const std::string &node, action_lines &list) {
+    return sh.link.call(after_loss::repeat, [&](ucfg_conn *conn) {
+        list = {};
+        return ucfg_admin(conn, node.c_str(), nullptr, 0, take_line, &list);
+    });
+}
+
+int report_action(shell &sh, const char *name, int code, const action_lines &list) {
+    for (const auto *lines : {&list.lines, &list.errors})
+        for (const std::string &line : *lines)
+            sh.out.complain(sh.prefix + std::string{name} + ": " + line);
+    if (code == k_ucfg_failed && !sh.out.json() && list.lines.size() + list.errors.size() > 0)
+        return k_exit_failed;
+    return report_failure(sh, name, code);
 }
 
 int run_diff(shell &sh, const arguments &) {

@@ -3,9 +3,13 @@
 #include "ucfgsh/interactive.h"
 
 #include <histedit.h>
+#include <poll.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
+#include <cwchar>
 
 #include "ucfgsh/commits.h"
 #include "ucfgsh/completion.h"
@@ -15,6 +19,8 @@ namespace ucfgsh {
 
 namespace {
 
+constexpr int k_tick = 1000;
+constexpr size_t k_room_for_time = 20;
 constexpr int k_history_size = 1000;
 constexpr const char *k_history_name = "/.ucfgsh_history";
 
@@ -54,6 +60,7 @@ class editor : public line_source {
         return static_cast<editor *>(self);
     }
     static char *show_prompt(EditLine *el) { return of(el)->prompt_.data(); }
+    static int on_read(EditLine *el, wchar_t *to) { return of(el)->read_character(to); }
     static unsigned char on_tab(EditLine *el, int) { return of(el)->complete_here(); }
     static unsigned char on_question(EditLine *el, int) { return of(el)->help_here(); }
     static unsigned char on_cancel(EditLine *el, int) { return of(el)->cancel(); }
@@ -62,6 +69,10 @@ class editor : public line_source {
         const LineInfo *info = el_line(el_.get());
         return {info->buffer, static_cast<size_t>(info->cursor - info->buffer)};
     }
+    int read_character(wchar_t *to);
+    void wait_for_key();
+    void show_time_left(long seconds);
+    void make_prompt();
     unsigned char complete_here();
     unsigned char help_here();
     unsigned char cancel();
@@ -72,6 +83,8 @@ class editor : public line_source {
     owned<History, history_end> history_;
     std::string history_file_;
     std::string prompt_;
+    std::string state_; /* the prompt without the time that is left of a trial */
+    std::optional<std::chrono::steady_clock::time_point> trial_end_;
     bool completing_ = true;
 };
 
@@ -93,6 +106,7 @@ editor::editor(shell &sh)
     el_set(el, EL_ADDFN, "ucfg-complete", "complete the word", on_tab);
     el_set(el, EL_ADDFN, "ucfg-help", "explain what belongs here", on_question);
     el_set(el, EL_ADDFN, "ucfg-cancel", "drop the line", on_cancel);
+    el_set(el, EL_GETCFN, on_read);
     el_set(el, EL_BIND, "^I", "ucfg-complete", nullptr);
     el_set(el, EL_BIND, "?", "ucfg-help", nullptr);
     el_set(el, EL_BIND, "^C", "ucfg-cancel", nullptr);
@@ -113,15 +127,7 @@ editor::~editor() {
 bool editor::next(std::string &line, const std::string &prompt) {
     completing_ = prompt.empty();
     prompt_ = prompt;
-    if (completing_) {
-        std::string text = is_dirty(sh_) || orders_are_stale(sh_) ? "ucfg*" : "ucfg";
-        if (auto left = trial_left(sh_.link)) text += " trial " + print_duration(*left);
-        text += ">";
-        /* The marks say that what is between them takes no room; the library loses one at the end.
-         */
-        bool colored = sh_.out.paint(style::title, "x") != "x";
-        prompt_ = (colored ? "\1\033[1m\1" + text + "\1\033[0m\1" : text) + " ";
-    }
+    if (completing_) make_prompt();
     int count = 0;
     const char *text = el_gets(el_.get(), &count);
     if (!text || count <= 0) return false;
@@ -130,6 +136,58 @@ bool editor::next(std::string &line, const std::string &prompt) {
         line.pop_back();
     if (completing_) remember(line);
     return true;
+}
+
+void editor::make_prompt() {
+    state_ = is_dirty(sh_) || orders_are_stale(sh_) ? "ucfg*" : "ucfg";
+    trial_end_.reset();
+    auto left = trial_left(sh_.link);
+    if (left) trial_end_ = std::chrono::steady_clock::now() + std::chrono::seconds{*left};
+    show_time_left(left.value_or(0));
+}
+
+void editor::show_time_left(long seconds) {
+    std::string text = state_ + (trial_end_ ? " trial " + print_duration(seconds) : "") + ">";
+    /* The marks say that what is between them takes no room; the library loses one at the end. */
+    bool colored = sh_.out.paint(style::title, "x") != "x";
+    prompt_ = (colored ? "\1\033[1m\1" + text + "\1\033[0m\1" : text) + " ";
+}
+
+/* While a commit is on trial, the prompt counts its seconds down; a line that has grown longer than
+ * the screen is left alone. */
+void editor::wait_for_key() {
+    pollfd watch{STDIN_FILENO, POLLIN, 0};
+    while (poll(&watch, 1, trial_end_ && completing_ ? k_tick : -1) == 0) {
+        long left = std::chrono::duration_cast<std::chrono::seconds>(
+                        *trial_end_ - std::chrono::steady_clock::now())
+                        .count();
+        const LineInfo *info = el_line(el_.get());
+        size_t used =
+            count_characters({info->buffer, static_cast<size_t>(info->lastchar - info->buffer)}) +
+            state_.size() + k_room_for_time;
+        if (left < 0) trial_end_.reset();
+        show_time_left(left);
+        if (used >= static_cast<size_t>(terminal_columns())) continue;
+        printf("\r%s\r", std::string(used, ' ').c_str());
+        if (!trial_end_)
+            printf("the time of the trial is over: \"history\" shows what was undone\n");
+        fflush(stdout);
+        el_set(el_.get(), EL_REFRESH);
+    }
+}
+
+int editor::read_character(wchar_t *to) {
+    mbstate_t state{};
+    for (;;) {
+        wait_for_key();
+        char c = 0;
+        ssize_t got = read(STDIN_FILENO, &c, 1);
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0) return static_cast<int>(got);
+        size_t used = mbrtowc(to, &c, 1, &state);
+        if (used <= 1) return 1;
+        if (used == static_cast<size_t>(-1)) state = {};
+    }
 }
 
 /* A line that begins with a blank stays out of the history, for values that are secrets. */
