@@ -9,31 +9,17 @@
 #include "session/method_context.h"
 #include "session/protocol.h"
 #include "session/query.h"
+#include "tree/known_symbol.h"
 #include "tree/param_error.h"
 #include "ucfgd/owners.h"
 
 namespace {
 
-/* A variable's name in the form in which a context compares it. When memory is exhausted it is
- * asked for again the next time. */
-class symbol {
-  public:
-    constexpr explicit symbol(const char *name) : name_(name) {}
-    bool set(fe_context *context, const char *value) {
-        if (!interned_) interned_ = fe_intern(name_);
-        return interned_ && fe_set_symbol(context, interned_, value) == 0;
-    }
-
-  private:
-    const char *name_;
-    fe_symbol interned_ = nullptr;
-};
-
-constinit symbol g_sid{"sid"};
-constinit symbol g_perm{"perm"};
-constinit symbol g_parampath{"parampath"};
-constinit symbol g_paramtree{"paramtree"};
-constinit symbol g_hlxaaa_sid{"hlxaaa_sid"};
+constinit known_symbol g_sid{"sid"};
+constinit known_symbol g_perm{"perm"};
+constinit known_symbol g_parampath{"parampath"};
+constinit known_symbol g_paramtree{"paramtree"};
+constinit known_symbol g_hlxaaa_sid{"hlxaaa_sid"};
 
 /* Permission bits as letters, as logs and access methods show them. */
 struct perm_letters {

@@ -331,9 +331,9 @@ int ccd_node_exists(ccdtree_node *root, backend_ctx *ctx, const char *path, cons
 int ccd_param_is_there(ccdtree_node *root, backend_ctx *ctx, const char *path) {
     int before = errno;
     owned_path resolved{find_ccd_param(path, root)};
-    int there = -1;
+    int there = resolved || errno == ENOMEM ? -1 : 0;
     try {
-        there = resolved ? path_is_there({root, ctx, nullptr}, resolved->first) : 0;
+        if (resolved) there = path_is_there({root, ctx, nullptr}, resolved->first);
     } catch (const std::bad_alloc &) {}
     errno = there < 0 ? ENOMEM : before;
     return there > 0 ? 1 : 0;

@@ -31,6 +31,7 @@
 #include <utility>
 
 #include "daemon/trace.h"
+#include "tree/known_symbol.h"
 #include "tree/param_context.h"
 #include "tree/path_segment.h"
 #include "ucfgd/escape.h"
@@ -40,17 +41,10 @@ static_assert(offsetof(param_path_item, next) == 0);
 namespace {
 
 /* The variables that nearly every request sets. */
-struct known_names {
-    std::array<fe_symbol, 10> digits{fe_intern("0"), fe_intern("1"), fe_intern("2"), fe_intern("3"),
-                                     fe_intern("4"), fe_intern("5"), fe_intern("6"), fe_intern("7"),
-                                     fe_intern("8"), fe_intern("9")};
-    fe_symbol argc = fe_intern("argc");
-};
-
-const known_names &names() {
-    static const known_names k_names;
-    return k_names;
-}
+constinit std::array g_digits{
+    known_symbol{"0"}, known_symbol{"1"}, known_symbol{"2"}, known_symbol{"3"}, known_symbol{"4"},
+    known_symbol{"5"}, known_symbol{"6"}, known_symbol{"7"}, known_symbol{"8"}, known_symbol{"9"}};
+constinit known_symbol g_argc{"argc"};
 
 /* Follows a path through the tree, a component a step. */
 struct path_walk {
@@ -267,9 +261,9 @@ void ccd_param_common(fe_context *ctx, const param_path *path) {
 }
 
 void set_path_vars(fe_context *ctx, const param_path_item *first) {
-    for (fe_symbol digit : names().digits) {
+    for (known_symbol &digit : g_digits) {
         if (!first) return;
-        fe_set_symbol(ctx, digit, first->name);
+        digit.set(ctx, first->name);
         first = first->next;
     }
 }
@@ -285,7 +279,7 @@ static void set_arg_vars(fe_context *ctx, const line *arg_list) {
     }
     std::array<char, 16> number;
     *std::to_chars(number.begin(), number.end() - 1, count).ptr = '\0';
-    fe_set_symbol(ctx, names().argc, number.data());
+    g_argc.set(ctx, number.data());
 }
 
 bool enter_path(fe_context *ctx, const param_path *path, const line *arg_list,
@@ -294,8 +288,9 @@ bool enter_path(fe_context *ctx, const param_path *path, const line *arg_list,
     if (takes_arguments) set_arg_vars(ctx, arg_list);
     ccd_param_common(ctx, path);
     set_path_vars(ctx, path->first);
+    const bool complete = errno != ENOMEM;
     if (errno == 0) errno = before;
-    return errno != ENOMEM;
+    return complete;
 }
 
 char *escaped_result(const fe_node *result) {

@@ -17,6 +17,8 @@
 #include "functions/functions.h"
 #include "llconf/modules.h"
 #include "session/limits.h"
+#include "tree/ccdtree.h"
+#include "tree/param_ops.h"
 #include "ucfgd/owners.h"
 
 /* The native function families, through expressions, as methods use them. */
@@ -28,6 +30,13 @@ static long g_until_failure = -1;
 extern "C" void *__libc_malloc(size_t size);
 extern "C" void *malloc(size_t size) {
     if (g_until_failure < 0 || g_until_failure-- > 0) return __libc_malloc(size);
+    errno = ENOMEM;
+    return nullptr;
+}
+
+extern "C" void *__libc_calloc(size_t count, size_t size);
+extern "C" void *calloc(size_t count, size_t size) {
+    if (g_until_failure < 0 || g_until_failure-- > 0) return __libc_calloc(count, size);
     errno = ENOMEM;
     return nullptr;
 }
@@ -270,6 +279,24 @@ TEST_F(Functions, FailWhenMemoryRunsOutAndNeverAnswerSomethingElse) {
             destroy_fe_node_list(result);
         }
     }
+}
+
+TEST_F(Functions, WorkAgainAfterAShortageOfMemory) {
+    owned<ccdtree_node, destroy_ccdtree> root{create_ccdtree()};
+    ccdtree_node *node = find_or_create_ccdtree_path(root.get(), "node");
+    auto info = [&] {
+        return owned_str{ccd_param_info(root.get(), nullptr, "node", nullptr, nullptr)};
+    };
+    node->func_info = parse_fe_expression("'x'", base_->fed_list);
+    long left = -1;
+    for (long n = 0; left < 0; n++) {
+        g_until_failure = n;
+        owned_str value = info();
+        left = std::exchange(g_until_failure, -1);
+    }
+    destroy_fe_node_tree(
+        std::exchange(node->func_info, parse_fe_expression("$argc", base_->fed_list)));
+    EXPECT_STREQ("0", info().get());
 }
 #endif
 

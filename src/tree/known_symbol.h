@@ -1,0 +1,22 @@
+#ifndef UCFGD_TREE_KNOWN_SYMBOL_H
+#define UCFGD_TREE_KNOWN_SYMBOL_H
+
+#include "fe/context.h"
+
+/* The name of a variable that every request sets, in the form in which a context compares it. When
+ * memory is exhausted it is asked for again the next time. */
+class known_symbol {
+  public:
+    constexpr explicit known_symbol(const char *name) : name_(name) {}
+    /* False (errno ENOMEM) when the variable could not be set. */
+    bool set(fe_context *context, const char *value) {
+        if (!interned_) interned_ = fe_intern(name_);
+        return interned_ && fe_set_symbol(context, interned_, value) == 0;
+    }
+
+  private:
+    const char *name_;
+    fe_symbol interned_ = nullptr;
+};
+
+#endif
