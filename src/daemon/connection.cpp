@@ -32,12 +32,13 @@ void log_connection_closed(const ccd_session *session, int fd) {
 }
 
 /* Input that the backlog had stopped is read again once the client has taken enough of it. A locked
- * session is left to the job that holds it. */
+ * session is left to the job that holds it, one whose lines wait for their turn to that turn: were
+ * its end of input read before, the lines would go with the session. */
 void reenable_input(ccd_session *session) {
     int osize = pending_output(session);
     fd_callback *in = session->fdcb_in;
     if (!in || osize >= k_session_output_limit || (in->type & FD_CALLBACK_READ) ||
-        (session->flags & k_session_locked) || session->login_ticket != 0)
+        (session->flags & k_session_locked) || session->stalled || session->login_ticket != 0)
         return;
     trace(3, "reenabling input osize=%d\n", osize);
     in->type |= FD_CALLBACK_READ;

@@ -85,10 +85,19 @@ bool flush_all() {
     return empty;
 }
 
+size_t left_in_all() {
+    size_t bytes = 0;
+    for (const log_sink *sink : outs().all)
+        bytes += sink->left();
+    return bytes;
+}
+
 void retry(void * /*data*/) {
     const errno_guard keep;
+    const size_t before = left_in_all();
     if (flush_all()) return;
-    g_retry_ms = std::min(g_retry_ms * 2, k_last_retry_ms);
+    g_retry_ms =
+        left_in_all() < before ? k_first_retry_ms : std::min(g_retry_ms * 2, k_last_retry_ms);
     loop_set_timer(&g_retry, g_retry_ms, retry, nullptr);
 }
 

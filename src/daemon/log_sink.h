@@ -28,6 +28,8 @@ class log_sink {
     /* Gives what is queued; true when nothing is left. */
     bool flush();
     bool waits() const { return !queue_.empty(); }
+    /* Bytes that are queued and not given yet. */
+    size_t left() const { return queued_ - given_; }
     /* What to wait for while something is queued; -1 where waiting does not help. */
     virtual int descriptor() const = 0;
     /* In a forked child: what is queued is the parent's, and so is the way out. */

@@ -47,7 +47,8 @@ hang {
 /* A long request with a long reply, and no process that would wake the daemon by its end. */
 const std::string k_big =
     "big {\n get: seq(foreach('i', range(1, 100), foreach('j', range(1, 400), $i * $j)), '" +
-    std::string(12000, 'x') + "')\n}\nlong {\n get: '" + std::string(12000, 'x') + "'\n}\n";
+    std::string(12000, 'x') + "')\n}\nlong {\n get: '" + std::string(12000, 'x') +
+    "'\n}\nlazy {\n get: system('sleep 0.03') || '1'\n}\n";
 
 class Hostile : public daemon_test {
   protected:
@@ -160,7 +161,7 @@ TEST_F(Hostile, AClientThatNeverReadsHoldsUpNobodyAndLosesNothing) {
 TEST_F(Hostile, APipeliningClientThatReadsLastIsServedToItsEnd) {
     client c = logged_in();
     const int small = 4096;
-    const timeval patience{5, 0};
+    const timeval patience{30, 0};
     setsockopt(c.fd(), SOL_SOCKET, SO_SNDBUF, &small, sizeof small);
     setsockopt(c.fd(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
     std::string requests;
@@ -274,6 +275,10 @@ TEST_F(Hostile, AClientMayEndItsInputFirstOrNotListenAtAll) {
     EXPECT_TRUE(half.reply("l").ends_with("l OK\n"));
     EXPECT_EQ(half.reply("y"), "x.1 alpha\nx OK\ny OK\n");
     EXPECT_EQ(half.line(), "<closed>");
+    half = connect();
+    half.send("l LOGIN root\na GET lazy\nb GET lazy\nc GET lazy\n");
+    shutdown(half.fd(), SHUT_WR);
+    EXPECT_TRUE(half.reply("c").ends_with("c.1 1\nc OK\n"));
     for (int i = 0; i < 50; i++) {
         client deaf = connect();
         shutdown(deaf.fd(), SHUT_RD);

@@ -60,6 +60,8 @@ TEST_F(Connection, StopsReadingFromAClientThatDoesNotReadAndGoesOnWhenItDoes) {
         total += part.size();
         ASSERT_EQ(write_callback(out_->fd, out_->data), 0);
     }
+    EXPECT_EQ(in_->type, FD_CALLBACK_PARKED) << "a line waits for its turn";
+    session_sweep();
     EXPECT_EQ(out_->type, FD_CALLBACK_PARKED);
     EXPECT_EQ(in_->type, FD_CALLBACK_READ);
     EXPECT_GE(total, much.size());

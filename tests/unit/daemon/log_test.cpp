@@ -10,6 +10,7 @@
 #include <string>
 
 #include "daemon/log.h"
+#include "daemon/loop.h"
 #include "session/limits.h"
 #include "ucfgd/owners.h"
 
@@ -67,6 +68,35 @@ TEST_F(Log, NeverWaitsForAFullPipeAndTellsWhatWasLost) {
                               " messages lost\nevil Error: forged [2J\n"))
         << all.substr(all.size() - 200);
     EXPECT_EQ(limit_met_count(k_limit_log_queue), static_cast<unsigned long>(2000 - lines));
+}
+
+TEST_F(Log, HurriesOnceItsReaderIsBack) {
+    limit_set(k_limit_log_queue, 262'144);
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_NONBLOCK), 0);
+    fcntl(ends[1], F_SETPIPE_SZ, 4096);
+    const unique_fd reader{ends[0]};
+    const unique_fd before{dup(2)};
+    dup2(ends[1], 2);
+    close(ends[1]);
+    for (int i = 0; i < 1000; i++)
+        daemon_log(LOG_INFO, "%0100d", i);
+    static size_t got = 0;
+    fd_callback *cb = create_fd_callback(reader.get(), FD_CALLBACK_READ, nullptr, nullptr);
+    cb->cb = [](int fd, void *) {
+        got += take(fd).size();
+        if (got >= 101'000) g_cb_list->state = FD_CALLBACK_STOP;
+        return 0;
+    };
+    loop_add_callback(cb);
+    loop_timer patience{};
+    loop_set_timer(
+        &patience, 10'000, [](void *) { g_cb_list->state = FD_CALLBACK_STOP; }, nullptr);
+    loop(0);
+    loop_clear_timer(&patience);
+    loop_del_callback(cb);
+    dup2(before.get(), 2);
+    EXPECT_EQ(got, 101'000U);
 }
 
 TEST_F(Log, SendsToTheSystemLogWhenSomebodyListensThere) {
