@@ -27,7 +27,7 @@ slow {
     admin: system('echo one; sleep 0.5; echo two >&2; sleep 0.3; echo three')
 }
 hold {
-    admin: system('sleep 6 & echo started')
+    admin: system('sleep 30 & echo started')
 }
 babble {
     admin: system('yes & echo started')
@@ -366,7 +366,7 @@ TEST_F(HostileInBackground, AnActionThatLeavesAProcessBehindEndsAllTheSame) {
     EXPECT_EQ(a.ask("x ADMIN hold"), "x.1 started\nx.1 \nx.2 \nx OK\n");
     EXPECT_TRUE(a.ask("x ADMIN babble").ends_with("\nx.2 \nx OK\n"));
     EXPECT_EQ(a.ask("x ADMIN crash"), "x.1 gone\nx.1 \nx.2 \nx OK\n");
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 20s);
     expect_service();
 }
 
