@@ -30,6 +30,7 @@
 #include <new>
 #include <string_view>
 
+#include "archive/archive.h"
 #include "archive/file_state.h"
 #include "archive/journal.h"
 #include "daemon/place.h"
@@ -76,7 +77,7 @@ mode_t default_mode() {
 
 /* Owner before mode: a change of owner clears mode bits. What the module sets and cannot be set is
  * logged only, and the file is then less open than it should be; what the old file had must stay.
- */
+ * With an archive, a commit is all that it should be or nothing. */
 int apply_attributes(int fd, const char *path, const owner_and_mode *old,
                      const file_attributes &wanted) {
     struct stat now {};
@@ -94,13 +95,13 @@ int apply_attributes(int fd, const char *path, const owner_and_mode *old,
         int reason = errno;
         daemon_log(LOG_ERR, "chown('%s', %d, %d) failed: %s", path, static_cast<int>(as.uid),
                    static_cast<int>(as.gid), std::strerror(reason));
-        if (keeps_owner) return reason;
+        if (keeps_owner || archive_is_on()) return reason;
     }
     if (fchmod(fd, as.mode) != 0) {
         int reason = errno;
         daemon_log(LOG_ERR, "chmod('%s', %o) failed: %s", path, static_cast<unsigned int>(as.mode),
                    std::strerror(reason));
-        if (wanted.mode < 0) return reason;
+        if (wanted.mode < 0 || archive_is_on()) return reason;
     }
     return 0;
 }
@@ -252,7 +253,8 @@ int file_batch::write(const cnfmodule *module, const char *path, const cnfnode *
     daemon_log(LOG_NOTICE, "writing file %s", path);
     int reason = write_temporary(module, path, tree, attributes);
     if (reason == 0) return 0;
-    /* Its temporary file stays, to be looked at. */
+    /* Its temporary file stays, to be looked at; with an archive nothing does. */
+    if (archive_is_on()) remove_temporary(path);
     written_.pop_back();
     reason_ = reason;
     return reason;
