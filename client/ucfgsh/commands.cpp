@@ -163,6 +163,19 @@ const command *find_command(std::string_view name) {
     return found;
 }
 
+namespace {
+
+std::string unknown_command(const std::string &name) {
+    std::string fitting;
+    for (const command &row : k_commands)
+        if (!name.empty() && row.name.starts_with(name))
+            fitting += (fitting.empty() ? "" : ", ") + std::string{row.name};
+    if (!fitting.empty()) return "\"" + name + "\" could be " + fitting;
+    return "unknown command \"" + name + "\"; \"help\" lists the commands";
+}
+
+}  // namespace
+
 std::vector<std::string> flags_of(const command &row) {
     std::vector<std::string> flags;
     for (char letter : row.flags)
@@ -175,9 +188,7 @@ std::vector<std::string> flags_of(const command &row) {
 int run_command(shell &sh, const std::vector<word> &line) {
     if (line.empty()) return k_exit_done;
     const command *row = find_command(line.front().text);
-    if (!row)
-        return complain_usage(
-            sh, "unknown command \"" + line.front().text + "\"; \"help\" lists the commands");
+    if (!row) return complain_usage(sh, unknown_command(line.front().text));
     arguments args;
     size_t at = 0;
     int status = take_flags(sh, *row, line, at, args);
