@@ -24,7 +24,6 @@ namespace hlx_auth {
 namespace {
 
 constexpr uint32_t k_mark = 0x484c5831; /* changes with the layout */
-constexpr int k_rest_seconds = 10;
 constexpr int k_open_attempts = 4;
 constexpr int k_place_bits = 10;
 static_assert(HLX_AUTH_SESSIONS_MAX <= 1 << k_place_bits);
@@ -47,7 +46,7 @@ struct mapping {
     session_store *store = nullptr;
     dev_t device = 0;
     ino_t inode = 0;
-    int64_t hung_until = 0; /* boot_seconds; until then the lock is tried, not waited for */
+    bool hung = false; /* since a time-out; until a lock is had again it is tried, not waited for */
 };
 
 mapping g_mapping;
@@ -115,14 +114,18 @@ unique_fd open_store() {
  * is given back by itself. */
 class set_up_lock {
   public:
-    explicit set_up_lock(int fd) : fd_(fd) {
+    set_up_lock(int fd, long patience_ms) : fd_(fd) {
         static constexpr timespec k_pause{0, 10'000'000};
-        const timespec deadline = deadline_in(k_patience_ms);
+        const timespec deadline = deadline_in(g_mapping.hung ? 0 : patience_ms);
         while (flock(fd, LOCK_EX | LOCK_NB) < 0) {
             if (errno != EWOULDBLOCK && errno != EINTR) fail("cannot be locked", errno);
-            if (has_come(deadline)) fail("is being set up by another program", ETIMEDOUT);
+            if (has_come(deadline)) {
+                g_mapping.hung = true;
+                fail("is being set up by another program", ETIMEDOUT);
+            }
             nanosleep(&k_pause, nullptr);
         }
+        g_mapping.hung = false;
     }
     set_up_lock(const set_up_lock &) = delete;
     set_up_lock &operator=(const set_up_lock &) = delete;
@@ -133,8 +136,8 @@ class set_up_lock {
 };
 
 /* One who dies in here leaves a table without its mark, which the next one sets up. */
-void set_up(int fd, session_store &store) {
-    const set_up_lock locked{fd};
+void set_up(int fd, session_store &store, long patience_ms) {
+    const set_up_lock locked{fd, patience_ms};
     if (store.mark != 0) return;
     if (const int error = init_mutex(store.mutex); error != 0) fail("its lock", error);
     store.size = sizeof(session_store);
@@ -168,7 +171,7 @@ void unmap() {
 
 /* The table, which is nobody else's, whole, and set up. It is looked for by its name every time,
  * since whoever made it may have made it anew. */
-session_store *map_store() {
+session_store *map_store(long patience_ms) {
     const unique_fd fd = open_store();
     struct stat st;
     if (fstat(fd.get(), &st) < 0) fail("cannot be looked at", errno);
@@ -177,10 +180,10 @@ session_store *map_store() {
                            st.st_size == static_cast<off_t>(sizeof(session_store));
     if (!is_mapped) {
         unmap();
-        g_mapping = {map_file(fd.get(), st.st_size), st.st_dev, st.st_ino, 0};
+        g_mapping = {map_file(fd.get(), st.st_size), st.st_dev, st.st_ino, false};
     }
     session_store &store = *g_mapping.store;
-    if (store.mark == 0) set_up(fd.get(), store);
+    if (store.mark == 0) set_up(fd.get(), store, patience_ms);
     if (store.mark != k_mark || store.size != sizeof store || !is_our_kind(store.mutex))
         fail("is damaged", EINVAL);
     return &store;
@@ -192,23 +195,22 @@ void repair(session_store &store) {
     pthread_mutex_consistent(&store.mutex);
 }
 
-/* After one time-out nobody waits again for a while: whoever holds the lock that long has stopped,
- * and the next caller may be the daemon's next session, and the next. */
+/* After one time-out nobody waits again before the lock was to be had: whoever holds it that long
+ * has stopped, and the next caller may be the daemon's next session, and the next. */
 int lock(session_store &store, long patience_ms) {
     int error;
-    if (boot_seconds() < g_mapping.hung_until) {
+    if (g_mapping.hung) {
         error = pthread_mutex_trylock(&store.mutex);
         if (error == EBUSY) error = ETIMEDOUT;
     } else {
         const timespec deadline = deadline_in(patience_ms);
         error = pthread_mutex_clocklock(&store.mutex, CLOCK_MONOTONIC, &deadline);
-        if (error == ETIMEDOUT) g_mapping.hung_until = boot_seconds() + k_rest_seconds;
     }
     if (error == EOWNERDEAD) {
         repair(store);
         error = 0;
     }
-    if (error == 0) g_mapping.hung_until = 0;
+    g_mapping.hung = error == ETIMEDOUT;
     return error;
 }
 
@@ -249,7 +251,7 @@ bool same_sid(const char *place, std::string_view sid) {
 
 }  // namespace
 
-locked_store::locked_store(long patience_ms) : store_(map_store()) {
+locked_store::locked_store(long patience_ms) : store_(map_store(patience_ms)) {
     if (const int error = lock(*store_, patience_ms); error != 0)
         fail("is held by another program", error);
 }

@@ -19,8 +19,8 @@
  * and frees them.
  *
  * Nothing in the table is trusted. One whose owner, mode, size, mark or kind of lock is wrong is
- * refused, a lock that is not given back is waited for a second and then not for a while, and a
- * place that no program of ours can have written counts as free. */
+ * refused, a lock that is not given back is waited for a second and then only tried until it was to
+ * be had once, and a place that no program of ours can have written counts as free. */
 
 namespace hlx_auth {
 

@@ -185,16 +185,19 @@ def hung_hook(daemon):
 
 
 def hung_store(daemon):
-    """A program that holds the lock of the whole store while others log in by it."""
+    """A program that holds the lock of the whole store while others log in by it. They are another
+    user's: whose log-ins are refused, has to wait for the next one."""
     store = os.open("/dev/shm/hlxauth-sessions", os.O_RDWR | os.O_CREAT, 0o600)
     fcntl.flock(store, fcntl.LOCK_EX)
     clients = []
+    os.seteuid(1001)
     try:
         for _ in range(5):
             clients.append(force.Client(daemon.path("/dev/open"), login=None))
             clients[-1].send("LOGIN .hlxaaa " + "0" * 32)
     except force.Gone:
         pass  # nobody is let in any more
+    os.seteuid(0)
     time.sleep(0.1)
 
     def end():

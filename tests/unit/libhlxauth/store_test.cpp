@@ -103,14 +103,18 @@ TEST_F(AaaStore, SurvivesAProgramThatDiesWhileItHoldsTheLock) {
     EXPECT_EQ(HLX_AUTH_SID_VALID, hlx_auth_session_sid_check(create().c_str()));
 }
 
-TEST_F(AaaStore, WaitsASecondForAProgramThatStoppedInsideAndThenNotForAWhile) {
+TEST_F(AaaStore, WaitsASecondForAProgramThatStoppedInsideAndThenNotAgain) {
     const unique_fd fd{shm_open(name_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600)};
     flock(fd.get(), LOCK_EX);
     hlx_auth_session wanted{};
     wanted.lifetime = -1;
     char sid[HLX_AUTH_SID_SIZE + 1];
-    EXPECT_EQ(-1, hlx_auth_session_create(&wanted, sid));
-    EXPECT_EQ(ETIMEDOUT, errno);
+    auto begin = std::chrono::steady_clock::now();
+    for (int i = 0; i < 50; i++) {
+        EXPECT_EQ(-1, hlx_auth_session_create(&wanted, sid));
+        EXPECT_EQ(ETIMEDOUT, errno);
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds{2});
     flock(fd.get(), LOCK_UN);
     ASSERT_EQ(0, hlx_auth_session_create(&wanted, sid));
 
@@ -126,7 +130,7 @@ TEST_F(AaaStore, WaitsASecondForAProgramThatStoppedInsideAndThenNotForAWhile) {
     }
     char byte;
     ASSERT_EQ(1, read(ends[0], &byte, 1));
-    const auto begin = std::chrono::steady_clock::now();
+    begin = std::chrono::steady_clock::now();
     for (int i = 0; i < 50; i++) {
         EXPECT_EQ(HLX_AUTH_SID_ERR, hlx_auth_session_sid_check(sid));
         EXPECT_EQ(ETIMEDOUT, errno);
