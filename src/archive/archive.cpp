@@ -23,6 +23,7 @@
 
 #include "archive/archive.h"
 
+#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <libdaemon/dlog.h>
@@ -87,13 +88,25 @@ bool read_folder_name(const std::string &name, long &number) {
     return error == std::errc{} && stop == end && number > 0 && name[0] != '0';
 }
 
+/* The names in a folder as far as they can be read; errno tells, 0 for all of them. The iterators
+ * of the C++ library end the program where memory is missing. */
+std::vector<std::string> names_in(const std::string &folder) {
+    std::vector<std::string> names;
+    errno = 0;
+    const owned<DIR, closedir> directory{opendir(folder.c_str())};
+    while (const dirent *entry = directory ? readdir(directory.get()) : nullptr)
+        names.emplace_back(entry->d_name);
+    return names;
+}
+
 int64_t folder_size(const std::string &folder) {
     int64_t size = 0;
-    std::error_code error;
-    for (const fs::directory_entry &entry : fs::directory_iterator(folder, error)) {
+    for (const std::string &name : names_in(folder)) {
         struct stat st {};
         /* A link to the contents of another commit costs nothing. */
-        if (lstat(entry.path().c_str(), &st) == 0 && st.st_nlink == 1)
+        std::string path = folder;
+        path.append("/").append(name);
+        if (lstat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode) && st.st_nlink == 1)
             size += static_cast<int64_t>(st.st_size);
     }
     return size;
@@ -131,12 +144,12 @@ bool archive_is_on(void) {
 
 std::vector<long> archive_numbers(void) {
     std::vector<long> numbers;
-    std::error_code error;
-    for (const fs::directory_entry &entry : fs::directory_iterator(g_archive.directory, error)) {
+    const std::vector<std::string> names = names_in(g_archive.directory);
+    if (errno != 0) fail("reading", g_archive.directory, errno);
+    for (const std::string &name : names) {
         long number = 0;
-        if (read_folder_name(entry.path().filename().string(), number)) numbers.push_back(number);
+        if (read_folder_name(name, number)) numbers.push_back(number);
     }
-    if (error) fail("reading", g_archive.directory, error.value());
     std::sort(numbers.begin(), numbers.end());
     return numbers;
 }

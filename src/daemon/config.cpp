@@ -4,8 +4,10 @@
 #include <syslog.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <new>
 #include <string_view>
 
 #include "fe/pattern.h"
@@ -46,6 +48,14 @@ constexpr number_entry k_numbers[] = {
     {"access-override:", &g_access_override},
 };
 
+/* What memory is missing for must not be taken for something that is not configured. */
+const char *entry_of(const cnfnode *root, const char *path) {
+    errno = 0;
+    const char *value = cnf_get_entry(root, path);
+    if (!value && errno == ENOMEM) throw std::bad_alloc{};
+    return value;
+}
+
 int decimal(const char *text) {
     errno_guard keep;
     long number = std::strtol(text ? text : "", nullptr, 10);
@@ -58,7 +68,7 @@ config_files read_config_files(const cnfnode *root) {
     errno_guard keep;
     config_files files{};
     for (const file_entry &entry : k_files) {
-        const char *value = cnf_get_entry(root, entry.path);
+        const char *value = entry_of(root, entry.path);
         files.*entry.field = value ? value : entry.fallback;
     }
     return files;
@@ -77,7 +87,7 @@ archive_bounds read_archive_bounds(const cnfnode *root) {
         {"config/commits-size:", 0, [](archive_bounds &b, long v) { b.size = v; }},
     };
     for (const auto &row : rows) {
-        const char *text = cnf_get_entry(root, row.path);
+        const char *text = entry_of(root, row.path);
         if (!text) continue;
         if (limit_read_amount(text, &value) == 0 && value >= row.minimum)
             row.take(bounds, value);

@@ -18,7 +18,8 @@ struct config_files {
     const char *commits; /* the directory of the commit archive; null for none */
 };
 
-/* The file entries, with the defaults for what is not given. */
+/* The file entries, with the defaults for what is not given. This and the next throw std::bad_alloc
+ * where memory is missing. */
 config_files read_config_files(const cnfnode *root);
 
 /* How many commits the archive keeps, and how many bytes they may take. What cannot be read is

@@ -31,12 +31,6 @@ namespace {
 constexpr int k_backlog = 1;
 constexpr long k_highest_port = 0xffff;
 
-const char *setting(const cnfnode *listener, const char *name, const char *otherwise) {
-    errno_guard keep;
-    const char *value = cnf_get_entry(listener, name);
-    return value ? value : otherwise;
-}
-
 /* The PID file was made just before, and the loop that would lead to the ordinary end never runs.
  */
 [[noreturn]] void give_up() {
@@ -47,6 +41,15 @@ const char *setting(const cnfnode *listener, const char *name, const char *other
 [[noreturn]] void give_up_with(const char *format) {
     daemon_log(LOG_ERR, format, strerror(errno));
     give_up();
+}
+
+const char *setting(const cnfnode *listener, const char *name, const char *otherwise) {
+    errno_guard keep;
+    errno = 0;
+    const char *value = cnf_get_entry(listener, name);
+    /* Memory that is missing must not open another listener than the configured one. */
+    if (!value && errno == ENOMEM) give_up_with("listen: %s\n");
+    return value ? value : otherwise;
 }
 
 /* Listening never waits: a client that has gone before it is accepted must not hold up the others.
@@ -140,6 +143,7 @@ const listener_type *find_type(std::string_view name) {
 void watch(int fd, int (*callback)(int, void *), void *data) {
     fd_callback *cb = create_fd_callback(fd, FD_CALLBACK_READ, callback, data);
     if (cb && loop_add_callback(cb) == 0) return;
+    if (!cb) give_up_with("cannot watch a listener: %s");
     daemon_log(LOG_ERR, "cannot watch fd=%d: %s", fd, strerror(errno));
     std::free(cb);
     close(fd);

@@ -8,7 +8,7 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
-#include <deque>
+#include <list>
 #include <string>
 #include <string_view>
 
@@ -41,7 +41,7 @@ class log_sink {
     virtual ssize_t give(std::string_view bytes, bool first) = 0;
     /* The message that tells of lost ones. */
     virtual std::string loss_notice(unsigned long count) const = 0;
-    const std::deque<std::string> &queue() const { return queue_; }
+    const std::list<std::string> &queue() const { return queue_; }
     void drop_queue();
 
   private:
@@ -52,10 +52,10 @@ class log_sink {
     void note_losses();
     void lose();
 
-    std::deque<std::string> queue_;
-    size_t queued_ = 0;      /* bytes of all */
-    size_t given_ = 0;       /* bytes of the first that are out already */
-    unsigned long lost_ = 0; /* not told yet */
+    std::list<std::string> queue_; /* which takes no memory while it is empty */
+    size_t queued_ = 0;            /* bytes of all */
+    size_t given_ = 0;             /* bytes of the first that are out already */
+    unsigned long lost_ = 0;       /* not told yet */
 };
 
 /* A descriptor of any kind. Nothing is said about others who hold it: they may have it blocking. */

@@ -166,7 +166,11 @@ void shut_down(void) {
     destroy_felib_base(std::exchange(g_fel_base, nullptr));
     daemon_log(LOG_INFO, "exiting...");
     daemon_signal_done();
-    if (g_pid_file_made) daemon_pid_file_remove();
+    leave_pid_file();
     std::free(std::exchange(ucfgd_conffilesprefix, nullptr));
     std::free(std::exchange(g_filesprefix, nullptr));
+}
+
+void leave_pid_file(void) {
+    if (std::exchange(g_pid_file_made, false)) daemon_pid_file_remove();
 }

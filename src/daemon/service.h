@@ -25,6 +25,9 @@ void do_loop(const struct cnfnode *root);
  * removes the PID file. */
 void shut_down(void);
 
+/* Removes the PID file only, for an end in the middle of the start. */
+void leave_pid_file(void);
+
 #ifdef __cplusplus
 }
 #endif

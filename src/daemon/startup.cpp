@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "archive/archive.h"
 #include "archive/put_back.h"
@@ -78,21 +79,28 @@ void report_expression(const char *text) {
     daemon_log(LOG_ERR, "%s", text);
 }
 
+/* What the start cannot do without. */
+template <class made>
+made *needed(made *thing) {
+    if (!thing) throw std::bad_alloc{};
+    return thing;
+}
+
 /* A relative prefix would lead elsewhere once the daemon has left its directory. */
 char *absolute_prefix(const char *prefix) {
-    if (prefix[0] == '/' || prefix[0] == '\0') return strdup(prefix);
-    owned_str directory{getcwd(nullptr, 0)};
+    owned_str directory{prefix[0] == '/' || prefix[0] == '\0' ? nullptr : getcwd(nullptr, 0)};
+    if (!directory) return needed(strdup(prefix));
     char *absolute = nullptr;
-    if (!directory || asprintf(&absolute, "%s/%s", directory.get(), prefix) < 0)
-        return strdup(prefix);
+    if (asprintf(&absolute, "%s/%s", directory.get(), prefix) < 0) throw std::bad_alloc{};
     return absolute;
 }
 
 void set_prefixes(const options &given) {
     if (given.root) ucfgd_conffilesprefix = absolute_prefix(given.root);
     if (given.prefix) g_filesprefix = absolute_prefix(given.prefix);
-    if (ucfgd_conffilesprefix && !g_filesprefix) g_filesprefix = strdup(ucfgd_conffilesprefix);
-    owned_str event_file{prefix_ucfgdconffilename(k_event_file)};
+    if (ucfgd_conffilesprefix && !g_filesprefix)
+        g_filesprefix = needed(strdup(ucfgd_conffilesprefix));
+    owned_str event_file{needed(prefix_ucfgdconffilename(k_event_file))};
     tavevent_set_file(event_file.get());
 }
 
@@ -120,7 +128,7 @@ bool read_main_configuration(const char *filename) {
 
 void read_functions(const config_files &files, bool dumping) {
     daemon_log(LOG_INFO, "initializing felib...");
-    g_fel_base = init_felib();
+    g_fel_base = needed(init_felib());
     done();
     if (files.features && !dumping) config_feature_modules_lib(g_fel_base, files.features);
     daemon_log(LOG_INFO, "parsing functions...");
@@ -132,20 +140,20 @@ void read_functions(const config_files &files, bool dumping) {
  * put back. What needs modules, commands and hooks, comes once the loop runs. */
 void open_archive(const config_files &files, bool dumping) {
     if (!files.commits || dumping) return;
-    owned_str directory{prefix_ucfgdconffilename(files.commits)};
+    owned_str directory{needed(prefix_ucfgdconffilename(files.commits))};
     const archive_bounds bounds = read_archive_bounds(g_conftree);
-    if (!directory || archive_configure(directory.get(), bounds.kept, bounds.size) != 0) return;
+    if (archive_configure(directory.get(), bounds.kept, bounds.size) != 0) return;
     archive_recover(k_longest_commit_ms);
     if (trial_left() == 0) trial_put_back_files();
 }
 
 void read_backends(const config_files &files, bool dumping) {
     ll_register_tctx_interface();
-    g_trns_ctx = trns_create_ctx();
+    g_trns_ctx = needed(trns_create_ctx());
     if (!dumping) {
         daemon_log(LOG_INFO, "parsing modules configuration...");
-        owned_str name{prefix_ucfgdconffilename(files.modules)};
-        if (name) register_llconf_all(name.get(), g_fel_base->fed_list);
+        owned_str name{needed(prefix_ucfgdconffilename(files.modules))};
+        register_llconf_all(name.get(), g_fel_base->fed_list);
         put_back_set_commands(put_back_commands);
         name.reset();
         done();
@@ -159,11 +167,11 @@ void read_trees(const config_files &files, bool dumping) {
     g_types = types_readconf(files.types, g_fel_base->fed_list);
     done();
     daemon_log(LOG_INFO, "parsing parameter tree...");
-    g_ccdtree = create_ccdtree();
+    g_ccdtree = needed(create_ccdtree());
     ccdtree_readconf(g_ccdtree, files.param, g_fel_base->fed_list);
     done();
     daemon_log(LOG_INFO, "parsing management tree from '%s'...", files.management);
-    g_mgmttree = create_ccdtree();
+    g_mgmttree = needed(create_ccdtree());
     ccdtree_readconf(g_mgmttree, files.management, g_fel_base->fed_list);
     done();
     if (files.features)
@@ -175,7 +183,11 @@ void read_trees(const config_files &files, bool dumping) {
 /* Everything that lives as long as the daemon. False when it cannot be made. */
 bool build(const options &given) {
     bool dumping = given.dump_path != nullptr;
-    if (register_all() != 0 || !read_main_configuration(given.config_file)) return false;
+    if (register_all() != 0) {
+        daemon_log(LOG_ERR, "Unable to register the parsers: %s.  Terminating.", strerror(errno));
+        return false;
+    }
+    if (!read_main_configuration(given.config_file)) return false;
     config_files files = read_config_files(g_conftree);
     done();
     parse_config(g_conftree); /* before the first pattern, whose memory it bounds */
@@ -250,7 +262,13 @@ felib_base *init_felib(void) {
 
 int ucfgd_main(int argc, char **argv) {
     fill_standard_descriptors();
-    const int status = run(argc, argv);
+    int status = 1;
+    try {
+        status = run(argc, argv);
+    } catch (const std::bad_alloc &) {
+        daemon_log(LOG_ERR, "out of memory.  Terminating.");
+        leave_pid_file();
+    }
     log_finish();
     return status;
 }

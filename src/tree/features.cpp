@@ -45,9 +45,16 @@ int for_each_module(const char *directory, visitor visit, at_end finish) {
         finish(static_cast<int>(files.count()), files.pattern());
         return result;
     } catch (const std::bad_alloc &) {
+        daemon_log(LOG_ERR, "Error: Not all feature modules in '%s' are loaded: %s", directory,
+                   std::strerror(ENOMEM));
         errno = ENOMEM;
         return -1;
     }
+}
+
+void log_unread(const char *file) {
+    daemon_log(LOG_WARNING, "Unable to parse feature module configuration from '%s'.", file);
+    log_parse_failure();
 }
 
 /* Refuses what somebody could have put in the place of the library. A bare name is looked up in the
@@ -87,8 +94,7 @@ int load_library_of(felib_base *base, const char *file) {
     if (!tavconf) return 1;
     owned_tree tree{cnfmodule_parse_file(tavconf, file)};
     if (!tree) {
-        daemon_log(LOG_WARNING, "Unable to parse feature module configuration from '%s'.", file);
-        log_parse_failure();
+        log_unread(file);
         return 1;
     }
     const char *name = cnf_get_entry(tree.get(), "felib/name:");
@@ -190,7 +196,11 @@ int config_feature_module(ccdtree_node *param_root, ccdtree_node *mgmt_root, fel
     cnfmodule *tavconf = find_cnfmodule(k_tavconf);
     if (!tavconf) return -1;
     owned_tree module{cnfmodule_parse_file(tavconf, file)};
-    if (!module) return -1;
+    if (!module) {
+        /* Everything else the first pass has said. */
+        if (errno == ENOMEM) log_unread(file);
+        return -1;
+    }
     const char *functions = cnf_get_entry(module.get(), "functions/file:");
     if (functions) ccdtree_readconf_functions(functions, base->fed_list);
     feature_plug_tree(param_root, cnf_get_node(module.get(), "param"), base->fed_list);

@@ -1,10 +1,10 @@
 """Lets one allocation after the other fail, in the start of the daemon and in each kind of request.
 
-usage: alloc_sweep.py UCFGD LIBRARY [STEPS [requests]]
+usage: alloc_sweep.py UCFGD LIBRARY [STEPS]
 
-Without STEPS every allocation fails once; with it about that many of each row. Whatever fails, the
-daemon neither ends without a word nor hangs; a request is answered as usual or with an error, and
-what it left behind is what it said."""
+Without STEPS every allocation fails once; with it about that many of each row, and four times as
+many of the start, which does the most. Whatever fails, the daemon neither ends without a word nor
+hangs; a request is answered as usual or with an error, and what it left behind is what it said."""
 
 import mmap
 import os
@@ -14,7 +14,6 @@ import tempfile
 import time
 
 import force
-
 
 
 class Failing:
@@ -50,13 +49,10 @@ class Sweep:
         self.faults = []
         self.original = files(self.daemon)
 
-    def numbers(self, total):
-        return range(1, total + 1, max(1, total // self.steps) if self.steps else 1)
-
-    def run(self, what, total, one):
+    def run(self, what, total, one, steps):
         counts = {"usual": 0, "error": 0, "closed": 0, "fault": 0}
         failed = 0
-        for number in self.numbers(total):
+        for number in range(1, total + 1, max(1, total // steps) if steps else 1):
             verdict = one(number)
             failed += 1
             if verdict not in counts:
@@ -99,15 +95,15 @@ class Sweep:
             status = self.daemon.stop() if started else self.daemon.process.wait()
             log = self.daemon.text("/log")
             said = locked_out or set(log.splitlines()) - set(ended.splitlines())
-            if not started:
-                if status < 0 or "terminate called" in log:
-                    return f"dies with {status}: {log[-200:]}"
-                return "error" if status > 0 and said else f"ends with {status} and no word"
-            if status != 0:
+            if status is None:
                 return "does not stop"
+            if status < 0 or "terminate called" in log:
+                return f"dies with {status}: {log[-200:]}"
+            if not started or status > 0:  # which may have listened for a moment
+                return "error" if status > 0 and said else f"ends with {status} and no word"
             return "usual" if same else "error" if said else "answers other things without a word"
 
-        self.run("start", total, one)
+        self.run("start", total, one, 4 * self.steps)
 
     # --- requests ---
 
@@ -188,7 +184,7 @@ class Sweep:
                 return "usual" if reply == usual or not hit else "error"
             return f"answers {last!r}, but leaves {now_left if not good[0] else now_written}"
 
-        self.run(what, total, one)
+        self.run(what, total, one, self.steps)
 
     def finish(self):
         self.daemon.remove()
@@ -206,8 +202,7 @@ def main():
     begin = time.monotonic()
     banner = "SET system.banner one%0atwo%0athree"
     host = 'network.hosts.192%2e0%2e2%2e10.name'
-    if sys.argv[4:] != ["requests"]:
-        sweep.start()
+    sweep.start()
     sweep.request("log-in", "LOGIN root", after=["GET ssh.port"])
     sweep.request("GET", "GET ssh.port")
     sweep.request("LIST", "LIST network.hosts")
