@@ -28,11 +28,15 @@ cnfnode *ucfgd_cnfmodule_parse_file(cnfmodule *module, const char *filename) {
     return name ? cnfmodule_parse_file(module, name.get()) : nullptr;
 }
 
+/* Not left to libdaemon for root: where memory is missing, it takes what it has freed for a name.
+ */
 const char *daemon_pid_file_proc_ucfgd(void) {
     static char name[4096];
-    uid_t uid = getuid();
-    if (uid == 0) return daemon_pid_file_proc_default();
-    snprintf(name, sizeof name, "/tmp/%s-%d.pid",
-             daemon_pid_file_ident ? daemon_pid_file_ident : "unknown", static_cast<int>(uid));
+    const char *ident = daemon_pid_file_ident ? daemon_pid_file_ident : "unknown";
+    const uid_t uid = getuid();
+    if (uid == 0)
+        snprintf(name, sizeof name, "/var/run/%s.pid", ident);
+    else
+        snprintf(name, sizeof name, "/tmp/%s-%d.pid", ident, static_cast<int>(uid));
     return name;
 }

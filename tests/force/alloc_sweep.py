@@ -87,6 +87,7 @@ class Sweep:
                 return f"hangs ({error})"
             self.failing.arm(0)
             same, locked_out = False, ""
+            named = os.path.exists("/run/ucfgd.pid")
             if started:
                 try:
                     same = self.usual() == usual
@@ -101,6 +102,8 @@ class Sweep:
                 return f"dies with {status}: {log[-200:]}"
             if not started or status > 0:  # which may have listened for a moment
                 return "error" if status > 0 and said else f"ends with {status} and no word"
+            if not named:
+                return "has no PID file"
             return "usual" if same else "error" if said else "answers other things without a word"
 
         self.run("start", total, one, 4 * self.steps)
