@@ -190,6 +190,7 @@ TEST_F(History, ShowsBeforeACommitWhatItWouldChange) {
     EXPECT_EQ(action("diff") + action("changes"), "");
     EXPECT_EQ(action("history.1.diff") + hooks, diff);
     EXPECT_EQ(action("history.1.changes"), changes);
+    EXPECT_EQ(action("history.9.diff"), "there is no commit 9\n");
     EXPECT_EQ(info("history.1.changes"), "i.1 " + changes + "i OK\n");
 }
 
