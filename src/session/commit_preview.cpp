@@ -85,7 +85,12 @@ int append_difference(const planned_change &change, std::string &all) {
 fe_node *fe_func_commitdiff(fe_context *ctx, fe_node * /*call*/) {
     if (!command_may_wait()) return fail_outside_action();
     ccd_clear_error();
-    trns_submit_ctx(static_cast<trns_ctx *>(ctx->user_data));
+    auto *transaction = static_cast<trns_ctx *>(ctx->user_data);
+    if (trns_check_ctx_serial(transaction) != 0) {
+        ccd_set_error("commit conflict", "error.commit.conflict");
+        return refuse_aloud();
+    }
+    trns_submit_ctx(transaction);
     trns_ctx_item *backend = trns_find_ctx_byid(g_trns_ctx, k_ll_trns_id);
     commit_plan plan;
     if (!backend) return truth_node(true);

@@ -186,7 +186,9 @@ TEST_F(History, ShowsBeforeACommitWhatItWouldChange) {
     ASSERT_TRUE(diff.ends_with(hooks)) << diff;
     EXPECT_EQ(logged_in("l.1 perms read exec\nl LOGIN root").ask("3 ADMIN commits.diff"),
               "3 NO permission denied\n");
+    client stale = logged_in();
     EXPECT_EQ(a.ask("4 COMMIT"), "4 OK\n");
+    EXPECT_EQ(stale.ask("5 ADMIN commits.diff"), "5.1 commit conflict\n5.1 \n5.2 \n5 ERR\n");
     EXPECT_EQ(action("diff") + action("changes"), "");
     EXPECT_EQ(action("history.1.diff") + hooks, diff);
     EXPECT_EQ(action("history.1.changes"), changes);
