@@ -142,6 +142,10 @@ bool archive_is_on(void) {
     return !g_archive.directory.empty();
 }
 
+const std::string &archive_directory(void) {
+    return g_archive.directory;
+}
+
 std::vector<long> archive_numbers(void) {
     std::vector<long> numbers;
     const std::vector<std::string> names = names_in(g_archive.directory);

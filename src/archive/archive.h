@@ -31,6 +31,9 @@ void archive_forget(void);
 
 bool archive_is_on(void);
 
+/* Its directory, empty without one. */
+const std::string &archive_directory(void);
+
 /* The numbers of the commits that are there, the oldest first. */
 std::vector<long> archive_numbers(void);
 

@@ -30,11 +30,13 @@ owned_job make_job(ccd_session *session, const char *id) {
     owned_buffer out{create_databuf()};
     owned_buffer err{create_databuf()};
     if (!out || !err) return nullptr;
-    owned_job job{create_bgexec_ctx(session, id, nullptr, out.get(), err.get(), nullptr,
+    owned_job job{create_bgexec_ctx(session, id, nullptr, out.get(), err.get(), bgexec_std_in,
                                     bgexec_std_out, bgexec_std_err, session_admin_cb_exit)};
     if (!job) return nullptr;
     (void)out.release();
     (void)err.release();
+    /* Nothing is written there: that it closes is the message. */
+    job->cb_in->type = FD_CALLBACK_PARKED;
     return job;
 }
 
@@ -61,6 +63,7 @@ void silence_daemon(void) {
 [[noreturn]] void run_action(const ccd_session *session, const char *path, const line *arguments) {
     const owned_context context = make_sid_context(session);
     silence_daemon();
+    bgexec_keep_client_line();
     errno = 0;
     bgexit(ccd_param_admin(g_mgmttree, session->backend_ctx, path, arguments, context.get()));
 }

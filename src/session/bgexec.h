@@ -81,6 +81,18 @@ long bgexec_count_actions(const char *user);
  * group. The job is completed, as one that a signal has ended, when the child has been reaped. */
 void bgexec_end(bgexec_ctx *job, int error);
 
+/* Tells the actions of a session that its connection has gone. They go on; who asks
+ * bgexec_client_line hears of it. */
+void bgexec_hang_up(ccd_session *session);
+
+/* In the child of an action: keeps the standard input, of which nothing is ever read, as the client
+ * line, and gives the action and its programs an empty one. */
+void bgexec_keep_client_line(void);
+
+/* There: a descriptor that is ready for reading when the client, or the daemon, has gone; -1
+ * elsewhere. */
+int bgexec_client_line(void);
+
 /* Unlocks the session of a completed job; the sweep goes on with the lines that arrived meanwhile.
  * Null is accepted. */
 void bgexec_unlock(ccd_session *session);

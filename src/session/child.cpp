@@ -5,7 +5,11 @@
 
 #include <cerrno>
 
+#include "session/bgexec.h"
+
 namespace {
+
+int g_client_line = -1;
 
 /* Descriptors 0 to 2 are where the child's ends go; a pipe that got one of them moves up. */
 bool lift(unique_fd &fd) {
@@ -50,6 +54,19 @@ void reset_signal_handlers(void) {
     action.sa_handler = SIG_DFL;
     for (int number = 1; number < NSIG; ++number)
         sigaction(number, &action, nullptr);
+}
+
+void bgexec_keep_client_line(void) {
+    g_client_line = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3);
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) return;
+    dup2(ends[0], STDIN_FILENO);
+    close(ends[0]);
+    close(ends[1]);
+}
+
+int bgexec_client_line(void) {
+    return g_client_line;
 }
 
 void wire_child(child_pipes &pipes) {

@@ -5,6 +5,7 @@
 
 #include "daemon/trace.h"
 #include "hlxauth/hlxauth.h"
+#include "session/bgexec.h"
 #include "session/login.h"
 #include "session/protocol.h"
 #include "ucfgd/owners.h"
@@ -43,6 +44,7 @@ void check_aaa_identifier(ccd_session *session) {
 }  // namespace
 
 void session_terminate_with_reason(ccd_session *session, int reason) {
+    bgexec_hang_up(session);
     session->state = k_session_logout;
     session->state_reason = reason;
     session->last_action = request_time;

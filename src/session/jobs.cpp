@@ -150,6 +150,14 @@ void bgexec_end(bgexec_ctx *job, int error) {
     if (kill(-job->pid, SIGKILL) != 0) kill(job->pid, SIGKILL);
 }
 
+void bgexec_hang_up(ccd_session *session) {
+    for (bgexec_ctx *job = g_bgexec_ctx_list; job; job = job->next) {
+        if (job->session != session || !job->cb_in) continue;
+        drop_registration(job->cb_in);
+        loop_work_left();
+    }
+}
+
 void bgexec_move_session(ccd_session *from, ccd_session *to) {
     move_session(g_bgexec_ctx_list, from, to);
     move_session(g_finished, from, to);

@@ -121,6 +121,7 @@ void destroy_session(ccd_session *session) {
 }
 
 void close_session(ccd_session *session) {
+    bgexec_hang_up(session);
     finish_registration(session->fdcb_in);
     finish_registration(session->fdcb_out);
     free_buffers(session);

@@ -11,6 +11,7 @@
 #include "archive/archive.h"
 #include "archive/trials.h"
 #include "backend/trial_end.h"
+#include "session/commit_watch.h"
 #include "session/session.h"
 #include "session/trial.h"
 #include "tree/arguments.h"
@@ -82,15 +83,30 @@ fe_node *action(fe_context * /*ctx*/, fe_node * /*call*/) {
     return truth_node(false);
 }
 
+/* From a number on, or without one those that are still to come. */
+fe_node *fe_func_commitwatch(fe_context *ctx, fe_node *call) {
+    call_arguments args{ctx, call};
+    if (args.failed()) return nullptr;
+    long from = 0;
+    const char *text = args[0];
+    const char *end = text + strlen(text);
+    if (text != end && (std::from_chars(text, end, from).ptr != end || from < 1)) {
+        fprintf(stderr, "'%s' is no number of a commit\n", text);
+        return truth_node(false);
+    }
+    if (archive_is_on() && watch_commits(from) == 0) return truth_node(true);
+    fprintf(stderr, "%s\n", archive_is_on() ? strerror(errno) : "no archive of commits is kept");
+    return truth_node(false);
+}
+
 struct native_function {
     const char *name;
     fe_function function;
 };
 
 constexpr native_function k_functions[] = {
-    {"trialorder", guarded<fe_func_trialorder>},
-    {"trialstatus", guarded<fe_func_trialstatus>},
-    {"trialconfirm", guarded<action<trial_confirm>>},
+    {"trialorder", guarded<fe_func_trialorder>},      {"trialstatus", guarded<fe_func_trialstatus>},
+    {"trialconfirm", guarded<action<trial_confirm>>}, {"commitwatch", guarded<fe_func_commitwatch>},
     {"trialcancel", guarded<action<end_trial>>},
 };
 

@@ -7,7 +7,8 @@
 extern "C" {
 #endif
 
-/* Adds the functions of commits on trial to a list of definitions and returns it. */
+/* Adds the functions of commits on trial, and the one that watches commits, to a list of
+ * definitions and returns it. */
 fe_def *fe_register_trialfuncs(fe_def *list);
 
 #ifdef __cplusplus

@@ -25,7 +25,8 @@ class Archived : public daemon_test {
                "line {\n get: llget('pipe', 'line')\n set: llset('pipe', 'line', $_)\n}\n");
         append("/etc/ucfgd/management.conf",
                "trial {\n info: trialstatus()\n}\nconfirm {\n admin: trialconfirm()\n}\n"
-               "cancel {\n admin: trialcancel()\n}\nwatch {\n admin: commitwatch($arg1)\n}\n");
+               "cancel {\n admin: trialcancel()\n}\nwatch {\n admin: commitwatch($arg1)\n}\nend "
+               "{\n admin: commitend()\n}\n");
         put("/pipe", "one\n");
         put("/take", "cat >" + path("/pipe") + "\n");
         append("/etc/ucfgd/modules.conf", "pipe {\n module: lines\n pipe-in: cat " + path("/pipe") +
@@ -180,6 +181,46 @@ TEST_F(Archived, ATrialGoesOnBehindARestartAndEndsWithTheBoot) {
     EXPECT_EQ(file("/etc/box.conf"), k_box);
     EXPECT_EQ(logged_in().ask("1 GET name"), "1.1 alpha\n1 OK\n");
     EXPECT_TRUE(eventually([this] { return has_state(1, "undone"); }));
+}
+
+TEST_F(Archived, AWatcherSeesEachCommitOnceUntilItsConnectionGoes) {
+    hang_once();
+    start();
+    client a = logged_in();
+    const auto commit = [&a](const std::string &edit) {
+        a.ask("1 SET " + edit);
+        return a.ask("2 COMMIT");
+    };
+    commit("name beta");
+    commit("name gamma");
+    client early = logged_in();
+    client late = logged_in();
+    early.send("3 ADMIN watch 2\n");
+    EXPECT_EQ(early.line(), "3.1 2 root done /etc/box.conf\n");
+    late.send("3 ADMIN watch\n");
+    EXPECT_TRUE(early.silent_for(50));
+    EXPECT_TRUE(late.silent_for(0));
+    commit("level 7");
+    for (client *watcher : {&early, &late})
+        EXPECT_EQ(watcher->line(), "3.1 3 root done /etc/box.conf\n");
+    early.close();
+    for (int i = 4; i < 12; i++)
+        EXPECT_EQ(commit("level " + std::to_string(i + 10)), "2 OK\n");
+    a.ask("1.1 SET line two\n1.2 SET level 5\n1 SUBMIT");
+    a.send("2 COMMIT\n");
+    ASSERT_TRUE(writing());
+    for (int i = 4; i < 12; i++)
+        EXPECT_EQ(late.line(), "3.1 " + std::to_string(i) + " root done /etc/box.conf\n");
+    EXPECT_TRUE(late.silent_for(50));
+    client b = logged_in();
+    EXPECT_EQ(b.ask("1 ADMIN end"), "1.1 \n1.2 \n1 OK\n");
+    EXPECT_EQ(a.reply("2"), "2 ERR Input/output error\n");
+    EXPECT_EQ(late.line(), "3.1 12 root failed /etc/box.conf pipe\n");
+    EXPECT_NE(child(), 0);
+    late.close();
+    EXPECT_TRUE(eventually([this] { return child() == 0; }));
+    EXPECT_EQ(b.ask("2 ADMIN watch none"),
+              "2.2 'none' is no number of a commit\n2.1 \n2.2 \n2 ERR\n");
 }
 
 }  // namespace
