@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <charconv>
 #include <chrono>
+#include <random>
 #include <thread>
 
 #include "ucfgsh/commands.h"
@@ -18,9 +19,12 @@ namespace ucfgsh {
 
 namespace {
 
-constexpr int k_attempts = 5;
-constexpr std::chrono::milliseconds k_pause{100};
+constexpr int k_attempts = 8;
+constexpr int k_first_pause_ms = 100;
+constexpr int k_longest_pause_ms = 800;
 constexpr long k_most_minutes = 7L * 24 * 60;
+
+enum class telling { everything, failures, failures_but_conflicts };
 
 struct commit_wish {
     std::optional<std::string> comment;
@@ -102,8 +106,8 @@ void print_outcome_json(shell &sh, const std::string &number) {
     sh.out.document(std::move(object));
 }
 
-/* `briefly`: nothing is said unless something went wrong. */
-int commit_changes(shell &sh, const commit_wish &wish, bool briefly) {
+int commit_changes(shell &sh, const commit_wish &wish, telling what) {
+    bool briefly = what != telling::everything;
     if (orders_are_stale(sh))
         return complain_usage(sh,
                               "the changes of the session that was lost are not in this one: "
@@ -117,7 +121,9 @@ int commit_changes(shell &sh, const commit_wish &wish, bool briefly) {
     }
     int code = sh.link.call(after_loss::same_only, ucfg_commit);
     if (code != k_ucfg_ok) {
-        status = report_failure(sh, "commit", code);
+        status = status_of(code, ucfg_text(sh.link.conn()));
+        bool passes = status == k_exit_conflict && !on_trial(sh.link.conn());
+        if (!passes || what != telling::failures_but_conflicts) report_failure(sh, "commit", code);
         withdraw_orders(sh, wish);
         return status;
     }
@@ -156,20 +162,26 @@ bool worth_another_try(shell &sh, int status, bool in_commit) {
 }  // namespace
 
 int commit_once(shell &sh, int status) {
-    /* The words "rebase" and "revert" are for people; nobody is asked here. */
+    std::minstd_rand dice{std::random_device{}()};
     for (int i = 1;; i++) {
         bool in_commit = status == k_exit_done;
-        if (in_commit) status = commit_changes(sh, {}, true);
-        if (status == k_exit_done || i == k_attempts || !worth_another_try(sh, status, in_commit))
+        bool last = i == k_attempts || sh.link.resumed_foreign() || sh.orders.steps.empty();
+        telling what = last ? telling::failures : telling::failures_but_conflicts;
+        if (in_commit) status = commit_changes(sh, {}, what);
+        if (status == k_exit_done || last || !worth_another_try(sh, status, in_commit))
             return status;
-        std::this_thread::sleep_for(k_pause * i);
-        sh.out.complain(sh.prefix + "trying once more, on what is there now");
+        /* Those who met once would meet again. */
+        std::uniform_int_distribution<int> pause{
+            0, std::min(k_first_pause_ms * i, k_longest_pause_ms)};
+        std::this_thread::sleep_for(std::chrono::milliseconds{pause(dice)});
+        if (status != k_exit_conflict)
+            sh.out.complain(sh.prefix + "making the change again, in a new session");
         status = replay_orders(sh);
     }
 }
 
 int commit_script(shell &sh) {
-    return commit_changes(sh, {}, true);
+    return commit_changes(sh, {}, telling::failures);
 }
 
 int run_commit(shell &sh, const arguments &args) {
@@ -180,7 +192,7 @@ int run_commit(shell &sh, const arguments &args) {
         if (!minutes) return k_exit_usage;
         wish.trial_seconds = *minutes * 60;
     }
-    return commit_changes(sh, wish, false);
+    return commit_changes(sh, wish, telling::everything);
 }
 
 int run_rebase(shell &sh, const arguments &) {
