@@ -34,3 +34,19 @@ void source_release(cnf_source *source) {
     std::free(source->text);
     std::free(source);
 }
+
+cnf_source *cnfnode_hold_source(const cnfnode *node) {
+    const source_text *text = node != nullptr ? record(node)->text() : nullptr;
+    if (text == nullptr || text->source == nullptr) return nullptr;
+    text->source->references++;
+    return text->source;
+}
+
+const char *cnf_source_text(const cnf_source *source, size_t *length) {
+    *length = source->length;
+    return source->text != nullptr ? source->text : "";
+}
+
+void cnf_release_source(cnf_source *source) {
+    source_release(source);
+}

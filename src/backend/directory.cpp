@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "backend/file_io.h"
+#include "backend/others.h"
 #include "daemon/place.h"
 #include "llconf/modules.h"
 
@@ -92,12 +93,12 @@ bool is_name_below(std::string_view rest) {
 /* Reads one member into a tree, and its record; null with errno. */
 owned_tree read_member(const cnfmodule *module, const char *path, const char *name,
                        member_record &member) {
-    struct stat st {};
-    owned_tree tree{read_file(module, path, &st)};
-    member.attributes = {st.st_uid, st.st_gid, st.st_mode & 07777U};
-    member.device = st.st_dev;
-    member.inode = st.st_ino;
-    member.changed = st.st_mtim;
+    file_look look;
+    owned_tree tree{read_file(module, path, look)};
+    const int reason = errno;
+    member.attributes = {look.st.st_uid, look.st.st_gid, look.st.st_mode & 07777U};
+    member.seen = seen_in(look, tree.get());
+    errno = reason;
     if (tree && cnfnode_setname(tree.get(), name) != 0) tree.reset();
     return tree;
 }
@@ -111,6 +112,7 @@ void remember_gone(const directory_record *earlier, directory_record &record) {
         if (!is_new) continue;
         at->second.state = member_state::gone;
         at->second.source = 0;
+        at->second.seen = {};
         gone++;
     }
 }
@@ -143,33 +145,55 @@ int directory_write::check_new(const char *name) const {
     return errno == ENOENT ? 0 : errno;
 }
 
-/* Both sides have changed the same file; ours is what a client has asked for. */
-void directory_write::warn_if_edited(const char *name, const member_record &known) const {
-    struct stat st {};
-    if (known.state != member_state::read || known.inode == 0) return;
-    if (place_stat(path_of(name).c_str(), &st) != 0) return;
-    if (st.st_dev == known.device && st.st_ino == known.inode &&
-        st.st_mtim.tv_sec == known.changed.tv_sec && st.st_mtim.tv_nsec == known.changed.tv_nsec) {
-        return;
+int directory_write::take_in(cnfnode *&member, member_record &known) {
+    others_work work;
+    const int reason =
+        look_for_others(lli_->module, path_of(member->name), known.seen, member, work);
+    if (reason != 0 || !work.now) return reason;
+    if (work.merged) {
+        if (cnfnode_setname(work.merged.get(), member->name) != 0 ||
+            insert_node_before(member, work.merged.get()) != 0) {
+            return ENOMEM;
+        }
+        destroy_cnftree(member);
+        member = work.merged.release();
     }
-    daemon_log(LOG_WARNING, "module '%s': others have changed %s meanwhile, and lose it",
-               lli_->name, name);
+    known.seen = std::move(*work.now);
+    return 0;
 }
 
-int directory_write::check(const cnfnode *member) {
+int directory_write::check(cnfnode *&member) {
+    int reason = 0;
+    const bool is_written = is_changed(member);
+    auto known = record_.members.find(member->name);
+    const bool was_read =
+        known != record_.members.end() && known->second.state == member_state::read;
+    if (is_written && was_read) reason = take_in(member, known->second);
+    if (reason != 0) return reason;
     const char *name = member->name;
     if (!names_.insert(name).second) return refuse(name, EEXIST);
-    if (!is_changed(member)) return 0;
+    if (!is_written || was_read) return 0;
     if (!is_member_name(lli_->pattern, name)) return refuse(name, EINVAL);
-    const member_record *known = record_.named(name);
-    if (known) warn_if_edited(name, *known);
-    int reason = 0;
-    if (known && known->state == member_state::unread) {
-        reason = EEXIST;
-    } else if (!known || known->state == member_state::gone) {
-        reason = check_new(name);
-    }
+    if (known != record_.members.end() && known->second.state == member_state::unread)
+        return refuse(name, EEXIST);
+    reason = check_new(name);
     return reason == 0 ? 0 : refuse(name, reason);
+}
+
+bool directory_write::is_removed(const std::string &name, const member_record &member) const {
+    return member.state == member_state::read && !names_.contains(name);
+}
+
+int directory_write::look_at_removed() {
+    int refused = 0;
+    for (auto &[name, member] : record_.members) {
+        if (!is_removed(name, member)) continue;
+        others_work work;
+        const int reason = look_for_others(lli_->module, path_of(name), member.seen, nullptr, work);
+        if (reason != 0) refused = reason;
+        if (reason == 0 && work.now) member.seen = std::move(*work.now);
+    }
+    return refused;
 }
 
 int directory_write::write(const cnfnode *member, file_batch &batch) {
@@ -181,7 +205,10 @@ int directory_write::write(const cnfnode *member, file_batch &batch) {
         attributes.earlier = &known->attributes;
         attributes.earlier_counts_first = origin && *origin != member->name;
     }
-    return batch.write(lli_->module, path_of(member->name).c_str(), member, attributes);
+    const member_record *replaced = record_.named(member->name);
+    const bool was_read = replaced && replaced->state == member_state::read;
+    const file_identity expected = was_read ? replaced->seen.identity : file_identity{};
+    return batch.write(lli_->module, path_of(member->name).c_str(), member, attributes, &expected);
 }
 
 void directory_write::note_written(const cnfnode *member) {
@@ -189,31 +216,38 @@ void directory_write::note_written(const cnfnode *member) {
     const std::string *origin = record_.name_of(source);
     const member_record *known = record_.named(origin ? *origin : member->name);
     owner_and_mode attributes = known ? known->attributes : owner_and_mode{};
-    record_.members[member->name] = {member_state::read, source, attributes, 0, 0, {}};
+    const file_identity written = identity_at(path_of(member->name).c_str());
+    record_.members[member->name] = {
+        member_state::read, source, attributes, {written, true, nullptr}};
     if (source != 0 && (!origin || !names_.contains(*origin)))
         record_.sources[source] = member->name;
 }
 
-int directory_write::prepare(file_batch &batch) {
+int directory_write::look() {
     owned_str prefixed{prefix_llfilename(lli_->file->filename)};
     if (!prefixed) throw std::bad_alloc{};
     directory_ = prefixed.get();
+    names_.clear();
     if (record_.blocked != 0) return refuse(lli_->pattern, record_.blocked);
-    const cnfnode *first = lli_->cn_root->first_child;
     int refused = 0;
-    for (const cnfnode *member = first; member; member = member->next) {
+    for (cnfnode *member = lli_->cn_root->first_child; member; member = member->next) {
         int reason = check(member);
         if (reason != 0) refused = reason;
     }
+    return refused != 0 ? refused : look_at_removed();
+}
+
+int directory_write::prepare(file_batch &batch) {
+    const int refused = look();
     if (refused != 0) return refused;
     int failed = 0;
-    for (const cnfnode *member = first; member; member = member->next) {
+    for (const cnfnode *member = lli_->cn_root->first_child; member; member = member->next) {
         int reason = is_changed(member) ? write(member, batch) : 0;
         if (reason != 0) failed = reason;
     }
     for (const auto &[name, member] : record_.members)
-        if (member.state == member_state::read && !names_.contains(name))
-            batch.remove(lli_->module, path_of(name).c_str());
+        if (is_removed(name, member))
+            batch.remove(lli_->module, path_of(name).c_str(), &member.seen.identity);
     return failed;
 }
 
@@ -221,8 +255,7 @@ shared_record directory_write::done() {
     for (const cnfnode *member = lli_->cn_root->first_child; member; member = member->next)
         if (is_changed(member)) note_written(member);
     for (auto &[name, member] : record_.members)
-        if (member.state == member_state::read && !names_.contains(name))
-            member.state = member_state::gone;
+        if (is_removed(name, member)) member.state = member_state::gone;
     return std::make_shared<const directory_record>(std::move(record_));
 }
 
@@ -268,6 +301,34 @@ int read_directory(const cnfmodule *module, const char *dirpath, const char *pat
     } catch (const std::bad_alloc &) {
         return ENOMEM;
     }
+}
+
+bool same_members(const char *dirpath, const char *pattern, const directory_record &record) {
+    directory_glob matches(dirpath, pattern);
+    if (record.blocked != 0 || matches.reason() != 0) return false;
+    size_t same = 0;
+    try {
+        for (const char *path : matches.paths()) {
+            const char *name = name_below(dirpath, path);
+            if (!name || is_temporary_name(name)) continue;
+            const member_record *known = record.named(name);
+            if (!known || known->state != member_state::read) return false;
+            if (!known->seen.is_still(identity_at(path))) return false;
+            same++;
+        }
+    } catch (const std::bad_alloc &) {
+        return false;
+    }
+    for (const auto &[name, member] : record.members)
+        same -= member.state == member_state::read ? 1 : 0;
+    return same == 0;
+}
+
+int merge_members(const llconf_item *lli, shared_record &record) {
+    directory_write writing{lli, record.get()};
+    const int reason = writing.look();
+    if (reason == 0) record = writing.looked();
+    return reason;
 }
 
 int write_directory(const llconf_item *lli, shared_record &record) {

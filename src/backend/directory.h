@@ -16,6 +16,7 @@
 
 #include "backend/files.h"
 #include "backend/llconf_item.h"
+#include "backend/seen_file.h"
 #include "llconf/nodes.h"
 #include "ucfgd/owners.h"
 
@@ -37,9 +38,7 @@ struct member_record {
     member_state state = member_state::unread;
     uint64_t source = 0; /* cnfnode_source of the tree that was read from it */
     owner_and_mode attributes = {};
-    dev_t device = 0; /* which file it was, and when it had changed last */
-    ino_t inode = 0;
-    struct timespec changed = {};
+    seen_file seen = {};
 };
 
 class directory_record {
@@ -66,6 +65,13 @@ int read_directory(const cnfmodule *module, const char *dirpath, const char *pat
                    const directory_record *earlier, owned<cnfnode, destroy_cnftree> &tree,
                    shared_record &record);
 
+/* Whether reading them again would find the same. */
+bool same_members(const char *dirpath, const char *pattern, const directory_record &record);
+
+/* Takes what others did to its changed members into the tree of a directory instance and its
+ * records. 0 or an error number, after a line in the log. May throw std::bad_alloc. */
+int merge_members(const llconf_item *lli, shared_record &record);
+
 /* The writing of what has changed in the tree of a directory instance, read with these records
  * (null: never). */
 class directory_write {
@@ -76,14 +82,22 @@ class directory_write {
      * in the log. May throw std::bad_alloc. */
     int prepare(file_batch &batch);
 
+    /* The first part of prepare: takes in what others did, and checks names. */
+    int look();
+
+    /* The records as look has left them. */
+    shared_record looked() const { return std::make_shared<const directory_record>(record_); }
+
     /* The records of the files as they are when the batch has been installed. */
     shared_record done();
 
   private:
     bool is_changed(const cnfnode *member) const;
-    int check(const cnfnode *member);
+    int check(cnfnode *&member);
     int check_new(const char *name) const;
-    void warn_if_edited(const char *name, const member_record &known) const;
+    int take_in(cnfnode *&member, member_record &known);
+    int look_at_removed();
+    bool is_removed(const std::string &name, const member_record &member) const;
     int write(const cnfnode *member, file_batch &batch);
     int refuse(const char *name, int reason) const;
     std::string path_of(const std::string &name) const;

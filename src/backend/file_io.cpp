@@ -28,12 +28,11 @@ namespace {
 
 using owned_tree = owned<cnfnode, destroy_cnftree>;
 
-void record_file(const llconf_item *lli, const char *path, bool is_known) {
-    struct stat st {};
-    if (!lli->file) return;
-    if (is_known && place_stat(path, &st) != 0) return;
-    lli->file->st_ino = st.st_ino;
-    lli->file->mtime = st.st_mtime;
+void record_file(item_record *item, const file_identity &looked) {
+    item->looked = looked;
+    if (!item->file) return;
+    item->file->st_ino = looked.inode;
+    item->file->mtime = looked.modified.tv_sec;
 }
 
 /* What has been read becomes the item's tree, which is clean then. */
@@ -68,14 +67,35 @@ bool has_current_tree(const item_record *item) {
     return item->cn_root && !item->is_dirty && !(item->flags & LLI_FLAG_ALWAYS_REVERT);
 }
 
-/* Files that commits write follow each other within one second, so that after a commit the inode
- * alone counts. What could not be read is tried again as soon as anything about it is new. */
-bool is_unchanged(const item_record *item, const struct stat &st) {
+/* Reading the same file again changes nothing, unless hooks do something about it. */
+bool is_same_again(const item_record *item, const char *path, const file_identity &there) {
+    if (!item->cn_root || item->is_dirty || item->func_pre_read || item->func_post_read)
+        return false;
+    if (item->state != tree_state::read && item->state != tree_state::overtaken) return false;
+    if (item->pattern) return item->record && same_members(path, item->pattern, *item->record);
+    return item->seen && item->seen->is_still(there);
+}
+
+/* Without always-revert a file that is edited in place is not seen. After a commit the inode alone
+ * counts. What could not be read is tried again as soon as anything about it is new. */
+bool is_unchanged(const item_record *item, const char *path, const struct stat &st) {
+    const file_identity there = identity_of(st);
+    if (is_same_again(item, path, there)) return true;
     if (!has_current_tree(item)) return false;
-    bool same_inode = st.st_ino == item->file->st_ino;
-    bool same_time = st.st_mtime == item->file->mtime;
-    if (item->state == tree_state::unread) return same_inode && same_time;
-    return same_inode || (same_time && !item_commit_ended(item));
+    const bool same_inode = st.st_ino == item->looked.inode;
+    const bool same_mtime = same_time(there.modified, item->looked.modified);
+    if (item->state == tree_state::unread) return same_inode && same_mtime;
+    return same_inode || (same_mtime && !item_commit_ended(item));
+}
+
+/* From here on sessions know that the file is gone, and a commit may make it anew. Keeps errno. */
+void note_missing(item_record *item) {
+    errno_guard keep;
+    try {
+        item->seen = std::make_shared<const seen_file>();
+    } catch (const std::bad_alloc &) {
+        return; /* a commit is refused then */
+    }
 }
 
 /* A file that is there, but out of reach at the moment, is not missing: an empty tree in its place
@@ -85,12 +105,18 @@ int revert_missing_file(item_record *item, const char *path) {
     bool is_missing = reason == ENOENT || reason == ENOTDIR;
     if (!is_missing) daemon_log(LOG_ERR, "stat('%s') failed: %s", path, std::strerror(reason));
     if (!is_missing || !(item->flags & LLI_FLAG_CREATE)) {
-        record_file(item, path, false);
         errno = reason;
-        return refuse_tree(item);
+        refuse_tree(item);
+        if (is_missing && !item->is_dirty) note_missing(item);
+        return -1;
     }
-    if (item->cn_root && !item->is_dirty) return leave_alone(item);
-    return install_clean(item, create_cnfnode("(root)"));
+    if (item->cn_root && !item->is_dirty) {
+        note_missing(item);
+        return leave_alone(item);
+    }
+    const int result = install_clean(item, create_cnfnode("(root)"));
+    if (result == 0) note_missing(item);
+    return result;
 }
 
 int revert_file(item_record *item) {
@@ -98,7 +124,7 @@ int revert_file(item_record *item) {
     if (!path) return -1;
     struct stat before {};
     if (place_stat(path.get(), &before) != 0) return revert_missing_file(item, path.get());
-    if (is_unchanged(item, before)) return leave_alone(item);
+    if (is_unchanged(item, path.get(), before)) return leave_alone(item);
     cnfnode *tree = item->pattern ? llconf_parse_file_pattern(item, path.get(), item->pattern)
                                   : llconf_parse_file(item, path.get());
     if (install_clean(item, tree) != 0) return -1;
@@ -179,14 +205,24 @@ void run_hook(llconf_item *lli, hook_list which) {
 }
 
 cnfnode *llconf_parse_file(llconf_item *lli, const char *path) {
+    item_record *item = record_of(lli);
+    file_look look;
     run_hook(lli, &llconf_item::func_pre_read);
-    cnfnode *tree = read_file(lli->module, path, nullptr);
+    owned_tree tree{read_file(lli->module, path, look)};
     int reason = tree ? 0 : errno;
-    if (tree) run_hook(lli, &llconf_item::func_post_read);
     /* What is wrong with the contents stays wrong; everything else may pass. */
-    record_file(lli, path, reason == 0 || reason == EINVAL);
+    record_file(item, reason == 0 || reason == EINVAL ? identity_of(look.st) : file_identity{});
+    try {
+        if (tree)
+            item->parsed = {tree.get(), nullptr,
+                            std::make_shared<const seen_file>(seen_in(look, tree.get()))};
+    } catch (const std::bad_alloc &) {
+        tree.reset();
+        reason = ENOMEM;
+    }
+    if (tree) run_hook(lli, &llconf_item::func_post_read);
     errno = reason;
-    return tree;
+    return tree.release();
 }
 
 cnfnode *llconf_parse_file_pattern(llconf_item *lli, const char *dirpath, const char *pattern) {
@@ -204,7 +240,7 @@ cnfnode *llconf_parse_file_pattern(llconf_item *lli, const char *dirpath, const 
         daemon_log(LOG_ERR, "module '%s': the directory %s cannot be listed whole, not writing it",
                    lli->name, dirpath);
     }
-    record_of(lli)->parsed = {root.get(), std::move(record)};
+    record_of(lli)->parsed = {root.get(), std::move(record), nullptr};
     run_hook(lli, &llconf_item::func_post_read);
     return root.release();
 }

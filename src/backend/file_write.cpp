@@ -16,6 +16,7 @@
 #include "backend/file_io.h"
 #include "backend/files.h"
 #include "backend/items.h"
+#include "backend/others.h"
 #include "backend/whole_commit.h"
 #include "daemon/place.h"
 #include "daemon/trace.h"
@@ -25,17 +26,8 @@
 
 namespace {
 
-/* Replaces the file of that name. 0 or an error number, after a line in the log. */
-int write_tree_to(const llconf_item *lli, const char *filename, const cnfnode *tree) {
-    owned_str path{prefix_llfilename(filename)};
-    if (!path) return ENOMEM;
-    llconf_file *file = lli->file;
-    file_attributes attributes;
-    if (file) attributes = {file->mode, file->uid, file->gid};
-    int reason = replace_file(lli->module, path.get(), tree, attributes);
-    struct stat st {};
-    if (reason == 0 && file && place_stat(path.get(), &st) == 0) file->mtime = st.st_mtime;
-    return reason;
+file_attributes attributes_of(const llconf_file *file) {
+    return file ? file_attributes{file->mode, file->uid, file->gid} : file_attributes{};
 }
 
 int write_members(item_record *item) {
@@ -47,18 +39,23 @@ int write_members(item_record *item) {
 }
 
 int write_file(item_record *item) {
-    int reason = write_tree_to(item, item->file->filename, item->cn_root);
+    file_batch batch;
+    int reason = take_in_others(item);
+    if (reason == 0) reason = write_beside(item, batch);
+    const bool is_ready = reason == 0;
+    if (is_ready) reason = batch.install();
+    if (is_ready && batch.has_replaced()) note_file_written(item);
     item->is_dirty = 0;
     item->file->last_write = get_uptime();
     return reason;
 }
 
-int delete_file(const llconf_item *lli) {
-    if (!lli->file) return 0;
-    owned_str path{prefix_llfilename(lli->file->filename)};
-    if (!path) return ENOMEM;
-    daemon_log(LOG_NOTICE, "deleting file %s", path.get());
-    return remove_file(path.get());
+int delete_file(item_record *item) {
+    if (!item->file) return 0;
+    file_batch batch;
+    int reason = take_in_others(item);
+    if (reason == 0) reason = note_deletion(item, batch);
+    return reason == 0 ? batch.install() : reason;
 }
 
 int write_source(item_record *item) {
@@ -113,9 +110,21 @@ void write_round(llconf_item *list, std::vector<llconf_item *> &stay_dirty, int 
     }
 }
 
+/* What can be known before is refused before anything is written. */
+int look_at_all(llconf_item *list) {
+    int refused = 0;
+    for (llconf_item *lli = list; lli; lli = lli->next) {
+        const int reason = lli->is_dirty ? take_in_others(record_of(lli)) : 0;
+        if (reason != 0) refused = reason;
+    }
+    return refused;
+}
+
 /* Without an archive. */
 int write_one_by_one(llconf_item *list) {
-    int reason = 0;
+    int reason = look_at_all(list);
+    if (reason == ESTALE) return reason;
+    reason = 0;
     std::vector<llconf_item *> stay_dirty;
     for (int round = 0; round < k_most_rounds && any_dirty(list); round++)
         write_round(list, stay_dirty, reason);
@@ -153,21 +162,39 @@ int keep_unread_source(const item_record *item) {
 int write_beside(const item_record *item, file_batch &batch) {
     owned_str path{prefix_llfilename(item->file->filename)};
     if (!path) return ENOMEM;
-    const file_attributes attributes{item->file->mode, item->file->uid, item->file->gid};
-    return batch.write(item->module, path.get(), item->cn_root, attributes);
+    return batch.write(item->module, path.get(), item->cn_root, attributes_of(item->file),
+                       item->seen ? &item->seen->identity : nullptr);
+}
+
+void note_file_written(item_record *item) {
+    item->seen = nullptr;
+    owned_str path{prefix_llfilename(item->file->filename)};
+    if (!path) return;
+    const file_identity written = identity_at(path.get());
+    item->file->mtime = written.modified.tv_sec;
+    try {
+        item->seen = std::make_shared<const seen_file>(seen_file{written, true, nullptr});
+    } catch (const std::bad_alloc &) {
+        return; /* a later round writes without a look */
+    }
 }
 
 int note_deletion(const item_record *item, file_batch &batch) {
     owned_str path{prefix_llfilename(item->file->filename)};
     if (!path) return ENOMEM;
     if (!batch.is_plan()) daemon_log(LOG_NOTICE, "deleting file %s", path.get());
-    batch.remove(item->module, path.get());
+    batch.remove(item->module, path.get(), item->seen ? &item->seen->identity : nullptr);
     return 0;
 }
 
 int llconf_write_cnftree_file(llconf_item *lli, const char *filename, cnfnode *tree) {
-    int reason = write_tree_to(lli, filename, tree);
-    if (reason == 0) return 0;
+    owned_str path{prefix_llfilename(filename)};
+    const int reason =
+        path ? replace_file(lli->module, path.get(), tree, attributes_of(lli->file)) : ENOMEM;
+    if (reason == 0) {
+        if (lli->file) lli->file->mtime = identity_at(path.get()).modified.tv_sec;
+        return 0;
+    }
     errno = reason;
     return -1;
 }

@@ -16,6 +16,10 @@
 /* Writes the tree of a file instance beside its file. May throw std::bad_alloc. */
 int write_beside(const item_record *item, file_batch &batch);
 
+/* Notes, behind the writing of a file instance, what its file is now: what hooks edit next is based
+ * on that. */
+void note_file_written(item_record *item);
+
 /* Notes in a batch that the file of an instance is to go. */
 int note_deletion(const item_record *item, file_batch &batch);
 

@@ -6,13 +6,14 @@
  *   3. give it owner and mode of the new file      the same
  *   4. write the contents, sync them               the old file, a temporary one, perhaps whole
  *      1 to 4 for each file that changes
- *   5. rename it over the file                     the old file or the new one, whole
+ *   5. look whether all are still the files known  the old files, temporary ones
+ *   6. look again and rename it over the file      the old file or the new one, whole
  *      for each file
- *   6. sync the folder of each                     the new files
- *   7. remove each file that is to go              the new files, some of those that go
- *   8. sync the folder of each                     the new files
+ *   7. sync the folder of each                     the new files
+ *   8. remove each file that is to go              the new files, some of those that go
+ *   9. sync the folder of each                     the new files
  *
- * A failure in steps 1 to 4 leaves all files as they were; what fails later ends the batch where it
+ * A failure in steps 1 to 5 leaves all files as they were; what fails later ends the batch where it
  * stands, so that nothing is removed whose contents may have no other place yet. The temporary file
  * is created afresh and never opened through a link, so that nobody who may write the folder can
  * point us elsewhere between the steps. One that a crash leaves is removed at the next start. */
@@ -33,6 +34,7 @@
 #include "archive/archive.h"
 #include "archive/file_state.h"
 #include "archive/journal.h"
+#include "backend/others.h"
 #include "daemon/place.h"
 #include "llconf/modules.h"
 #include "ucfgd/owners.h"
@@ -168,11 +170,24 @@ int changed_folders::sync() {
     return failed;
 }
 
-/* Step 5 of one file. */
-int rename_one(const std::string &path, changed_folders &folders) {
+using expected_file = std::optional<file_identity>;
+
+expected_file expectation(const file_identity *expected) {
+    return expected ? expected_file{*expected} : expected_file{};
+}
+
+/* Whether the file there is still the one that the commit knows. */
+int check_expected(const std::string &path, const expected_file &expected) {
+    if (!expected || same_identity(*expected, identity_at(path.c_str()))) return 0;
+    return refuse_for_others(path, "at the moment of the commit");
+}
+
+/* Steps 5 and 6 of one file. */
+int rename_one(const std::string &path, const expected_file &expected, changed_folders &folders) {
     place at;
     int reason = find_file(path.c_str(), at);
     if (reason == 0) reason = folders.add(at, path);
+    if (reason == 0) reason = check_expected(path, expected);
     if (reason != 0) return reason;
     std::string temporary = temporary_of(at.name());
     if (renameat(at.folder(), temporary.c_str(), at.folder(), at.name().c_str()) == 0) return 0;
@@ -190,11 +205,13 @@ int read_temporary(const std::string &path, file_state &state, std::string &text
     return read_state_at(at.folder(), temporary_of(at.name()), state, text);
 }
 
-/* Step 7 of one file. */
-int remove_one(const std::string &path, changed_folders &folders) {
+/* Step 8 of one file. */
+int remove_one(const std::string &path, const expected_file &expected, changed_folders &folders) {
     place at;
     int reason = at.find(path.c_str(), link_at_end::is_meant);
     if (reason == 0) reason = folders.add(at, path);
+    if (reason == 0 && identity_at(path.c_str()).exists) reason = check_expected(path, expected);
+    if (reason == ESTALE) return reason;
     if (reason == 0 && unlinkat(at.folder(), at.name().c_str(), 0) != 0) reason = errno;
     if (reason == 0) return 0;
     daemon_log(LOG_ERR, "unlink('%s') failed: %s", path.c_str(), std::strerror(reason));
@@ -203,14 +220,12 @@ int remove_one(const std::string &path, changed_folders &folders) {
 
 }  // namespace
 
-cnfnode *read_file(const cnfmodule *module, const char *path, struct stat *st) {
+cnfnode *read_file(const cnfmodule *module, const char *path, file_look &look) {
+    look = {};
     unique_fd fd{place_open(path, O_RDONLY | O_NOCTTY | O_NONBLOCK)};
-    bool is_open = fd && (!st || fstat(fd.get(), st) == 0);
-    if (is_open) {
+    const bool is_open = fd && look_at(fd.get(), look) == 0;
+    if (is_open)
         if (cnfnode *tree = cnfmodule_parse_fd(module, path, fd.get())) return tree;
-    } else if (st) {
-        *st = {};
-    }
     int reason = errno;
     daemon_log(LOG_WARNING, "parsing %s failed: %s\n", path, std::strerror(reason));
     if (is_open) {
@@ -247,9 +262,9 @@ int file_batch::plan(const cnfmodule *module, const char *path, const cnfnode *t
 }
 
 int file_batch::write(const cnfmodule *module, const char *path, const cnfnode *tree,
-                      const file_attributes &attributes) {
+                      const file_attributes &attributes, const file_identity *expected) {
     if (is_plan()) return plan(module, path, tree);
-    written_.push_back({module->name, path});
+    written_.push_back({module->name, path, expectation(expected)});
     daemon_log(LOG_NOTICE, "writing file %s", path);
     int reason = write_temporary(module, path, tree, attributes);
     if (reason == 0) return 0;
@@ -260,11 +275,11 @@ int file_batch::write(const cnfmodule *module, const char *path, const cnfnode *
     return reason;
 }
 
-void file_batch::remove(const cnfmodule *module, const char *path) {
+void file_batch::remove(const cnfmodule *module, const char *path, const file_identity *expected) {
     if (is_plan())
         plan_->push_back({module->name, path, true, "", ""});
     else
-        removed_.push_back({module->name, path});
+        removed_.push_back({module->name, path, expectation(expected)});
 }
 
 int file_batch::note_in(commit_journal &journal) const {
@@ -284,7 +299,7 @@ int file_batch::rename_all() {
     changed_folders folders;
     int reason = 0;
     while (reason == 0 && renamed_ < written_.size()) {
-        reason = rename_one(written_[renamed_].path, folders);
+        reason = rename_one(written_[renamed_].path, written_[renamed_].expected, folders);
         if (reason == 0) renamed_++;
     }
     int synced = folders.sync();
@@ -295,14 +310,26 @@ int file_batch::remove_all() {
     changed_folders folders;
     int failed = 0;
     for (const member &one : removed_) {
-        int reason = remove_one(one.path, folders);
+        int reason = remove_one(one.path, one.expected, folders);
         if (reason != 0) failed = reason;
     }
     int synced = folders.sync();
     return failed != 0 ? failed : synced;
 }
 
+int file_batch::look_again() {
+    for (const auto *list : {&written_, &removed_}) {
+        for (const member &one : *list) {
+            const bool is_gone = list == &removed_ && !identity_at(one.path.c_str()).exists;
+            const int reason = is_gone ? 0 : check_expected(one.path, one.expected);
+            if (reason != 0) return reason;
+        }
+    }
+    return 0;
+}
+
 int file_batch::install() {
+    if (reason_ == 0) reason_ = look_again();
     if (reason_ == 0) reason_ = rename_all();
     if (reason_ == 0) reason_ = remove_all();
     return reason_;
@@ -312,7 +339,7 @@ int replace_file(const cnfmodule *module, const char *path, const cnfnode *tree,
                  const file_attributes &attributes) {
     try {
         file_batch batch;
-        batch.write(module, path, tree, attributes);
+        batch.write(module, path, tree, attributes, nullptr);
         return batch.install();
     } catch (const std::bad_alloc &) {
         return fail("writing to", path, ENOMEM);
@@ -322,7 +349,7 @@ int replace_file(const cnfmodule *module, const char *path, const cnfnode *tree,
 int remove_file(const char *path) {
     try {
         changed_folders folders;
-        int reason = remove_one(path, folders);
+        int reason = remove_one(path, {}, folders);
         int synced = folders.sync();
         return reason != 0 ? reason : synced;
     } catch (const std::bad_alloc &) {

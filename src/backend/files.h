@@ -7,9 +7,12 @@
 
 #include <sys/stat.h>
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "backend/seen_file.h"
 
 class commit_journal;
 struct cnfmodule;
@@ -19,9 +22,8 @@ struct cnfnode;
  * place.h says. Functions answer 0 or an error number, after one line in the log. */
 
 /* The tree of the file at path, which belongs to the caller; null with errno after lines in the
- * log. st, when given, tells which file that was, also after a failure; zero when none was opened.
- */
-cnfnode *read_file(const cnfmodule *module, const char *path, struct stat *st);
+ * log. look tells which file that was, also after a failure; zero when none was opened. */
+cnfnode *read_file(const cnfmodule *module, const char *path, file_look &look);
 
 inline constexpr std::string_view k_temporary_suffix = ".ucfgd-tmp";
 
@@ -69,33 +71,39 @@ class file_batch {
     ~file_batch();
 
     /* Writes tree as module does beside the file at path. A link stays, and the file that it leads
-     * to is meant; one that leads nowhere is itself replaced. May throw std::bad_alloc. */
+     * to is meant; one that leads nowhere is itself replaced. expected (null: whatever it is) is
+     * the file that tree takes the place of. May throw std::bad_alloc. */
     int write(const cnfmodule *module, const char *path, const cnfnode *tree,
-              const file_attributes &attributes);
+              const file_attributes &attributes, const file_identity *expected);
 
     /* Notes that the file at path, one of that module, is to go; one that is gone already is no
      * failure. */
-    void remove(const cnfmodule *module, const char *path);
+    void remove(const cnfmodule *module, const char *path, const file_identity *expected);
 
     bool is_plan() const { return plan_ != nullptr; }
 
     /* Does it all, unless a write has failed: that one's error number then. A step that fails ends
-     * it. */
+     * it. ESTALE with the error record set where another file than expected stands. */
     int install();
+
+    /* Whether all written files stand in their places, whatever became of the rest. */
+    bool has_replaced() const { return renamed_ == written_.size(); }
 
     /* Notes in a journal, before install, what will become of each file. 0 or an error number. May
      * throw std::bad_alloc. */
     int note_in(commit_journal &journal) const;
 
   private:
-    int plan(const cnfmodule *module, const char *path, const cnfnode *tree);
-    int rename_all();
-    int remove_all();
-
     struct member {
         std::string module; /* its name */
         std::string path;
+        std::optional<file_identity> expected;
     };
+    int plan(const cnfmodule *module, const char *path, const cnfnode *tree);
+    int look_again();
+    int rename_all();
+    int remove_all();
+
     std::vector<planned_change> *plan_ = nullptr;
     std::vector<member> written_;
     std::vector<member> removed_;

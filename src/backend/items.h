@@ -7,6 +7,7 @@
 
 #include "backend/directory.h"
 #include "backend/llconf_item.h"
+#include "backend/seen_file.h"
 
 struct cnf_journal;
 
@@ -37,10 +38,12 @@ enum class tree_event : unsigned char {
     failed      /* the source is there and cannot be read */
 };
 
-/* A tree and, where it is that of a directory, the records of its files. */
+/* A tree and what it was read from: a file (null: nobody has looked), or the files of a directory.
+ */
 struct recorded_tree {
     struct cnfnode *tree = nullptr;
     shared_record record;
+    shared_seen_file seen;
 };
 
 /* What an llconf_item really is. */
@@ -49,6 +52,8 @@ struct item_record : llconf_item {
     cnf_journal *journal = nullptr;  /* of a borrowed tree: what is noted here can be taken back */
     item_record *borrower = nullptr; /* of a lent tree */
     shared_record record;            /* of the item's own tree, when that is a directory's */
+    shared_seen_file seen;           /* and when that is a file's */
+    file_identity looked;            /* of the file, when it was parsed last, well or not */
     recorded_tree parsed;            /* the last parse; its tree is the caller's until installed */
     recorded_tree replaced; /* the tree that a submit put aside: the source's, as last read */
     int serial = 0;         /* of the master context, when the source was looked at last */

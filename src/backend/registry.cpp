@@ -101,11 +101,12 @@ bool is_separator(char c) {
 }
 
 /* The word buffer keeps its contents from one word to the next, so the first word alone can name a
- * flag: existing modules files rely on the others being without effect. */
+ * flag: existing modules files rely on the others being without effect. Of several lines the last
+ * one counts, but always-revert, which says nothing about the source itself, adds to another. */
 void read_flags(module_entry &entry, const char *value) {
     char words[32];
     size_t length = 0;
-    entry.flags = 0;
+    const unsigned int before = std::exchange(entry.flags, 0U);
     for (const char *at = value; *at;) {
         if (is_separator(*at)) {
             at++;
@@ -120,6 +121,8 @@ void read_flags(module_entry &entry, const char *value) {
         }
         entry.flags |= flag_named({words, length});
     }
+    if (entry.flags == LLI_FLAG_ALWAYS_REVERT) entry.flags |= before;
+    entry.flags |= before & LLI_FLAG_ALWAYS_REVERT;
 }
 
 void add_hook(owned_nodes &hooks, const module_entry &entry, const char *value) {

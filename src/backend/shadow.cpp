@@ -40,12 +40,14 @@ recorded_tree detach_tree(item_record *item) {
     if (item->state == tree_state::borrowed) return_borrowed_tree(item);
     if (item->state == tree_state::lent) return_borrowed_tree(item->borrower);
     if (item->state == tree_state::own) item_enter(item, tree_event::dropped);
-    return {std::exchange(item->cn_root, nullptr), std::exchange(item->record, nullptr)};
+    return {std::exchange(item->cn_root, nullptr), std::exchange(item->record, nullptr),
+            std::exchange(item->seen, nullptr)};
 }
 
 void drop(recorded_tree &tree) {
     destroy_cnftree(std::exchange(tree.tree, nullptr));
     tree.record.reset();
+    tree.seen.reset();
 }
 
 llconf_item *nearest_with_tree(llconf_item *lli) {
@@ -73,6 +75,7 @@ void copy_tree(item_record *item, const item_record *from) {
     item->cn_root = clone_cnftree(from->cn_root);
     if (!item->cn_root) return;
     item->record = from->record;
+    item->seen = from->seen;
     item_enter(item, tree_event::copied);
 }
 
@@ -111,6 +114,7 @@ void move_tree_up(item_record *shadow) {
         }
         orig->cn_root = tree.tree;
         orig->record = std::move(tree.record);
+        orig->seen = std::move(tree.seen);
     }
     orig->serial = llconf_trns_ctx_serial();
     item_enter(orig, tree_event::taken);
@@ -124,17 +128,28 @@ void move_marks_up(llconf_item *shadow) {
     shadow->item_orig->delete_me = shadow->delete_me;
 }
 
+/* The file that a tree from elsewhere is an edit of: that of the tree in whose place it comes. */
+shared_seen_file edited_file(llconf_item *item, const recorded_tree &old) {
+    if (old.tree) return old.seen;
+    const llconf_item *below = nearest_with_tree(item->item_orig);
+    return below ? record_of(below)->seen : nullptr;
+}
+
 }  // namespace
 
 void llconf_install_cnftree(llconf_item *lli, cnfnode *tree) {
     item_record *item = record_of(lli);
     drop(item->replaced);
     recorded_tree old = detach_tree(item);
-    drop(old);
+    recorded_tree parsed = std::exchange(item->parsed, {});
     item->cn_root = tree;
-    shared_record parsed = std::exchange(item->parsed.record, nullptr);
-    if (tree && item->parsed.tree == tree) item->record = std::move(parsed);
-    item->parsed.tree = nullptr;
+    if (tree && parsed.tree == tree) {
+        item->record = std::move(parsed.record);
+        item->seen = std::move(parsed.seen);
+    } else if (tree) {
+        item->seen = edited_file(item, old);
+    }
+    drop(old);
     if (tree && item->state == tree_state::none) item_enter(item, tree_event::copied);
 }
 
@@ -144,6 +159,7 @@ void item_put_back(item_record *primary) {
     drop(edits);
     primary->cn_root = back.tree;
     primary->record = std::move(back.record);
+    primary->seen = std::move(back.seen);
     primary->is_dirty = 0;
     primary->delete_me = 0;
 }

@@ -2,7 +2,8 @@
  *
  *      step                                          what fails there leaves
  *   1. pre-commit hooks of all modules that change   the old files
- *   2. new contents, written and synced beside       the old files
+ *   2. what others have changed taken in, new        the old files
+ *      contents written and synced beside
  *   3. old and new contents, kept in the archive     the old files
  *   4. the record, "open"                            the old files
  *   5. the files replaced and removed; commands      the old files, put back at once, or by the
@@ -34,6 +35,7 @@
 #include "backend/file_write.h"
 #include "backend/items.h"
 #include "backend/ll_trns.h"
+#include "backend/others.h"
 #include "llconf/modules.h"
 #include "llconf/nodes.h"
 #include "tree/param_error.h"
@@ -130,6 +132,8 @@ void whole_commit::collect(llconf_item *list) {
 int whole_commit::prepare(piece &one, file_batch &batch) {
     item_record *item = one.item;
     if (item->flags & LLI_FLAG_READONLY) return 0;
+    const int refused = item->pattern ? 0 : take_in_others(item);
+    if (refused != 0) return refused;
     if (item->delete_me) return item->file ? note_deletion(item, batch) : 0;
     if (is_unread_source(item)) return keep_unread_source(item);
     if (!item->file || !item->cn_root) return 0;
@@ -195,7 +199,9 @@ void whole_commit::settle() {
     for (piece &one : pieces_) {
         if (one.directory) one.item->record = one.directory->done();
         one.item->is_dirty = 0;
-        if (one.item->file) one.item->file->last_write = get_uptime();
+        if (!one.item->file) continue;
+        one.item->file->last_write = get_uptime();
+        if (!one.item->pattern) note_file_written(one.item);
     }
 }
 

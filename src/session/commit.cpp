@@ -203,7 +203,7 @@ void session_commit_end(ccd_session *session, const char *id, int error) {
     if (error == 0) {
         reply_ok(session, id);
         session_forget_commit_order(session);
-    } else if (commit_report_take() && archive_is_on()) {
+    } else if (commit_report_take() && (archive_is_on() || error == ESTALE || error == ECANCELED)) {
         session_write_error(session, id, strerror(error));
     } else {
         reply_errno(session, id, error);

@@ -222,11 +222,16 @@ TEST_F(FailingCommit, AVanishedDirectoryIsAnErrorUntilItIsBack) {
     });
 }
 
-TEST_F(Commit, AFileThatVanishedMeanwhileIsWrittenAnew) {
+TEST_F(Commit, AFileThatVanishedMeanwhileIsMadeAnewByTheNextWhoKnowsThat) {
     begin();
     a.ask("1 SET name beta");
     fs::remove(path("/etc/box.conf"));
-    EXPECT_EQ(a.ask("2 COMMIT"), "2 OK\n");
+    EXPECT_EQ(a.ask("2 COMMIT"),
+              "2.error error.commit.conflict\n2.error.arg /etc/box.conf\n2.error.arg it has been "
+              "removed\n2 ERR /etc/box.conf: others have changed it meanwhile: it has been "
+              "removed\n");
+    a.ask("3 SET name beta");
+    EXPECT_EQ(a.ask("4 COMMIT"), "4 OK\n");
     EXPECT_EQ(file("/etc/box.conf"), k_new_box);
 }
 

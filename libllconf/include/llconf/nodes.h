@@ -95,6 +95,14 @@ int cnfnode_is_changed(const struct cnfnode *node);
  * clones, and never used again; 0 for a node that no parser read. */
 uint64_t cnfnode_source(const struct cnfnode *node);
 
+/* That text itself, whole, held until it is released, whatever becomes of the tree. Null for a node
+ * that no parser read, and for null. */
+struct cnf_source;
+struct cnf_source *cnfnode_hold_source(const struct cnfnode *node);
+/* Its bytes, *length of them, without a NUL behind them; valid while it is held. */
+const char *cnf_source_text(const struct cnf_source *source, size_t *length);
+void cnf_release_source(struct cnf_source *source);
+
 /* Removes every formatting node below root, at every depth. */
 void strip_cnftree(struct cnfnode *root);
 

@@ -10,7 +10,9 @@ TEST_F(registry, OnlyTheFirstWordOfFlagsCounts) {
         {"create readonly", LLI_FLAG_CREATE},
         {",read only", LLI_FLAG_READONLY},
         {"nonsenses create", 0},
-        {"always-revert create", LLI_FLAG_ALWAYS_REVERT}};
+        {"always-revert create", LLI_FLAG_ALWAYS_REVERT},
+        {"create\n flags: always-revert", LLI_FLAG_CREATE | LLI_FLAG_ALWAYS_REVERT},
+        {"create\n flags: readonly", LLI_FLAG_READONLY}};
     for (const auto &[value, flags] : rows) {
         std::string name = "m" + std::to_string(value.size());
         modules(name + " {\n module: lines\n file: f\n flags: " + value + "\n}\n");

@@ -1,0 +1,122 @@
+#include "backend/others.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <libdaemon/dlog.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <new>
+
+#include "archive/file_state.h"
+#include "archive/merge.h"
+#include "backend/file_io.h"
+#include "backend/file_write.h"
+#include "backend/items.h"
+#include "daemon/place.h"
+#include "llconf/modules.h"
+#include "tree/param_error.h"
+
+namespace {
+
+using owned_tree = owned<cnfnode, destroy_cnftree>;
+
+int fail(const std::string &path, int reason) {
+    daemon_log(LOG_ERR, "looking at %s failed: %s", path.c_str(), std::strerror(reason));
+    return reason;
+}
+
+/* The file as it stands: how it is read is how it is told from its next version. */
+int read_now(const cnfmodule *module, const std::string &path, seen_file &now, std::string &text) {
+    unique_fd fd{place_open(path.c_str(), O_RDONLY | O_NOCTTY | O_NONBLOCK)};
+    file_look look;
+    if (!fd || look_at(fd.get(), look) != 0) return fail(path, errno);
+    char piece[65536];
+    for (ssize_t got = 0; (got = read(fd.get(), piece, sizeof piece)) != 0;) {
+        if (got < 0 && errno != EINTR) return fail(path, errno);
+        if (got > 0) text.append(piece, static_cast<size_t>(got));
+    }
+    /* Only what parses has a text that the next look can be compared with. */
+    owned_tree tree{cnfmodule_parse_text(module, path.c_str(), text.data(), text.size())};
+    now = seen_in(look, tree.get());
+    return 0;
+}
+
+int text_of(const cnfmodule *module, const cnfnode *tree, std::string &text) {
+    if (!tree) return 0;
+    size_t length = 0;
+    const owned_str unparsed{cnfmodule_unparse_text(module, tree, &length)};
+    if (!unparsed) return errno;
+    text.assign(unparsed.get(), length);
+    return 0;
+}
+
+int merge(const cnfmodule *module, const std::string &path, const std::string &base,
+          const std::string &theirs, const cnfnode *tree, owned_tree &merged) {
+    std::string ours;
+    const int reason = text_of(module, tree, ours);
+    if (reason != 0) return fail(path, reason);
+    const text_merge both = merge_texts(base, theirs, ours);
+    if (both.result == merge_result::failed)
+        return refuse_for_others(path, std::string{"merging failed: "} + std::strerror(errno));
+    if (both.result == merge_result::conflict) return refuse_for_others(path, both.conflicts);
+    if (!tree) return both.text.empty() ? 0 : refuse_for_others(path, "it was to be removed");
+    merged.reset(cnfmodule_parse_text(module, path.c_str(), both.text.data(), both.text.size()));
+    if (!merged) return refuse_for_others(path, cnf_error_text());
+    daemon_log(LOG_NOTICE, "%s: merged with changes made by others", path.c_str());
+    return 0;
+}
+
+int take_in_file(item_record *item) {
+    if (!item->seen || !item->file) return 0;
+    const owned_str path{prefix_llfilename(item->file->filename)};
+    if (!path) return ENOMEM;
+    others_work work;
+    const cnfnode *tree = item->delete_me ? nullptr : item->cn_root;
+    const int reason = look_for_others(item->module, path.get(), *item->seen, tree, work);
+    if (reason != 0 || !work.now) return reason;
+    auto now = std::make_shared<const seen_file>(std::move(*work.now));
+    if (work.merged) llconf_install_cnftree(item, work.merged.release());
+    item->seen = std::move(now);
+    return 0;
+}
+
+}  // namespace
+
+int look_for_others(const cnfmodule *module, const std::string &path, const seen_file &seen,
+                    const cnfnode *tree, others_work &work) {
+    const file_identity there = identity_at(path.c_str());
+    if (seen.is_still(there)) return 0;
+    if (!there.exists) {
+        work.now = seen_file{};
+        place at;
+        const bool has_folder = find_file(path.c_str(), at) == 0;
+        return tree && has_folder ? refuse_for_others(path, "it has been removed") : 0;
+    }
+    seen_file now;
+    std::string theirs;
+    const int reason = read_now(module, path, now, theirs);
+    if (reason != 0) return reason;
+    work.now = std::move(now);
+    const std::optional<std::string> base = seen.text();
+    if (base && *base == theirs && seen.identity.exists) return 0;
+    if (!base) return refuse_for_others(path, "its earlier contents are not known");
+    return merge(module, path, *base, theirs, tree, work.merged);
+}
+
+int take_in_others(item_record *item) {
+    if ((item->flags & LLI_FLAG_READONLY) || !item->file || is_unread_source(item)) return 0;
+    if (item->pattern && item->delete_me) return 0;
+    if (!item->cn_root) return 0;
+    return item->pattern ? merge_members(item, item->record) : take_in_file(item);
+}
+
+int refuse_for_others(const std::string &path, const std::string &where) {
+    const std::string name = name_in_module(path);
+    const std::string text = name + ": others have changed it meanwhile: " + where;
+    daemon_log(LOG_ERR, "%s", text.c_str());
+    ccd_set_error(text.c_str(), "error.commit.conflict");
+    ccd_add_error_arg(name.c_str());
+    ccd_add_error_arg(where.c_str());
+    return ESTALE;
+}
