@@ -196,4 +196,15 @@ TEST_F(History, ShowsBeforeACommitWhatItWouldChange) {
     EXPECT_EQ(info("history.1.changes"), "i.1 " + changes + "i OK\n");
 }
 
+TEST_F(History, ShowsTheMergeThatACommitWouldWrite) {
+    begin();
+    EXPECT_EQ(a.ask("1 SET network.hosts.192%2e0%2e2%2e11.name post"), "1 OK\n");
+    put("/etc/hosts", "# of others\n" + file("/etc/hosts"));
+    const std::string diff = action("diff");
+    EXPECT_NE(diff.find("\n+192.0.2.11\tpost\t"), std::string::npos) << diff;
+    EXPECT_EQ(diff.find("# of others"), std::string::npos) << diff;
+    EXPECT_EQ(a.ask("2 COMMIT"), "2 OK\n");
+    EXPECT_EQ(action("history.1.diff"), diff);
+}
+
 }  // namespace
