@@ -36,7 +36,14 @@ int64_t left_of(const commit_record &record, const std::string &boot) {
     return left > record.trial_seconds * k_milliseconds ? 0 : std::max<int64_t>(left, 0);
 }
 
-/* The trial and whether a part of it is undone already. */
+/* The end of a trial whose undoing has begun. */
+constexpr int64_t k_ending = 0;
+
+bool is_ending(const commit_record &record) {
+    return record.trial_end == k_ending;
+}
+
+/* The trial and whether a part of it is undone already, or may be. */
 struct running_trial {
     std::vector<commit_record> commits; /* the newest first */
     bool half_undone = false;
@@ -53,7 +60,7 @@ running_trial find_trial() {
         if (record.state == commit_state::done) break;
         if (record.state == commit_state::undone) undone = true;
         if (record.state != commit_state::trial) continue;
-        trial.half_undone = undone;
+        trial.half_undone = trial.half_undone || undone || is_ending(record);
         trial.commits.push_back(std::move(record));
     }
     return trial;
@@ -117,6 +124,12 @@ int trial_undo(std::vector<commit_record> &undone) {
     if (trial.commits.empty()) {
         errno = ENOENT;
         return -1;
+    }
+    /* From the first file on, nothing but the end will do: whoever finds the trial now goes on. */
+    for (commit_record &record : trial.commits) {
+        if (is_ending(record)) continue;
+        record.trial_end = k_ending;
+        if (write_record(archive_folder(record.number), record) != 0) return -1;
     }
     for (commit_record &record : trial.commits) {
         if (end_commit(record, commit_state::undone) != 0) return -1;

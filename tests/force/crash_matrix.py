@@ -170,9 +170,9 @@ class Matrix:
         self.daemon.stop(9)
         if left:
             return f"leaves {left}"
-        if found == self.new and record == "done":
+        if found == self.new and record in ("done", "trial"):
             return "new"
-        if found == self.old and record in ("none", "failed") and " OK" not in reply:
+        if found == self.old and record in ("none", "failed", "undone") and " OK" not in reply:
             return "old"
         return f"a mixture or a wrong record: {record}, {reply!r}, {found}"
 
@@ -252,6 +252,61 @@ class Matrix:
             self.run(f"putting back: {name}", total,
                      lambda number, what=what: (start(number, what), self.look(""))[1])
 
+    def trials(self):
+        """The child that undoes a commit on trial is killed, or its calls fail."""
+
+        def cancel(number, what):
+            self.fresh()
+            client = self.daemon.client(patience=20)
+            client.ask("SET crash changed")
+            client.ask("SET commits.trial 3000")
+            assert client.ask("COMMIT") == "t OK\n", self.daemon.text("/log")
+            self.failing.arm(number, what, CHILDREN)
+            client.ask("ADMIN commits.cancel")
+            calls = self.failing.count()
+            self.failing.arm(0)
+            self.daemon.stop(9)
+            return calls
+
+        total = cancel(0, 0)
+        for name, what in (("its child is killed", DIE), ("ENOSPC", errno.ENOSPC),
+                           ("EIO", errno.EIO)):
+            self.run(f"the end of a trial: {name}", total,
+                     lambda number, what=what: (cancel(number, what), self.look(""))[1])
+
+    def trims(self):
+        """The child that removes what is too old is killed: no commit is left half there."""
+        self.daemon.replace("/etc/ucfgd/ucfgd.conf", f"commits: {ARCHIVE}",
+                            f"commits: {ARCHIVE}\n    commits-kept: 1")
+
+        def second(number, what):
+            self.fresh()
+            client = self.daemon.client(patience=20)
+            for value in ("before", "changed"):
+                client.ask(f"SET crash {value}")
+                if value == "changed":
+                    self.failing.arm(number, what, CHILDREN)
+                client.ask("COMMIT")
+            calls = self.failing.count()
+            self.failing.arm(0)
+            self.daemon.stop(9)
+            return calls
+
+        total = second(0, 0)
+        before = max(1, total - 24)
+
+        def one(number):
+            second(before + number, DIE)
+            if not self.daemon.start():
+                return "does not start again: " + self.daemon.text("/log")[-300:]
+            self.daemon.stop(9)
+            folders = [name for name in os.listdir(self.path(ARCHIVE)) if name.isdigit()]
+            half = [name for name in folders
+                    if not os.path.exists(self.path(f"{ARCHIVE}/{name}/record"))]
+            return f"leaves half of {half}" if half or not folders else "new"
+
+        self.run("trimming: its child is killed", total - before, one)
+
     def finish(self):
         self.daemon.remove()
         os.unlink(self.failing.name)
@@ -274,6 +329,8 @@ def main():
     matrix = Matrix(sys.argv[1], sys.argv[2], int(sys.argv[3]) if len(sys.argv) > 3 else 0)
     matrix.commits()
     matrix.put_backs()
+    matrix.trials()
+    matrix.trims()
     sys.exit(matrix.finish())
 
 
