@@ -63,7 +63,7 @@ int run_node(shell &sh, const char *name, const char *node, const char *nothing)
         return k_exit_done;
     }
     print_lines(sh, list.lines);
-    if (list.lines.empty() && *nothing) sh.out.line(nothing);
+    if (list.lines.empty()) sh.out.line(nothing);
     return k_exit_done;
 }
 
@@ -161,6 +161,7 @@ int watch_with(shell &sh, session &link, const char *from) {
     int code = link.quietly([&](ucfg_conn *conn) {
         return ucfg_admin(conn, k_watch_node, args, from ? 1 : 0, show_at_once, &sh);
     });
+    if (code == k_ucfg_interrupted && sh.interactive) sh.out.line(""); /* behind the "^C" */
     if (code == k_ucfg_ok || code == k_ucfg_interrupted) return k_exit_done;
     std::string text = ucfg_text(link.conn());
     sh.out.complain(sh.prefix + "watch: " + readable(text));
@@ -210,11 +211,11 @@ int run_diff(shell &sh, const arguments &) {
 }
 
 int run_confirm(shell &sh, const arguments &) {
-    return run_node(sh, "confirm", k_confirm_node, "");
+    return run_node(sh, "confirm", k_confirm_node, "the commit stays");
 }
 
 int run_cancel(shell &sh, const arguments &) {
-    return run_node(sh, "cancel", k_cancel_node, "");
+    return run_node(sh, "cancel", k_cancel_node, "the commit is undone");
 }
 
 int run_history(shell &sh, const arguments &args) {
