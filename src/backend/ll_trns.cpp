@@ -2,8 +2,18 @@
 
 #include "backend/ll_trns.h"
 
+#include <errno.h>
+#include <libdaemon/dlog.h>
+#include <syslog.h>
+
+#include <cstring>
+
 #include "backend/file_io.h"
 #include "daemon/trace.h"
+#include "llconf/modules.h"
+#include "llconf/nodes.h"
+#include "tree/param_error.h"
+#include "ucfgd/owners.h"
 
 namespace {
 
@@ -68,6 +78,33 @@ size_t ll_trns_size_ctx(const trns_ctx_item *item) {
     return llconf_shadow_list_size(list_of(item));
 }
 
+/* A tree of this size becomes a text within a few milliseconds. */
+constexpr size_t k_most_tried = size_t{4} << 20;
+
+int try_tree(const llconf_item *primary, const cnfnode *tree) {
+    size_t length = 0;
+    const owned_str text{cnfmodule_unparse_text(primary->module, tree, &length)};
+    if (text) return 0;
+    const int reason = errno;
+    const char *why = reason == EINVAL ? cnf_error_text() : std::strerror(reason);
+    daemon_log(LOG_ERR, "module '%s' cannot be written: %s", primary->name, why);
+    ccd_set_error(why, "error.commit.text");
+    ccd_add_error_arg(primary->name);
+    return reason;
+}
+
+int try_item(llconf_item *lli) {
+    const llconf_item *primary = llconf_primary_item(lli);
+    if (!lli->is_dirty || !lli->cn_root || lli->delete_me || !primary->module) return 0;
+    if ((primary->flags & LLI_FLAG_READONLY) || cnftree_size(lli->cn_root) > k_most_tried) return 0;
+    if (!primary->pattern) return try_tree(primary, lli->cn_root);
+    for (const cnfnode *member = lli->cn_root->first_child; member; member = member->next) {
+        const int reason = cnfnode_is_changed(member) ? try_tree(primary, member) : 0;
+        if (reason != 0) return reason;
+    }
+    return 0;
+}
+
 }  // namespace
 
 trns_interface *ll_register_tctx_interface(void) {
@@ -76,6 +113,12 @@ trns_interface *ll_register_tctx_interface(void) {
         ll_trns_cancel_ctx, ll_trns_commit_ctx, ll_trns_revert_ctx, ll_trns_isdirty_ctx);
     if (tiface) tiface->size = ll_trns_size_ctx;
     return tiface;
+}
+
+int llconf_try_ctx(trns_ctx *ctx) {
+    for (llconf_item *lli = lli_list_from_trns_ctx(ctx); lli; lli = lli->next)
+        if (const int reason = try_item(lli)) return reason;
+    return 0;
 }
 
 int llconf_trns_ctx_serial(void) {

@@ -15,6 +15,11 @@ struct fe_def;
  * (ENOMEM) when memory is exhausted. */
 trns_interface *ll_register_tctx_interface(void);
 
+/* Tries whether the edits of a context can be written in the formats of their modules. 0; or an
+ * error number with the error record set, which names the module, the node and the reason. What is
+ * so large that trying takes too long is left to the commit itself. */
+int llconf_try_ctx(trns_ctx *ctx);
+
 /* The serial number of the master context; -1 without one. */
 int llconf_trns_ctx_serial(void);
 

@@ -22,6 +22,7 @@
 
 #include "archive/archive.h"
 #include "archive/trials.h"
+#include "backend/ll_trns.h"
 #include "session/bgexec.h"
 #include "session/commit_report.h"
 #include "session/limits.h"
@@ -126,6 +127,14 @@ bool answer_if_stale(ccd_session *session, const char *id) {
     return true;
 }
 
+/* Edits that no file can hold stay the session's, to be mended. */
+bool answer_if_unwritable(ccd_session *session, const char *id) {
+    ccd_clear_error();
+    const int reason = llconf_try_ctx(session->backend_ctx);
+    if (reason != 0) session_write_error(session, id, strerror(reason));
+    return reason != 0;
+}
+
 /* A commit that must not begin: its context is stale, or the archive has something to end first. */
 bool answer_if_refused(ccd_session *session, const char *id) {
     if (answer_if_stale(session, id)) return true;
@@ -133,7 +142,7 @@ bool answer_if_refused(ccd_session *session, const char *id) {
     if (restore_is_owed()) {
         ccd_set_error("an interrupted commit has not been put back yet", "error.commit.restore");
     } else if (!trial_refuses(session)) {
-        return false;
+        return answer_if_unwritable(session, id);
     }
     session_write_error(session, id, "commit conflict");
     return true;

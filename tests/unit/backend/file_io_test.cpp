@@ -84,6 +84,18 @@ TEST_F(file_io, AFailedWriteLeavesTheOldFileAndTheReason) {
     EXPECT_EQ(unlogged({"writing to " + root + "/d/f.ucfgd-tmp failed: No such file"}), "");
 }
 
+TEST_F(file_io, EditsThatNoFileCanHoldAreKnownBefore) {
+    put("f", "old\n");
+    lines("f", " file: f\n");
+    owned_ctx session{trns_copy_ctx(g_trns_ctx)};
+    EXPECT_EQ(eval("llset('f', 'line', 'new')", session.get()), "1");
+    EXPECT_EQ(llconf_try_ctx(session.get()), 0);
+    cnfnode_setval(item("f", session.get())->cn_root->first_child, "two\nlines");
+    EXPECT_EQ(llconf_try_ctx(session.get()), EINVAL);
+    EXPECT_STREQ(ccd_get_error()->id, "error.commit.text");
+    EXPECT_STREQ(ccd_get_error()->args->line, "f");
+}
+
 TEST_F(file_io, AFileThatCannotKeepItsModeIsNotReplacedAndOneThatMayNotLastIsNoSuccess) {
     put("f", "a\n");
     llconf_item *lli = lines("f", " file: f\n");
