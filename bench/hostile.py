@@ -17,7 +17,9 @@ import sys
 import threading
 import time
 
-import force
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../tests/force"))
+
+import force  # noqa: E402, found there
 
 PAUSE = 0.002
 WRAPPER = "libnss_wrapper.so"
