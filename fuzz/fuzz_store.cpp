@@ -2,6 +2,7 @@
 #include <llconf/nodes.h>
 #include <pthread.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -39,10 +40,48 @@ void check(const hlx_auth_session &session) {
         require(ends(session.groups[i]));
 }
 
+/* A store with two sessions, made once. Each input gets it as it was. */
+class sample_store {
+  public:
+    sample_store() {
+        hlx_auth_set_store(name_.c_str());
+        std::strcpy(wanted.user, "anna");
+        std::strcpy(wanted.groups[wanted.group_count++], "staff");
+        wanted.lifetime = -1;
+        for (char(&one)[HLX_AUTH_SID_SIZE + 1] : sid)
+            require(hlx_auth_session_create(&wanted, one) == 0);
+        const unique_fd fd = open();
+        struct stat st {};
+        require(fstat(fd.get(), &st) == 0);
+        image_.resize(static_cast<std::size_t>(st.st_size));
+        require(pread(fd.get(), image_.data(), image_.size(), 0) == st.st_size);
+    }
+    sample_store(const sample_store &) = delete;
+    sample_store &operator=(const sample_store &) = delete;
+    ~sample_store() { shm_unlink(name_.c_str()); }
+
+    unique_fd open() const {
+        unique_fd fd{shm_open(name_.c_str(), O_RDWR | O_CLOEXEC, 0)};
+        require(static_cast<bool>(fd));
+        return fd;
+    }
+    void put_back() const {
+        const unique_fd fd = open();
+        require(ftruncate(fd.get(), static_cast<off_t>(image_.size())) == 0);
+        require(pwrite(fd.get(), image_.data(), image_.size(), 0) ==
+                static_cast<ssize_t>(image_.size()));
+    }
+
+    hlx_auth_session wanted{};
+    char sid[2][HLX_AUTH_SID_SIZE + 1];
+
+  private:
+    std::string name_ = "/fuzz-store-" + std::to_string(getpid());
+    std::string image_;
+};
+
 /* Changes land in the header and in the first places, where there is something to damage. */
-void damage(const char *name, const uint8_t *data, size_t size) {
-    const unique_fd fd{shm_open(name, O_RDWR | O_CLOEXEC, 0)};
-    require(static_cast<bool>(fd));
+void damage(const unique_fd &fd, const uint8_t *data, size_t size) {
     const bool alone = size < 2 * k_change_size;
     for (; size >= k_change_size; data += k_change_size, size -= k_change_size) {
         const off_t at = data[0] << 8 | data[1];
@@ -79,18 +118,9 @@ void use_everything(const hlx_auth_session &wanted, const char *sid) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-    static const std::string name = "/fuzz-store-" + std::to_string(getpid());
-    shm_unlink(name.c_str());
-    hlx_auth_set_store(name.c_str());
-    hlx_auth_session wanted{};
-    std::strcpy(wanted.user, "anna");
-    std::strcpy(wanted.groups[wanted.group_count++], "staff");
-    wanted.lifetime = -1;
-    char sid[2][HLX_AUTH_SID_SIZE + 1];
-    for (char(&one)[HLX_AUTH_SID_SIZE + 1] : sid)
-        require(hlx_auth_session_create(&wanted, one) == 0);
-    damage(name.c_str(), data, size);
-    use_everything(wanted, sid[1]);
-    shm_unlink(name.c_str());
+    static const sample_store g_store;
+    g_store.put_back();
+    damage(g_store.open(), data, size);
+    use_everything(g_store.wanted, g_store.sid[1]);
     return 0;
 }
