@@ -13,6 +13,8 @@
 #include <string_view>
 
 #include "backend/file_io.h"
+#include "backend/file_write.h"
+#include "backend/items.h"
 #include "backend/others.h"
 #include "daemon/place.h"
 #include "llconf/modules.h"
@@ -335,6 +337,7 @@ int write_directory(const llconf_item *lli, shared_record &record) {
     directory_write writing{lli, record.get()};
     file_batch batch;
     int reason = writing.prepare(batch);
+    if (reason == 0) reason = check_candidates(record_of(lli), batch, 0);
     if (reason == 0) reason = batch.install();
     if (reason == 0) record = writing.done();
     return reason;

@@ -20,7 +20,9 @@
 #include "backend/whole_commit.h"
 #include "daemon/place.h"
 #include "daemon/trace.h"
+#include "fe/fe.h"
 #include "llconf/nodes.h"
+#include "tree/param_error.h"
 #include "ucfgd/owners.h"
 #include "ucfgd/uptime.h"
 
@@ -42,6 +44,7 @@ int write_file(item_record *item) {
     file_batch batch;
     int reason = take_in_others(item);
     if (reason == 0) reason = write_beside(item, batch);
+    if (reason == 0) reason = check_candidates(item, batch, 0);
     const bool is_ready = reason == 0;
     if (is_ready) reason = batch.install();
     if (is_ready && batch.has_replaced()) note_file_written(item);
@@ -164,6 +167,22 @@ int write_beside(const item_record *item, file_batch &batch) {
     if (!path) return ENOMEM;
     return batch.write(item->module, path.get(), item->cn_root, attributes_of(item->file),
                        item->seen ? &item->seen->identity : nullptr);
+}
+
+int check_candidates(const item_record *item, const file_batch &batch, size_t first) {
+    for (size_t i = first; item->check && i < batch.written(); i++) {
+        const std::string file = batch.candidate(i);
+        owned<fe_context, destroy_fe_context> ctx{create_fe_context(g_trns_fe_context, g_trns_ctx)};
+        if (file.empty() || !ctx || fe_set(ctx.get(), "file", file.c_str()) != 0) return EIO;
+        const owned<fe_node, destroy_fe_node_list> result{
+            eval_fe_expr_list(ctx.get(), item->check)};
+        if (result && fe_istrue(fe_last_text(result.get())) != 0) continue;
+        const std::string text = std::string{item->name} + ": refused by its check";
+        daemon_log(LOG_ERR, "%s", text.c_str());
+        if (!ccd_get_error()) ccd_set_error(text.c_str(), "error.commit.check");
+        return ECANCELED;
+    }
+    return 0;
 }
 
 void note_file_written(item_record *item) {

@@ -20,6 +20,11 @@ int write_beside(const item_record *item, file_batch &batch);
  * on that. */
 void note_file_written(item_record *item);
 
+/* Evaluates an item's check, with $file, for what it has written beside in a batch from the
+ * file numbered first on. ECANCELED with the error record set when one is refused. May throw
+ * std::bad_alloc. */
+int check_candidates(const item_record *item, const file_batch &batch, size_t first);
+
 /* Notes in a batch that the file of an instance is to go. */
 int note_deletion(const item_record *item, file_batch &batch);
 

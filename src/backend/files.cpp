@@ -23,6 +23,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <libdaemon/dlog.h>
+#include <limits.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -315,6 +316,17 @@ int file_batch::remove_all() {
     }
     int synced = folders.sync();
     return failed != 0 ? failed : synced;
+}
+
+std::string file_batch::candidate(size_t index) const {
+    place at;
+    char folder[PATH_MAX];
+    errno = find_file(written_[index].path.c_str(), at);
+    if (errno != 0) return {};
+    const std::string link = "/proc/self/fd/" + std::to_string(at.folder());
+    const ssize_t length = readlink(link.c_str(), folder, sizeof folder);
+    if (length < 0) return {};
+    return std::string{folder, static_cast<size_t>(length)} + "/" + temporary_of(at.name());
 }
 
 int file_batch::look_again() {

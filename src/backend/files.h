@@ -80,6 +80,11 @@ class file_batch {
      * failure. */
     void remove(const cnfmodule *module, const char *path, const file_identity *expected);
 
+    /* How many files have been written, and where the new contents of one stand: empty with errno.
+     */
+    size_t written() const { return written_.size(); }
+    std::string candidate(size_t index) const;
+
     bool is_plan() const { return plan_ != nullptr; }
 
     /* Does it all, unless a write has failed: that one's error number then. A step that fails ends

@@ -56,7 +56,9 @@ struct item_record : llconf_item {
     file_identity looked;            /* of the file, when it was parsed last, well or not */
     recorded_tree parsed;            /* the last parse; its tree is the caller's until installed */
     recorded_tree replaced; /* the tree that a submit put aside: the source's, as last read */
-    int serial = 0;         /* of the master context, when the source was looked at last */
+    struct fe_node *check =
+        nullptr;    /* owned: what a new file must pass before it is in its place */
+    int serial = 0; /* of the master context, when the source was looked at last */
 };
 
 inline item_record *record_of(llconf_item *lli) {

@@ -199,6 +199,7 @@ void destroy_llconf_item(llconf_item *lli) {
     destroy_fe_node_list(lli->func_post_read);
     destroy_fe_node_list(lli->func_pre_commit);
     destroy_fe_node_list(lli->func_post_commit);
+    destroy_fe_node_list(record_of(lli)->check);
     destroy_cnfmodule(lli->module);
     record_of(lli)->~item_record();
     std::free(lli);

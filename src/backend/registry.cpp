@@ -48,6 +48,7 @@ struct module_entry {
     owned_nodes post_read = {};
     owned_nodes pre_commit = {};
     owned_nodes post_commit = {};
+    owned_nodes check = {};
 };
 
 bool is_skipped(const cnfnode *node) {
@@ -143,7 +144,7 @@ struct field {
     field_reader read;
 };
 
-constexpr std::array<field, 15> k_fields = {{
+constexpr std::array<field, 16> k_fields = {{
     {"module:", &module_entry::module, nullptr, nullptr},
     {"file:", &module_entry::file, nullptr, nullptr},
     {"dir:", &module_entry::file, nullptr, nullptr},
@@ -159,6 +160,7 @@ constexpr std::array<field, 15> k_fields = {{
     {"post-read:", nullptr, &module_entry::post_read, nullptr},
     {"pre-commit:", nullptr, &module_entry::pre_commit, nullptr},
     {"post-commit:", nullptr, &module_entry::post_commit, nullptr},
+    {"check:", nullptr, &module_entry::check, nullptr},
 }};
 
 void read_field(module_entry &entry, const char *name, const char *value) {
@@ -183,6 +185,7 @@ llconf_item *make_item(module_entry &entry) {
     lli->func_post_read = entry.post_read.release();
     lli->func_pre_commit = entry.pre_commit.release();
     lli->func_post_commit = entry.post_commit.release();
+    record_of(lli)->check = entry.check.release();
     return lli;
 }
 

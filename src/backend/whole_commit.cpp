@@ -137,9 +137,10 @@ int whole_commit::prepare(piece &one, file_batch &batch) {
     if (item->delete_me) return item->file ? note_deletion(item, batch) : 0;
     if (is_unread_source(item)) return keep_unread_source(item);
     if (!item->file || !item->cn_root) return 0;
-    if (!item->pattern) return write_beside(item, batch);
-    one.directory.emplace(item, item->record.get());
-    return one.directory->prepare(batch);
+    const size_t first = batch.written();
+    if (item->pattern) one.directory.emplace(item, item->record.get());
+    const int reason = item->pattern ? one.directory->prepare(batch) : write_beside(item, batch);
+    return reason == 0 ? check_candidates(item, batch, first) : reason;
 }
 
 int whole_commit::prepare_all(file_batch &batch) {

@@ -84,6 +84,16 @@ TEST_F(file_io, AFailedWriteLeavesTheOldFileAndTheReason) {
     EXPECT_EQ(unlogged({"writing to " + root + "/d/f.ucfgd-tmp failed: No such file"}), "");
 }
 
+TEST_F(file_io, AFileThatItsCheckRefusesIsNeverThere) {
+    put("f", "old\n");
+    llconf_item *lli = lines("f", " file: f\n check: system('grep -q good ' .. $file)\n");
+    EXPECT_NE(write_line(lli, "bad"), 0);
+    EXPECT_EQ(errno, ECANCELED);
+    EXPECT_EQ(get("f") + ccd_get_error()->id, "old\nerror.commit.check");
+    EXPECT_EQ(write_line(lli, "good"), 0);
+    EXPECT_EQ(get("f"), "good\n");
+}
+
 TEST_F(file_io, EditsThatNoFileCanHoldAreKnownBefore) {
     put("f", "old\n");
     lines("f", " file: f\n");
