@@ -13,9 +13,9 @@
 #include <string_view>
 
 #include "backend/file_io.h"
-#include "backend/file_write.h"
 #include "backend/items.h"
 #include "backend/others.h"
+#include "backend/write_parts.h"
 #include "daemon/place.h"
 #include "llconf/modules.h"
 

@@ -1,12 +1,8 @@
 /* Writing the trees of module instances back to their sources. */
 
-#include "backend/file_write.h"
-
 #include <errno.h>
 #include <libdaemon/dlog.h>
-#include <sys/stat.h>
 
-#include <cstring>
 #include <new>
 #include <utility>
 #include <vector>
@@ -18,19 +14,13 @@
 #include "backend/items.h"
 #include "backend/others.h"
 #include "backend/whole_commit.h"
-#include "daemon/place.h"
+#include "backend/write_parts.h"
 #include "daemon/trace.h"
-#include "fe/fe.h"
 #include "llconf/nodes.h"
-#include "tree/param_error.h"
 #include "ucfgd/owners.h"
 #include "ucfgd/uptime.h"
 
 namespace {
-
-file_attributes attributes_of(const llconf_file *file) {
-    return file ? file_attributes{file->mode, file->uid, file->gid} : file_attributes{};
-}
 
 int write_members(item_record *item) {
     if (!item->cn_root) return 0;
@@ -141,70 +131,6 @@ int write_one_by_one(llconf_item *list) {
 }
 
 }  // namespace
-
-bool is_unread_source(const item_record *item) {
-    if (item->state != tree_state::unread && item->state != tree_state::blind) return false;
-    if (!item->file) return true;
-    owned_str path{prefix_llfilename(item->file->filename)};
-    struct stat st {};
-    return !path || place_stat(path.get(), &st) == 0 || errno != ENOENT;
-}
-
-int keep_unread_source(const item_record *item) {
-    const char *source = item->file ? item->file->filename : item->pipe_out;
-    if (item->state == tree_state::blind || (item->cn_root && item->cn_root->first_child)) {
-        daemon_log(LOG_ERR, "writing to %s failed: its present contents have not been read",
-                   source);
-        return EINVAL;
-    }
-    daemon_log(LOG_WARNING, "module '%s': %s has not been read, not writing it", item->name,
-               source);
-    return 0;
-}
-
-int write_beside(const item_record *item, file_batch &batch) {
-    owned_str path{prefix_llfilename(item->file->filename)};
-    if (!path) return ENOMEM;
-    return batch.write(item->module, path.get(), item->cn_root, attributes_of(item->file),
-                       item->seen ? &item->seen->identity : nullptr);
-}
-
-int check_candidates(const item_record *item, const file_batch &batch, size_t first) {
-    for (size_t i = first; item->check && i < batch.written(); i++) {
-        const std::string file = batch.candidate(i);
-        owned<fe_context, destroy_fe_context> ctx{create_fe_context(g_trns_fe_context, g_trns_ctx)};
-        if (file.empty() || !ctx || fe_set(ctx.get(), "file", file.c_str()) != 0) return EIO;
-        const owned<fe_node, destroy_fe_node_list> result{
-            eval_fe_expr_list(ctx.get(), item->check)};
-        if (result && fe_istrue(fe_last_text(result.get())) != 0) continue;
-        const std::string text = std::string{item->name} + ": refused by its check";
-        daemon_log(LOG_ERR, "%s", text.c_str());
-        if (!ccd_get_error()) ccd_set_error(text.c_str(), "error.commit.check");
-        return ECANCELED;
-    }
-    return 0;
-}
-
-void note_file_written(item_record *item) {
-    item->seen = nullptr;
-    owned_str path{prefix_llfilename(item->file->filename)};
-    if (!path) return;
-    const file_identity written = identity_at(path.get());
-    item->file->mtime = written.modified.tv_sec;
-    try {
-        item->seen = std::make_shared<const seen_file>(seen_file{written, true, nullptr});
-    } catch (const std::bad_alloc &) {
-        return; /* a later round writes without a look */
-    }
-}
-
-int note_deletion(const item_record *item, file_batch &batch) {
-    owned_str path{prefix_llfilename(item->file->filename)};
-    if (!path) return ENOMEM;
-    if (!batch.is_plan()) daemon_log(LOG_NOTICE, "deleting file %s", path.get());
-    batch.remove(item->module, path.get(), item->seen ? &item->seen->identity : nullptr);
-    return 0;
-}
 
 int llconf_write_cnftree_file(llconf_item *lli, const char *filename, cnfnode *tree) {
     owned_str path{prefix_llfilename(filename)};

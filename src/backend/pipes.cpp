@@ -12,8 +12,8 @@
 
 #include "backend/command.h"
 #include "backend/file_io.h"
-#include "backend/file_write.h"
 #include "backend/items.h"
+#include "backend/write_parts.h"
 #include "llconf/modules.h"
 #include "ucfgd/owners.h"
 

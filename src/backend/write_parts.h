@@ -1,8 +1,8 @@
-#ifndef UCFGD_BACKEND_FILE_WRITE_H
-#define UCFGD_BACKEND_FILE_WRITE_H
+#ifndef UCFGD_BACKEND_WRITE_PARTS_H
+#define UCFGD_BACKEND_WRITE_PARTS_H
 
 #ifndef __cplusplus
-#    error "file_write.h is for the backend's own sources"
+#    error "write_parts.h is for the backend's own sources"
 #endif
 
 #include <string>
@@ -12,6 +12,9 @@
 
 /* The parts of a write that both ways of a commit share. Functions answer 0 or an error number,
  * after a line in the log. */
+
+/* Owner and mode that the files of an instance are given; null: what there is. */
+file_attributes attributes_of(const llconf_file *file);
 
 /* Writes the tree of a file instance beside its file. May throw std::bad_alloc. */
 int write_beside(const item_record *item, file_batch &batch);
