@@ -92,10 +92,11 @@ int show_file_diff(shell &sh) {
     return run_info(sh, info);
 }
 
-/* A value on one line, with "\\n" where it had newlines. */
+/* A value on one line, with a backslash and an n where it had newlines, and two backslashes for
+ * one. */
 std::string with_newlines(std::string text) {
-    for (size_t at = 0; (at = text.find("\\n", at)) != std::string::npos; at++)
-        text.replace(at, 2, "\n");
+    for (size_t at = 0; (at = text.find('\\', at)) != std::string::npos; at++)
+        if (at + 1 < text.size()) text.replace(at, 2, text[at + 1] == 'n' ? "\n" : "\\");
     return text;
 }
 
@@ -124,21 +125,7 @@ change_set read_changes(const std::vector<std::string> &lines) {
     return set;
 }
 
-int compare_there(shell &sh, bool dirty) {
-    action_lines found;
-    int code = collect_action(sh, k_changes_node, found);
-    if (code != k_ucfg_ok) return report_action(sh, "changes", code, found);
-    change_set set = read_changes(found.lines);
-    if (sh.out.json())
-        sh.out.document(changes_json(set, dirty));
-    else if (set.empty())
-        sh.out.line("no changes");
-    else
-        print_changes(sh, found.lines);
-    return k_exit_done;
-}
-
-/* What an older daemon cannot tell: only what was changed from here is looked at. */
+/* For an older daemon, or a user who may not ask: only what was changed from here is looked at. */
 int compare_here(shell &sh, bool dirty) {
     sh.changes.follow(sh.link);
     change_set set = sh.changes.compare(sh.link);
@@ -159,8 +146,23 @@ int compare_here(shell &sh, bool dirty) {
         sh.out.line("no changes");
     if (dirty && sh.interactive)
         sh.out.line(sh.out.paint(style::faint,
-                                 "(this daemon does not compare: what else a change has changed "
+                                 "(the daemon has not compared: what else a change has changed "
                                  "is not shown)"));
+    return k_exit_done;
+}
+
+int compare_there(shell &sh, bool dirty) {
+    action_lines found;
+    int code = collect_action(sh, k_changes_node, found);
+    if (code == k_ucfg_refused) return compare_here(sh, dirty);
+    if (code != k_ucfg_ok) return report_action(sh, "changes", code, found);
+    change_set set = read_changes(found.lines);
+    if (sh.out.json())
+        sh.out.document(changes_json(set, dirty));
+    else if (set.empty())
+        sh.out.line("no changes");
+    else
+        print_changes(sh, found.lines);
     return k_exit_done;
 }
 

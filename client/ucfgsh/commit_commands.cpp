@@ -76,6 +76,12 @@ bool tells_of_failure(const std::string &note) {
     return note.find("fail") != std::string::npos || note.find("error") != std::string::npos;
 }
 
+void print_trial(shell &sh) {
+    auto left = trial_left(sh.link);
+    sh.out.line("on trial" + (left ? ", undone by itself in " + print_duration(*left) : "") +
+                ": \"confirm\" keeps it, \"cancel\" undoes it at once");
+}
+
 void print_outcome(shell &sh, const std::string &number, bool briefly) {
     std::vector<std::string> notes = split_lines(commit_part(sh.link, number, "notes"));
     if (briefly) {
@@ -88,10 +94,7 @@ void print_outcome(shell &sh, const std::string &number, bool briefly) {
         sh.out.line("  " + sh.out.paint(style::value, file));
     for (const std::string &note : notes)
         sh.out.line("  " + sh.out.paint(tells_of_failure(note) ? style::bad : style::value, note));
-    if (commit_part(sh.link, number, "state") != "trial") return;
-    auto left = trial_left(sh.link);
-    sh.out.line("on trial" + (left ? ", undone by itself in " + print_duration(*left) : "") +
-                ": \"confirm\" keeps it, \"cancel\" undoes it at once");
+    if (commit_part(sh.link, number, "state") == "trial") print_trial(sh);
 }
 
 void print_outcome_json(shell &sh, const std::string &number) {
@@ -136,6 +139,9 @@ int commit_changes(shell &sh, const commit_wish &wish, telling what) {
         print_outcome(sh, number, briefly);
     else if (!newest.empty() && !briefly)
         sh.out.line("nothing was to be written");
+    if (number.empty() && !briefly && !sh.out.json() && wish.trial_seconds > 0 &&
+        trial_left(sh.link))
+        print_trial(sh);
     return k_exit_done;
 }
 

@@ -103,16 +103,30 @@ std::vector<std::string> long_part(shell &sh, const std::string &number, const c
     return {std::string{"("} + part + ": " + readable(ucfg_text(sh.link.conn())) + ")"};
 }
 
+/* Who may list the commits may not always ask about them. */
+int ask_first(shell &sh, const std::string &number) {
+    char *text = nullptr;
+    int code = sh.link.call(after_loss::repeat, [&](ucfg_conn *conn) {
+        std::string node = std::string{k_history_node} + "." + number + ".time";
+        return ucfg_info(conn, node.c_str(), nullptr, 0, &text);
+    });
+    owned_str owner{text};
+    return code == k_ucfg_ok ? k_exit_done : report_failure(sh, "history", code);
+}
+
 int show_commit(shell &sh, const std::string &number) {
     std::vector<std::string> numbers = commit_numbers(sh.link);
     if (std::find(numbers.begin(), numbers.end(), number) == numbers.end()) {
         sh.out.complain(sh.prefix + "history: there is no commit " + number);
         return k_exit_failed;
     }
+    int status = ask_first(sh, number);
+    if (status != k_exit_done) return status;
     std::vector<std::string> changes = long_part(sh, number, "changes");
     std::vector<std::string> diff = long_part(sh, number, "diff");
     if (sh.out.json()) {
         owned_json object = commit_json(sh, number);
+        json_put(object, "changes", json_list(changes));
         json_put(object, "diff", json_list(diff));
         sh.out.document(std::move(object));
         return k_exit_done;
@@ -225,6 +239,8 @@ int run_history(shell &sh, const arguments &args) {
     if (!args.words.empty()) return show_commit(sh, args.text(0));
     std::vector<std::string> numbers = commit_numbers(sh.link);
     size_t count = args.has('a') ? numbers.size() : std::min(numbers.size(), k_shown_commits);
+    int status = count > 0 ? ask_first(sh, numbers[0]) : k_exit_done;
+    if (status != k_exit_done) return status;
     if (sh.out.json()) {
         owned_json all{json_array()};
         for (size_t i = 0; i < count; i++)

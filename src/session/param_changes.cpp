@@ -24,9 +24,10 @@ struct answer {
     unsigned long nodes = 0; /* of files that were found on the way to it */
 };
 
+/* On one line. */
 std::string shown(std::string value) {
-    for (size_t at = 0; (at = value.find('\n', at)) != std::string::npos; at += 2)
-        value.replace(at, 1, "\\n");
+    for (size_t at = 0; (at = value.find_first_of("\n\\", at)) != std::string::npos; at += 2)
+        value.replace(at, 1, value[at] == '\n' ? "\\n" : "\\\\");
     return value;
 }
 

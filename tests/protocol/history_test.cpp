@@ -168,7 +168,7 @@ TEST_F(History, ShowsBeforeACommitWhatItWouldChange) {
               std::string::npos);
     EXPECT_EQ(a.ask("2 SET network.hosts.1%2e2%2e3%2e4.name refused").substr(0, 5), "2 ERR");
     const std::string changes =
-        "- system.banner: Debian GNU/Linux 12 \\n \\l\\n\n+ system.banner: one\\ntwo\n"
+        "- system.banner: Debian GNU/Linux 12 \\\\n \\\\l\\n\n+ system.banner: one\\ntwo\n"
         "- network.hosts: 127%2e0%2e0%2e1 127%2e0%2e1%2e1 192%2e0%2e2%2e10 192%2e0%2e2%2e12 ::1 "
         "ff02::1 ff02::2\n"
         "+ network.hosts: 127%2e0%2e0%2e1 127%2e0%2e1%2e1 192%2e0%2e2%2e10 192%2e0%2e2%2e12 "

@@ -29,6 +29,7 @@ class toy_tree {
     unsigned conflicts = 0;  // commits to refuse
     fake_reply ending;       // answers the next request, of a session that is gone then
     bool gone = false;
+    bool no_actions = false;
     std::string last;
     std::map<std::string, fake_reply> nodes;  // of the management tree
     std::vector<std::string> commits;         // what stood in net.name at each
@@ -43,6 +44,7 @@ class toy_tree {
             return values = committed, gone = true, std::exchange(ending, {});
         if (r.word[0] == 'M' && r.word != "MOVE")
             return nodes.contains(path) ? nodes[path] : fake_reply{" ERR no such node"};
+        if (r.word == "ADMIN" && no_actions) return {" NO permission denied"};
         if (r.word == "INFO" || r.word == "ADMIN") return nodes[r.args];
         if (r.word == "REVERT") values = committed;
         if (r.word == "COMMIT") return commit();
@@ -215,6 +217,11 @@ TEST_F(ShellTest, ChangesComparesWithWhatWasThereBefore) {
               "+ net.name: third\n");
     std::tie(status, said) = script("commit\nset net.name x\nrevert\nchanges\n");
     EXPECT_EQ(said.find("net.name"), std::string::npos);
+
+    toy.nodes["commits.changes"] = {R"(.1 - motd: a\nb)", R"(.1 + motd: c\\n\\)", " OK"};
+    EXPECT_EQ(script("changes\n").second, "  motd: line 1\n-   a\n-   b\n+   c\\n\\\n");
+    toy.no_actions = true;
+    EXPECT_EQ(script("set net.name z\nchanges\n").second, "- net.name: third\n+ net.name: z\n");
 }
 
 TEST_F(ShellTest, OrdersAreGivenAgainAfterAConflictAndInANewSession) {
@@ -285,6 +292,10 @@ TEST_F(ShellTest, ACommitTellsWhatItDidAndWhatFailed) {
     EXPECT_EQ(toy.values["commits.comment"], "a+b");
     std::tie(status, said) = script("commit --trial soon\n");
     EXPECT_EQ(status, k_exit_usage);
+    std::tie(status, said) = script("commit --trial 6\n");
+    EXPECT_TRUE(said.starts_with("nothing was to be written\non trial, ")) << said;
+    toy.nodes["commits.history.8.time"] = {" NO permission denied"};
+    EXPECT_EQ(script("history\n").first, k_exit_failed);
 }
 
 TEST_F(ShellTest, AFailingLineIsNamedAndEndsTheScript) {
