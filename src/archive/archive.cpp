@@ -185,8 +185,10 @@ archive_lock::archive_lock(long milliseconds)
 int archive_remove(long number) {
     const std::string folder = archive_folder(number);
     unlink((folder + "/record").c_str());
-    for (const std::string &name : names_in(folder))
-        unlink((folder + "/" + name).c_str());
+    for (const std::string &name : names_in(folder)) {
+        std::string path = folder;
+        unlink(path.append("/").append(name).c_str());
+    }
     if (rmdir(folder.c_str()) == 0 || errno == ENOENT) return 0;
     return fail("removing", folder, errno);
 }

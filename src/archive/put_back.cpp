@@ -40,15 +40,16 @@ int keep_aside(const one_file &one, put_back_report &report) {
     if (one.file.before.kind == file_kind::regular &&
         write_state(aside, one.file.before, one.before) != 0)
         return fail(one.file.path);
-    daemon_log(LOG_WARNING,
-               "Warning: commit %ld: %s was changed by others meanwhile and stays; what it was "
-               "before is kept in %s.ucfgd-%ld",
-               one.record.number, one.file.path.c_str(), one.file.path.c_str(), one.record.number);
+    const bool kept = one.file.before.kind == file_kind::regular;
+    daemon_log(LOG_WARNING, "Warning: commit %ld: %s was changed by others meanwhile and stays%s%s",
+               one.record.number, one.file.path.c_str(),
+               kept ? "; what it was before is kept in " : "",
+               kept ? name_in_module(aside).c_str() : "");
     report.kept_aside.push_back(one.file.path);
     return 0;
 }
 
-int merge_back(const one_file &one, file_state now, const std::string &present,
+int merge_back(const one_file &one, const file_state &now, const std::string &present,
                put_back_report &report) {
     bool texts = now.kind == file_kind::regular && one.file.before.kind == file_kind::regular &&
                  one.file.after.kind == file_kind::regular;
