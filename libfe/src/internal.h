@@ -208,7 +208,8 @@ extern run_state g_run;
 // Reports once that the running evaluation is over, and makes whatever it still tries fail.
 void stop_run(const char *reason, int error);
 
-// The same for want of memory; errno is ENOMEM then. Without a running evaluation it sets errno only.
+// The same for want of memory; errno is ENOMEM then. Without a running evaluation it sets errno
+// only.
 void stop_out_of_memory();
 
 inline bool charge(size_t nodes) {

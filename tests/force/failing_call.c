@@ -1,4 +1,5 @@
-/* Preloaded into the daemon: lets one of its calls that change the file system fail, or be the last.
+/* Preloaded into the daemon: lets one of its calls that change the file system fail, or be the
+ * last.
  *
  * The file that FAILING_CALL names holds five 64-bit numbers, which whoever tests the daemon maps
  * too: how many such calls there were since it was set to 0, the number of the one that is hit (0
@@ -55,8 +56,8 @@ static int fails(void) {
 }
 
 #define REAL(name) ((__typeof__(&name))dlsym(RTLD_NEXT, #name))
-#define WRAP(name, parameters, arguments) \
-    int name parameters {                 \
+#define WRAP(name, parameters, arguments)           \
+    int name parameters {                           \
         return fails() ? -1 : REAL(name) arguments; \
     }
 

@@ -20,7 +20,8 @@ extern "C" {
 /*
  * Parses one expression against a function list. Returns a new tree, or null: errno is EINVAL, or
  * EBADMSG for a regular expression in the text that is none, and fe_error_text says "column N: "
- * (counted in characters, from 1) and what was expected and found there; or errno is ENOMEM. The empty text is no expression. Nesting is limited to 200 levels.
+ * (counted in characters, from 1) and what was expected and found there; or errno is ENOMEM. The
+ * empty text is no expression. Nesting is limited to 200 levels.
  */
 fe_node *parse_fe_expression(const char *text, fe_def *list);
 

@@ -22,10 +22,10 @@ void fe_set_pattern_memory(size_t bytes, void (*met)(const char *pattern));
 
 /*
  * Whether the whole text matches a shell pattern: "*", "?", "[...]" with ranges, classes and "!" or
- * "^" in front, and "\" before a character that stands for itself. With whole_path "/" is matched by
- * nothing but "/". Returns 1 or 0, or -1: errno is EINVAL for a pattern of more than 1,000
- * characters or one that needs too much memory, or ENOMEM; an evaluation that is under way knows the
- * reason (failure.h).
+ * "^" in front, and "\" before a character that stands for itself. With whole_path "/" is matched
+ * by nothing but "/". Returns 1 or 0, or -1: errno is EINVAL for a pattern of more than 1,000
+ * characters or one that needs too much memory, or ENOMEM; an evaluation that is under way knows
+ * the reason (failure.h).
  */
 int fe_match_wildcards(const char *pattern, const char *text, int whole_path);
 

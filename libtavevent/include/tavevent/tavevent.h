@@ -10,8 +10,8 @@
  *  1. The format has one letter a value: "s" a text (const char *, null counts as the empty text),
  * "i" an integer (int). A null format is the empty one.
  *  2. A line is appended with a single write, so that the lines of several programs do not mix.
- *  3. Where the file cannot be opened, or is a FIFO that takes no more, the line goes to syslog, and
- *     that counts as success. A line for which the disk has no room is not left there in part.
+ *  3. Where the file cannot be opened, or is a FIFO that takes no more, the line goes to syslog,
+ * and that counts as success. A line for which the disk has no room is not left there in part.
  *  4. Bytes of a text that form no character of UTF-8 are replaced, so that a line is always JSON.
  *  5. Results are 0, or -1 with errno: EINVAL for a format with another letter, or one that does
  * not fit the texts given.
