@@ -1,10 +1,13 @@
 #include "session/commit_preview.h"
 
+#include <libdaemon/dlog.h>
+
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "archive/merge.h"
@@ -81,6 +84,15 @@ int append_difference(const planned_change &change, std::string &all) {
     return 0;
 }
 
+/* As plan_commit. What is only looked at is not for the log. */
+int plan_quietly(llconf_item *list, commit_plan &plan) {
+    struct silence {
+        decltype(daemon_log_use) before = std::exchange(daemon_log_use, {});
+        ~silence() { daemon_log_use = before; }
+    } quiet;
+    return plan_commit(list, plan);
+}
+
 /* The child of the action is not needed afterwards: its trees may become those of the commit. */
 fe_node *fe_func_commitdiff(fe_context *ctx, fe_node * /*call*/) {
     if (!command_may_wait()) return fail_outside_action();
@@ -94,7 +106,7 @@ fe_node *fe_func_commitdiff(fe_context *ctx, fe_node * /*call*/) {
     trns_ctx_item *backend = trns_find_ctx_byid(g_trns_ctx, k_ll_trns_id);
     commit_plan plan;
     if (!backend) return truth_node(true);
-    errno = plan_commit(static_cast<llconf_item *>(backend->data), plan);
+    errno = plan_quietly(static_cast<llconf_item *>(backend->data), plan);
     if (errno != 0) return refuse_aloud();
     std::string all;
     for (const planned_change &change : plan.changes)
