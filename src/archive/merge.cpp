@@ -137,7 +137,7 @@ text_merge merge_texts(const std::string &base, const std::string &mine, const s
     if (mine == base) return {merge_result::merged, yours, ""};
     if (yours == base || yours == mine) return {merge_result::merged, mine, ""};
     const std::string *texts[] = {&mine, &base, &yours};
-    const char *merge[] = {"diff3", "-m", k_text_names[0], k_text_names[1], k_text_names[2]};
+    const char *merge[] = {"diff3", "-a", "-m", k_text_names[0], k_text_names[1], k_text_names[2]};
     text_merge merged;
     int status = compare(merge, texts, merged.text);
     if (status == 0) {
@@ -149,7 +149,7 @@ text_merge merge_texts(const std::string &base, const std::string &mine, const s
         if (status > 1) errno = EIO;
         return merged;
     }
-    const char *list[] = {"diff3", k_text_names[0], k_text_names[1], k_text_names[2]};
+    const char *list[] = {"diff3", "-a", k_text_names[0], k_text_names[1], k_text_names[2]};
     std::string differences;
     if (compare(list, texts, differences) < 0) return merged;
     merged.result = merge_result::conflict;

@@ -10,6 +10,8 @@ TEST(Merge, KeepsTheChangesOfBothSidesAndNamesTheLinesThatBothChanged) {
     EXPECT_EQ(merged.result, merge_result::merged);
     EXPECT_EQ(merged.text, "a\nB\nc\nd\ne\nf\n");
     EXPECT_EQ(merge_texts(base, base, "").text, "");
+    const std::string zero(1, 0);
+    EXPECT_EQ(merge_texts(base, zero + base, base + "f\n").text, zero + base + "f\n");
     EXPECT_EQ(merge_texts(base, "x\n", "x\n").text, "x\n");
     merged = merge_texts(base, "a\nB\nBB\nc\nd\nmine\n", "a\nbb\nc\nd\nyours\n");
     EXPECT_EQ(merged.result, merge_result::conflict);
