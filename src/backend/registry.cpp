@@ -49,6 +49,7 @@ struct module_entry {
     owned_nodes pre_commit = {};
     owned_nodes post_commit = {};
     owned_nodes check = {};
+    bool lacks_memory = false;
 };
 
 bool is_skipped(const cnfnode *node) {
@@ -132,6 +133,17 @@ void add_hook(owned_nodes &hooks, const module_entry &entry, const char *value) 
     if (hook) hooks.reset(append_fe_node_list(hooks.release(), hook));
 }
 
+/* Nothing passes a check that cannot be read. */
+void read_check(module_entry &entry, const char *value) {
+    fe_node *check = parse_fe_expression(value, entry.functions);
+    if (!check) {
+        log_expression_failure(entry.name);
+        check = parse_fe_expression("0", entry.functions);
+    }
+    entry.lacks_memory |= !check;
+    entry.check.reset(append_fe_node_list(entry.check.release(), check));
+}
+
 using text_slot = const char *module_entry::*;
 using hook_slot = owned_nodes module_entry::*;
 using field_reader = void (*)(module_entry &, const char *);
@@ -160,7 +172,7 @@ constexpr std::array<field, 16> k_fields = {{
     {"post-read:", nullptr, &module_entry::post_read, nullptr},
     {"pre-commit:", nullptr, &module_entry::pre_commit, nullptr},
     {"post-commit:", nullptr, &module_entry::post_commit, nullptr},
-    {"check:", nullptr, &module_entry::check, nullptr},
+    {"check:", nullptr, nullptr, read_check},
 }};
 
 void read_field(module_entry &entry, const char *name, const char *value) {
@@ -250,7 +262,8 @@ llconf_item *register_llconf_cn(const cnfnode *entry, fe_def *functions) {
         const char *value = cnfnode_getval(node);
         if (!is_skipped(node)) read_field(fields, cnfnode_getname(node), value ? value : "");
     }
-    llconf_item *lli = make_item(fields);
+    if (fields.lacks_memory) errno = ENOMEM;
+    llconf_item *lli = fields.lacks_memory ? nullptr : make_item(fields);
     if (!lli) return nullptr;
     if (register_llconf_module(lli) != 0) {
         destroy_llconf_item(lli);

@@ -17,6 +17,19 @@
 #include "tree/trns.h"
 #include "ucfgd/owners.h"
 
+namespace {
+
+/* Each line of a check has its say. */
+bool passes(const fe_node *check, fe_context *ctx) {
+    for (const fe_node *line = check; line; line = line->next) {
+        const owned<fe_node, destroy_fe_node_list> result{eval_fe_expression(ctx, line)};
+        if (!result || !fe_istrue(fe_last_text(result.get()))) return false;
+    }
+    return true;
+}
+
+}  // namespace
+
 file_attributes attributes_of(const llconf_file *file) {
     return file ? file_attributes{file->mode, file->uid, file->gid} : file_attributes{};
 }
@@ -53,9 +66,7 @@ int check_candidates(const item_record *item, const file_batch &batch, size_t fi
         const std::string file = batch.candidate(i);
         owned<fe_context, destroy_fe_context> ctx{create_fe_context(g_trns_fe_context, g_trns_ctx)};
         if (file.empty() || !ctx || fe_set(ctx.get(), "file", file.c_str()) != 0) return EIO;
-        const owned<fe_node, destroy_fe_node_list> result{
-            eval_fe_expr_list(ctx.get(), item->check)};
-        if (result && fe_istrue(fe_last_text(result.get())) != 0) continue;
+        if (passes(item->check, ctx.get())) continue;
         const std::string text = std::string{item->name} + ": refused by its check";
         daemon_log(LOG_ERR, "%s", text.c_str());
         if (!ccd_get_error()) ccd_set_error(text.c_str(), "error.commit.check");

@@ -92,6 +92,11 @@ TEST_F(file_io, AFileThatItsCheckRefusesIsNeverThere) {
     EXPECT_EQ(get("f") + ccd_get_error()->id, "old\nerror.commit.check");
     EXPECT_EQ(write_line(lli, "good"), 0);
     EXPECT_EQ(get("f"), "good\n");
+    lli = lines("g", " file: f\n check: system('false')\n check: system('true')\n");
+    EXPECT_NE(write_line(lli, "first says no"), 0);
+    lli = lines("h", " file: f\n check: nosuch($file)\n");
+    EXPECT_NE(write_line(lli, "unreadable"), 0);
+    EXPECT_EQ(get("f"), "good\n");
 }
 
 TEST_F(file_io, EditsThatNoFileCanHoldAreKnownBefore) {
