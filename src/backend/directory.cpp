@@ -127,6 +127,7 @@ directory_write::directory_write(const llconf_item *lli, const directory_record 
 int directory_write::refuse(const char *name, int reason) const {
     daemon_log(LOG_ERR, "writing to %s/%s failed: %s", lli_->file->filename, name,
                std::strerror(reason));
+    refuse_file(path_of(name), reason);
     return reason;
 }
 

@@ -165,7 +165,8 @@ int changed_folders::sync() {
     int failed = 0;
     for (const folder &known : folders_) {
         int reason = sync_folder(known.fd.get());
-        if (reason != 0) failed = fail("syncing the folder of", known.path, reason);
+        if (reason == 0) continue;
+        failed = refuse_file(known.path, fail("syncing the folder of", known.path, reason));
     }
     folders_.clear();
     return failed;
@@ -301,7 +302,10 @@ int file_batch::rename_all() {
     int reason = 0;
     while (reason == 0 && renamed_ < written_.size()) {
         reason = rename_one(written_[renamed_].path, written_[renamed_].expected, folders);
-        if (reason == 0) renamed_++;
+        if (reason != 0)
+            refuse_file(written_[renamed_].path, reason);
+        else
+            renamed_++;
     }
     int synced = folders.sync();
     return reason != 0 ? reason : synced;
@@ -312,7 +316,7 @@ int file_batch::remove_all() {
     int failed = 0;
     for (const member &one : removed_) {
         int reason = remove_one(one.path, one.expected, folders);
-        if (reason != 0) failed = reason;
+        if (reason != 0) failed = refuse_file(one.path, reason);
     }
     int synced = folders.sync();
     return failed != 0 ? failed : synced;

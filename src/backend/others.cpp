@@ -111,6 +111,15 @@ int take_in_others(item_record *item) {
     return item->pattern ? merge_members(item, item->record) : take_in_file(item);
 }
 
+int refuse_file(const std::string &path, int reason) {
+    if (ccd_get_error()) return reason;
+    const std::string name = name_in_module(path);
+    const std::string text = name + ": " + std::strerror(reason);
+    ccd_set_error(text.c_str(), "error.commit.write");
+    ccd_add_error_arg(name.c_str());
+    return reason;
+}
+
 int refuse_for_others(const std::string &path, const std::string &where) {
     const std::string name = name_in_module(path);
     const std::string text = name + ": others have changed it meanwhile: " + where;

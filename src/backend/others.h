@@ -36,6 +36,9 @@ int look_for_others(const cnfmodule *module, const std::string &path, const seen
  * seen. May throw std::bad_alloc. */
 int take_in_others(item_record *item);
 
+/* The reason, noted with the file in the error record unless there is an earlier one. */
+int refuse_file(const std::string &path, int reason);
+
 /* ESTALE: others have changed the file, where says which lines or when. */
 int refuse_for_others(const std::string &path, const std::string &where);
 

@@ -172,11 +172,6 @@ int whole_commit::keep() {
 
 int whole_commit::replace() {
     int reason = batch_.install();
-    if (reason != 0 && !ccd_get_error()) {
-        ccd_set_error(
-            (std::string{"the files cannot be replaced: "} + std::strerror(reason)).c_str(),
-            "error.commit.write");
-    }
     for (const piece &one : pieces_) {
         if (reason != 0) return reason;
         if (writes_command(one.item) && llconf_write_pipe_out(one.item) != 0)
