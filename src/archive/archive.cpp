@@ -99,15 +99,23 @@ std::vector<std::string> names_in(const std::string &folder) {
     return names;
 }
 
-int64_t folder_size(const std::string &folder) {
-    int64_t size = 0;
+std::string path_in(std::string folder, const std::string &name) {
+    return folder.append("/").append(name);
+}
+
+/* Contents that commits share go with the last of them. */
+struct folder_size {
+    int64_t share = 0; /* what it takes, of shared contents its part */
+    int64_t alone = 0; /* what is free when it has gone */
+};
+
+folder_size size_of(const std::string &folder) {
+    folder_size size;
     for (const std::string &name : names_in(folder)) {
         struct stat st {};
-        /* A link to the contents of another commit costs nothing. */
-        std::string path = folder;
-        path.append("/").append(name);
-        if (lstat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode) && st.st_nlink == 1)
-            size += static_cast<int64_t>(st.st_size);
+        if (lstat(path_in(folder, name).c_str(), &st) != 0 || !S_ISREG(st.st_mode)) continue;
+        size.share += static_cast<int64_t>(st.st_size) / static_cast<int64_t>(st.st_nlink);
+        if (st.st_nlink == 1) size.alone += static_cast<int64_t>(st.st_size);
     }
     return size;
 }
@@ -119,19 +127,21 @@ bool may_go(long number) {
     return record.state != commit_state::open && record.state != commit_state::trial;
 }
 
-}  // namespace
-
-int archive_configure(const std::string &directory, long kept, int64_t size) {
-    g_archive = {};
-    if (make_directory(directory) != 0) return -1;
+int check_directory(const std::string &directory) {
     struct stat st {};
     if (lstat(directory.c_str(), &st) != 0) return fail("looking at", directory, errno);
     if (!S_ISDIR(st.st_mode)) return refuse(directory, "it is no directory");
     if (st.st_uid != geteuid()) return refuse(directory, "it belongs to somebody else");
     if ((st.st_mode & 077) != 0 && chmod(directory.c_str(), 0700) != 0)
         return fail("closing", directory, errno);
-    g_archive = {directory, std::max(kept, 1L), size};
     return 0;
+}
+
+}  // namespace
+
+int archive_configure(const std::string &directory, long kept, int64_t size) {
+    g_archive = {directory, std::max(kept, 1L), size};
+    return make_directory(directory) == 0 ? check_directory(directory) : -1;
 }
 
 void archive_forget(void) {
@@ -171,9 +181,10 @@ int archive_new_folder(long &number) {
     return fail("syncing", g_archive.directory, errno);
 }
 
-archive_lock::archive_lock(long milliseconds)
-    : fd_(open((g_archive.directory + "/lock").c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC,
-               0600)) {
+archive_lock::archive_lock(long milliseconds) {
+    if (check_directory(g_archive.directory) != 0) return;
+    fd_.reset(open((g_archive.directory + "/lock").c_str(),
+                   O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
     for (long left = milliseconds; fd_; left -= k_lock_step_ms) {
         held_ = flock(fd_.get(), LOCK_EX | LOCK_NB) == 0;
         if (held_ || errno != EWOULDBLOCK || left <= 0) return;
@@ -185,10 +196,8 @@ archive_lock::archive_lock(long milliseconds)
 int archive_remove(long number) {
     const std::string folder = archive_folder(number);
     unlink((folder + "/record").c_str());
-    for (const std::string &name : names_in(folder)) {
-        std::string path = folder;
-        unlink(path.append("/").append(name).c_str());
-    }
+    for (const std::string &name : names_in(folder))
+        unlink(path_in(folder, name).c_str());
     if (rmdir(folder.c_str()) == 0 || errno == ENOENT) return 0;
     return fail("removing", folder, errno);
 }
@@ -198,13 +207,13 @@ int archive_trim(void) {
     if (numbers.empty()) return 0;
     int64_t size = 0;
     for (long number : numbers)
-        size += folder_size(archive_folder(number));
+        size += size_of(archive_folder(number)).share;
     size_t left = numbers.size();
     numbers.pop_back();
     for (long number : numbers) {
         if (left <= static_cast<size_t>(g_archive.kept) && size <= g_archive.size) break;
         if (!may_go(number)) continue;
-        int64_t freed = folder_size(archive_folder(number));
+        const int64_t freed = size_of(archive_folder(number)).alone;
         if (archive_remove(number) != 0) return -1;
         size -= freed;
         left--;

@@ -23,7 +23,8 @@
 
 /* Sets the directory (prefix and all), how many commits are kept, and how many bytes they may take.
  * Makes the directory when it is missing. 0; -1 after one line in the log when it cannot be used:
- * it must be a directory of the daemon's own user that nobody else may enter. */
+ * it must be a directory of the daemon's own user that nobody else may enter. The archive is on all
+ * the same, and whoever needs it fails until the directory can be used. */
 int archive_configure(const std::string &directory, long kept, int64_t size);
 
 /* No archive from here on. */
@@ -51,7 +52,7 @@ int archive_remove(long number);
 class archive_lock {
   public:
     /* Waits so many milliseconds at most. When another process holds it all the time, held() is
-     * false and errno EAGAIN. */
+     * false and errno EAGAIN; when the directory cannot be used, that of the reason. */
     explicit archive_lock(long milliseconds);
     bool held() const { return held_; }
 

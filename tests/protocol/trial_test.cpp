@@ -72,6 +72,28 @@ TEST_F(Archived, AKilledCommitIsPutBackBesideTheLoopAndBeforeAnyOtherBegins) {
     EXPECT_EQ(a.ask("3 GET name\n4 GET line"), "3.1 alpha\n3 OK\n4.1 one\n4 OK\n");
 }
 
+TEST_F(Archived, ARefusedCheckOrAnUnusableArchiveLeavesEverythingAsItWas) {
+    std::string modules = file("/etc/ucfgd/modules.conf");
+    put("/etc/ucfgd/modules.conf",
+        modules.replace(modules.find("module: keyvalue"), 16,
+                        "module: keyvalue\n check: system('! grep beta ' .. $file) || "
+                        "seterror('no beta', 'error.box', 'b')"));
+    start();
+    client a = logged_in();
+    EXPECT_EQ(a.ask("1.1 SET name beta\n1.2 SET line two\n1 SUBMIT"), "1.1 OK\n1.2 OK\n1 OK\n");
+    EXPECT_EQ(a.ask("2 COMMIT"), "2.error error.box\n2.error.arg b\n2 ERR no beta\n");
+    EXPECT_EQ(file("/etc/box.conf") + file("/pipe"), std::string{k_box} + "one\n");
+    EXPECT_FALSE(fs::exists(path("/commits/1")) || fs::exists(path("/etc/box.conf.ucfgd-tmp")));
+    stop();
+    fs::remove_all(path("/commits"));
+    put("/commits", "");
+    start();
+    a = logged_in();
+    EXPECT_EQ(a.ask("1 SET level 7"), "1 OK\n");
+    EXPECT_EQ(a.ask("2 COMMIT").find("2.error error.commit.archive\n2 ERR "), 0u);
+    EXPECT_EQ(file("/etc/box.conf"), k_box);
+}
+
 TEST_F(Archived, AStartBehindACrashPutsFilesBackAndThenCommands) {
     hang_once();
     start();

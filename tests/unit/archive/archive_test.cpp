@@ -156,9 +156,20 @@ TEST_F(Archive, OldCommitsGoButNeverAnOpenOneATrialOrTheNewest) {
     EXPECT_EQ(archive_trim(), 0);
     EXPECT_EQ(archive_numbers(), (std::vector<long>{1, 2, 6}));
     EXPECT_EQ(fs::hard_link_count(root + "/archive/6/1.before"), 1u);
-    ASSERT_EQ(archive_configure(root + "/archive", 100, 0), 0);
+    for (char c : {'a', 'b', 'c'}) { /* of 3000 bytes each, which the next one shares */
+        commit_journal journal{author()};
+        const std::string text(3000, c);
+        EXPECT_EQ(journal.add("m", "/replaced", regular(), text), 0);
+        EXPECT_EQ(journal.seal() + journal.finish(), 0);
+        put("/replaced", text);
+    }
+    EXPECT_EQ(fs::hard_link_count(root + "/archive/9/1.before"), 2u);
+    ASSERT_EQ(archive_configure(root + "/archive", 100, 8000), 0);
     EXPECT_EQ(archive_trim(), 0);
-    EXPECT_EQ(archive_numbers(), (std::vector<long>{1, 2, 6}));
+    EXPECT_EQ(archive_numbers(), (std::vector<long>{1, 2, 9}));
+    EXPECT_EQ(archive_configure(root + "/removed", 100, 0), -1);
+    EXPECT_TRUE(archive_is_on());
+    EXPECT_FALSE(archive_lock{0}.held());
 }
 
 int64_t g_now = 5000;
