@@ -84,6 +84,7 @@ style state_style(const std::string &state) {
 void print_row(shell &sh, const std::string &number) {
     auto part = [&](const char *name) { return commit_part(sh.link, number, name); };
     std::string state = part("state");
+    if (state.empty()) state = "no record";
     std::string line = sh.out.paint(style::name, number) + "  " + part("time") + "  " +
                        sh.out.paint(style::value, part("user")) + "  " +
                        sh.out.paint(state_style(state), state);
@@ -103,7 +104,7 @@ std::vector<std::string> long_part(shell &sh, const std::string &number, const c
     return {std::string{"("} + part + ": " + readable(ucfg_text(sh.link.conn())) + ")"};
 }
 
-/* Who may list the commits may not always ask about them. */
+/* Who may list the commits may not always ask about them; one may be damaged. */
 int ask_first(shell &sh, const std::string &number) {
     char *text = nullptr;
     int code = sh.link.call(after_loss::repeat, [&](ucfg_conn *conn) {
@@ -111,7 +112,8 @@ int ask_first(shell &sh, const std::string &number) {
         return ucfg_info(conn, node.c_str(), nullptr, 0, &text);
     });
     owned_str owner{text};
-    return code == k_ucfg_ok ? k_exit_done : report_failure(sh, "history", code);
+    if (code == k_ucfg_ok || code == k_ucfg_failed) return k_exit_done;
+    return report_failure(sh, "history", code);
 }
 
 int show_commit(shell &sh, const std::string &number) {

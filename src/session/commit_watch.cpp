@@ -2,7 +2,8 @@
  *
  * What a watcher says it finds in the archive, by number, so there is no gap and no double; the
  * kernel only wakes it, when a folder appears and when a record is replaced there. It waits for the
- * oldest commit that it has not shown: those behind it cannot have begun before that one ended. */
+ * newest commit only: those before it have ended, since no commit begins before. What has no record
+ * then is being removed. */
 
 #include "session/commit_watch.h"
 
@@ -70,9 +71,10 @@ bool commit_watch::show_one(long number) {
 }
 
 void commit_watch::show() {
-    for (long number : archive_numbers()) {
+    const std::vector<long> numbers = archive_numbers();
+    for (long number : numbers) {
         if (number < next_) continue;
-        if (!show_one(number)) return;
+        if (!show_one(number) && number == numbers.back()) return;
         inotify_rm_watch(events_.get(), folder_);
         next_ = number + 1;
     }

@@ -1,4 +1,5 @@
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
@@ -241,6 +242,11 @@ TEST_F(Archived, AWatcherSeesEachCommitOnceUntilItsConnectionGoes) {
     EXPECT_NE(child(), 0);
     late.close();
     EXPECT_TRUE(eventually([this] { return child() == 0; }));
+    ASSERT_EQ(unlink(path("/commits/2/record").c_str()), 0);
+    client again = logged_in();
+    again.send("3 ADMIN watch 2\n");
+    EXPECT_EQ(again.line(), "3.1 3 root done /etc/box.conf\n");
+    again.close();
     EXPECT_EQ(b.ask("2 ADMIN watch none"),
               "2.2 'none' is no number of a commit\n2.1 \n2.2 \n2 ERR\n");
 }
