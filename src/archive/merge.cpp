@@ -137,7 +137,9 @@ text_merge merge_texts(const std::string &base, const std::string &mine, const s
     if (mine == base) return {merge_result::merged, yours, ""};
     if (yours == base || yours == mine) return {merge_result::merged, mine, ""};
     const std::string *texts[] = {&mine, &base, &yours};
-    const char *merge[] = {"diff3", "-a", "-m", k_text_names[0], k_text_names[1], k_text_names[2]};
+    /* Without -E the same change on both sides would be a conflict. */
+    const char *merge[] = {"diff3",         "-a",           "-E", "-m", k_text_names[0],
+                           k_text_names[1], k_text_names[2]};
     text_merge merged;
     int status = compare(merge, texts, merged.text);
     if (status == 0) {

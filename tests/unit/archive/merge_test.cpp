@@ -13,6 +13,8 @@ TEST(Merge, KeepsTheChangesOfBothSidesAndNamesTheLinesThatBothChanged) {
     const std::string zero(1, 0);
     EXPECT_EQ(merge_texts(base, zero + base, base + "f\n").text, zero + base + "f\n");
     EXPECT_EQ(merge_texts(base, "x\n", "x\n").text, "x\n");
+    merged = merge_texts(base, "A\nb\nc\nd\nE\n", "A\nb\nC\nd\ne\n");
+    EXPECT_EQ(merged.text, "A\nb\nC\nd\nE\n");
     merged = merge_texts(base, "a\nB\nBB\nc\nd\nmine\n", "a\nbb\nc\nd\nyours\n");
     EXPECT_EQ(merged.result, merge_result::conflict);
     EXPECT_EQ(merged.conflicts, "lines 2-3, line 6");
