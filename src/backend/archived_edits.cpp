@@ -55,9 +55,10 @@ bool find_target(trns_ctx *ctx, const archived_file &file, target &at) {
     at.item = find_llconf_item(lli_list_from_trns_ctx(ctx), file.module.c_str());
     at.primary = llconf_primary_item(at.item);
     if (!at.item || !at.primary->module || at.item->delete_me) return false;
-    if (file.path.empty() != !at.primary->file) return false;
-    if (file.path.empty()) return true;
-    const std::string name = at.primary->file->filename;
+    const llconf_file *own = at.primary->file;
+    if (file.path.empty()) return !own;
+    if (!own) return false;
+    const std::string name = own->filename;
     if (!at.primary->pattern) return file.path == name;
     if (!file.path.starts_with(name)) return false;
     at.member = file.path.substr(name.size());

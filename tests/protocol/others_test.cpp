@@ -23,6 +23,11 @@ constexpr intrusion k_programs[] = {
 };
 enum class moment { unread, logged_in, edited, committing, last };
 constexpr const char *k_modules = R"(
+names {
+    module: hosts
+    file: /etc/hosts
+    flags: always-revert
+}
 sshd {
     module: keyvalue
     file: /etc/sshd_config
@@ -38,8 +43,9 @@ parts {
 }
 )";
 constexpr const char *k_parameters = R"(
+access: in($perm, 'r', 'w')
 host {
-    set: llset('hosts', '192.0.2.11/name', $_)
+    set: llset('names', '192.0.2.11/name', $_)
 }
 port {
     set: llset('sshd', 'Port', $_)
@@ -80,8 +86,8 @@ TEST_P(Others, LoseNoLine) {
     put("/etc/sshd_config", config);
     put("/etc/parts/a.conf", config);
     put("/slow", "");
-    append("/etc/ucfgd/modules.conf", with(k_modules, "%R", path("")));
-    append("/etc/ucfgd/param.conf", k_parameters);
+    put("/etc/ucfgd/modules.conf", with(k_modules, "%R", path("")));
+    put("/etc/ucfgd/param.conf", k_parameters);
     start();
     int number = 0;
     int committed = 0;
