@@ -43,11 +43,12 @@ int run_once(shell &sh) {
         row->name == "help" && (line.size() == 1 || find_command(line[1].text) != nullptr);
     if (about_commands || (row->name == "quit" && !sh.opts.session_id))
         return run_command(sh, line);
-    int wanted = sh.opts.keep ? 0 : row->perms;
+    bool commits = row->changes && !sh.opts.check && (sh.opts.commit || !sh.opts.keep);
+    /* What a commit's services have answered is for who may execute. */
+    int wanted = sh.opts.keep ? 0 : row->perms | (commits ? k_ucfg_perm_exec : 0);
     int status = open_session(sh, sh.opts.perms != 0 ? sh.opts.perms : wanted);
     if (status != k_exit_done) return status;
     status = run_command(sh, line);
-    bool commits = row->changes && !sh.opts.check && (sh.opts.commit || !sh.opts.keep);
     return commits ? commit_once(sh, status) : status;
 }
 

@@ -89,4 +89,12 @@ TEST_F(document_test, TheFirstSessionOfTheReadmeGoesAsShown) {
     run_console(one_shot);
 }
 
+TEST_F(document_test, OneCommandTellsWhatAServiceHasRefused) {
+    std::string modules = file("/etc/ucfgd/modules.conf");
+    modules.insert(modules.find("mode: 0644"), "post-commit: commitnote('ssh', 'failed', 'no')\n");
+    put("/etc/ucfgd/modules.conf", modules);
+    start();
+    EXPECT_EQ(shell("ucfgsh set ssh.port 2222 2>&1"), "ucfgsh: committed, but ssh: failed: no\n");
+}
+
 }  // namespace
