@@ -2,11 +2,14 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <libdaemon/dlog.h>
 #include <openssl/evp.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <climits>
 #include <cstring>
+#include <new>
 #include <string_view>
 
 #include "daemon/dirs.h"
@@ -17,8 +20,11 @@ namespace {
 
 constexpr off_t k_largest_file = 256L * 1024 * 1024;
 constexpr size_t k_piece = 65536;
-constexpr char k_temporary_suffix[] = ".ucfgd-tmp";
 constexpr mode_t k_permissions = 07777;
+
+std::string temporary_of(const std::string &name) {
+    return name + std::string{k_temporary_suffix};
+}
 
 int read_all(int fd, std::string &text) {
     text.clear();
@@ -99,7 +105,7 @@ int remove_name(const place &at, const std::string &name) {
 }
 
 int replace_name(const place &at, const file_state &state, const std::string &text) {
-    const std::string temporary = at.name() + k_temporary_suffix;
+    const std::string temporary = temporary_of(at.name());
     if (remove_name(at, temporary) != 0) return -1;
     int made = state.kind == file_kind::link ? make_link(at, temporary, state, text)
                                              : make_file(at, temporary, state, text);
@@ -180,6 +186,22 @@ int write_state(const std::string &path, const file_state &state, const std::str
     if (!folder) return -1;
     errno = sync_folder(folder.get());
     return errno == 0 ? 0 : -1;
+}
+
+void remove_temporary(const char *path) {
+    place at;
+    struct stat st {};
+    if (at.find(path, link_at_end::is_followed) != 0) return;
+    try {
+        std::string temporary = temporary_of(at.name());
+        if (fstatat(at.folder(), temporary.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return;
+        if (!S_ISREG(st.st_mode) && !S_ISLNK(st.st_mode)) return;
+        if (unlinkat(at.folder(), temporary.c_str(), 0) != 0) return;
+        daemon_log(LOG_NOTICE, "removed %s, which a commit that was cut off had left",
+                   temporary_of(path).c_str());
+    } catch (const std::bad_alloc &) {
+        return; /* the next start comes */
+    }
 }
 
 int read_whole(const std::string &path, std::string &text) {

@@ -9,6 +9,7 @@
 #include <sys/types.h>
 
 #include <string>
+#include <string_view>
 
 /* What stands under one name of the file system: the part that a commit changes and that putting
  * back must bring back. Names are whole paths, prefix and all, and stand for the file that
@@ -27,6 +28,9 @@ struct file_state {
     gid_t gid = 0;
     std::string digest; /* of contents or link target: SHA-256, hexadecimal; empty when absent */
 };
+
+/* Behind the name of a file stands the one of its new contents, until they take its place. */
+inline constexpr std::string_view k_temporary_suffix = ".ucfgd-tmp";
 
 /* The name of the file that a module means by path: the module files prefix stands before it. */
 std::string whole_path(const std::string &path);
@@ -52,6 +56,10 @@ int read_state_at(int folder, const std::string &name, file_state &state, std::s
  * name beside it is path with ".ucfgd-tmp". An absent state removes path; a path that is absent
  * already is no error. */
 int write_state(const std::string &path, const file_state &state, const std::string &text);
+
+/* Removes the temporary file that a commit which was cut off left beside the file at path, and logs
+ * it. What is neither file nor link stays, and so does everything that cannot be removed now. */
+void remove_temporary(const char *path);
 
 /* The whole of a file that is no link. */
 int read_whole(const std::string &path, std::string &text);

@@ -3,7 +3,6 @@
 #include <errno.h>
 #include <libdaemon/dlog.h>
 #include <syslog.h>
-#include <unistd.h>
 
 #include <cstring>
 #include <filesystem>
@@ -82,7 +81,7 @@ int put_back_one(one_file &one, const std::string &folder, size_t index, put_bac
 /* A candidate that a crash has left beside its file. */
 void remove_temporaries(const commit_record &record) {
     for (const archived_file &file : record.files)
-        if (!file.path.empty()) unlink((whole_path(file.path) + ".ucfgd-tmp").c_str());
+        if (!file.path.empty()) remove_temporary(whole_path(file.path).c_str());
 }
 
 bool has_record(const std::string &folder) {

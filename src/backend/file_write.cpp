@@ -87,12 +87,6 @@ written write_item(item_record *item) {
 /* How often a commit goes through the items because hooks have edited some that it had passed. */
 constexpr int k_most_rounds = 8;
 
-bool any_dirty(const llconf_item *list) {
-    while (list && !list->is_dirty)
-        list = list->next;
-    return list != nullptr;
-}
-
 /* Writes the dirty ones among the items. Those whose source wants the same again are noted. */
 void write_round(llconf_item *list, std::vector<llconf_item *> &stay_dirty, int &reason) {
     for (llconf_item *lli = list; lli; lli = lli->next) {

@@ -372,19 +372,3 @@ int remove_file(const char *path) {
         return fail("removing", path, ENOMEM);
     }
 }
-
-void remove_temporary(const char *path) {
-    place at;
-    struct stat st {};
-    if (at.find(path, link_at_end::is_followed) != 0) return;
-    try {
-        std::string temporary = temporary_of(at.name());
-        if (fstatat(at.folder(), temporary.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return;
-        if (!S_ISREG(st.st_mode) && !S_ISLNK(st.st_mode)) return;
-        if (unlinkat(at.folder(), temporary.c_str(), 0) != 0) return;
-        daemon_log(LOG_NOTICE, "removed %s, which a commit that was cut off had left",
-                   temporary_of(path).c_str());
-    } catch (const std::bad_alloc &) {
-        return; /* the next start comes */
-    }
-}

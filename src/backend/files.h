@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "archive/file_state.h"
 #include "backend/seen_file.h"
 
 class commit_journal;
@@ -24,8 +25,6 @@ struct cnfnode;
 /* The tree of the file at path, which belongs to the caller; null with errno after lines in the
  * log. look tells which file that was, also after a failure; zero when none was opened. */
 cnfnode *read_file(const cnfmodule *module, const char *path, file_look &look);
-
-inline constexpr std::string_view k_temporary_suffix = ".ucfgd-tmp";
 
 /* Whether name is that of a temporary file of ours: one that a crash left behind is no
  * configuration. */
@@ -122,8 +121,5 @@ int replace_file(const cnfmodule *module, const char *path, const cnfnode *tree,
 
 /* Removes the file at path and syncs its folder. */
 int remove_file(const char *path);
-
-/* Removes the temporary file that a commit which was cut off left beside the file at path. */
-void remove_temporary(const char *path);
 
 #endif

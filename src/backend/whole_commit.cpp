@@ -6,8 +6,8 @@
  *      contents written and synced beside
  *   3. old and new contents, kept in the archive     the old files
  *   4. the record, "open"                            the old files
- *   5. the files replaced and removed; commands      the old files, put back at once, or by the
- * next given their text                              start
+ *   5. the files replaced and removed, commands      the old files: put back at once,
+ *      given their text                              or by the next start
  *   6. the record, "done" or "trial"                 the same
  *   7. post-commit hooks, which may add notes        the new files
  *
@@ -234,12 +234,6 @@ int whole_commit::plan(llconf_item *list, commit_plan &plan) {
         if (one.item->func_post_commit)
             plan.hooks.push_back(std::string{"post-commit of "} + one.item->name);
     return 0;
-}
-
-bool any_dirty(const llconf_item *list) {
-    while (list && !list->is_dirty)
-        list = list->next;
-    return list != nullptr;
 }
 
 }  // namespace

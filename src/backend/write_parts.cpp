@@ -30,6 +30,12 @@ bool passes(const fe_node *check, fe_context *ctx) {
 
 }  // namespace
 
+bool any_dirty(const llconf_item *list) {
+    while (list && !list->is_dirty)
+        list = list->next;
+    return list != nullptr;
+}
+
 file_attributes attributes_of(const llconf_file *file) {
     return file ? file_attributes{file->mode, file->uid, file->gid} : file_attributes{};
 }

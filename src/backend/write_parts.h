@@ -13,6 +13,9 @@
 /* The parts of a write that both ways of a commit share. Functions answer 0 or an error number,
  * after a line in the log. */
 
+/* Whether an item of the list has edits that its source lacks. */
+bool any_dirty(const llconf_item *list);
+
 /* Owner and mode that the files of an instance are given; null: what there is. */
 file_attributes attributes_of(const llconf_file *file);
 

@@ -63,6 +63,11 @@ bgexec_ctx *create_bgexec_ctx(ccd_session *session, const char *id, databuf *ibu
                               int (*cb_out)(int fd, void *data), int (*cb_err)(int fd, void *data),
                               void (*cb_exit)(bgexec_ctx *job, int status));
 
+/* The same for a job that replaces files, of which one runs at a time: what its child puts out is
+ * thrown away. */
+bgexec_ctx *create_bgexec_writer(ccd_session *session, const char *id,
+                                 void (*cb_exit)(bgexec_ctx *job, int status));
+
 /* Frees a job that is in no list, with buffers, and with registrations that never reached the
  * loop; those that did are marked finished. Null is accepted. */
 void destroy_bgexec_ctx(bgexec_ctx *job);

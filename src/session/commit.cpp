@@ -42,7 +42,6 @@ namespace {
 constexpr long k_milliseconds = 1000;
 
 using owned_job = owned<bgexec_ctx, destroy_bgexec_ctx>;
-using owned_buffer = owned<databuf, destroy_databuf>;
 
 bgexec_ctx *first_waiting(void) {
     for (bgexec_ctx *job = g_bgexec_ctx_list; job; job = job->next) {
@@ -68,19 +67,6 @@ void log_waiting(const bgexec_ctx *waiting, const bgexec_ctx *running) {
                "%ld seconds",
                user_of(waiting), user_of(running), static_cast<long>(running->pid),
                get_uptime() - running->started);
-}
-
-owned_job make_job(ccd_session *session, const char *id) {
-    owned_buffer out{create_databuf()};
-    owned_buffer err{create_databuf()};
-    if (!out || !err) return nullptr;
-    owned_job job{create_bgexec_ctx(session, id, nullptr, out.get(), err.get(), nullptr,
-                                    bgcommit_std_out, bgcommit_std_err, session_commit_cb_exit)};
-    if (!job) return nullptr;
-    (void)out.release();
-    (void)err.release();
-    job->writes = 1;
-    return job;
 }
 
 /* The child's end: what went wrong as an error number, which has one byte to pass through, and in
@@ -172,7 +158,7 @@ int error_of(const bgexec_ctx *job, int status) {
 int session_process_commit(ccd_session *session, const char *id, const char *) {
     if (session_check_and_barf_perms(session, id, k_perm_write)) return 0;
     if (answer_if_refused(session, id)) return 0;
-    owned_job job = make_job(session, id);
+    owned_job job{create_bgexec_writer(session, id, session_commit_cb_exit)};
     if (!job) return reply_errno(session, id, ENOMEM);
     if (const bgexec_ctx *running = bgexec_running_writer()) {
         log_waiting(job.get(), running);

@@ -108,6 +108,20 @@ bgexec_ctx *create_bgexec_ctx(ccd_session *session, const char *id, databuf *ibu
     return job.release();
 }
 
+bgexec_ctx *create_bgexec_writer(ccd_session *session, const char *id,
+                                 void (*cb_exit)(bgexec_ctx *job, int status)) {
+    owned<databuf, destroy_databuf> out{create_databuf()};
+    owned<databuf, destroy_databuf> err{create_databuf()};
+    if (!out || !err) return nullptr;
+    bgexec_ctx *job = create_bgexec_ctx(session, id, nullptr, out.get(), err.get(), nullptr,
+                                        bgcommit_std_out, bgcommit_std_err, cb_exit);
+    if (!job) return nullptr;
+    (void)out.release();
+    (void)err.release();
+    job->writes = 1;
+    return job;
+}
+
 void destroy_bgexec_ctx(bgexec_ctx *job) {
     if (!job) return;
     drop_registration(job->cb_in);

@@ -35,7 +35,6 @@ constexpr long k_first_pause = 1000;
 constexpr long k_longest_pause = 300'000;
 
 using owned_job = owned<bgexec_ctx, destroy_bgexec_ctx>;
-using owned_buffer = owned<databuf, destroy_databuf>;
 
 bool g_demanded = false;
 long g_pause = 0; /* behind the last failure; 0 after a success */
@@ -83,23 +82,10 @@ void cb_exit(bgexec_ctx *job, int status) {
     bgexit(result == 0 ? 0 : status <= 0 || status > 255 ? EIO : status);
 }
 
-owned_job make_job(ccd_session *session, const char *id) {
-    owned_buffer out{create_databuf()};
-    owned_buffer err{create_databuf()};
-    if (!out || !err) return nullptr;
-    owned_job job{create_bgexec_ctx(session, id, nullptr, out.get(), err.get(), nullptr,
-                                    bgcommit_std_out, bgcommit_std_err, cb_exit)};
-    if (!job) return nullptr;
-    (void)out.release();
-    (void)err.release();
-    job->writes = 1;
-    return job;
-}
-
 bool start(ccd_session *session, const char *id, int answer) {
     loop_clear_timer(&g_retry);
     g_demanded = false;
-    owned_job job = make_job(session, id);
+    owned_job job{create_bgexec_writer(session, id, cb_exit)};
     errno = ENOMEM;
     const pid_t pid = job ? bgfork(nullptr, job->cb_out, job->cb_err) : -1;
     if (pid == 0) run();

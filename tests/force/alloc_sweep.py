@@ -6,33 +6,11 @@ Without STEPS every allocation fails once; with it about that many of each row, 
 many of the start, which does the most. Whatever fails, the daemon neither ends without a word nor
 hangs; a request is answered as usual or with an error, and what it left behind is what it said."""
 
-import mmap
 import os
-import struct
 import sys
-import tempfile
 import time
 
 import force
-
-
-class Failing:
-    """The numbers that the preloaded library shares with us."""
-
-    def __init__(self):
-        handle, self.name = tempfile.mkstemp(dir="/run")
-        os.ftruncate(handle, 24)
-        self.map = mmap.mmap(handle, 24)
-        os.close(handle)
-
-    def arm(self, number):
-        self.map[:] = struct.pack("QQQ", 0, number, 0)
-
-    def count(self):
-        return struct.unpack("QQQ", self.map[:])[0]
-
-    def hit(self):
-        return struct.unpack("QQQ", self.map[:])[2] > 0
 
 
 def files(daemon):
@@ -41,7 +19,7 @@ def files(daemon):
 
 class Sweep:
     def __init__(self, program, library, steps):
-        self.failing = Failing()
+        self.failing = force.Failing(3)
         self.daemon = force.Daemon(program, {"LD_PRELOAD": library,
                                              "FAILING_MALLOC": self.failing.name})
         self.steps = steps

@@ -9,10 +9,8 @@ answered only for all new."""
 
 import errno
 import glob
-import mmap
 import os
 import shutil
-import struct
 import subprocess
 import sys
 import tempfile
@@ -59,28 +57,9 @@ FILES = {"/etc/first": "first\n", "/srv/owned": "owned\n", "/etc/some.d/kept.con
          "/etc/some.d/gone.conf": "gone\n", "/etc/some.d/more.conf": "more\n"}
 
 
-class Failing:
-    """The numbers that the preloaded library shares with us."""
-
-    def __init__(self):
-        handle, self.name = tempfile.mkstemp(dir="/run")
-        os.ftruncate(handle, 40)
-        self.map = mmap.mmap(handle, 40)
-        os.close(handle)
-
-    def arm(self, number, what=0, whose=ALL):
-        self.map[:] = struct.pack("5Q", 0, number, what, whose, 0)
-
-    def count(self):
-        return struct.unpack("5Q", self.map[:])[0]
-
-    def hit(self):
-        return struct.unpack("5Q", self.map[:])[4] > 0
-
-
 class Matrix:
     def __init__(self, program, library, steps):
-        self.failing = Failing()
+        self.failing = force.Failing(5)
         self.daemon = force.Daemon(program, {"LD_PRELOAD": library,
                                              "FAILING_CALL": self.failing.name})
         self.steps = steps

@@ -1,10 +1,12 @@
 """What the scripts share that use the daemon roughly: a namespace of their own, the daemon in a
 scratch root, and clients of it that never wait for ever."""
 
+import mmap
 import os
 import shutil
 import signal
 import socket
+import struct
 import subprocess
 import sys
 import tempfile
@@ -196,6 +198,31 @@ class Daemon:
     def children(self):
         with open(f"/proc/{self.pid}/task/{self.pid}/children", encoding="ascii") as file:
             return len(file.read().split())
+
+
+class Failing:
+    """Numbers that a preloaded library shares with us: the first counts its calls, the last those that
+    were hit; what stands between arms it."""
+
+    def __init__(self, size):
+        self.format = f"{size}Q"
+        handle, self.name = tempfile.mkstemp(dir="/run")
+        os.ftruncate(handle, struct.calcsize(self.format))
+        self.map = mmap.mmap(handle, struct.calcsize(self.format))
+        os.close(handle)
+
+    def arm(self, *numbers):
+        between = len(self.map) // 8 - 2
+        self.map[:] = struct.pack(self.format, 0, *numbers, *[0] * (between - len(numbers)), 0)
+
+    def numbers(self):
+        return struct.unpack(self.format, self.map[:])
+
+    def count(self):
+        return self.numbers()[0]
+
+    def hit(self):
+        return self.numbers()[-1] > 0
 
 
 def table(rows):
