@@ -39,6 +39,7 @@ parts {
     module: keyvalue
     dir: /etc/parts
     pattern: *.conf
+    flags: always-revert
     pre-commit: system('test ! -e %R/slow || sleep 0.04')
 }
 )";

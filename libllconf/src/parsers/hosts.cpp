@@ -1,9 +1,8 @@
-#include <cerrno>
 #include <cstring>
-#include <new>
 #include <string>
 #include <string_view>
 
+#include "guarded.h"
 #include "line_tokens.h"
 #include "llconf/nodes.h"
 #include "llconf/parser.h"
@@ -71,8 +70,7 @@ int collect_words(const cnf_format *format, std::vector<std::string_view> &words
 int format_words(const cnf_format *format) {
     std::vector<std::string_view> words;
     if (collect_words(format, words) < 0) return -1;
-    std::string_view old{format->old != nullptr ? format->old : "", format->old_length};
-    line_tokens layout{old, "#"};
+    line_tokens layout{{format->old, format->old_length}, "#"};
     std::string line;
     for (size_t i = 0; i < words.size(); i++) {
         constexpr std::string_view k_new_gap[] = {"", "\t", " "};
@@ -84,12 +82,7 @@ int format_words(const cnf_format *format) {
 }
 
 int format_host(const void *, const cnf_format *format) {
-    try {
-        return format_words(format);
-    } catch (const std::bad_alloc &) {
-        errno = ENOMEM;
-        return -1;
-    }
+    return llconf::guarded([&] { return format_words(format); });
 }
 
 bool is_host_word(const char *text) {

@@ -12,8 +12,8 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
-#include <new>
 
+#include "guarded.h"
 #include "ini_scan.h"
 #include "llconf/nodes.h"
 #include "llconf/parser.h"
@@ -104,7 +104,7 @@ int format_piece(const ini_syntax &syntax, const cnf_format &request) {
 }
 
 int prepare(const cnfnode *options, void **data) {
-    try {
+    return llconf::guarded([&] {
         auto syntax = std::make_unique<ini_syntax>();
         syntax->separator = cnf_option(options, "separator", "=");
         syntax->comment = cnf_option(options, "comment", "#;");
@@ -117,10 +117,7 @@ int prepare(const cnfnode *options, void **data) {
         if (blank) syntax->separator.clear();
         *data = syntax.release();
         return 0;
-    } catch (const std::bad_alloc &) {
-        errno = ENOMEM;
-        return -1;
-    }
+    });
 }
 
 void release(void *data) {
@@ -132,7 +129,7 @@ const char *comments(const void *data) {
 }
 
 int cut(const void *data, cnf_cut *piece) {
-    try {
+    return llconf::guarded([&] {
         ini_item item = llconf::ini_scan({piece->text, piece->length}, 0, syntax_of(data));
         piece->kind = kind_of_item(item.kind);
         piece->piece = item.end;
@@ -140,19 +137,11 @@ int cut(const void *data, cnf_cut *piece) {
         bool has_nul = std::memchr(piece->text, '\0', piece->piece) != nullptr;
         if (lone_on_top || has_nul) piece->kind = CNF_UNPARSED;
         return 0;
-    } catch (const std::bad_alloc &) {
-        errno = ENOMEM;
-        return -1;
-    }
+    });
 }
 
 int read(const void *data, cnf_reader *reader, int, const char *text, size_t length) {
-    try {
-        return read_piece(syntax_of(data), reader, {text, length});
-    } catch (const std::bad_alloc &) {
-        errno = ENOMEM;
-        return -1;
-    }
+    return llconf::guarded([&] { return read_piece(syntax_of(data), reader, {text, length}); });
 }
 
 int kind_of(const void *, const cnfnode *node) {
@@ -162,12 +151,7 @@ int kind_of(const void *, const cnfnode *node) {
 }
 
 int format(const void *data, const cnf_format *request) {
-    try {
-        return format_piece(syntax_of(data), *request);
-    } catch (const std::bad_alloc &) {
-        errno = ENOMEM;
-        return -1;
-    }
+    return llconf::guarded([&] { return format_piece(syntax_of(data), *request); });
 }
 
 /* A section has no value. Which node of that name is meant is not known here; the first one counts.

@@ -23,9 +23,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <new>
 
 #include "../node_record.h"
+#include "guarded.h"
 #include "interfaces_scan.h"
 #include "llconf/nodes.h"
 #include "llconf/parser.h"
@@ -391,22 +391,12 @@ bool accepts_child(std::string_view name, const char *value) {
 
 /* --- the parser's functions ------------------------------------------------------------------ */
 
-template <class function>
-int guarded(function f) {
-    try {
-        return f();
-    } catch (const std::bad_alloc &) {
-        errno = ENOMEM;
-        return -1;
-    }
-}
-
 const char *comments(const void *) {
     return "#";
 }
 
 int cut(const void *, cnf_cut *piece) {
-    return guarded([piece] {
+    return llconf::guarded([piece] {
         std::string_view text(piece->text, piece->length);
         if_line first = llconf::if_scan_line(text, 0);
         piece->kind = CNF_ENTRY;
@@ -429,11 +419,11 @@ int cut(const void *, cnf_cut *piece) {
 }
 
 int read(const void *, cnf_reader *reader, int, const char *text, size_t length) {
-    return guarded([&] { return stanza_reader(reader, {text, length}).run(); });
+    return llconf::guarded([&] { return stanza_reader(reader, {text, length}).run(); });
 }
 
 int format(const void *, const cnf_format *request) {
-    return guarded([request] {
+    return llconf::guarded([request] {
         stanza_writer writer(*request);
         if (request->kind == CNF_SHARED ? writer.run_shared() : writer.run()) {
             return cnf_out_add(request->out, writer.text().data(), writer.text().size());
@@ -445,7 +435,7 @@ int format(const void *, const cnf_format *request) {
 }
 
 int relate(const void *, cnf_reader *reader, cnfnode *root) {
-    return guarded([&] {
+    return llconf::guarded([&] {
         bool failed = any_shared_line(root, [&](const cnfnode *node, const if_line &line) {
             return relate_line(reader, root, node, line) < 0;
         });

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "guarded.h"
 #include "line_tokens.h"
 #include "llconf/nodes.h"
 #include "llconf/parser.h"
@@ -104,7 +105,7 @@ bool read_options(const cnfnode *options, keyvalue_data &data) {
 }
 
 int prepare(const cnfnode *options, void **data) {
-    try {
+    return llconf::guarded([&] {
         auto made = std::make_unique<keyvalue_data>();
         if (!read_options(options, *made)) {
             errno = EINVAL;
@@ -112,10 +113,7 @@ int prepare(const cnfnode *options, void **data) {
         }
         *data = made.release();
         return 0;
-    } catch (const std::bad_alloc &) {
-        errno = ENOMEM;
-        return -1;
-    }
+    });
 }
 
 void release(void *data) {
@@ -135,7 +133,7 @@ int read_line(const void *data, cnf_reader *reader, int, const char *text, size_
                                    cuts ? nullptr : line.rest.data(), line.rest.size());
     if (entry == nullptr) return -1;
     if (!cuts) return 1;
-    try {
+    return llconf::guarded([&] {
         line_tokens columns{line.rest, "", options.columns.size()};
         for (size_t i = 0; i < columns.tokens.size(); i++) {
             std::string_view word = columns.tokens[i].word;
@@ -145,10 +143,7 @@ int read_line(const void *data, cnf_reader *reader, int, const char *text, size_
             }
         }
         return 1;
-    } catch (const std::bad_alloc &) {
-        errno = ENOMEM;
-        return -1;
-    }
+    });
 }
 
 /* The columns as text, with the blanks that they had. */
@@ -174,8 +169,7 @@ int join_columns(const keyvalue_data &options, const cnf_format *format, std::st
 int format_parts(const keyvalue_data &options, const cnf_format *format) {
     const cnfnode *node = format->node;
     key_line old;
-    std::string_view old_text{format->old != nullptr ? format->old : "", format->old_length};
-    bool had_line = cut_line(options, old_text, old);
+    bool had_line = cut_line(options, {format->old, format->old_length}, old);
     if (!had_line) old = {};
     std::string rest;
     if (!options.cuts(node->name)) {
@@ -195,12 +189,7 @@ int format_parts(const keyvalue_data &options, const cnf_format *format) {
 }
 
 int format_line(const void *data, const cnf_format *format) {
-    try {
-        return format_parts(options_of(data), format);
-    } catch (const std::bad_alloc &) {
-        errno = ENOMEM;
-        return -1;
-    }
+    return llconf::guarded([&] { return format_parts(options_of(data), format); });
 }
 
 /* Neither empty nor with blanks at its ends. */

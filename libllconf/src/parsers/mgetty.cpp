@@ -8,9 +8,7 @@
  * the program stands for the name that the caller typed; it is no argument of ours and stays with
  * the program.
  */
-#include <cerrno>
-#include <new>
-
+#include "guarded.h"
 #include "table_row.h"
 
 namespace {
@@ -32,21 +30,11 @@ const char *comments(const void *) {
 }
 
 int read(const void *, cnf_reader *reader, int, const char *text, size_t length) {
-    try {
-        return llconf::row_read(syntax(), reader, {text, length});
-    } catch (const std::bad_alloc &) {
-        errno = ENOMEM;
-        return -1;
-    }
+    return llconf::guarded([&] { return llconf::row_read(syntax(), reader, {text, length}); });
 }
 
 int format(const void *, const cnf_format *request) {
-    try {
-        return llconf::row_format(syntax(), *request);
-    } catch (const std::bad_alloc &) {
-        errno = ENOMEM;
-        return -1;
-    }
+    return llconf::guarded([&] { return llconf::row_format(syntax(), *request); });
 }
 
 int accepts(const void *, int level, const cnfnode *parent, const char *name, const char *value) {
@@ -76,11 +64,8 @@ constexpr cnf_parser k_parser = {
 }  // namespace
 
 int cnfmodule_register_mgetty() {
-    try {
+    return llconf::guarded([] {
         syntax();
-    } catch (const std::bad_alloc &) {
-        errno = ENOMEM;
-        return -1;
-    }
-    return cnf_register_parser(&k_parser);
+        return cnf_register_parser(&k_parser);
+    });
 }

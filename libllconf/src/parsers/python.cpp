@@ -12,11 +12,11 @@
  * The syntax has no comments, so the tree remembers no texts and is written anew as a whole.
  */
 #include <cerrno>
-#include <new>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "guarded.h"
 #include "llconf/nodes.h"
 #include "llconf/parser.h"
 #include "python_literal.h"
@@ -145,23 +145,16 @@ bool write_tree(const cnfnode *top, std::string &text) {
 }
 
 int read_tree(const void *, cnf_reader *reader, const char *text, size_t length) {
-    try {
-        return tree_reader(reader, {text, length}).run();
-    } catch (const std::bad_alloc &) {
-        errno = ENOMEM;
-        return -1;
-    }
+    return llconf::guarded([&] { return tree_reader(reader, {text, length}).run(); });
 }
 
 int format_tree(const void *, const cnfnode *tree, cnf_out *out) {
-    try {
+    return llconf::guarded([&] {
         std::string text;
         if (write_tree(tree, text)) return cnf_out_add(out, text.data(), text.size());
         errno = EINVAL;
-    } catch (const std::bad_alloc &) {
-        errno = ENOMEM;
-    }
-    return -1;
+        return -1;
+    });
 }
 
 int accepts(const void *, int level, const cnfnode *, const char *, const char *) {

@@ -10,12 +10,11 @@
  * Everything that is not a lone assignment (commands, arrays, "A=1; B=2") stays as it is, as
  * ".unparsed", together with the lines that it goes on with behind a backslash.
  */
-#include <cerrno>
 #include <cstring>
-#include <new>
 #include <string>
 #include <string_view>
 
+#include "guarded.h"
 #include "llconf/nodes.h"
 #include "llconf/parser.h"
 #include "shellvars_scan.h"
@@ -75,33 +74,20 @@ const char *comments(const void *) {
 }
 
 int cut(const void *, cnf_cut *piece) {
-    try {
+    return llconf::guarded([&] {
         shell_item item = llconf::shell_scan({piece->text, piece->length});
         piece->kind = kind_of_item(item.kind);
         piece->piece = item.end;
         return 0;
-    } catch (const std::bad_alloc &) {
-        errno = ENOMEM;
-        return -1;
-    }
+    });
 }
 
 int read(const void *, cnf_reader *reader, int, const char *text, size_t length) {
-    try {
-        return read_piece(reader, {text, length});
-    } catch (const std::bad_alloc &) {
-        errno = ENOMEM;
-        return -1;
-    }
+    return llconf::guarded([&] { return read_piece(reader, {text, length}); });
 }
 
 int format(const void *, const cnf_format *request) {
-    try {
-        return format_entry(*request);
-    } catch (const std::bad_alloc &) {
-        errno = ENOMEM;
-        return -1;
-    }
+    return llconf::guarded([&] { return format_entry(*request); });
 }
 
 /* A line end fits, between quotes, but only one that a file with CRLF gives back as it was. */

@@ -13,6 +13,7 @@
 #include <memory>
 #include <new>
 
+#include "guarded.h"
 #include "table_row.h"
 
 namespace {
@@ -62,7 +63,7 @@ bool read_options(const cnfnode *options, row_syntax &syntax) {
 }
 
 int prepare(const cnfnode *options, void **data) {
-    try {
+    return llconf::guarded([&] {
         auto syntax = std::make_unique<row_syntax>();
         if (!read_options(options, *syntax)) {
             errno = EINVAL;
@@ -70,10 +71,7 @@ int prepare(const cnfnode *options, void **data) {
         }
         *data = syntax.release();
         return 0;
-    } catch (const std::bad_alloc &) {
-        errno = ENOMEM;
-        return -1;
-    }
+    });
 }
 
 void release(void *data) {
@@ -85,21 +83,13 @@ const char *comments(const void *data) {
 }
 
 int read(const void *data, cnf_reader *reader, int, const char *text, size_t length) {
-    try {
+    return llconf::guarded([&] {
         return llconf::row_read(syntax_of(data), reader, {text, length});
-    } catch (const std::bad_alloc &) {
-        errno = ENOMEM;
-        return -1;
-    }
+    });
 }
 
 int format(const void *data, const cnf_format *request) {
-    try {
-        return llconf::row_format(syntax_of(data), *request);
-    } catch (const std::bad_alloc &) {
-        errno = ENOMEM;
-        return -1;
-    }
+    return llconf::guarded([&] { return llconf::row_format(syntax_of(data), *request); });
 }
 
 int accepts(const void *data, int level, const cnfnode *parent, const char *name,

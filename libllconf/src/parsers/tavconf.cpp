@@ -18,10 +18,10 @@
  */
 #include <cerrno>
 #include <cstring>
-#include <new>
 #include <string>
 #include <string_view>
 
+#include "guarded.h"
 #include "llconf/nodes.h"
 #include "llconf/parser.h"
 #include "tavconf_scan.h"
@@ -163,26 +163,16 @@ bool accepts_node(int level, std::string_view name, const char *value) {
     return value == nullptr && level <= k_max_depth;
 }
 
-template <class function>
-int guarded(function f) {
-    try {
-        return f();
-    } catch (const std::bad_alloc &) {
-        errno = ENOMEM;
-        return -1;
-    }
-}
-
 const char *comments(const void *) {
     return "#";
 }
 
 int cut(const void *, cnf_cut *piece) {
-    return guarded([&] { return cut_piece(piece); });
+    return llconf::guarded([&] { return cut_piece(piece); });
 }
 
 int read(const void *, cnf_reader *reader, int, const char *text, size_t length) {
-    return guarded([&] { return read_piece(reader, {text, length}); });
+    return llconf::guarded([&] { return read_piece(reader, {text, length}); });
 }
 
 int kind_of(const void *, const cnfnode *node) {
@@ -190,12 +180,12 @@ int kind_of(const void *, const cnfnode *node) {
 }
 
 int format(const void *, const cnf_format *request) {
-    return guarded([&] { return formatter(*request).run(); });
+    return llconf::guarded([&] { return formatter(*request).run(); });
 }
 
 int accepts(const void *, int level, const cnfnode *parent, const char *name, const char *value) {
     if (is_key(parent->name) && level > 1) return 0;
-    return guarded([&] { return accepts_node(level, name, value) ? 1 : 0; });
+    return llconf::guarded([&] { return accepts_node(level, name, value) ? 1 : 0; });
 }
 
 constexpr cnf_parser k_parser = {
