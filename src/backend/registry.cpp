@@ -274,6 +274,10 @@ llconf_item *register_llconf_cn(const cnfnode *entry, fe_def *functions) {
     return status == 0 ? lli : nullptr;
 }
 
+const char *llconf_module_field(size_t number) {
+    return number < k_fields.size() ? k_fields[number].name.data() : nullptr;
+}
+
 void llconf_remove_leftovers(const llconf_item *lli) {
     owned_str path{lli->file ? prefix_llfilename(lli->file->filename) : nullptr};
     if (!path || (lli->flags & LLI_FLAG_READONLY)) return;

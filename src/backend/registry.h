@@ -1,6 +1,8 @@
 #ifndef UCFGD_BACKEND_REGISTRY_H
 #define UCFGD_BACKEND_REGISTRY_H
 
+#include <stddef.h>
+
 #include "backend/contexts.h"
 
 /* The registry of module instances: the modules file, and the hooks that feature modules add.
@@ -26,6 +28,10 @@ int register_llconf_all(const char *modulesfile, struct fe_def *functions);
 /* Registers one entry of a modules file (already stripped) and reads its source. The item, which
  * belongs to the master context; null when it cannot be made or its source cannot be read. */
 llconf_item *register_llconf_cn(const struct cnfnode *entry, struct fe_def *functions);
+
+/* The name of a field of an entry, with its colon, by its number from 0 on; null behind the last.
+ */
+const char *llconf_module_field(size_t number);
 
 /* Removes the temporary files that a commit which was cut off has left beside the files of an item.
  * Only while no commit is under way. */

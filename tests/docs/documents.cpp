@@ -89,8 +89,13 @@ void document_test::prepare() {
     put("/bin/ucfgsh", "#!/bin/sh\nexec " UCFGSH " --plain --socket " + socket + " \"$@\"\n");
     put("/bin/ucfgd", "#!/bin/sh\nexec " UCFGD " --root=" + path("") + " \"$@\"\n");
     put("/bin/hlxsession", "#!/bin/sh\nexec " HLXSESSION " \"$@\"\n");
-    for (const char *program : {"/bin/ucfgsh", "/bin/ucfgd", "/bin/hlxsession"})
+    /* As nginx -t -c FILE: each line of the files that FILE includes ends in ";". */
+    put("/bin/nginx",
+        "#!/bin/sh\nfor file in $(sed -n 's/;//; s/^ *include //p' \"$3\"); do\n"
+        "    grep -qv ';$' $file && { echo unexpected end of file; exit 1; }\ndone\nexit 0\n");
+    for (const char *program : {"/bin/ucfgsh", "/bin/ucfgd", "/bin/hlxsession", "/bin/nginx"})
         chmod(path(program).c_str(), 0755);
+    environment = {{"PATH", path("/bin:") + path("/usr/local/sbin:") + getenv("PATH")}};
 }
 
 std::string document_test::shell(std::string command) const {

@@ -19,8 +19,8 @@ std::vector<std::string> pages() {
 
 std::vector<std::string> documents() {
     std::vector<std::string> list = pages();
-    for (const char *guide :
-         {"own-parameter", "feature-module", "parser", "security", "how-a-commit-reaches-the-disk"})
+    for (const char *guide : {"own-parameter", "feature-module", "parser", "security", "tree-files",
+                              "how-a-commit-reaches-the-disk"})
         list.push_back(std::string{SOURCE_DIR "/docs/"} + guide + ".md");
     return list;
 }

@@ -202,6 +202,23 @@ TEST_F(Documents, TellEveryLimitWithItsDefaultAndRange) {
     }
 }
 
+TEST_F(Documents, TellEveryFieldOfAModuleAndNoOther) {
+    std::set<std::string> fields;
+    for (size_t i = 0; const char *field = llconf_module_field(i); i++)
+        fields.insert(field);
+    const std::string text = document("tree-files.md");
+    const size_t begin = text.find("| Field |");
+    std::set<std::string> documented;
+    std::istringstream lines{text.substr(begin, text.find("\n\n", begin) - begin)};
+    for (std::string line; std::getline(lines, line);)
+        for (size_t at = 2; line.compare(at, 1, "`") == 0; at = line.find_first_of("`|", at + 1)) {
+            const size_t end = line.find('`', at + 1);
+            documented.insert(line.substr(at + 1, end - at - 1));
+            at = end;
+        }
+    EXPECT_EQ(documented, fields);
+}
+
 TEST_F(Documents, ShowExamplesOfFunctionsWithTheirResults) {
     load();
     for (const function_row &row : function_rows())
