@@ -146,23 +146,6 @@ TEST_F(Change, EachOtherChangeHasAnErrorReplyOfItsOwn) {
     EXPECT_EQ(reader.ask("1 COMMIT"), "1 NO permission denied\n");
 }
 
-TEST_F(Change, ALimitCountsCharactersExceptInMove) {
-    const std::string too_long =
-        "1.error error.exceeded.max-size\n"
-        "1 ERR Exceeded maximum size for this field\n";
-    EXPECT_EQ(a.ask("1 SET name \xc3\xa4\xc3\xb6\xc3\xbc\xe2\x82\xac"
-                    "5678"),
-              "1 OK\n");
-    EXPECT_EQ(a.ask("1 SET name \xc3\xa4\xc3\xb6\xc3\xbc\xe2\x82\xac"
-                    "56789"),
-              too_long);
-    EXPECT_EQ(a.ask("1 SET name 1%202%203%204%205"), too_long);
-    EXPECT_EQ(a.ask("1 SET name 1%202%203%204"), "1 OK\n");
-    EXPECT_EQ(a.ask("1 MOVE name x \xc3\xa4\xc3\xb6\xc3\xbc\xe2\x82\xac"),
-              "1 ERR result=1 Value too large for defined data type\n");
-    EXPECT_EQ(a.ask("1 MOVE name x \xc3\xa4\xc3\xb6\xc3\xbc"), "1 ERR result=5 Success\n");
-}
-
 TEST_F(Change, AValueThatTheFileCannotHoldIsRefusedBeforeItIsTaken) {
     EXPECT_EQ(a.ask("1 SET name a%0ab"), "1 ERR result=2 Value cannot be stored in this file\n");
     EXPECT_EQ(a.ask("2.1 SET name a%0ab\n2 SUBMIT"),

@@ -388,17 +388,6 @@ TEST_F(Hostile, ACommandThatHangsInAMethodIsEndedAndOneOfAnActionIsNot) {
     EXPECT_EQ(b.ask("3 ADMIN hang"), "3.1 done\n3.1 \n3.2 \n3 OK\n");
 }
 
-TEST_F(Hostile, TheOutputOfAnActionArrivesWhileItRuns) {
-    client b = logged_in();
-    a.send("x ADMIN slow\ny GET name\n");
-    EXPECT_EQ(a.line(), "x.1 one\n");
-    EXPECT_NE(child(), 0);
-    EXPECT_EQ(b.ask("1 GET name"), "1.1 alpha\n1 OK\n");
-    EXPECT_EQ(a.line(), "x.2 two\n");
-    EXPECT_NE(child(), 0);
-    EXPECT_EQ(a.reply("y"), "x.1 three\nx.1 \nx.2 \nx OK\ny.1 alpha\ny OK\n");
-}
-
 TEST_F(HostileInBackground, MuchOutputOfAnActionWaitsForItsReaderInBoundedMemory) {
     const long before = resident_kib();
     a.send("x ADMIN flood\n");

@@ -1,6 +1,4 @@
 #include <crypt.h>
-#include <fcntl.h>
-#include <sched.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -61,19 +59,6 @@ class Login : public daemon_test {
 
 constexpr char k_refused[] = "l NO auth failed\n";
 constexpr char k_reader[] = "l.1 PERMS read\nl OK\n";
-
-TEST_F(Login, NeedsAUserNameAndHappensOnce) {
-    start();
-    client c = connect();
-    EXPECT_EQ(c.ask("l LOGIN"), "l ERR no username\n");
-    EXPECT_EQ(c.ask("l LOGINFORCE"), "l ERR no username\n");
-    EXPECT_EQ(c.login(), "l.1 PERMS read write exec\nl OK\n");
-    EXPECT_EQ(c.session().find_first_not_of("0123456789abcdef"), std::string::npos);
-    EXPECT_EQ(c.session().size(), 16U);
-    EXPECT_EQ(c.ask("l LOGIN root"), "l ERR already logged in\n");
-    EXPECT_EQ(c.ask("l RESUME " + c.session()), "l ERR already logged in\n");
-    EXPECT_TRUE(logged("user root logged in successfully\n"));
-}
 
 TEST_F(Login, ByPeerCredentialsIsForTheAccountOfThePeer) {
     start_with("authtype: usercred\n");
@@ -181,48 +166,6 @@ TEST_F(Login, TriesTheMethodsInTheirOrder) {
     EXPECT_EQ(try_login("ann opensesame"), "l.1 PERMS read write\nl OK\n");
 }
 
-TEST_F(Login, WithoutAMethodIsRefused) {
-    start_with("mode: 0600\n");
-    EXPECT_EQ(try_login("root"), k_refused);
-    client c = connect();
-    c.ask("l LOGIN root");
-    EXPECT_EQ(c.ask("l LOGIN root"), k_refused);
-    EXPECT_EQ(c.ask("l NOOP"), "l OK\n");
-}
-
-TEST_F(Login, LinesAheadOfItNarrowTheSession) {
-    start();
-    const std::pair<std::string, std::string> k_wishes[] = {
-        {"l.1 perms read", "l.1 PERMS read\nl OK\n"},
-        {"l.1 PERMS Exec nonsense WRITE", "l.1 PERMS write exec\nl OK\n"},
-        {"l.1 perms", "l.1 PERMS none\nl OK\n"},
-        {"l.1 perms read\nl.2 perms write", "l.1 PERMS write\nl OK\n"},
-        {"l.1 colour blue", "l.1 PERMS read write exec\nl OK\n"},
-    };
-    for (const auto &[lines, reply] : k_wishes) {
-        client c = connect();
-        EXPECT_EQ(c.login(lines + "\nl LOGIN root"), reply);
-    }
-}
-
-TEST_F(Login, SessionsTimeOutWhenTheyHaveBeenIdleForLonger) {
-    start();
-    client patient = logged_in("l.1 timeout 9\nl LOGIN root");
-    client hasty = logged_in("l.1 timeout 0\nl LOGIN root");
-    client negative = logged_in("l.1 timeout -99999999999999999999\nl LOGIN root");
-    EXPECT_EQ(negative.ask("a NOOP"), "a NO timed out\n");
-    EXPECT_EQ(negative.line(), "<closed>");
-    client gone = logged_in("l.1 timeout 0\nl LOGIN root");
-    gone.close();
-    let_a_second_pass();
-    EXPECT_EQ(patient.ask("a NOOP"), "a OK\n");
-    EXPECT_EQ(hasty.ask("a GET name"), "a NO timed out\n");
-    EXPECT_EQ(hasty.line(), "<closed>");
-    client c = connect();
-    EXPECT_EQ(c.ask("r RESUME " + gone.session()), "r NO logged out\n");
-    EXPECT_EQ(c.ask("r RESUME " + gone.session()), "r NO invalid session id\n");
-}
-
 TEST_F(Login, AForcedLoginEndsEveryOtherWriter) {
     start_with("authtype: usercred\nauthtype: debug\n");
     client writer = logged_in();
@@ -262,24 +205,6 @@ TEST_F(Login, ALostSessionIsResumedWithItsChangesAndRights) {
     EXPECT_EQ(c.ask("a LOGOUT"), "a OK\n");
     EXPECT_EQ(c.line(), "<closed>");
     EXPECT_EQ(connect().ask("r RESUME " + lost.session()), "r NO invalid session id\n");
-}
-
-TEST_F(Login, ALostConnectionKeepsTheJobOfItsSession) {
-    append("/etc/ucfgd/management.conf",
-           "wait {\n admin: system('while ! test -e ' .. $arg1 .. '; do sleep 0.01; done') && "
-           "print('done')\n}\n");
-    start();
-    client lost = logged_in();
-    lost.send("a ADMIN wait " + path("/go") + "\n");
-    EXPECT_TRUE(eventually([this] { return child() != 0; }));
-    lost.close();
-    EXPECT_TRUE(eventually([this] { return logged("client closed connection"); }));
-    client c = connect();
-    EXPECT_EQ(c.ask("r RESUME " + lost.session()), "r OK welcome back root\n");
-    c.send("b NOOP\n");
-    EXPECT_TRUE(c.silent_for(30));
-    put("/go", "");
-    EXPECT_EQ(c.reply("b"), "a.1 done\na.1 \na.2 \na OK\nb OK\n");
 }
 
 TEST_F(Login, WithAnAaaSessionTakesItsIdentifier) {

@@ -245,9 +245,4 @@ TEST_F(Query, LongLinesOfAnActionComeInPieces) {
     EXPECT_TRUE(reply.ends_with("\na.1 1\na.1 2\na.1 3\na.1 \na.2 \na OK\n"));
 }
 
-TEST_F(Query, AGrandchildThatKeepsThePipesHoldsNobodyUp) {
-    client c = logged_in();
-    EXPECT_EQ(c.ask("a ADMIN do.orphan"), "a.1 early\na.1 \na.2 \na OK\n");
-}
-
 }  // namespace

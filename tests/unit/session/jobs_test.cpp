@@ -11,44 +11,6 @@ class Jobs : public session_test {
     }
 };
 
-TEST_F(Jobs, ACommitWritesInAChildAndMakesTheOthersStale) {
-    ccd_session *first = logged_in("admin");
-    ccd_session *second = logged_in("admin");
-    ask(second, "t SET b 2");
-    EXPECT_EQ(ask(first, "t SET a 1\nc COMMIT\nn GET a"), "t OK\n");
-    EXPECT_EQ(ask(second, "c COMMIT\nn NOOP"), "");
-    EXPECT_EQ(wait(first), "c OK\nn.1 1\nn OK\n");
-    EXPECT_EQ(read_file("values"), "a 1\n");
-    EXPECT_EQ(wait(second), "c ERR commit conflict\nn OK\n");
-    EXPECT_EQ(ask(second, "t CURRENT\nt UPDATE"),
-              "t ERR commit conflict\nt ERR session is dirty and not current\n");
-    EXPECT_EQ(ask(second, "t REVERT\nt UPDATE\nt GET a"), "t OK\nt OK\nt.1 1\nt OK\n");
-}
-
-TEST_F(Jobs, ACommitThatFailsSaysWhyAndIsTakenBack) {
-    ccd_session *session = logged_in("admin");
-    ask(session, "t SET errno 28\nc COMMIT");
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(wait(session), "c ERR No space left on device\n");
-    EXPECT_NE(testing::internal::GetCapturedStderr().find("values: not written\n"),
-              std::string::npos);
-    EXPECT_EQ(ask(session, "t GET errno"), "t ERR Invalid argument\n");
-    ask(session, "t SET crash 1\nc COMMIT");
-    EXPECT_EQ(wait(session), "c ERR Input/output error\n");
-}
-
-TEST_F(Jobs, AJobGoesOnWithoutItsSession) {
-    ccd_session *session = logged_in("admin");
-    ccd_session *other = logged_in("admin");
-    ask(session, "t SET a 1\nc COMMIT");
-    session_discard(session);
-    session_sweep();
-    while (g_bgexec_ctx_list)
-        pump();
-    EXPECT_EQ(ask(other, "t CURRENT\nt UPDATE\nt GET a"),
-              "t ERR commit conflict\nt OK updated\nt.1 1\nt OK\n");
-}
-
 TEST_F(Jobs, OutputOfAnActionArrivesWhileItRuns) {
     ccd_session *session = logged_in("admin");
     const std::string fifo = dir + "/fifo";
@@ -64,23 +26,6 @@ TEST_F(Jobs, OutputOfAnActionArrivesWhileItRuns) {
     EXPECT_TRUE(output.ends_with("t.1 \nt.2 \nt OK\nn OK\n")) << output;
     ask(session, "averylongtag1234 ADMIN run exit+3");
     EXPECT_EQ(wait(session), "averylongtag1.1 \naverylongtag1.2 \naverylongtag1234 ERR\n");
-}
-
-TEST_F(Jobs, AProcessThatKeepsThePipeOpenHoldsNobodyUp) {
-    ccd_session *session = logged_in("admin");
-    ask(session, "t ADMIN run seq+20000;sleep+100+%26+echo+$!+>" + dir + "/pid");
-    EXPECT_TRUE(wait(session).ends_with("t.1 20000\nt.1 \nt.2 \nt OK\n"));
-    kill(std::stoi(read_file("pid")), SIGKILL);
-}
-
-TEST_F(Jobs, AnActionWaitsForAClientThatDoesNotRead) {
-    ccd_session *session = logged_in("admin");
-    ask(session, "t ADMIN run seq+400000");
-    for (int turn = 0; turn < 200; ++turn)
-        pump();
-    EXPECT_LT(databuf_pending(session->outbuf), k_session_output_limit + 64 * 1024);
-    const std::string output = wait(session);
-    EXPECT_EQ(std::count(output.begin(), output.end(), '\n'), 400003);
 }
 
 TEST_F(Jobs, ActionsAreBoundedAlsoWithoutTheirSessionsAndCommitsAreNot) {
@@ -103,17 +48,6 @@ TEST_F(Jobs, ActionsAreBoundedAlsoWithoutTheirSessionsAndCommitsAreNot) {
         bgexec_end(g_bgexec_ctx_list, EIO);
         pump();
     }
-}
-
-TEST_F(Jobs, ResumeTakesOverTheJobAndItsLock) {
-    ccd_session *session = logged_in("admin");
-    ask(session, "t ADMIN run sleep+0.2;echo+late");
-    const std::string identifier = session->sessionid;
-    close_session(session);
-    ccd_session *next = connect();
-    EXPECT_EQ(ask(next, "r RESUME " + identifier + "\nn NOOP"), "r OK welcome back admin\n");
-    session_sweep();
-    EXPECT_EQ(wait(next), "t.1 late\nt.1 \nt.2 \nt OK\nn OK\n");
 }
 
 /* The wait status of a script, its output and its errors. */

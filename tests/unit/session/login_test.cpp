@@ -15,11 +15,14 @@ class Login : public session_test {
 TEST_F(Login, GivesTheRightsThatAreGrantedAndAskedFor) {
     const std::pair<const char *, const char *> table[] = {
         {"a LOGIN", "a ERR no username\n"},
+        {"a LOGINFORCE", "a ERR no username\n"},
         {"a LOGIN admin wrong", "a NO auth failed\n"},
         {"a LOGIN admin admi%6E", "a.1 PERMS read write exec\na.1 SESSION ID\na OK\n"},
         {"a LOGIN reader reader", "a.1 PERMS read\na.1 SESSION ID\na OK\n"},
         {"a LOGIN stranger stranger", "a.1 PERMS none\na.1 SESSION ID\na OK\n"},
         {"a.1 Perms READ nonsense\na LOGIN admin admin", "a.1 PERMS read\na.1 SESSION ID\na OK\n"},
+        {"a.1 perms read\na.2 perms write\na.3 colour blue\na LOGIN admin admin",
+         "a.1 PERMS write\na.1 SESSION ID\na OK\n"},
         {"a.1 perms\na LOGIN admin admin", "a.1 PERMS none\na.1 SESSION ID\na OK\n"},
         {"a LOGINFORCE reader wrong", "a NO you do not have write permission\n"},
     };
@@ -33,39 +36,6 @@ TEST_F(Login, LeavesNoPasswordInTheInputBuffer) {
     ask(session, "a LOGIN admin secret\na LOGIN admin admin");
     const std::string_view storage{session->inbuf->buf, 60};
     EXPECT_EQ(storage.find("secret"), std::string::npos);
-}
-
-TEST_F(Login, ByForceEndsOtherWritersAndNobodyElse) {
-    ccd_session *writer = logged_in("admin");
-    ccd_session *lost = logged_in(".other");
-    ccd_session *reader = logged_in("reader");
-    const std::string identifier = lost->sessionid;
-    close_session(lost);
-    EXPECT_EQ(without_id(ask(connect(), "f LOGINFORCE admin admin")),
-              "f.1 PERMS read write exec\nf.1 SESSION ID\nf OK\n");
-    EXPECT_EQ(ask(writer, "a NOOP\nb NOOP"),
-              "a INUSE you have been logged out\nb INUSE you have been logged out\n");
-    EXPECT_EQ(ask(reader, "a CURRENT"), "a OK\n");
-    EXPECT_EQ(resume(identifier), "r NO logged out\n");
-    EXPECT_EQ(resume(identifier), "r NO invalid session id\n");
-}
-
-TEST_F(Login, ASessionThatLostItsConnectionIsResumedWithItsChanges) {
-    define(g_ccdtree, "access: '1'\nv {\n get: fetch('v')\n set: store('v', $_)\n}\n");
-    ccd_session *session = logged_in("admin");
-    const std::string identifier = session->sessionid;
-    EXPECT_EQ(resume(identifier), "r INUSE not suspended\n");
-    ask(session, "a SET v changed");
-    close_session(session);
-    EXPECT_EQ(session->inbuf, nullptr);
-    ccd_session *next = connect();
-    EXPECT_EQ(ask(next, "r RESUME " + identifier), "r OK welcome back admin\n");
-    EXPECT_EQ(ask(next, "a GET v"), "a.1 changed\na OK\n");
-    EXPECT_EQ(ask(next, "a RESUME " + identifier), "a ERR already logged in\n");
-    close_session(connect());
-    session_sweep();
-    EXPECT_EQ(g_session_list->next, next);
-    EXPECT_EQ(next->next, nullptr);
 }
 
 TEST_F(Login, OfTheSessionsWithoutAConnectionTheOldestEndBeyondTheirLimits) {
@@ -108,6 +78,10 @@ TEST_F(Login, IdleSessionsTimeOutAndAreForgotten) {
     ccd_session *session = connect();
     ask(session, "a.1 timeout 99999999999999\na LOGIN admin admin");
     EXPECT_EQ(session->timeout, INT_MAX);
+    ccd_session *negative = connect();
+    ask(negative, "a.1 timeout -99999999999999999999\na LOGIN reader reader");
+    EXPECT_EQ(ask(negative, "a NOOP"), "a NO timed out\n");
+    close_session(negative);
     ccd_session *hasty = connect();
     ask(hasty, "a.1 timeout 10\na LOGIN reader reader");
     ccd_session *locked = logged_in("reader");

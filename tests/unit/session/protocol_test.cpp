@@ -18,6 +18,7 @@ TEST_F(Protocol, EachLineIsAnsweredUnderItsTag) {
         {"a1\xc3\xa9 NOOP\n", "a1 BAD id invalid\n"},
         {"t1 FOO\n", "t1 NO login required\n"},
         {"t1 \n", "t1 NO login required\n"},
+        {"t1 LOGOUT\n", "t1 NO login required\n"},
         {"t1 GET a\nt2 NOOP\nt3 NO", "t1 NO login required\nt2 OK\n"},
         {"OP\n", "t3 OK\n"},
         {"t1 " + std::string(255, 'x') + "\n", "t1 BAD invalid command\n"},
@@ -42,6 +43,8 @@ TEST_F(Protocol, ARequestIsCollectedUntilALineOfItsTagEndsIt) {
     EXPECT_EQ(ask(session, "x NOOP"), "x OK\n");
     EXPECT_EQ(ask(session, "y NOOP"), "y OK\n");
     EXPECT_EQ(ask(session, "ab.one\na NOOP\nb NOOP"), "a OK\nb OK\n");
+    EXPECT_EQ(ask(session, "x. \nx SUBMIT"), "x. BAD unknown sub command: \nx ERR\n");
+    EXPECT_EQ(ask(session, "x   list   "), "x OK\n");
 }
 
 TEST_F(Protocol, WhatIsTooLongClosesTheSession) {
@@ -120,33 +123,6 @@ TEST_F(Protocol, LinesOfAChildBecomeReplies) {
     EXPECT_EQ(write("Xb\n", 0).substr(16382), "\nt.1 b\n");
     EXPECT_EQ(write(std::string(1000000, '\0'), 0), "");
     EXPECT_EQ(databuf_pending(buffer.get()), 0);
-}
-
-TEST_F(Protocol, AClientThatDoesNotReadIsNotServedUntilItDoes) {
-    define(g_ccdtree, "access: '1'\nbig {\n get: '" + std::string(16000, 'x') + "'\n}\n");
-    ccd_session *session = logged_in("admin");
-    fd_callback in{nullptr, FD_CALLBACK_READ, 0, -1, nullptr, nullptr};
-    fd_callback out{nullptr, FD_CALLBACK_PARKED, 0, -1, [](int, void *) { return 0; }, nullptr};
-    session->fdcb_in = &in;
-    session->fdcb_out = &out;
-    std::string requests;
-    for (int i = 0; i < 200; ++i)
-        requests += "t GET big\n";
-    databuf_add(session->inbuf, requests.data(), static_cast<int>(requests.size()));
-    process(session);
-    EXPECT_GE(databuf_pending(session->outbuf), k_session_output_limit);
-    EXPECT_LT(databuf_pending(session->outbuf), k_session_output_limit + 2 * k_line_size);
-    EXPECT_EQ(in.type, FD_CALLBACK_PARKED);
-    EXPECT_EQ(out.type, FD_CALLBACK_WRITE);
-    size_t received = 0;
-    for (std::string some = replies(session); !some.empty(); some = replies(session)) {
-        received += some.size();
-        session_sweep();
-    }
-    EXPECT_EQ(received, 200 * (strlen("t.1 \nt OK\n") + 16000));
-    EXPECT_EQ(in.type, FD_CALLBACK_READ);
-    session->fdcb_in = nullptr;
-    session->fdcb_out = nullptr;
 }
 
 TEST_F(Protocol, SlowRequestsGiveOthersTheirTurn) {
