@@ -159,7 +159,7 @@ int compare_there(shell &sh, bool dirty) {
     change_set set = read_changes(found.lines);
     if (sh.out.json())
         sh.out.document(changes_json(set, dirty));
-    else if (set.empty())
+    else if (found.lines.empty())
         sh.out.line("no changes");
     else
         print_changes(sh, found.lines);

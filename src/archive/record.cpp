@@ -213,6 +213,27 @@ const char *change_text(const archived_file &file) {
     return file.after.kind == file_kind::absent ? "removed" : "replaced";
 }
 
+std::string attribute_changes(const std::string &name, const file_state &before,
+                              const file_state &after) {
+    if (before.kind != file_kind::regular) return {};
+    if (after.kind == file_kind::absent) return "# removed: " + name + "\n";
+    if (after.kind != file_kind::regular) return {};
+    const auto mode = [](const file_state &state) {
+        char text[16];
+        return std::string{
+            text, static_cast<size_t>(snprintf(text, sizeof text, "%04o", unsigned{state.mode}))};
+    };
+    const auto owner = [](const file_state &state) {
+        return std::to_string(state.uid) + ":" + std::to_string(state.gid);
+    };
+    std::string lines;
+    if (before.mode != after.mode)
+        lines += "# mode of " + name + ": " + mode(before) + " -> " + mode(after) + "\n";
+    if (before.uid != after.uid || before.gid != after.gid)
+        lines += "# owner of " + name + ": " + owner(before) + " -> " + owner(after) + "\n";
+    return lines;
+}
+
 int read_record(const std::string &folder, commit_record &record) {
     owned_tree root{cnfmodule_parse_file(syntax(), (folder + k_record_name).c_str())};
     if (!root) return -1;

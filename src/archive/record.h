@@ -65,6 +65,12 @@ int read_state_text(const std::string &text, commit_state &state);
 /* "replaced", "created" or "removed". */
 const char *change_text(const archived_file &file);
 
+/* What the texts of two versions of a file do not tell, a line each: "# mode of NAME: 0644 ->
+ * 0600",
+ * "# owner of NAME: 0:0 -> 0:33", "# removed: NAME". */
+std::string attribute_changes(const std::string &name, const file_state &before,
+                              const file_state &after);
+
 /* The record in a commit's folder. Writing replaces it by one rename and syncs file and folder. */
 int read_record(const std::string &folder, commit_record &record);
 int write_record(const std::string &folder, const commit_record &record);

@@ -6,6 +6,8 @@
 
 #include <cstring>
 #include <map>
+#include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -23,10 +25,12 @@ namespace {
 
 using owned_tree = owned<cnfnode, destroy_cnftree>;
 
-/* One version of a file, or that there was none. */
+/* One version of a file, or that there was none. One without owner and mode leaves them as they
+ * are. */
 struct version {
     file_kind kind = file_kind::absent;
     std::string text;
+    std::optional<owner_and_mode> attributes;
 };
 
 /* The file of a module that an archived one was, in the trees of a transaction. */
@@ -71,15 +75,47 @@ const cnfnode *tree_of(const target &at) {
     return tree && at.primary->pattern ? find_node(tree->first_child, at.member.c_str()) : tree;
 }
 
+/* The item whose tree the transaction reads. */
+const item_record *read_item(const target &at) {
+    const llconf_item *item = at.item;
+    while (!item->cn_root && item->item_orig)
+        item = item->item_orig;
+    return record_of(item);
+}
+
+owner_and_mode attributes_in(const file_state &state) {
+    return {state.uid, state.gid, state.mode};
+}
+
+/* Owner and mode that the file has, or will have by an edit made before. */
+std::optional<owner_and_mode> present_attributes(const target &at) {
+    if (!at.primary->file) return {};
+    const file_state *archived = item_archived(read_item(at), at.member);
+    if (archived && archived->kind == file_kind::regular) return attributes_in(*archived);
+    file_state now;
+    std::string text;
+    if (read_state(whole_path(at.shown), now, text) != 0 || now.kind != file_kind::regular)
+        return {};
+    return attributes_in(now);
+}
+
+/* Whether there is no file, and will be none. */
+bool is_missing(const target &at, const cnfnode *tree) {
+    if (!tree) return true;
+    if (at.primary->pattern || !at.primary->file || tree->first_child) return false;
+    const item_record *item = read_item(at);
+    return item_means_no_file(item) || (item->seen && !item->seen->identity.exists);
+}
+
 /* What the transaction's tree would be written as. */
 int read_present(const target &at, version &present) {
     const cnfnode *tree = tree_of(at);
     present = {};
-    if (!tree) return 0;
+    if (is_missing(at, tree)) return 0;
     size_t length = 0;
     const owned_str text{cnfmodule_unparse_text(at.primary->module, tree, &length)};
     if (!text) return refuse_text(at);
-    present = {file_kind::regular, {text.get(), length}};
+    present = {file_kind::regular, {text.get(), length}, present_attributes(at)};
     return 0;
 }
 
@@ -87,8 +123,10 @@ int read_archived(const commit_record &record, size_t index, bool after, version
                   const target &at) {
     const archived_file &file = record.files[index];
     const std::string folder = archive_folder(record.number);
-    archived = {after ? file.after.kind : file.before.kind, ""};
+    const file_state &state = after ? file.after : file.before;
+    archived = {state.kind, "", {}};
     if (archived.kind == file_kind::absent) return 0;
+    if (at.primary->file) archived.attributes = attributes_in(state);
     if (archived.kind == file_kind::link)
         return refuse(at.shown + " was a link that led nowhere", "error.commit.text", at);
     const std::string name = after ? after_name(folder, index) : before_name(folder, index);
@@ -110,16 +148,50 @@ int put_member(const target &at, owned_tree fresh) {
     return 0;
 }
 
+bool same_owner_and_mode(const owner_and_mode &a, const owner_and_mode &b) {
+    return a.uid == b.uid && a.gid == b.gid && a.mode == b.mode;
+}
+
+/* What the module sets counts more than what the archive has. */
+bool has_attributes(const target &at, const version &present, const version &wanted) {
+    if (!wanted.attributes || !present.attributes) return true;
+    owner_and_mode as = *wanted.attributes;
+    const llconf_file *file = at.primary->file;
+    if (file->uid >= 0) as.uid = present.attributes->uid;
+    if (file->gid >= 0) as.gid = present.attributes->gid;
+    if (file->mode >= 0) as.mode = present.attributes->mode;
+    return same_owner_and_mode(*present.attributes, as);
+}
+
+/* The commit of the edit has to know what the file was. */
+void note_archived(const target &at, const version &wanted) {
+    item_record *item = record_of(at.item);
+    archived_states states = item->archived ? *item->archived : archived_states{};
+    if (wanted.kind == file_kind::absent) {
+        states[at.member] = {};
+    } else if (wanted.attributes) {
+        const auto &[uid, gid, mode] = *wanted.attributes;
+        states[at.member] = {file_kind::regular, mode, uid, gid, ""};
+    } else if (states.contains(at.member) && states[at.member].kind == file_kind::absent) {
+        states.erase(at.member);
+    }
+    item->archived = std::make_shared<const archived_states>(std::move(states));
+}
+
 /* Makes the tree that of a version, as an edit. Nothing happens where it is so already. */
 int put(const target &at, const version &wanted) {
     version present;
     if (read_present(at, present) != 0) return -1;
-    if (present.text == wanted.text && (present.kind == wanted.kind || !at.primary->pattern))
+    if (present.text == wanted.text && present.kind == wanted.kind &&
+        has_attributes(at, present, wanted))
         return 0;
     owned_tree tree;
-    if (wanted.kind != file_kind::absent || !at.primary->pattern) {
+    if (wanted.kind != file_kind::absent) {
         tree.reset(cnfmodule_parse_text(at.primary->module, at.shown.c_str(), wanted.text.data(),
                                         wanted.text.size()));
+        if (!tree) return refuse_text(at);
+    } else if (!at.primary->pattern) {
+        tree.reset(create_cnfnode("(root)"));
         if (!tree) return refuse_text(at);
     }
     if (at.primary->pattern) {
@@ -127,6 +199,7 @@ int put(const target &at, const version &wanted) {
     } else {
         llconf_install_cnftree(at.item, tree.release());
     }
+    note_archived(at, wanted);
     at.item->is_dirty = 1;
     return 0;
 }
@@ -187,6 +260,13 @@ int refuse_overlap(const commit_record &record, const target &at, const std::str
                   "error.commit.overlap", at, where.c_str());
 }
 
+/* Whether the file has its owner and mode from the commit between two versions. */
+bool gave_attributes(const version &before, const version &after, const version &present) {
+    return before.attributes && after.attributes && present.attributes &&
+           !same_owner_and_mode(*before.attributes, *after.attributes) &&
+           same_owner_and_mode(*present.attributes, *after.attributes);
+}
+
 int undo_file(trns_ctx *ctx, const commit_record &record, size_t index) {
     target at;
     if (!find_target(ctx, record.files[index], at))
@@ -197,15 +277,17 @@ int undo_file(trns_ctx *ctx, const commit_record &record, size_t index) {
     if (read_archived(record, index, false, before, at) != 0 ||
         read_archived(record, index, true, after, at) != 0 || read_present(at, present) != 0)
         return -1;
+    if (present.kind != file_kind::absent && !gave_attributes(before, after, present))
+        before.attributes.reset();
     if (present.text == after.text) return put(at, before);
-    if (present.text == before.text) return 0;
+    if (present.text == before.text && present.kind == before.kind) return put(at, before);
     if (before.kind == file_kind::absent || after.kind == file_kind::absent)
         return refuse_overlap(record, at, "all lines");
     const text_merge merged = merge_texts(after.text, present.text, before.text);
     if (merged.result == merge_result::conflict)
         return refuse_overlap(record, at, merged.conflicts);
     if (merged.result == merge_result::failed) return refuse_text(at);
-    return put(at, {file_kind::regular, merged.text});
+    return put(at, {file_kind::regular, merged.text, before.attributes});
 }
 
 /* Whether its files have ever been in effect. */

@@ -9,8 +9,9 @@
 #include "tree/trns.h"
 
 /* What the archive holds as edits of a transaction: to be looked at, added to and committed like
- * anything that a client has set. Only contents come: owner and mode are those of the files that
- * are there. A file that was not there is an empty one, a member of a directory is deleted.
+ * anything that a client has set. Contents come, and by the commit owner and mode, where the module
+ * does not set them. A file that was not there is an empty tree, and removed by the commit unless
+ * something is added; a member of a directory is deleted.
  *
  * 0; or -1, and the error record says why: then the caller drops the transaction, which may hold
  * some of the edits. May throw std::bad_alloc. */

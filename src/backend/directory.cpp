@@ -200,12 +200,11 @@ int directory_write::look_at_removed() {
 }
 
 int directory_write::write(const cnfnode *member, file_batch &batch) {
-    const llconf_file *file = lli_->file;
-    file_attributes attributes{file->mode, file->uid, file->gid};
+    file_attributes attributes = attributes_of(record_of(lli_), member->name);
     const std::string *origin = record_.name_of(cnfnode_source(member));
     const member_record *known = record_.named(origin ? *origin : member->name);
-    if (known && known->state != member_state::unread) {
-        attributes.earlier = &known->attributes;
+    if (!attributes.earlier && known && known->state != member_state::unread) {
+        attributes.earlier = known->attributes;
         attributes.earlier_counts_first = origin && *origin != member->name;
     }
     const member_record *replaced = record_.named(member->name);

@@ -38,6 +38,7 @@ void record_file(item_record *item, const file_identity &looked) {
 /* What has been read becomes the item's tree, which is clean then. */
 int accept_tree(item_record *item, cnfnode *tree) {
     llconf_install_cnftree(item, tree);
+    item->archived.reset();
     item->is_dirty = 0;
     item_enter(item, tree_event::looked);
     return 0;

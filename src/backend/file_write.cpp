@@ -129,7 +129,8 @@ int write_one_by_one(llconf_item *list) {
 int llconf_write_cnftree_file(llconf_item *lli, const char *filename, cnfnode *tree) {
     owned_str path{prefix_llfilename(filename)};
     const int reason =
-        path ? replace_file(lli->module, path.get(), tree, attributes_of(lli->file)) : ENOMEM;
+        path ? replace_file(lli->module, path.get(), tree, attributes_of(record_of(lli), ""))
+             : ENOMEM;
     if (reason == 0) {
         if (lli->file) lli->file->mtime = identity_at(path.get()).modified.tv_sec;
         return 0;

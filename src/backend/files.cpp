@@ -78,6 +78,17 @@ mode_t default_mode() {
     return 0666U & ~mask;
 }
 
+/* What a file that was made like that is to have. */
+owner_and_mode wished_of(const owner_and_mode &made, const owner_and_mode *old,
+                         const file_attributes &wanted) {
+    const bool earlier_counts = wanted.earlier && (wanted.earlier_counts_first || !old);
+    owner_and_mode as = earlier_counts ? *wanted.earlier : old ? *old : made;
+    if (wanted.uid >= 0) as.uid = static_cast<uid_t>(wanted.uid);
+    if (wanted.gid >= 0) as.gid = static_cast<gid_t>(wanted.gid);
+    if (wanted.mode >= 0) as.mode = static_cast<mode_t>(wanted.mode);
+    return as;
+}
+
 /* Owner before mode: a change of owner clears mode bits. What the module sets and cannot be set is
  * logged only, and the file is then less open than it should be; what the old file had must stay.
  * With an archive, a commit is all that it should be or nothing. */
@@ -85,15 +96,9 @@ int apply_attributes(int fd, const char *path, const owner_and_mode *old,
                      const file_attributes &wanted) {
     struct stat now {};
     if (fstat(fd, &now) != 0) return errno;
-    bool earlier_counts = wanted.earlier && (wanted.earlier_counts_first || !old);
-    owner_and_mode as = earlier_counts ? *wanted.earlier
-                        : old          ? *old
-                                       : owner_and_mode{now.st_uid, now.st_gid, default_mode()};
+    const owner_and_mode as = wished_of({now.st_uid, now.st_gid, default_mode()}, old, wanted);
     bool keeps_owner =
         (wanted.uid < 0 && as.uid != now.st_uid) || (wanted.gid < 0 && as.gid != now.st_gid);
-    if (wanted.uid >= 0) as.uid = static_cast<uid_t>(wanted.uid);
-    if (wanted.gid >= 0) as.gid = static_cast<gid_t>(wanted.gid);
-    if (wanted.mode >= 0) as.mode = static_cast<mode_t>(wanted.mode);
     if ((as.uid != now.st_uid || as.gid != now.st_gid) && fchown(fd, as.uid, as.gid) != 0) {
         int reason = errno;
         daemon_log(LOG_ERR, "chown('%s', %d, %d) failed: %s", path, static_cast<int>(as.uid),
@@ -255,17 +260,23 @@ file_batch::~file_batch() {
     }
 }
 
-int file_batch::plan(const cnfmodule *module, const char *path, const cnfnode *tree) {
+int file_batch::plan(const cnfmodule *module, const char *path, const cnfnode *tree,
+                     const file_attributes &attributes) {
     size_t length = 0;
     const owned_str text{cnfmodule_unparse_text(module, tree, &length)};
     if (!text) return fail_unparsing(path, errno);
-    plan_->push_back({module->name, path, false, "", {text.get(), length}});
+    struct stat st {};
+    const bool exists = place_stat(path, &st) == 0;
+    const owner_and_mode old{st.st_uid, st.st_gid, st.st_mode & 07777U};
+    const owner_and_mode as =
+        wished_of({geteuid(), getegid(), default_mode()}, exists ? &old : nullptr, attributes);
+    plan_->push_back({module->name, path, false, as, "", {text.get(), length}});
     return 0;
 }
 
 int file_batch::write(const cnfmodule *module, const char *path, const cnfnode *tree,
                       const file_attributes &attributes, const file_identity *expected) {
-    if (is_plan()) return plan(module, path, tree);
+    if (is_plan()) return plan(module, path, tree, attributes);
     written_.push_back({module->name, path, expectation(expected)});
     daemon_log(LOG_NOTICE, "writing file %s", path);
     int reason = write_temporary(module, path, tree, attributes);
@@ -279,7 +290,7 @@ int file_batch::write(const cnfmodule *module, const char *path, const cnfnode *
 
 void file_batch::remove(const cnfmodule *module, const char *path, const file_identity *expected) {
     if (is_plan())
-        plan_->push_back({module->name, path, true, "", ""});
+        plan_->push_back({module->name, path, true, {}, "", ""});
     else
         removed_.push_back({module->name, path, expectation(expected)});
 }

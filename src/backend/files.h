@@ -44,7 +44,7 @@ struct file_attributes {
     int mode = -1;
     int uid = -1;
     int gid = -1;
-    const owner_and_mode *earlier = nullptr;
+    std::optional<owner_and_mode> earlier;
     bool earlier_counts_first = false;
 };
 
@@ -53,7 +53,8 @@ struct planned_change {
     std::string module; /* its name */
     std::string path;   /* complete; empty for a command */
     bool removed = false;
-    std::string before; /* of a command only */
+    owner_and_mode attributes = {}; /* of a file that is written */
+    std::string before;             /* of a command only */
     std::string text;
 };
 
@@ -103,7 +104,8 @@ class file_batch {
         std::string path;
         std::optional<file_identity> expected;
     };
-    int plan(const cnfmodule *module, const char *path, const cnfnode *tree);
+    int plan(const cnfmodule *module, const char *path, const cnfnode *tree,
+             const file_attributes &attributes);
     int look_again();
     int rename_all();
     int remove_all();

@@ -28,6 +28,7 @@
 
 #include "backend/items.h"
 #include "backend/ll_trns.h"
+#include "llconf/nodes.h"
 
 namespace {
 
@@ -94,6 +95,18 @@ void item_enter(item_record *item, tree_event event) {
     }
     daemon_log(LOG_ERR, "module '%s': event %d in state %d", item->name, static_cast<int>(event),
                static_cast<int>(item->state));
+}
+
+const file_state *item_archived(const item_record *item, const std::string &member) {
+    if (!item->archived) return nullptr;
+    auto found = item->archived->find(member);
+    return found == item->archived->end() ? nullptr : &found->second;
+}
+
+bool item_means_no_file(const item_record *item) {
+    const file_state *archived = item_archived(item, "");
+    const cnfnode *tree = item->cn_root;
+    return archived && archived->kind == file_kind::absent && tree && !tree->first_child;
 }
 
 const directory_record *item_directory(const llconf_item *lli) {

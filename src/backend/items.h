@@ -5,6 +5,11 @@
 #    error "items.h is for the backend's own sources"
 #endif
 
+#include <map>
+#include <memory>
+#include <string>
+
+#include "archive/file_state.h"
 #include "backend/directory.h"
 #include "backend/llconf_item.h"
 #include "backend/seen_file.h"
@@ -38,6 +43,12 @@ enum class tree_event : unsigned char {
     failed      /* the source is there and cannot be read */
 };
 
+/* What files were of which the archive has given the contents, by the member's name, and empty for
+ * that of an instance with one file. The commit gives them owner and mode back, and removes again
+ * what was not there. */
+using archived_states = std::map<std::string, file_state>;
+using shared_states = std::shared_ptr<const archived_states>;
+
 /* A tree and what it was read from: a file (null: nobody has looked), or the files of a directory.
  */
 struct recorded_tree {
@@ -53,6 +64,7 @@ struct item_record : llconf_item {
     item_record *borrower = nullptr; /* of a lent tree */
     shared_record record;            /* of the item's own tree, when that is a directory's */
     shared_seen_file seen;           /* and when that is a file's */
+    shared_states archived;          /* of the edits of an item; null where there are none */
     file_identity looked;            /* of the file, when it was parsed last, well or not */
     recorded_tree parsed;            /* the last parse; its tree is the caller's until installed */
     recorded_tree replaced; /* the tree that a submit put aside: the source's, as last read */
@@ -83,6 +95,14 @@ bool item_commit_ended(const item_record *item);
 
 /* Puts the tree that a submit replaced back in its place, clean; the edits are gone. */
 void item_put_back(item_record *primary);
+
+/* What the file of an item, or a member of it, was in the archive whose contents it has; null for
+ * one that is not from there. */
+const file_state *item_archived(const item_record *item, const std::string &member);
+
+/* Whether the tree of an instance with one file stands for none: there was none in the archive, and
+ * nothing has been added since. */
+bool item_means_no_file(const item_record *item);
 
 /* The records of the files of the tree that lli reads or writes; null for no directory. */
 const directory_record *item_directory(const llconf_item *lli);

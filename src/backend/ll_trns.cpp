@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "backend/file_io.h"
+#include "backend/items.h"
 #include "daemon/trace.h"
 #include "llconf/modules.h"
 #include "llconf/nodes.h"
@@ -96,6 +97,7 @@ int try_tree(const llconf_item *primary, const cnfnode *tree) {
 int try_item(llconf_item *lli) {
     const llconf_item *primary = llconf_primary_item(lli);
     if (!lli->is_dirty || !lli->cn_root || lli->delete_me || !primary->module) return 0;
+    if (item_means_no_file(record_of(lli))) return 0;
     if ((primary->flags & LLI_FLAG_READONLY) || cnftree_size(lli->cn_root) > k_most_tried) return 0;
     if (!primary->pattern) return try_tree(primary, lli->cn_root);
     for (const cnfnode *member = lli->cn_root->first_child; member; member = member->next) {

@@ -72,7 +72,8 @@ int take_in_file(item_record *item) {
     const owned_str path{prefix_llfilename(item->file->filename)};
     if (!path) return ENOMEM;
     others_work work;
-    const cnfnode *tree = item->delete_me ? nullptr : item->cn_root;
+    const bool goes = item->delete_me || item_means_no_file(item);
+    const cnfnode *tree = goes ? nullptr : item->cn_root;
     const int reason = look_for_others(item->module, path.get(), *item->seen, tree, work);
     if (reason != 0 || !work.now) return reason;
     auto now = std::make_shared<const seen_file>(std::move(*work.now));

@@ -64,6 +64,7 @@ bool can_lend(const item_record *lender, const llconf_item *borrower) {
 void borrow_tree(item_record *item, item_record *lender) {
     item->journal = cnf_journal_begin(lender->cn_root);
     if (!item->journal) return;
+    item->archived = lender->archived;
     item->cn_root = lender->cn_root;
     lender->borrower = item;
     item_enter(item, tree_event::borrows);
@@ -76,6 +77,7 @@ void copy_tree(item_record *item, const item_record *from) {
     if (!item->cn_root) return;
     item->record = from->record;
     item->seen = from->seen;
+    item->archived = from->item_orig ? from->archived : nullptr;
     item_enter(item, tree_event::copied);
 }
 
@@ -116,6 +118,7 @@ void move_tree_up(item_record *shadow) {
         orig->record = std::move(tree.record);
         orig->seen = std::move(tree.seen);
     }
+    orig->archived = std::move(shadow->archived);
     orig->serial = llconf_trns_ctx_serial();
     item_enter(orig, tree_event::taken);
     orig->is_dirty = 1;
@@ -160,6 +163,7 @@ void item_put_back(item_record *primary) {
     primary->cn_root = back.tree;
     primary->record = std::move(back.record);
     primary->seen = std::move(back.seen);
+    primary->archived.reset();
     primary->is_dirty = 0;
     primary->delete_me = 0;
 }
@@ -199,6 +203,7 @@ int llconf_submit_shadow_list(llconf_item *shadows) {
 int llconf_revert_shadow_list(llconf_item *shadows) {
     for (llconf_item *shadow = shadows; shadow; shadow = shadow->next) {
         llconf_install_cnftree(shadow, nullptr);
+        record_of(shadow)->archived.reset();
         shadow->is_dirty = 0;
         shadow->delete_me = 0;
         for (hook_list hooks : k_hook_lists)

@@ -137,6 +137,7 @@ int whole_commit::prepare(piece &one, file_batch &batch) {
     if (item->delete_me) return item->file ? note_deletion(item, batch) : 0;
     if (is_unread_source(item)) return keep_unread_source(item);
     if (!item->file || !item->cn_root) return 0;
+    if (item_means_no_file(item)) return note_deletion(item, batch);
     const size_t first = batch.written();
     if (item->pattern) one.directory.emplace(item, item->record.get());
     const int reason = item->pattern ? one.directory->prepare(batch) : write_beside(item, batch);
@@ -195,6 +196,7 @@ void whole_commit::settle() {
     for (piece &one : pieces_) {
         if (one.directory) one.item->record = one.directory->done();
         one.item->is_dirty = 0;
+        one.item->archived.reset();
         if (!one.item->file) continue;
         one.item->file->last_write = get_uptime();
         if (!one.item->pattern) note_file_written(one.item);
@@ -225,7 +227,8 @@ int whole_commit::plan(llconf_item *list, commit_plan &plan) {
         const item_record *item = one.item;
         if (item->func_pre_commit) plan.hooks.push_back(std::string{"pre-commit of "} + item->name);
         if (!writes_command(item)) continue;
-        planned_change change{item->name, "", false, "", ""};
+        planned_change change;
+        change.module = item->name;
         if (!text_of(item->module, item->replaced.tree, change.before)) change.before.clear();
         if (!text_of(item->module, item->cn_root, change.text)) return refuse(item, errno);
         plan.changes.push_back(std::move(change));

@@ -36,8 +36,16 @@ bool any_dirty(const llconf_item *list) {
     return list != nullptr;
 }
 
-file_attributes attributes_of(const llconf_file *file) {
-    return file ? file_attributes{file->mode, file->uid, file->gid} : file_attributes{};
+file_attributes attributes_of(const item_record *item, const std::string &member) {
+    file_attributes attributes;
+    if (const llconf_file *file = item->file)
+        attributes = {file->mode, file->uid, file->gid, {}, false};
+    const file_state *archived = item_archived(item, member);
+    if (archived && archived->kind == file_kind::regular) {
+        attributes.earlier = owner_and_mode{archived->uid, archived->gid, archived->mode};
+        attributes.earlier_counts_first = true;
+    }
+    return attributes;
 }
 
 bool is_unread_source(const item_record *item) {
@@ -63,7 +71,7 @@ int keep_unread_source(const item_record *item) {
 int write_beside(const item_record *item, file_batch &batch) {
     owned_str path{prefix_llfilename(item->file->filename)};
     if (!path) return ENOMEM;
-    return batch.write(item->module, path.get(), item->cn_root, attributes_of(item->file),
+    return batch.write(item->module, path.get(), item->cn_root, attributes_of(item, ""),
                        item->seen ? &item->seen->identity : nullptr);
 }
 

@@ -16,8 +16,8 @@
 /* Whether an item of the list has edits that its source lacks. */
 bool any_dirty(const llconf_item *list);
 
-/* Owner and mode that the files of an instance are given; null: what there is. */
-file_attributes attributes_of(const llconf_file *file);
+/* Owner and mode that the file of an instance, or a member of it, is given. */
+file_attributes attributes_of(const item_record *item, const std::string &member);
 
 /* Writes the tree of a file instance beside its file. May throw std::bad_alloc. */
 int write_beside(const item_record *item, file_batch &batch);

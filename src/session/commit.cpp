@@ -207,10 +207,6 @@ void session_commit_end(ccd_session *session, const char *id, int error) {
     bgexec_unlock(session);
 }
 
-const bgexec_ctx *session_running_commit(void) {
-    return bgexec_running_writer();
-}
-
 int session_process_current(ccd_session *session, const char *id, const char *) {
     if (session_check_and_barf_perms(session, id, k_perm_read)) return 0;
     return answer_if_stale(session, id) ? 0 : reply_ok(session, id);

@@ -24,9 +24,6 @@ void session_commit_next(void);
  * again. The session, which may be null, gets its answer, OK for error 0, and is unlocked. */
 void session_commit_end(ccd_session *session, const char *id, int error);
 
-/* The job whose child writes files, borrowed, or null. */
-const struct bgexec_ctx *session_running_commit(void);
-
 int session_process_current(ccd_session *session, const char *id, const char *args);
 int session_process_update(ccd_session *session, const char *id, const char *args);
 int session_process_dirty(ccd_session *session, const char *id, const char *args);

@@ -68,6 +68,14 @@ fe_node *refuse_aloud() {
     return truth_node(false);
 }
 
+/* What the texts do not tell. */
+std::string told_besides(const planned_change &change, const file_state &now) {
+    if (change.path.empty()) return {};
+    const auto &[uid, gid, mode] = change.attributes;
+    file_state then{change.removed ? file_kind::absent : file_kind::regular, mode, uid, gid, ""};
+    return attribute_changes(name_in_module(change.path), now, then);
+}
+
 int append_difference(const planned_change &change, std::string &all) {
     file_state state;
     std::string before = change.before;
@@ -81,6 +89,7 @@ int append_difference(const planned_change &change, std::string &all) {
                      change.removed ? "/dev/null" : "b" + name, one) != 0)
         return -1;
     all += one;
+    if (!change.removed || one.empty()) all += told_besides(change, state);
     return 0;
 }
 
@@ -93,20 +102,24 @@ int plan_quietly(llconf_item *list, commit_plan &plan) {
     return plan_commit(list, plan);
 }
 
-/* The child of the action is not needed afterwards: its trees may become those of the commit. */
-fe_node *fe_func_commitdiff(fe_context *ctx, fe_node * /*call*/) {
-    if (!command_may_wait()) return fail_outside_action();
+/* The child of the action is not needed afterwards: its trees may become those of the commit. 0 or
+ * an error number, with the error record set. */
+int plan_of(fe_context *ctx, commit_plan &plan) {
     ccd_clear_error();
     auto *transaction = static_cast<trns_ctx *>(ctx->user_data);
     if (trns_check_ctx_serial(transaction) != 0) {
         ccd_set_error("commit conflict", "error.commit.conflict");
-        return refuse_aloud();
+        return ESTALE;
     }
     trns_submit_ctx(transaction);
     trns_ctx_item *backend = trns_find_ctx_byid(g_trns_ctx, k_ll_trns_id);
+    return backend ? plan_quietly(static_cast<llconf_item *>(backend->data), plan) : 0;
+}
+
+fe_node *fe_func_commitdiff(fe_context *ctx, fe_node * /*call*/) {
+    if (!command_may_wait()) return fail_outside_action();
     commit_plan plan;
-    if (!backend) return truth_node(true);
-    errno = plan_quietly(static_cast<llconf_item *>(backend->data), plan);
+    errno = plan_of(ctx, plan);
     if (errno != 0) return refuse_aloud();
     std::string all;
     for (const planned_change &change : plan.changes)
@@ -121,6 +134,15 @@ fe_node *fe_func_sessionchanges(fe_context *ctx, fe_node * /*call*/) {
     std::string text;
     param_changes(g_current_session, g_trns_ctx, static_cast<trns_ctx *>(ctx->user_data), LONG_MAX,
                   text);
+    /* A commit that would be refused is told of by commitdiff. */
+    commit_plan plan;
+    if (plan_of(ctx, plan) == 0) {
+        for (const planned_change &change : plan.changes) {
+            file_state now;
+            std::string contents;
+            if (read_state(change.path, now, contents) == 0) text += told_besides(change, now);
+        }
+    }
     return truth_node(print_text(text));
 }
 
@@ -142,6 +164,8 @@ fe_node *fe_func_commitchanges(fe_context *ctx, fe_node *call) {
     if (!param_changes(g_current_session, before.get(), after.get(),
                        command_may_wait() ? LONG_MAX : k_quick_values, text))
         return fe_fail(EINVAL, nullptr, "too much for INFO: ADMIN on the same node shows it");
+    for (const archived_file &file : record.files)
+        text += attribute_changes(file.path, file.before, file.after);
     if (text.ends_with('\n')) text.pop_back();
     return const_node(text.c_str());
 }

@@ -114,7 +114,7 @@ fe_node *fe_func_daemoncount(fe_context *ctx, fe_node *call) {
 }
 
 fe_node *fe_func_commitstatus(fe_context * /*ctx*/, fe_node * /*call*/) try {
-    const bgexec_ctx *job = session_running_commit();
+    const bgexec_ctx *job = bgexec_running_writer();
     if (!job) return const_node("");
     const std::string user = job->user ? job->user : "";
     return const_node(("user " + user + ", process " + std::to_string(job->pid) + ", " +
@@ -141,7 +141,7 @@ bool is_child(pid_t pid, pid_t daemon) {
 
 /* Called in the child of an action, whose parent is the daemon, or in the daemon itself. */
 fe_node *fe_func_commitend(fe_context * /*ctx*/, fe_node * /*call*/) try {
-    const bgexec_ctx *job = session_running_commit();
+    const bgexec_ctx *job = bgexec_running_writer();
     if (!job || !(is_child(job->pid, getppid()) || is_child(job->pid, getpid())))
         return truth_node(false);
     daemon_log(LOG_WARNING, "commit of user '%s', process %ld, is ended as was asked for",

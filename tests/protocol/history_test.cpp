@@ -1,3 +1,6 @@
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "daemon_fixture.h"
 
 /* Commits that have been made: what is told of them, and to whom. */
@@ -136,6 +139,35 @@ TEST_F(History, UndoesOneCommitAndKeepsWhatHasBeenChangedSince) {
     EXPECT_EQ(a.ask("5 GET commits.comment"), "5.1 \n5 OK\n");
 }
 
+TEST_F(History, GivesBackOwnerAndModeAndThatThereWasNoFile) {
+    begin("");
+    const std::string name = path("/etc/default/appliance");
+    const auto mode_of = [](const std::string &at) {
+        struct stat st {};
+        return stat(at.c_str(), &st) == 0 ? st.st_mode & 07777U : 0;
+    };
+    ASSERT_EQ(chmod(name.c_str(), 0600) + unlink(path("/etc/issue").c_str()), 0);
+    a = logged_in();
+    commit("system.location first");
+    chmod(name.c_str(), 0644);
+    commit("system.banner hello");
+    EXPECT_EQ(a.ask("1 SET commits.load 1"), "1 OK\n");
+    const std::string mode = "# mode of /etc/default/appliance: 0644 -> 0600\n";
+    EXPECT_TRUE(action("changes").ends_with(mode + "# removed: /etc/issue\n"));
+    EXPECT_EQ(action("diff").substr(0, mode.size()), mode);
+    commit("system.contact me");
+    EXPECT_EQ(mode_of(name), 0600U);
+    EXPECT_EQ(file("/etc/issue"), "<missing>");
+    EXPECT_NE(info("history.3.changes").find(mode), std::string::npos);
+    commit("commits.undo 3");
+    EXPECT_EQ(mode_of(name), 0644U);
+    EXPECT_EQ(file("/etc/issue"), "hello\n");
+    EXPECT_EQ(a.ask("2.1 SET commits.load 1\n2.2 SET system.banner more\n2 SUBMIT"),
+              "2.1 OK\n2.2 OK\n2 OK\n");
+    EXPECT_EQ(a.ask("3 COMMIT"), "3 OK\n");
+    EXPECT_EQ(file("/etc/issue"), "more\n");
+}
+
 TEST_F(History, BringsFilesOfADirectoryBackAndTakesThemAway) {
     begin("mode: 0640\n}\ndropins {\n module: keyvalue\n file: /etc/dropins\n pattern: \"*.conf\"");
     stop();
@@ -177,7 +209,8 @@ TEST_F(History, ShowsBeforeACommitWhatItWouldChange) {
         "- network.hosts.192%2e0%2e2%2e11.aliases: mail\n+ ssh.port: 22\n"
         "- ssh.root-login: prohibit-password\n+ ssh.root-login: no\n- ssh.password-login: yes\n"
         "+ ssh.password-login: no\n- ssh.hardened: no\n+ ssh.hardened: yes\n- radius.secret\n"
-        "+ radius.secret\n- radius.secret-set: no\n+ radius.secret-set: yes\n";
+        "+ radius.secret\n- radius.secret-set: no\n+ radius.secret-set: yes\n"
+        "# mode of /etc/default/appliance: 0644 -> 0640\n";
     EXPECT_EQ(action("changes"), changes);
     const std::string diff = action("diff");
     EXPECT_NE(diff.find("\n-192.0.2.11\tmail.example.net\tmail\t# moves"), std::string::npos);
