@@ -18,6 +18,7 @@
 #include <sys/wait.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 #include "archive/archive.h"
@@ -126,7 +127,9 @@ bool answer_if_refused(ccd_session *session, const char *id) {
     if (answer_if_stale(session, id)) return true;
     ccd_clear_error();
     if (restore_is_owed()) {
-        ccd_set_error("an interrupted commit has not been put back yet", "error.commit.restore");
+        char text[320];
+        snprintf(text, sizeof text, "an interrupted commit is being put back%s", restore_trouble());
+        ccd_set_error(text, "error.commit.restore");
     } else if (!trial_refuses(session)) {
         return answer_if_unwritable(session, id);
     }

@@ -10,9 +10,11 @@
 #include <libdaemon/dlog.h>
 #include <sys/wait.h>
 #include <syslog.h>
+#include <time.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <new>
 
@@ -40,15 +42,25 @@ bool g_demanded = false;
 long g_pause = 0; /* behind the last failure; 0 after a success */
 loop_timer g_retry;
 
+struct failure {
+    int reason;
+    time_t since;      /* of the first attempt that failed */
+    int64_t next_time; /* loop_now */
+};
+failure g_failure; /* counts while g_pause does */
+
 void try_again(void *) {
     g_demanded = true;
     restore_next();
 }
 
 void put_off(int reason) {
+    if (g_pause == 0) g_failure.since = time(nullptr);
     g_pause = g_pause == 0 ? k_first_pause : std::min(2 * g_pause, k_longest_pause);
     daemon_log(LOG_ERR, "putting files back failed: %s; next try in %ld seconds", strerror(reason),
                g_pause / k_milliseconds);
+    g_failure.reason = reason;
+    g_failure.next_time = loop_now() + g_pause;
     loop_set_timer(&g_retry, g_pause, try_again, nullptr);
 }
 
@@ -119,6 +131,20 @@ void restore_demand(void) {
 
 void restore_next(void) {
     if (g_demanded && !loop_stopping() && !bgexec_running_writer()) start(nullptr, "", 0);
+}
+
+const char *restore_trouble(void) {
+    static char text[256];
+    if (g_pause == 0) return "";
+    struct tm parts {};
+    char since[32] = "";
+    if (gmtime_r(&g_failure.since, &parts))
+        strftime(since, sizeof(since), "%Y-%m-%d %H:%M:%S UTC", &parts);
+    const int64_t left = std::max<int64_t>(g_failure.next_time - loop_now(), 0);
+    snprintf(text, sizeof(text), " since %s, which failed: %s; tried again in %lld seconds", since,
+             strerror(g_failure.reason),
+             static_cast<long long>((left + k_milliseconds - 1) / k_milliseconds));
+    return text;
 }
 
 bool restore_is_needed(void) try {

@@ -28,6 +28,10 @@ void restore_next(void);
 /* Whether a commit is open whose child has ended, when none runs. */
 bool restore_is_needed(void);
 
+/* What the client is told of an attempt that failed and is made again: " since TIME, which failed:
+ * REASON; tried again in N seconds". Empty when none has failed. */
+const char *restore_trouble(void);
+
 /* Whether an interrupted commit still waits to be put back, so that no other may begin. */
 bool restore_is_owed(void);
 

@@ -95,6 +95,13 @@ bool trial_refuses(const ccd_session *session) try {
     const int64_t left = left_now();
     const char *user = session->username ? session->username : "";
     if (ordered && left > 0 && g_trial.user == user) return false;
+    if (left == 0) {
+        const std::string number = std::to_string(g_trial.number);
+        const std::string text = "the trial commit " + number + " is being undone";
+        ccd_set_error((text + restore_trouble()).c_str(), "error.trial.undo");
+        ccd_add_error_arg(number.c_str());
+        return true;
+    }
     ccd_set_error("commit conflict", "error.trial");
     ccd_add_error_arg(g_trial.user.c_str());
     ccd_add_error_arg(std::to_string((left + k_milliseconds - 1) / k_milliseconds).c_str());

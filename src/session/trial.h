@@ -18,8 +18,8 @@ void trial_look(void);
 void trial_action_ended(void);
 
 /* Whether a session's commit has to wait for the end of a trial; then the error record says whose
- * trial it is, how many seconds are left, and until when. A session joins a trial of its own user
- * by an order for one. */
+ * trial it is, how many seconds are left, and until when, or what keeps it from being undone. A
+ * session joins a trial of its own user by an order for one. */
 bool trial_refuses(const ccd_session *session);
 
 /* The running trial's newest commit, who made it, and the milliseconds that are left, 0 while it is

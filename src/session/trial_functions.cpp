@@ -12,6 +12,7 @@
 #include "archive/trials.h"
 #include "backend/trial_end.h"
 #include "session/commit_watch.h"
+#include "session/restore.h"
 #include "session/session.h"
 #include "session/trial.h"
 #include "tree/arguments.h"
@@ -56,9 +57,12 @@ fe_node *fe_func_trialstatus(fe_context * /*ctx*/, fe_node * /*call*/) {
     trial_view view;
     if (!trial_running(&view)) return const_node("");
     const int64_t seconds = (view.left + k_milliseconds - 1) / k_milliseconds;
-    return const_node(("commit " + std::to_string(view.number) + ", user " + view.user + ", " +
-                       std::to_string(seconds) + " seconds left")
-                          .c_str());
+    std::string text = "commit " + std::to_string(view.number) + ", user " + view.user + ", ";
+    if (seconds > 0)
+        text += std::to_string(seconds) + " seconds left";
+    else
+        text += std::string{"being undone"} + restore_trouble();
+    return const_node(text.c_str());
 }
 
 const char *reason_text(int reason) {

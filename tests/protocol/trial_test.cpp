@@ -181,7 +181,12 @@ TEST_F(Archived, ATrialThatCannotBeUndoneYetHoldsCommitsUpAndIsTriedAgain) {
             "try in 1 seconds");
     }));
     a.ask("3 UPDATE\n4.1 SET trial 5\n4.2 SET level 7\n4 SUBMIT");
-    EXPECT_NE(a.ask("5 COMMIT").find("5.error.arg 0\n"), std::string::npos);
+    EXPECT_EQ(a.ask("5 COMMIT")
+                  .find("5.error error.trial.undo\n5.error.arg 1\n5 ERR the trial "
+                        "commit 1 is being undone since 2"),
+              0u);
+    EXPECT_NE(a.ask("6 INFO trial").find("UTC,+which+failed:+Is+a+directory;+tried+again+in+"),
+              std::string::npos);
     fs::remove(path("/etc/box.conf.ucfgd-tmp"));
     EXPECT_TRUE(eventually([this] { return has_state(1, "undone"); }));
     EXPECT_EQ(file("/etc/box.conf"), k_box);
