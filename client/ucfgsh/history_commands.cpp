@@ -163,7 +163,7 @@ int take_back(shell &sh, const char *name, const char *parameter, const std::str
 void show_at_once(int stream, const char *text, void *data) {
     shell &sh = *static_cast<shell *>(data);
     if (stream != 1) {
-        sh.out.complain(text);
+        if (*text) sh.out.complain(sh.prefix + "watch: " + text);
     } else if (sh.out.json()) {
         sh.out.document(json_text(text));
         sh.out.flush();
@@ -180,6 +180,8 @@ int watch_with(shell &sh, session &link, const char *from) {
     if (code == k_ucfg_interrupted && sh.interactive) sh.out.line(""); /* behind the "^C" */
     if (code == k_ucfg_ok || code == k_ucfg_interrupted) return k_exit_done;
     std::string text = ucfg_text(link.conn());
+    /* An action that failed has said why. */
+    if (code == k_ucfg_failed && text.empty()) return k_exit_failed;
     sh.out.complain(sh.prefix + "watch: " + readable(text));
     return status_of(code, text);
 }
@@ -281,7 +283,9 @@ int run_watch(shell &sh, const arguments &args) {
     own.keep = own.force = false;
     session link{own, [&](const std::string &text) { sh.out.complain(sh.prefix + text); }};
     int status = link.open(k_ucfg_perm_read | k_ucfg_perm_exec);
-    return status == k_exit_done ? watch_with(sh, link, from) : status;
+    if (status == k_exit_done) status = watch_with(sh, link, from);
+    link.close();
+    return status;
 }
 
 }  // namespace ucfgsh

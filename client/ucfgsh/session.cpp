@@ -25,6 +25,8 @@ namespace {
 
 constexpr int k_reconnect_attempts = 12;
 constexpr std::chrono::milliseconds k_reconnect_pause{250};
+constexpr int k_attempts_at_end = 5;
+constexpr int k_patience_at_end = 1000;
 constexpr const char *k_no_write = "you do not have write permission";
 
 void wipe(std::string &text) {
@@ -46,10 +48,7 @@ session::session(const options &opts, std::function<void(const std::string &)> t
       user_(opts.user),
       force_(opts.force) {
     if (!conn_) throw std::bad_alloc{};
-    if (opts.timeout > 0)
-        ucfg_set_timeout(conn_.get(), opts.timeout * 1000);
-    else
-        ucfg_set_timeout(conn_.get(), -1);
+    ucfg_set_timeout(conn_.get(), patience());
     ucfg_set_interrupt(conn_.get(), &g_interrupted);
 }
 
@@ -136,14 +135,29 @@ void session::close() {
     if (opts_.keep && !opts_.session_id)
         tell_(std::string{"session kept, take it up with --session "} +
               ucfg_session_id(conn_.get()));
-    if (!opts_.keep && ucfg_alive(conn_.get())) ucfg_logout(conn_.get());
+    if (!opts_.keep) end();
     ucfg_close(conn_.get());
     logged_in_ = false;
 }
 
+/* The rest of an answer that was interrupted may be under way: a log-out goes through a new
+ * connection then. Without one the session would wait to be resumed. Whoever leaves does not wait
+ * long for that. */
+void session::end() {
+    const sig_atomic_t interrupted = g_interrupted;
+    g_interrupted = 0;
+    if (interrupted) ucfg_close(conn_.get());
+    ucfg_set_timeout(conn_.get(), k_patience_at_end);
+    if (ucfg_alive(conn_.get()) ||
+        (*ucfg_session_id(conn_.get()) && resume_with_patience(k_attempts_at_end)))
+        ucfg_logout(conn_.get());
+    ucfg_set_timeout(conn_.get(), patience());
+    if (interrupted) g_interrupted = interrupted;
+}
+
 /* The daemon may still be starting, or may not have noticed yet that the old connection is gone. */
-bool session::resume_with_patience() {
-    for (int i = 0; i < k_reconnect_attempts && !g_interrupted; i++) {
+bool session::resume_with_patience(int attempts) {
+    for (int i = 0; i < attempts && !g_interrupted; i++) {
         if (i > 0) std::this_thread::sleep_for(k_reconnect_pause);
         if (!ucfg_alive(conn_.get()) && ucfg_reconnect(conn_.get()) != k_ucfg_ok) continue;
         int code = ucfg_resume(conn_.get(), nullptr);
@@ -161,7 +175,7 @@ std::string session::loss() const {
 
 bool session::recover() {
     tell_("the connection was lost, trying to take the session up again");
-    if (resume_with_patience()) {
+    if (resume_with_patience(k_reconnect_attempts)) {
         tell_("the session is back, with its changes");
         return true;
     }

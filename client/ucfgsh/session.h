@@ -68,7 +68,9 @@ class session {
     int try_login(const std::string &password);
     bool may_ask() const;
     bool recover();
-    bool resume_with_patience();
+    bool resume_with_patience(int attempts);
+    void end();
+    int patience() const { return opts_.timeout > 0 ? opts_.timeout * 1000 : -1; }
     int after_end(int code);
     std::string explain() const;
     std::string loss() const;

@@ -10,6 +10,7 @@
 #include "ucfgsh/commands.h"
 #include "ucfgsh/completion.h"
 #include "ucfgsh/script.h"
+#include "ucfgsh/terminal.h"
 #include "ucfgsh/tree_view.h"
 
 using namespace ucfgsh;
@@ -325,6 +326,13 @@ TEST_F(ShellTest, ALostConnectionIsBroughtBackAndOnlySafeRequestsAreRepeated) {
     EXPECT_NE(told.find("may or may not have been carried out"), std::string::npos);
     EXPECT_EQ(link.call(after_loss::report, add), k_ucfg_ok);
     EXPECT_TRUE(toy.values.contains("hosts.x"));
+    g_interrupted = 1;
+    link.close();
+    EXPECT_EQ(g_interrupted, 1);
+    g_interrupted = 0;
+    const strings seen = daemon.seen();
+    EXPECT_NE(seen[seen.size() - 2].find(" RESUME "), std::string::npos);
+    EXPECT_TRUE(seen.back().ends_with(" LOGOUT"));
 }
 
 }  // namespace
