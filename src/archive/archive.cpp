@@ -36,14 +36,12 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
-#include <filesystem>
-#include <system_error>
 
+#include "archive/file_state.h"
+#include "daemon/place.h"
 #include "ucfgd/owners.h"
 
 namespace {
-
-namespace fs = std::filesystem;
 
 struct settings {
     std::string directory; /* empty without an archive */
@@ -67,12 +65,25 @@ int refuse(const std::string &directory, const char *why) {
     return -1;
 }
 
-/* The directories that lead there, made as the system makes them; only the last one is ours. */
-int make_directory(const std::string &directory) {
-    std::error_code error;
-    fs::create_directories(fs::path{directory}.parent_path(), error);
-    if (mkdir(directory.c_str(), 0700) == 0 || errno == EEXIST) return 0;
-    return fail("making", directory, errno);
+/* The directories that lead there, made as the system makes them; only the last one is ours. Links
+ * on the way lead where they lead for the files of modules; what comes back has none any more. */
+int make_directory(std::string &directory) {
+    place at;
+    while (directory.size() > 1 && directory.ends_with('/'))
+        directory.pop_back();
+    for (size_t end = 0; end != std::string::npos;) {
+        end = directory.find('/', end + 1);
+        const bool is_last = end == std::string::npos;
+        const std::string path = directory.substr(0, end);
+        errno = at.find(path.c_str(), is_last ? link_at_end::is_meant : link_at_end::is_followed);
+        if (errno != 0 || (mkdirat(at.folder(), at.name().c_str(), is_last ? 0700 : 0777) != 0 &&
+                           errno != EEXIST))
+            return fail("making", path, errno);
+    }
+    const std::string real = real_path(at);
+    if (real.empty()) return fail("looking at", directory, errno);
+    directory = real;
+    return 0;
 }
 
 void wait_a_moment() {
@@ -92,10 +103,19 @@ bool read_folder_name(const std::string &name, long &number) {
  * of the C++ library end the program where memory is missing. */
 std::vector<std::string> names_in(const std::string &folder) {
     std::vector<std::string> names;
-    errno = 0;
-    const owned<DIR, closedir> directory{opendir(folder.c_str())};
-    while (const dirent *entry = directory ? readdir(directory.get()) : nullptr)
-        names.emplace_back(entry->d_name);
+    int reason = 0;
+    {
+        const owned<DIR, closedir> directory{opendir(folder.c_str())};
+        if (!directory) reason = errno;
+        while (directory) {
+            errno = 0;
+            const dirent *entry = readdir(directory.get());
+            if (!entry) reason = errno;
+            if (!entry) break;
+            names.emplace_back(entry->d_name);
+        }
+    }
+    errno = reason;
     return names;
 }
 
@@ -120,10 +140,11 @@ folder_size size_of(const std::string &folder) {
     return size;
 }
 
-/* A folder without a readable record was never begun, or is damaged: nothing can come of it. */
+/* A folder without a record was never begun, and nothing can come of one that is damaged. But one
+ * that cannot be read at the moment may be that of a trial. */
 bool may_go(long number) {
     commit_record record;
-    if (read_record(archive_folder(number), record) != 0) return true;
+    if (read_record(archive_folder(number), record) != 0) return errno == ENOENT || errno == EINVAL;
     return record.state != commit_state::open && record.state != commit_state::trial;
 }
 
@@ -141,7 +162,8 @@ int check_directory(const std::string &directory) {
 
 int archive_configure(const std::string &directory, long kept, int64_t size) {
     g_archive = {directory, std::max(kept, 1L), size};
-    return make_directory(directory) == 0 ? check_directory(directory) : -1;
+    if (make_directory(g_archive.directory) != 0) return -1;
+    return check_directory(g_archive.directory);
 }
 
 void archive_forget(void) {
@@ -159,12 +181,14 @@ const std::string &archive_directory(void) {
 std::vector<long> archive_numbers(void) {
     std::vector<long> numbers;
     const std::vector<std::string> names = names_in(g_archive.directory);
-    if (errno != 0) fail("reading", g_archive.directory, errno);
+    const int reason = errno;
+    if (reason != 0) fail("reading", g_archive.directory, reason);
     for (const std::string &name : names) {
         long number = 0;
         if (read_folder_name(name, number)) numbers.push_back(number);
     }
     std::sort(numbers.begin(), numbers.end());
+    errno = reason;
     return numbers;
 }
 
@@ -174,6 +198,7 @@ std::string archive_folder(long number) {
 
 int archive_new_folder(long &number) {
     const std::vector<long> numbers = archive_numbers();
+    if (errno != 0) return -1;
     number = numbers.empty() ? 1 : numbers.back() + 1;
     const std::string folder = archive_folder(number);
     if (mkdir(folder.c_str(), 0700) != 0) return fail("making", folder, errno);
@@ -195,7 +220,8 @@ archive_lock::archive_lock(long milliseconds) {
 /* The record goes first: without it the rest is nothing, wherever a crash interrupts. */
 int archive_remove(long number) {
     const std::string folder = archive_folder(number);
-    unlink((folder + "/record").c_str());
+    if (unlink((folder + "/record").c_str()) != 0 && errno != ENOENT)
+        return fail("removing", folder, errno);
     for (const std::string &name : names_in(folder))
         unlink(path_in(folder, name).c_str());
     if (rmdir(folder.c_str()) == 0 || errno == ENOENT) return 0;
@@ -209,14 +235,19 @@ int archive_trim(void) {
     for (long number : numbers)
         size += size_of(archive_folder(number)).share;
     size_t left = numbers.size();
+    int result = 0;
     numbers.pop_back();
     for (long number : numbers) {
         if (left <= static_cast<size_t>(g_archive.kept) && size <= g_archive.size) break;
         if (!may_go(number)) continue;
         const int64_t freed = size_of(archive_folder(number)).alone;
-        if (archive_remove(number) != 0) return -1;
+        /* One that cannot go keeps none of the others. */
+        if (archive_remove(number) != 0) {
+            result = -1;
+            continue;
+        }
         size -= freed;
         left--;
     }
-    return 0;
+    return result;
 }

@@ -35,7 +35,8 @@ bool archive_is_on(void);
 /* Its directory, empty without one. */
 const std::string &archive_directory(void);
 
-/* The numbers of the commits that are there, the oldest first. */
+/* The numbers of the commits that are there, the oldest first. errno is 0, or, after a line in the
+ * log, tells why there may be more. */
 std::vector<long> archive_numbers(void);
 
 /* The folder of a commit. */

@@ -128,6 +128,14 @@ std::string name_in_module(const std::string &whole_path) {
     return whole_path.size() > start ? whole_path.substr(start) : whole_path;
 }
 
+std::string real_path(const place &at) {
+    char folder[PATH_MAX];
+    const std::string link = "/proc/self/fd/" + std::to_string(at.folder());
+    const ssize_t length = readlink(link.c_str(), folder, sizeof folder);
+    if (length < 0) return {};
+    return std::string{folder, static_cast<size_t>(length)} + "/" + at.name();
+}
+
 bool same_state(const file_state &a, const file_state &b) {
     if (a.kind != b.kind) return false;
     if (a.kind == file_kind::absent) return true;

@@ -19,6 +19,8 @@
  * std::bad_alloc when memory is exhausted.
  */
 
+class place;
+
 enum class file_kind { absent, regular, link };
 
 struct file_state {
@@ -37,6 +39,9 @@ std::string whole_path(const std::string &path);
 
 /* The reverse. */
 std::string name_in_module(const std::string &whole_path);
+
+/* The path of a place without any link on the way; empty with errno. */
+std::string real_path(const place &at);
 
 /* Two states of which a reader of the file cannot tell one from the other. */
 bool same_state(const file_state &a, const file_state &b);

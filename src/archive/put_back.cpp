@@ -29,29 +29,60 @@ int fail(const std::string &path) {
     return -1;
 }
 
+/* Contents that are not those of the commit are worse than none: ENOENT. */
 int read_kept(const file_state &state, const std::string &name, std::string &text) {
-    return state.kind == file_kind::absent ? 0 : read_whole(name, text);
+    if (state.kind == file_kind::absent) return 0;
+    if (read_whole(name, text) != 0) return -1;
+    const std::string digest = digest_of(text);
+    if (digest == state.digest) return 0;
+    errno = digest.empty() ? ENOMEM : ENOENT;
+    return -1;
+}
+
+/* Others have put something in the place of the file that is none, or that nobody can read whole.
+ */
+bool is_no_file(int reason) {
+    return reason == EISDIR || reason == EINVAL || reason == ENXIO || reason == ELOOP ||
+           reason == EFBIG;
+}
+
+/* The folder of the file has gone, or has no room for such a name. */
+bool is_no_place(int reason) {
+    return reason == ENOENT || reason == ENOTDIR || reason == ENAMETOOLONG;
 }
 
 /* Theirs stay; the old contents are not lost. */
 int keep_aside(const one_file &one, put_back_report &report) {
     const std::string aside = one.name + ".ucfgd-" + std::to_string(one.record.number);
-    if (one.file.before.kind == file_kind::regular &&
-        write_state(aside, one.file.before, one.before) != 0)
-        return fail(one.file.path);
-    const bool kept = one.file.before.kind == file_kind::regular;
-    daemon_log(LOG_WARNING, "Warning: commit %ld: %s was changed by others meanwhile and stays%s%s",
-               one.record.number, one.file.path.c_str(),
-               kept ? "; what it was before is kept in " : "",
-               kept ? name_in_module(aside).c_str() : "");
+    std::string where;
+    if (one.file.before.kind == file_kind::regular) {
+        const bool kept = write_state(aside, one.file.before, one.before) == 0;
+        if (!kept && !is_no_place(errno)) return fail(one.file.path);
+        where = "; what it was before is kept in " +
+                (kept ? name_in_module(aside) : std::string{"the archive alone"});
+    }
+    daemon_log(LOG_WARNING, "Warning: commit %ld: %s was changed by others meanwhile and stays%s",
+               one.record.number, one.file.path.c_str(), where.c_str());
     report.kept_aside.push_back(one.file.path);
     return 0;
 }
 
-int merge_back(const one_file &one, const file_state &now, const std::string &present,
-               put_back_report &report) {
+/* Waiting does not bring it back, and the other files do not wait for it. */
+int leave_lost(const one_file &one) {
+    if (errno != ENOENT) return fail(one.file.path);
+    daemon_log(LOG_ERR, "commit %ld: %s stays: what it was before is lost from the archive",
+               one.record.number, one.file.path.c_str());
+    return 0;
+}
+
+int merge_back(one_file &one, const std::string &after_name, const file_state &now,
+               const std::string &present, put_back_report &report) {
     bool texts = now.kind == file_kind::regular && one.file.before.kind == file_kind::regular &&
                  one.file.after.kind == file_kind::regular;
+    if (texts && read_kept(one.file.after, after_name, one.after) != 0) {
+        if (errno != ENOENT) return fail(one.file.path);
+        texts = false;
+    }
     if (!texts) return keep_aside(one, report);
     text_merge merged = merge_texts(one.after, present, one.before);
     if (merged.result != merge_result::merged) return keep_aside(one, report);
@@ -65,14 +96,16 @@ int merge_back(const one_file &one, const file_state &now, const std::string &pr
 int put_back_one(one_file &one, const std::string &folder, size_t index, put_back_report &report) {
     file_state now;
     std::string present;
-    if (read_state(one.name, now, present) != 0) return fail(one.file.path);
-    if (same_state(now, one.file.before)) return 0;
-    if (read_kept(one.file.before, before_name(folder, index), one.before) != 0 ||
-        read_kept(one.file.after, after_name(folder, index), one.after) != 0)
-        return fail(one.file.path);
+    const bool is_file = read_state(one.name, now, present) == 0;
+    if (!is_file && !is_no_file(errno)) return fail(one.file.path);
+    if (is_file && same_state(now, one.file.before)) return 0;
+    if (read_kept(one.file.before, before_name(folder, index), one.before) != 0)
+        return leave_lost(one);
+    if (!is_file) return keep_aside(one, report);
     if (now.kind != one.file.after.kind || now.digest != one.file.after.digest)
-        return merge_back(one, now, present, report);
-    if (write_state(one.name, one.file.before, one.before) != 0) return fail(one.file.path);
+        return merge_back(one, after_name(folder, index), now, present, report);
+    if (write_state(one.name, one.file.before, one.before) != 0)
+        return is_no_place(errno) ? keep_aside(one, report) : fail(one.file.path);
     daemon_log(LOG_NOTICE, "commit %ld: %s put back", one.record.number, one.file.path.c_str());
     report.restored.push_back(one.file.path);
     return 0;
@@ -91,7 +124,10 @@ bool has_record(const std::string &folder) {
 
 int recover(long number) {
     const std::string folder = archive_folder(number);
-    if (!has_record(folder)) return archive_remove(number);
+    if (!has_record(folder)) {
+        archive_remove(number); /* what cannot be removed harms nobody */
+        return 0;
+    }
     commit_record record;
     if (read_record(folder, record) != 0) {
         const int reason = errno;
@@ -150,9 +186,10 @@ bool archive_has_open(void) {
      */
     while (!numbers.empty() && !has_record(archive_folder(numbers.back())))
         numbers.pop_back();
+    if (numbers.empty()) return false;
     commit_record record;
-    return !numbers.empty() && read_record(archive_folder(numbers.back()), record) == 0 &&
-           record.state == commit_state::open;
+    if (read_record(archive_folder(numbers.back()), record) != 0) return errno != EINVAL;
+    return record.state == commit_state::open;
 }
 
 int archive_recover(long milliseconds) {
@@ -162,8 +199,10 @@ int archive_recover(long milliseconds) {
                    strerror(errno));
         return -1;
     }
-    int result = 0;
-    for (long number : archive_numbers())
-        if (recover(number) != 0) result = -1;
-    return result;
+    const std::vector<long> numbers = archive_numbers();
+    int reason = errno;
+    for (long number : numbers)
+        if (recover(number) != 0) reason = errno;
+    errno = reason;
+    return reason == 0 ? 0 : -1;
 }

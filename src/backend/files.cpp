@@ -23,7 +23,6 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <libdaemon/dlog.h>
-#include <limits.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -281,9 +280,9 @@ int file_batch::write(const cnfmodule *module, const char *path, const cnfnode *
     daemon_log(LOG_NOTICE, "writing file %s", path);
     int reason = write_temporary(module, path, tree, attributes);
     if (reason == 0) return 0;
+    if (reason != EINVAL) refuse_file(path, reason);
     /* Its temporary file stays, to be looked at; with an archive nothing does. */
-    if (archive_is_on()) remove_temporary(path);
-    written_.pop_back();
+    if (!archive_is_on()) written_.pop_back();
     reason_ = reason;
     return reason;
 }
@@ -335,13 +334,9 @@ int file_batch::remove_all() {
 
 std::string file_batch::candidate(size_t index) const {
     place at;
-    char folder[PATH_MAX];
     errno = find_file(written_[index].path.c_str(), at);
-    if (errno != 0) return {};
-    const std::string link = "/proc/self/fd/" + std::to_string(at.folder());
-    const ssize_t length = readlink(link.c_str(), folder, sizeof folder);
-    if (length < 0) return {};
-    return std::string{folder, static_cast<size_t>(length)} + "/" + temporary_of(at.name());
+    const std::string file = errno == 0 ? real_path(at) : "";
+    return file.empty() ? file : temporary_of(file);
 }
 
 int file_batch::look_again() {

@@ -59,8 +59,12 @@ bool is_unread_source(const item_record *item) {
 int keep_unread_source(const item_record *item) {
     const char *source = item->file ? item->file->filename : item->pipe_out;
     if (item->state == tree_state::blind || (item->cn_root && item->cn_root->first_child)) {
-        daemon_log(LOG_ERR, "writing to %s failed: its present contents have not been read",
-                   source);
+        const std::string text = std::string{source} + ": its present contents have not been read";
+        daemon_log(LOG_ERR, "writing to %s", text.c_str());
+        if (!ccd_get_error()) {
+            ccd_set_error(text.c_str(), "error.commit.unread");
+            ccd_add_error_arg(source);
+        }
         return EINVAL;
     }
     daemon_log(LOG_WARNING, "module '%s': %s has not been read, not writing it", item->name,

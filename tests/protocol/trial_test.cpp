@@ -85,6 +85,15 @@ TEST_F(Archived, ARefusedCheckOrAnUnusableArchiveLeavesEverythingAsItWas) {
     EXPECT_EQ(a.ask("2 COMMIT"), "2.error error.box\n2.error.arg b\n2 ERR no beta\n");
     EXPECT_EQ(file("/etc/box.conf") + file("/pipe"), std::string{k_box} + "one\n");
     EXPECT_FALSE(fs::exists(path("/commits/1")) || fs::exists(path("/etc/box.conf.ucfgd-tmp")));
+    fs::remove(path("/etc/box.conf"));
+    fs::create_directory(path("/etc/box.conf"));
+    client b = logged_in();
+    EXPECT_EQ(b.ask("3 SET level 7"), "3 OK\n");
+    EXPECT_EQ(b.ask("4 COMMIT"),
+              "4.error error.commit.unread\n4.error.arg /etc/box.conf\n"
+              "4 ERR /etc/box.conf: its present contents have not been read\n");
+    fs::remove(path("/etc/box.conf"));
+    put("/etc/box.conf", k_box);
     stop();
     fs::remove_all(path("/commits"));
     put("/commits", "");

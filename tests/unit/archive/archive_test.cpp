@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <libdaemon/dlog.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -141,6 +142,20 @@ TEST_F(Archive, WhatOthersChangedMeanwhileIsMergedOrKeptAside) {
     EXPECT_EQ(put_back(journal.record(), report), 0);
     EXPECT_EQ(get("/replaced"), "eins\ntwo\nthree\nfour\n");
     EXPECT_EQ(get("/replaced.ucfgd-1"), "one\ntwo\nthree\nfour\n");
+    fs::remove(root + "/replaced");
+    fs::create_directory(root + "/replaced");
+    EXPECT_EQ(put_back(journal.record(), report), 0);
+    put("/archive/1/1.before", "damaged");
+    EXPECT_EQ(put_back(journal.record(), report), 0);
+    EXPECT_EQ(get("/replaced.ucfgd-1"), "one\ntwo\nthree\nfour\n");
+
+    fs::create_directory(root + "/folder");
+    put("/folder/file", "old\n");
+    commit_journal second{author()};
+    EXPECT_EQ(second.add("m", "/folder/file", {}, ""), 0);
+    EXPECT_EQ(second.seal(), 0);
+    fs::remove_all(root + "/folder");
+    EXPECT_EQ(put_back(second.record(), report), 0);
 }
 
 TEST_F(Archive, OldCommitsGoButNeverAnOpenOneATrialOrTheNewest) {
@@ -167,6 +182,29 @@ TEST_F(Archive, OldCommitsGoButNeverAnOpenOneATrialOrTheNewest) {
     ASSERT_EQ(archive_configure(root + "/archive", 100, 8000), 0);
     EXPECT_EQ(archive_trim(), 0);
     EXPECT_EQ(archive_numbers(), (std::vector<long>{1, 2, 9}));
+    put("/archive/3", "no folder");
+    fs::create_directories(root + "/archive/4/folder");
+    put("/archive/4/1.after", "");
+    ASSERT_EQ(archive_configure(root + "/archive", 1, 8000), 0);
+    EXPECT_EQ(archive_trim(), -1);
+    EXPECT_FALSE(fs::exists(root + "/archive/4/1.after"));
+    EXPECT_EQ(archive_recover(0), 0);
+    EXPECT_EQ(archive_numbers(), (std::vector<long>{1, 2, 3, 4, 9}));
+
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit none{0, limit.rlim_max};
+    fs::remove_all(root + "/archive/1");
+    setrlimit(RLIMIT_NOFILE, &none);
+    long number = 0;
+    EXPECT_EQ(archive_new_folder(number), -1);
+    setrlimit(RLIMIT_NOFILE, &limit);
+    EXPECT_FALSE(fs::exists(root + "/archive/1")); /* whose number would be used twice */
+
+    fs::create_symlink("/inside", root + "/way");
+    fs::create_directory(root + "/inside");
+    EXPECT_EQ(archive_configure(root + "/way/to/archive/", 100, 0), 0);
+    EXPECT_TRUE(fs::exists(root + "/inside/to/archive"));
     EXPECT_EQ(archive_configure(root + "/removed", 100, 0), -1);
     EXPECT_TRUE(archive_is_on());
     EXPECT_FALSE(archive_lock{0}.held());
@@ -176,6 +214,7 @@ int64_t g_now = 5000;
 
 TEST_F(Archive, ATrialEndsWithItsNewestCommitAndHalfUndoneItCannotBeKept) {
     g_loop_clock = [] { return g_now; };
+    put("/file60", "old");
     for (const long seconds : {60L, 10L}) {
         commit_record record = author();
         trial_begin(record, seconds);
@@ -193,6 +232,7 @@ TEST_F(Archive, ATrialEndsWithItsNewestCommitAndHalfUndoneItCannotBeKept) {
     EXPECT_EQ(trial_left(), 0);
     g_now = 8000;
     fs::remove(root + "/archive/1/1.after");
+    fs::create_directory(root + "/archive/1/1.after"); /* cannot be read now */
     put("/file60", "others'");
     std::vector<commit_record> undone;
     EXPECT_EQ(trial_undo(undone), -1);
@@ -201,11 +241,12 @@ TEST_F(Archive, ATrialEndsWithItsNewestCommitAndHalfUndoneItCannotBeKept) {
     EXPECT_EQ(trial_left(), 0);
     EXPECT_EQ(trial_confirm(), -1);
     EXPECT_EQ(errno, EALREADY);
-    put("/file60", "new");
     EXPECT_EQ(trial_put_back_files(), -1);
+    put("/file60", "new");
+    fs::remove(root + "/archive/1/1.after");
     put("/archive/1/1.after", "new");
     EXPECT_EQ(trial_undo(undone), 0);
-    EXPECT_EQ(get("/file60"), "(absent)");
+    EXPECT_EQ(get("/file60"), "old");
     EXPECT_EQ(trial_left(), -1);
     EXPECT_EQ(trial_confirm(), -1);
     EXPECT_EQ(errno, ENOENT);
