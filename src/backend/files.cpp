@@ -7,7 +7,8 @@
  *   4. write the contents, sync them               the old file, a temporary one, perhaps whole
  *      1 to 4 for each file that changes
  *   5. look whether all are still the files known  the old files, temporary ones
- *   6. look again and rename it over the file      the old file or the new one, whole
+ *   6. look again, exchange it with the file, and  the old file or the new one, whole
+ *      remove the old one (exchange.cpp)
  *      for each file
  *   7. sync the folder of each                     the new files
  *   8. remove each file that is to go              the new files, some of those that go
@@ -34,6 +35,7 @@
 #include "archive/archive.h"
 #include "archive/file_state.h"
 #include "archive/journal.h"
+#include "backend/exchange.h"
 #include "backend/others.h"
 #include "daemon/place.h"
 #include "llconf/modules.h"
@@ -196,8 +198,9 @@ int rename_one(const std::string &path, const expected_file &expected, changed_f
     if (reason == 0) reason = check_expected(path, expected);
     if (reason != 0) return reason;
     std::string temporary = temporary_of(at.name());
-    if (renameat(at.folder(), temporary.c_str(), at.folder(), at.name().c_str()) == 0) return 0;
-    reason = errno;
+    reason = exchange_file(at, temporary, expected ? &*expected : nullptr);
+    if (reason == 0) return 0;
+    if (reason == ESTALE) return refuse_for_others(path, "at the moment of the commit");
     daemon_log(LOG_ERR, "rename('%s', '%s') failed: %s", temporary_of(path).c_str(), path.c_str(),
                std::strerror(reason));
     return reason;

@@ -1,8 +1,10 @@
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 
 #include <numeric>
 #include <set>
+#include <thread>
 #include <vector>
 
 #include "backend_fixture.h"
@@ -173,6 +175,28 @@ TEST_F(file_io, ARevertParsesAgainOnlyWhenTimeAndInodeDifferOrTheItemAsksForIt) 
         llconf_revert_cnftree(lli);
         EXPECT_EQ(eval("llget('f', 'line')"), row.parses ? "new" : "old") << (&row - rows);
     }
+}
+
+TEST_F(file_io, AWriterThatHadTheFileOpenLosesNothing) {
+    put("f", "a\nz\n");
+    llconf_item *lli = lines("f", " file: f\n");
+    unique_fd writer{open(path("f").c_str(), O_WRONLY | O_APPEND | O_CLOEXEC)};
+    std::thread late{[&] {
+        struct stat old {};
+        struct stat now {};
+        fstat(writer.get(), &old);
+        while (stat(path("f").c_str(), &now) != 0 || now.st_ino == old.st_ino)
+            std::this_thread::yield();
+        usleep(2000);
+        EXPECT_EQ(::write(writer.get(), "late\n", 5), 5);
+        writer.reset();
+    }};
+    EXPECT_NE(write_line(lli, "b"), 0);
+    EXPECT_EQ(errno, ESTALE);
+    late.join();
+    EXPECT_EQ(get("f"), "a\nz\nlate\n");
+    EXPECT_EQ(write_line(lli, "b"), 0);
+    EXPECT_EQ(get("f"), "b\nz\nlate\n");
 }
 
 TEST_F(file_io, AFileThatCouldNeverBeReadIsNotReplacedByNothing) {
