@@ -110,6 +110,7 @@ const char *ccd_failure_reason(void) {
 
 void ccd_set_failure_reason(const char *reason) {
     std::snprintf(g_reason.data(), g_reason.size(), "%s", reason);
+    errno = EINVAL;
 }
 
 void ccd_forget_failure(void) {

@@ -22,7 +22,7 @@ const char *ccd_failure_text(int error);
 /* The same, but null where nothing is known beyond errno. */
 const char *ccd_failure_reason(void);
 
-/* Sets the reason: for a function that refuses without failing. */
+/* Sets the reason, and errno so that it counts: for a function that refuses without failing. */
 void ccd_set_failure_reason(const char *reason);
 
 /* Forgets the reason; ccd_clear_error does so, too. */

@@ -135,6 +135,7 @@ TEST_F(History, UndoesOneCommitAndKeepsWhatHasBeenChangedSince) {
               "3.1 OK\n3.2.error error.commit.overlap\n3.2.error.arg /etc/ssh/sshd_config\n"
               "3.2.error.arg line 123\n3.2 ERR commit 2 cannot be undone: /etc/ssh/sshd_config has "
               "been changed since in line 123\n3 ERR\n");
+    EXPECT_EQ(a.ask("4 SET commits.undo 2").find("4 ERR result=2 commit 2 cannot be undone: "), 0U);
     EXPECT_EQ(a.ask("4 DIRTY"), "4.dirty 0\n4 OK\n");
     EXPECT_EQ(a.ask("5 GET commits.comment"), "5.1 \n5 OK\n");
 }
