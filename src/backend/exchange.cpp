@@ -1,4 +1,4 @@
-/* The instant in which a file is replaced.
+/* The instant in which a file is replaced or removed.
  *
  * Between the last look at a file and its replacement others may replace it, or write into it: a
  * program that has opened it before writes to a file that has no name any more, and nobody would
@@ -6,7 +6,7 @@
  * the old one is looked at under the name that it has then. As long as somebody has it open for
  * writing it is waited for. Only when it is certainly the file that the commit knows, it goes;
  * otherwise the names are exchanged once more, and what others have written stands where they
- * wrote it. */
+ * wrote it. A file that is removed goes the same way, with no new one. */
 
 #include "backend/exchange.h"
 
@@ -18,8 +18,6 @@
 #include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
-
-#include <cstring>
 
 #include "ucfgd/owners.h"
 
@@ -85,12 +83,24 @@ int exchange_file(const place &at, const std::string &temporary, const file_iden
     int reason = rename_with(at, temporary, RENAME_EXCHANGE);
     if (is_unsupported(reason)) return rename_with(at, temporary, 0);
     if (reason != 0) return reason == ENOENT ? ESTALE : reason;
-    if (is_still_the_known_one(at, temporary, *expected)) {
-        /* What cannot be removed now is removed at the next start. */
-        if (unlinkat(at.folder(), temporary.c_str(), 0) != 0)
-            daemon_log(LOG_WARNING, "%s stays: %s", temporary.c_str(), std::strerror(errno));
-        return 0;
-    }
-    reason = rename_with(at, temporary, RENAME_EXCHANGE);
-    return reason == 0 ? ESTALE : reason;
+    reason = ESTALE;
+    if (is_still_the_known_one(at, temporary, *expected))
+        reason = unlinkat(at.folder(), temporary.c_str(), 0) == 0 ? 0 : errno;
+    if (reason == 0) return 0;
+    const int back = rename_with(at, temporary, RENAME_EXCHANGE);
+    return back == 0 ? reason : back;
+}
+
+int withdraw_file(const place &at, const std::string &temporary, const file_identity *expected) {
+    const char *name = at.name().c_str();
+    struct stat st {};
+    const bool is_known = expected && expected->exists && at.look(st) == 0 && S_ISREG(st.st_mode);
+    if (!is_known || renameat2(at.folder(), name, at.folder(), temporary.c_str(), 0) != 0)
+        return unlinkat(at.folder(), name, 0) == 0 ? 0 : errno;
+    int reason = ESTALE;
+    if (is_still_the_known_one(at, temporary, *expected))
+        reason = unlinkat(at.folder(), temporary.c_str(), 0) == 0 ? 0 : errno;
+    if (reason == 0) return 0;
+    const int back = rename_with(at, temporary, RENAME_NOREPLACE);
+    return back == 0 || back == EEXIST ? reason : back;
 }

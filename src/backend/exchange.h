@@ -16,4 +16,7 @@
  * is ESTALE. 0 or an error number; the temporary file is still there after a failure. */
 int exchange_file(const place &at, const std::string &temporary, const file_identity *expected);
 
+/* Removes the file at at, which goes by the name temporary until it is certain. Else as above. */
+int withdraw_file(const place &at, const std::string &temporary, const file_identity *expected);
+
 #endif

@@ -11,7 +11,8 @@
  *      remove the old one (exchange.cpp)
  *      for each file
  *   7. sync the folder of each                     the new files
- *   8. remove each file that is to go              the new files, some of those that go
+ *   8. look again and remove each file that is     the new files, some of those that go
+ *      to go (exchange.cpp)
  *   9. sync the folder of each                     the new files
  *
  * A failure in steps 1 to 5 leaves all files as they were; what fails later ends the batch where it
@@ -221,8 +222,10 @@ int remove_one(const std::string &path, const expected_file &expected, changed_f
     if (reason == 0) reason = folders.add(at, path);
     if (reason == 0 && identity_at(path.c_str()).exists) reason = check_expected(path, expected);
     if (reason == ESTALE) return reason;
-    if (reason == 0 && unlinkat(at.folder(), at.name().c_str(), 0) != 0) reason = errno;
+    if (reason == 0)
+        reason = withdraw_file(at, temporary_of(at.name()), expected ? &*expected : nullptr);
     if (reason == 0) return 0;
+    if (reason == ESTALE) return refuse_for_others(path, "at the moment of the commit");
     daemon_log(LOG_ERR, "unlink('%s') failed: %s", path.c_str(), std::strerror(reason));
     return reason == ENOENT ? 0 : reason;
 }

@@ -179,24 +179,35 @@ TEST_F(file_io, ARevertParsesAgainOnlyWhenTimeAndInodeDifferOrTheItemAsksForIt) 
 
 TEST_F(file_io, AWriterThatHadTheFileOpenLosesNothing) {
     put("f", "a\nz\n");
+    std::filesystem::create_directory(path("d"));
+    put("d/a.c", "a\n");
     llconf_item *lli = lines("f", " file: f\n");
-    unique_fd writer{open(path("f").c_str(), O_WRONLY | O_APPEND | O_CLOEXEC)};
-    std::thread late{[&] {
-        struct stat old {};
-        struct stat now {};
-        fstat(writer.get(), &old);
-        while (stat(path("f").c_str(), &now) != 0 || now.st_ino == old.st_ino)
-            std::this_thread::yield();
-        usleep(2000);
-        EXPECT_EQ(::write(writer.get(), "late\n", 5), 5);
-        writer.reset();
-    }};
+    lines("d", " dir: /d\n pattern: *.c\n");
+    eval("lldel('d', '', 'a.c')");
+    /* Writes a line into the file that it has opened, once that file has lost its name. */
+    auto late = [&](const std::string &name) {
+        unique_fd writer{open(path(name).c_str(), O_WRONLY | O_APPEND | O_CLOEXEC)};
+        return std::thread{[file = path(name), fd = std::move(writer)] {
+            struct stat old {};
+            struct stat now {};
+            fstat(fd.get(), &old);
+            while (stat(file.c_str(), &now) == 0 && now.st_ino == old.st_ino)
+                std::this_thread::yield();
+            usleep(2000);
+            EXPECT_EQ(::write(fd.get(), "late\n", 5), 5);
+        }};
+    };
+    std::thread writer = late("f");
     EXPECT_NE(write_line(lli, "b"), 0);
     EXPECT_EQ(errno, ESTALE);
-    late.join();
+    writer.join();
     EXPECT_EQ(get("f"), "a\nz\nlate\n");
     EXPECT_EQ(write_line(lli, "b"), 0);
     EXPECT_EQ(get("f"), "b\nz\nlate\n");
+    writer = late("d/a.c");
+    EXPECT_NE(llconf_write_cnftree(item("d")), 0);
+    writer.join();
+    EXPECT_EQ(get("d/a.c"), "a\nlate\n");
 }
 
 TEST_F(file_io, AFileThatCouldNeverBeReadIsNotReplacedByNothing) {
