@@ -84,14 +84,14 @@ int find(const std::string &path, place &at) {
 }
 
 int make_link(const place &at, const std::string &name, const file_state &state,
-              const std::string &text) {
-    if (symlinkat(text.c_str(), at.folder(), name.c_str()) != 0) return -1;
+              std::string_view text) {
+    if (symlinkat(std::string{text}.c_str(), at.folder(), name.c_str()) != 0) return -1;
     return fchownat(at.folder(), name.c_str(), state.uid, state.gid, AT_SYMLINK_NOFOLLOW);
 }
 
 /* Owner before mode: a change of owner clears mode bits. */
 int make_file(const place &at, const std::string &name, const file_state &state,
-              const std::string &text) {
+              std::string_view text) {
     unique_fd fd{openat(at.folder(), name.c_str(),
                         O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600)};
     if (!fd || fchown(fd.get(), state.uid, state.gid) != 0 || fchmod(fd.get(), state.mode) != 0)
@@ -104,7 +104,7 @@ int remove_name(const place &at, const std::string &name) {
     return unlinkat(at.folder(), name.c_str(), 0) == 0 || errno == ENOENT ? 0 : -1;
 }
 
-int replace_name(const place &at, const file_state &state, const std::string &text) {
+int replace_name(const place &at, const file_state &state, std::string_view text) {
     const std::string temporary = temporary_of(at.name());
     if (remove_name(at, temporary) != 0) return -1;
     int made = state.kind == file_kind::link ? make_link(at, temporary, state, text)
@@ -143,7 +143,7 @@ bool same_state(const file_state &a, const file_state &b) {
     return a.kind == file_kind::link || a.mode == b.mode;
 }
 
-std::string digest_of(const std::string &text) {
+std::string digest_of(std::string_view text) {
     static constexpr char k_digits[] = "0123456789abcdef";
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned int length = 0;
@@ -218,7 +218,7 @@ int read_whole(const std::string &path, std::string &text) {
     return find(path, at) == 0 ? read_regular(at.folder(), at.name(), st, text) : -1;
 }
 
-int write_whole(const std::string &path, const std::string &text) {
+int write_whole(const std::string &path, std::string_view text) {
     file_state own;
     own.kind = file_kind::regular;
     own.mode = 0600;

@@ -47,7 +47,7 @@ std::string real_path(const place &at);
 bool same_state(const file_state &a, const file_state &b);
 
 /* The digest of a text, as in file_state; empty with errno ENOMEM. */
-std::string digest_of(const std::string &text);
+std::string digest_of(std::string_view text);
 
 /* Reads what stands under path, its contents (or link target) into text, which is empty for an
  * absent one. What is neither file nor link is EINVAL (EISDIR for a directory), what is larger than
@@ -71,7 +71,7 @@ int read_whole(const std::string &path, std::string &text);
 
 /* A new file of the daemon's own, mode 0600, on the disk when it returns; its directory is not
  * synced. A file of that name is replaced. */
-int write_whole(const std::string &path, const std::string &text);
+int write_whole(const std::string &path, std::string_view text);
 
 /* Syncs a directory of that name. */
 int sync_directory(const std::string &directory);

@@ -21,7 +21,7 @@ int fail(const std::string &what) {
     return -1;
 }
 
-file_state command_state(const std::string &text) {
+file_state command_state(std::string_view text) {
     file_state state;
     state.kind = file_kind::regular;
     state.mode = 0600;
@@ -29,7 +29,7 @@ file_state command_state(const std::string &text) {
     return state;
 }
 
-int keep_text(const std::string &name, const file_state &state, const std::string &text) {
+int keep_text(const std::string &name, const file_state &state, std::string_view text) {
     return state.kind == file_kind::absent ? 0 : write_whole(name, text);
 }
 
@@ -65,7 +65,7 @@ int commit_journal::start() {
     return 0;
 }
 
-int commit_journal::keep(archived_file file, const std::string &before, const std::string &after) {
+int commit_journal::keep(archived_file file, std::string_view before, std::string_view after) {
     if (start() != 0) return -1;
     size_t index = record_.files.size();
     const std::string shown = file.path.empty() ? file.module : file.path;
@@ -79,7 +79,7 @@ int commit_journal::keep(archived_file file, const std::string &before, const st
 }
 
 int commit_journal::add(const std::string &module, const std::string &path, file_state after,
-                        const std::string &text) {
+                        std::string_view text) {
     archived_file file{module, path, {}, std::move(after)};
     std::string before;
     if (read_state(whole_path(path), file.before, before) != 0) return fail(path);
@@ -87,8 +87,8 @@ int commit_journal::add(const std::string &module, const std::string &path, file
     return keep(std::move(file), before, text);
 }
 
-int commit_journal::add_command(const std::string &module, const std::string &before,
-                                const std::string &after) {
+int commit_journal::add_command(const std::string &module, std::string_view before,
+                                std::string_view after) {
     return keep({module, "", command_state(before), command_state(after)}, before, after);
 }
 

@@ -6,6 +6,7 @@
 #endif
 
 #include <string>
+#include <string_view>
 
 #include "archive/record.h"
 
@@ -34,10 +35,10 @@ class commit_journal {
 
     /* Notes that path, a name of that module, will become what after and text say. */
     int add(const std::string &module, const std::string &path, file_state after,
-            const std::string &text);
+            std::string_view text);
 
     /* Notes what a command put out before and what it will be given. */
-    int add_command(const std::string &module, const std::string &before, const std::string &after);
+    int add_command(const std::string &module, std::string_view before, std::string_view after);
 
     /* Step 2. Without any name added it does nothing, and finish neither. */
     int seal();
@@ -49,7 +50,7 @@ class commit_journal {
 
   private:
     int start();
-    int keep(archived_file file, const std::string &before, const std::string &after);
+    int keep(archived_file file, std::string_view before, std::string_view after);
 
     commit_record record_;
     std::string folder_; /* empty until the first name is added */

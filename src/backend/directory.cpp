@@ -15,6 +15,7 @@
 #include "backend/file_io.h"
 #include "backend/items.h"
 #include "backend/others.h"
+#include "backend/prepared.h"
 #include "backend/write_parts.h"
 #include "daemon/place.h"
 #include "llconf/modules.h"
@@ -158,6 +159,7 @@ int directory_write::take_in(cnfnode *&member, member_record &known) {
             insert_node_before(member, work.merged.get()) != 0) {
             return ENOMEM;
         }
+        doubt_prepared_texts();
         destroy_cnftree(member);
         member = work.merged.release();
     }

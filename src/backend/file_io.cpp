@@ -16,6 +16,7 @@
 #include "backend/files.h"
 #include "backend/items.h"
 #include "backend/ll_trns.h"
+#include "backend/prepared.h"
 #include "daemon/dirs.h"
 #include "daemon/place.h"
 #include "daemon/trace.h"
@@ -35,13 +36,17 @@ void record_file(item_record *item, const file_identity &looked) {
     item->file->mtime = looked.modified.tv_sec;
 }
 
+int accept_clean(item_record *item) {
+    item->is_dirty = 0;
+    item->archived.reset();
+    item_enter(item, tree_event::looked);
+    return 0;
+}
+
 /* What has been read becomes the item's tree, which is clean then. */
 int accept_tree(item_record *item, cnfnode *tree) {
     llconf_install_cnftree(item, tree);
-    item->archived.reset();
-    item->is_dirty = 0;
-    item_enter(item, tree_event::looked);
-    return 0;
+    return accept_clean(item);
 }
 
 /* The item keeps its tree; but edits whose commit is over are not taken for what a source holds
@@ -52,6 +57,13 @@ int refuse_tree(item_record *item) {
     item_enter(item, tree_event::failed);
     if (has_edits && item->state == tree_state::unread) item_put_back(item);
     return -1;
+}
+
+/* The edits have become what the source holds. */
+int accept_written_tree(item_record *item, const struct stat &st) {
+    record_file(item, identity_of(st));
+    item_drop_replaced(item);
+    return accept_clean(item);
 }
 
 int install_clean(item_record *item, cnfnode *tree) {
@@ -123,9 +135,11 @@ int revert_missing_file(item_record *item, const char *path) {
 int revert_file(item_record *item) {
     owned_str path{prefix_llfilename(item->file->filename)};
     if (!path) return -1;
-    struct stat before {};
-    if (place_stat(path.get(), &before) != 0) return revert_missing_file(item, path.get());
+    file_look there;
+    if (look_at(path.get(), there) != 0) return revert_missing_file(item, path.get());
+    const struct stat &before = there.st;
     if (is_unchanged(item, path.get(), before)) return leave_alone(item);
+    if (adopt_written_tree(item, there)) return accept_written_tree(item, before);
     cnfnode *tree = item->pattern ? llconf_parse_file_pattern(item, path.get(), item->pattern)
                                   : llconf_parse_file(item, path.get());
     if (install_clean(item, tree) != 0) return -1;
@@ -196,6 +210,7 @@ int hook_function(fe_node *list) {
 void run_hook(llconf_item *lli, hook_list which) {
     if (!(lli->*which)) return;
     errno_guard keep;
+    doubt_prepared_texts();
     fe_node *running = std::exchange(lli->*which, nullptr);
     hook_function(running);
     if (lli->*which) {

@@ -116,9 +116,18 @@ int apply_attributes(int fd, const char *path, const owner_and_mode *old,
     return 0;
 }
 
-/* Steps 1 to 4. */
-int write_temporary(const cnfmodule *module, const std::string &path, const cnfnode *tree,
-                    const file_attributes &attributes) {
+int write_text(int fd, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t put = write(fd, text.data(), text.size());
+        if (put < 0 && errno != EINTR) return errno;
+        if (put > 0) text.remove_prefix(static_cast<size_t>(put));
+    }
+    return sync_folder(fd);
+}
+
+/* Steps 1 to 4. made: the temporary file at the end. */
+int write_temporary(const std::string &path, std::string_view text,
+                    const file_attributes &attributes, struct stat &made) {
     place at;
     struct stat old {};
     bool exists = false;
@@ -135,8 +144,9 @@ int write_temporary(const cnfmodule *module, const std::string &path, const cnfn
     bool keeps = exists && S_ISREG(old.st_mode);
     reason = apply_attributes(fd.get(), path.c_str(), keeps ? &kept : nullptr, attributes);
     if (reason != 0) return fail_writing(path, reason);
-    if (cnfmodule_unparse_fd(module, fd.get(), tree) != 0) return fail_unparsing(path, errno);
-    return fd.close_now() == 0 ? 0 : fail_writing(path, errno);
+    reason = write_text(fd.get(), text);
+    if (reason != 0) return fail_writing(path, reason);
+    return fstat(fd.get(), &made) == 0 && fd.close_now() == 0 ? 0 : fail_writing(path, errno);
 }
 
 /* Folders in which something has changed, each once, and held open: one that cannot be opened must
@@ -179,6 +189,12 @@ int changed_folders::sync() {
     return failed;
 }
 
+/* Whether the file that was made is the one there now; its name has changed. */
+bool is_file_made(const struct stat &made, const struct stat &now) {
+    return made.st_dev == now.st_dev && made.st_ino == now.st_ino && made.st_size == now.st_size &&
+           same_time(made.st_mtim, now.st_mtim);
+}
+
 using expected_file = std::optional<file_identity>;
 
 expected_file expectation(const file_identity *expected) {
@@ -191,8 +207,9 @@ int check_expected(const std::string &path, const expected_file &expected) {
     return refuse_for_others(path, "at the moment of the commit");
 }
 
-/* Steps 5 and 6 of one file. */
-int rename_one(const std::string &path, const expected_file &expected, changed_folders &folders) {
+/* Steps 5 and 6 of one file. now: what stands there behind them. */
+int rename_one(const std::string &path, const expected_file &expected, changed_folders &folders,
+               struct stat &now) {
     place at;
     int reason = find_file(path.c_str(), at);
     if (reason == 0) reason = folders.add(at, path);
@@ -200,7 +217,10 @@ int rename_one(const std::string &path, const expected_file &expected, changed_f
     if (reason != 0) return reason;
     std::string temporary = temporary_of(at.name());
     reason = exchange_file(at, temporary, expected ? &*expected : nullptr);
-    if (reason == 0) return 0;
+    if (reason == 0) {
+        if (at.look(now) != 0) now = {};
+        return 0;
+    }
     if (reason == ESTALE) return refuse_for_others(path, "at the moment of the commit");
     daemon_log(LOG_ERR, "rename('%s', '%s') failed: %s", temporary_of(path).c_str(), path.c_str(),
                std::strerror(reason));
@@ -267,24 +287,30 @@ file_batch::~file_batch() {
 
 int file_batch::plan(const cnfmodule *module, const char *path, const cnfnode *tree,
                      const file_attributes &attributes) {
-    size_t length = 0;
-    const owned_str text{cnfmodule_unparse_text(module, tree, &length)};
-    if (!text) return fail_unparsing(path, errno);
+    shared_text text;
+    const int reason = text_of_tree(module, tree, text);
+    if (reason != 0) return fail_unparsing(path, reason);
     struct stat st {};
     const bool exists = place_stat(path, &st) == 0;
     const owner_and_mode old{st.st_uid, st.st_gid, st.st_mode & 07777U};
     const owner_and_mode as =
         wished_of({geteuid(), getegid(), default_mode()}, exists ? &old : nullptr, attributes);
-    plan_->push_back({module->name, path, false, as, "", {text.get(), length}});
+    plan_->push_back({module->name, path, false, as, "", std::string{text->view()}});
     return 0;
 }
 
 int file_batch::write(const cnfmodule *module, const char *path, const cnfnode *tree,
                       const file_attributes &attributes, const file_identity *expected) {
     if (is_plan()) return plan(module, path, tree, attributes);
-    written_.push_back({module->name, path, expectation(expected)});
     daemon_log(LOG_NOTICE, "writing file %s", path);
-    int reason = write_temporary(module, path, tree, attributes);
+    member &one = written_.emplace_back();
+    one = {module->name, path, expectation(expected), tree};
+    int reason = text_of_tree(module, tree, one.text);
+    if (reason != 0) {
+        fail_unparsing(path, reason);
+    } else {
+        reason = write_temporary(path, one.text->view(), attributes, one.made);
+    }
     if (reason == 0) return 0;
     if (reason != EINVAL) refuse_file(path, reason);
     /* Its temporary file stays, to be looked at; with an archive nothing does. */
@@ -300,14 +326,20 @@ void file_batch::remove(const cnfmodule *module, const char *path, const file_id
         removed_.push_back({module->name, path, expectation(expected)});
 }
 
+int file_batch::note_written(const member &one, commit_journal &journal) const {
+    file_state after{file_kind::regular, one.made.st_mode & 07777U, one.made.st_uid,
+                     one.made.st_gid, ""};
+    std::string text;
+    if (!one.text && read_temporary(one.path, after, text) != 0)
+        return fail("reading", one.path, errno);
+    const std::string_view contents = one.text ? one.text->view() : text;
+    return journal.add(one.module, name_in_module(one.path), after, contents) == 0 ? 0 : errno;
+}
+
 int file_batch::note_in(commit_journal &journal) const {
     if (reason_ != 0) return reason_;
-    for (const member &one : written_) {
-        file_state after;
-        std::string text;
-        if (read_temporary(one.path, after, text) != 0) return fail("reading", one.path, errno);
-        if (journal.add(one.module, name_in_module(one.path), after, text) != 0) return errno;
-    }
+    for (const member &one : written_)
+        if (const int reason = note_written(one, journal)) return reason;
     for (const member &one : removed_)
         if (journal.add(one.module, name_in_module(one.path), {}, "") != 0) return errno;
     return 0;
@@ -317,11 +349,15 @@ int file_batch::rename_all() {
     changed_folders folders;
     int reason = 0;
     while (reason == 0 && renamed_ < written_.size()) {
-        reason = rename_one(written_[renamed_].path, written_[renamed_].expected, folders);
-        if (reason != 0)
-            refuse_file(written_[renamed_].path, reason);
-        else
-            renamed_++;
+        const member &one = written_[renamed_];
+        struct stat now {};
+        reason = rename_one(one.path, one.expected, folders, now);
+        if (reason != 0) {
+            refuse_file(one.path, reason);
+            break;
+        }
+        if (one.text && is_file_made(one.made, now)) tell_written(one.tree, identity_of(now));
+        renamed_++;
     }
     int synced = folders.sync();
     return reason != 0 ? reason : synced;

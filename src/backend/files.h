@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "archive/file_state.h"
+#include "backend/prepared.h"
 #include "backend/seen_file.h"
 
 class commit_journal;
@@ -85,6 +86,9 @@ class file_batch {
     size_t written() const { return written_.size(); }
     std::string candidate(size_t index) const;
 
+    /* Somebody may write to the new contents of that one. */
+    void doubt(size_t index) { written_[index].text = nullptr; }
+
     bool is_plan() const { return plan_ != nullptr; }
 
     /* Does it all, unless a write has failed: that one's error number then. A step that fails ends
@@ -103,7 +107,11 @@ class file_batch {
         std::string module; /* its name */
         std::string path;
         std::optional<file_identity> expected;
+        const cnfnode *tree = nullptr;
+        shared_text text = nullptr; /* null: a check may have changed what was written */
+        struct stat made = {};      /* the file, when that had been written */
     };
+    int note_written(const member &one, commit_journal &journal) const;
     int plan(const cnfmodule *module, const char *path, const cnfnode *tree,
              const file_attributes &attributes);
     int look_again();

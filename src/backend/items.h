@@ -104,6 +104,9 @@ const file_state *item_archived(const item_record *item, const std::string &memb
  * nothing has been added since. */
 bool item_means_no_file(const item_record *item);
 
+/* The tree that a submit replaced goes. */
+void item_drop_replaced(item_record *primary);
+
 /* The records of the files of the tree that lli reads or writes; null for no directory. */
 const directory_record *item_directory(const llconf_item *lli);
 

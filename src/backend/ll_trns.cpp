@@ -10,6 +10,7 @@
 
 #include "backend/file_io.h"
 #include "backend/items.h"
+#include "backend/prepared.h"
 #include "daemon/trace.h"
 #include "llconf/modules.h"
 #include "llconf/nodes.h"
@@ -79,14 +80,22 @@ size_t ll_trns_size_ctx(const trns_ctx_item *item) {
     return llconf_shadow_list_size(list_of(item));
 }
 
-/* A tree of this size becomes a text within a few milliseconds. */
-constexpr size_t k_most_tried = size_t{4} << 20;
+/* A tree of this size is tried within a few milliseconds. A larger one is, when no line of its file
+ * depends on another, as soon as the fork behind it; any other is read back whole. */
+constexpr size_t k_quickly_tried = size_t{4} << 20;
 
-int try_tree(const llconf_item *primary, const cnfnode *tree) {
-    size_t length = 0;
-    const owned_str text{cnfmodule_unparse_text(primary->module, tree, &length)};
-    if (text) return 0;
-    const int reason = errno;
+/* Which trees of a context are tried, or that one is looked for that is not tried quickly. */
+enum class tree_trial { quick, slow, look };
+
+bool is_tried_quickly(const cnfmodule *module, const cnfnode *tree) {
+    return cnfmodule_is_by_lines(module) || cnftree_size(tree) <= k_quickly_tried;
+}
+
+int try_tree(const llconf_item *primary, const cnfnode *tree, tree_trial which) {
+    if (is_tried_quickly(primary->module, tree) != (which == tree_trial::quick)) return 0;
+    if (which == tree_trial::look) return EAGAIN;
+    const int reason = prepare_text(primary->module, tree);
+    if (reason == 0) return 0;
     const char *why = reason == EINVAL ? cnf_error_text() : std::strerror(reason);
     daemon_log(LOG_ERR, "module '%s' cannot be written: %s", primary->name, why);
     ccd_set_error(why, "error.commit.text");
@@ -94,16 +103,22 @@ int try_tree(const llconf_item *primary, const cnfnode *tree) {
     return reason;
 }
 
-int try_item(llconf_item *lli) {
+int try_item(llconf_item *lli, tree_trial which) {
     const llconf_item *primary = llconf_primary_item(lli);
     if (!lli->is_dirty || !lli->cn_root || lli->delete_me || !primary->module) return 0;
     if (item_means_no_file(record_of(lli))) return 0;
-    if ((primary->flags & LLI_FLAG_READONLY) || cnftree_size(lli->cn_root) > k_most_tried) return 0;
-    if (!primary->pattern) return try_tree(primary, lli->cn_root);
+    if (primary->flags & LLI_FLAG_READONLY) return 0;
+    if (!primary->pattern) return try_tree(primary, lli->cn_root, which);
     for (const cnfnode *member = lli->cn_root->first_child; member; member = member->next) {
-        const int reason = cnfnode_is_changed(member) ? try_tree(primary, member) : 0;
+        const int reason = cnfnode_is_changed(member) ? try_tree(primary, member, which) : 0;
         if (reason != 0) return reason;
     }
+    return 0;
+}
+
+int try_list(trns_ctx *ctx, tree_trial which) {
+    for (llconf_item *lli = lli_list_from_trns_ctx(ctx); lli; lli = lli->next)
+        if (const int reason = try_item(lli, which)) return reason;
     return 0;
 }
 
@@ -118,9 +133,26 @@ trns_interface *ll_register_tctx_interface(void) {
 }
 
 int llconf_try_ctx(trns_ctx *ctx) {
-    for (llconf_item *lli = lli_list_from_trns_ctx(ctx); lli; lli = lli->next)
-        if (const int reason = try_item(lli)) return reason;
-    return 0;
+    forget_prepared_texts();
+    const int reason = try_list(ctx, tree_trial::quick);
+    if (reason != 0) forget_prepared_texts();
+    return reason;
+}
+
+int llconf_has_long_try(trns_ctx *ctx) {
+    return try_list(ctx, tree_trial::look) != 0 ? 1 : 0;
+}
+
+int llconf_try_long(trns_ctx *ctx) {
+    return try_list(ctx, tree_trial::slow);
+}
+
+void llconf_use_tried(void) {
+    use_prepared_texts();
+}
+
+void llconf_forget_tried(void) {
+    forget_prepared_texts();
 }
 
 int llconf_trns_ctx_serial(void) {

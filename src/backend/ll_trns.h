@@ -16,9 +16,17 @@ struct fe_def;
 trns_interface *ll_register_tctx_interface(void);
 
 /* Tries whether the edits of a context can be written in the formats of their modules. 0; or an
- * error number with the error record set, which names the module, the node and the reason. What is
- * so large that trying takes too long is left to the commit itself. */
+ * error number with the error record set, which names the module, the node and the reason. The
+ * first tries what can be tried while others wait, and keeps the texts for the commit that is
+ * forked next; the third tries the rest, of which the second tells whether there is any. */
 int llconf_try_ctx(trns_ctx *ctx);
+int llconf_has_long_try(trns_ctx *ctx);
+int llconf_try_long(trns_ctx *ctx);
+
+/* The texts that were kept: in the child they count from now on; in the daemon, behind the revert
+ * that ends the commit, they go. */
+void llconf_use_tried(void);
+void llconf_forget_tried(void);
 
 /* The serial number of the master context; -1 without one. */
 int llconf_trns_ctx_serial(void);

@@ -12,6 +12,7 @@
 #include "archive/merge.h"
 #include "backend/file_io.h"
 #include "backend/items.h"
+#include "backend/prepared.h"
 #include "backend/write_parts.h"
 #include "daemon/place.h"
 #include "llconf/modules.h"
@@ -26,37 +27,30 @@ int fail(const std::string &path, int reason) {
     return reason;
 }
 
-/* The file as it stands: how it is read is how it is told from its next version. */
-int read_now(const cnfmodule *module, const std::string &path, seen_file &now, std::string &text) {
+int read_now(const std::string &path, file_look &look, std::string &text) {
     unique_fd fd{place_open(path.c_str(), O_RDONLY | O_NOCTTY | O_NONBLOCK)};
-    file_look look;
     if (!fd || look_at(fd.get(), look) != 0) return fail(path, errno);
     char piece[65536];
     for (ssize_t got = 0; (got = read(fd.get(), piece, sizeof piece)) != 0;) {
         if (got < 0 && errno != EINTR) return fail(path, errno);
         if (got > 0) text.append(piece, static_cast<size_t>(got));
     }
-    /* Only what parses has a text that the next look can be compared with. */
-    owned_tree tree{cnfmodule_parse_text(module, path.c_str(), text.data(), text.size())};
-    now = seen_in(look, tree.get());
     return 0;
 }
 
-int text_of(const cnfmodule *module, const cnfnode *tree, std::string &text) {
-    if (!tree) return 0;
-    size_t length = 0;
-    const owned_str unparsed{cnfmodule_unparse_text(module, tree, &length)};
-    if (!unparsed) return errno;
-    text.assign(unparsed.get(), length);
-    return 0;
+/* Only what parses has a text that the next look can be compared with. */
+seen_file seen_as(const cnfmodule *module, const std::string &path, const file_look &look,
+                  const std::string &text) {
+    const owned_tree tree{cnfmodule_parse_text(module, path.c_str(), text.data(), text.size())};
+    return seen_in(look, tree.get());
 }
 
-int merge(const cnfmodule *module, const std::string &path, const std::string &base,
+int merge(const cnfmodule *module, const std::string &path, std::string_view base,
           const std::string &theirs, const cnfnode *tree, owned_tree &merged) {
-    std::string ours;
-    const int reason = text_of(module, tree, ours);
+    shared_text ours;
+    const int reason = text_of_tree(module, tree, ours);
     if (reason != 0) return fail(path, reason);
-    const text_merge both = merge_texts(base, theirs, ours);
+    const text_merge both = merge_texts(std::string{base}, theirs, std::string{ours->view()});
     if (both.result == merge_result::failed)
         return refuse_for_others(path, std::string{"merging failed: "} + std::strerror(errno));
     if (both.result == merge_result::conflict) return refuse_for_others(path, both.conflicts);
@@ -94,13 +88,16 @@ int look_for_others(const cnfmodule *module, const std::string &path, const seen
         const bool has_folder = find_file(path.c_str(), at) == 0;
         return tree && has_folder ? refuse_for_others(path, "it has been removed") : 0;
     }
-    seen_file now;
+    file_look look;
     std::string theirs;
-    const int reason = read_now(module, path, now, theirs);
+    const int reason = read_now(path, look, theirs);
     if (reason != 0) return reason;
-    work.now = std::move(now);
-    const std::optional<std::string> base = seen.text();
-    if (base && *base == theirs && seen.identity.exists) return 0;
+    const std::optional<std::string_view> base = seen.text();
+    if (base && *base == theirs && seen.identity.exists) {
+        work.now = seen_file{identity_of(look.st), look.settled, seen.source};
+        return 0;
+    }
+    work.now = seen_as(module, path, look, theirs);
     if (!base) return refuse_for_others(path, "its earlier contents are not known");
     return merge(module, path, *base, theirs, tree, work.merged);
 }

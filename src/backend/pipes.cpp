@@ -13,6 +13,7 @@
 #include "backend/command.h"
 #include "backend/file_io.h"
 #include "backend/items.h"
+#include "backend/prepared.h"
 #include "backend/write_parts.h"
 #include "llconf/modules.h"
 #include "ucfgd/owners.h"
@@ -75,23 +76,21 @@ cnfnode *llconf_parse_pipe_in(llconf_item *lli, const char *command) {
  * One that reports a failure has not taken the data. */
 int llconf_write_pipe_out(const llconf_item *lli) {
     const char *command = lli->pipe_out;
-    size_t length = 0;
-    owned_str text{cnfmodule_unparse_text(lli->module, lli->cn_root, &length)};
-    if (!text) {
-        int reason = errno;
+    shared_text text;
+    int reason = text_of_tree(lli->module, lli->cn_root, text);
+    if (reason != 0) {
         fail_piping(command, std::strerror(reason), reason);
         daemon_log(LOG_ERR, "%s", cnf_error_text());
         errno = reason;
         return -1;
     }
-    int reason = pipe_text(command, {text.get(), length});
+    reason = pipe_text(command, text->view());
     if (reason == 0) return 0;
     errno = reason;
     return -1;
 }
 
-int pipe_text(const char *command, const std::string &text) {
-    const std::string_view input{text};
+int pipe_text(const char *command, std::string_view input) {
     const command_end end = run_command(command, {&input, nullptr});
     if (end.well()) return 0;
     int reason = end.error != 0 ? end.error : EIO;

@@ -14,6 +14,16 @@ int64_t nanoseconds(const struct timespec &t) {
     return int64_t{t.tv_sec} * 1'000'000'000 + t.tv_nsec;
 }
 
+/* The clock first: a file that changes behind the look must not pass for settled. */
+template <class looking>
+int look_with(looking ask, file_look &look) {
+    struct timespec now {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    if (ask(look.st) != 0) return -1;
+    look.settled = nanoseconds(now) - nanoseconds(look.st.st_ctim) > k_settling_ns;
+    return 0;
+}
+
 }  // namespace
 
 file_identity identity_of(const struct stat &st) {
@@ -39,20 +49,20 @@ bool seen_file::is_still(const file_identity &now) const {
     return (settled || !identity.exists) && same_identity(identity, now);
 }
 
-std::optional<std::string> seen_file::text() const {
-    if (!identity.exists) return std::string{};
+std::optional<std::string_view> seen_file::text() const {
+    if (!identity.exists) return std::string_view{};
     if (!source) return std::nullopt;
     size_t length = 0;
     const char *bytes = cnf_source_text(source.get(), &length);
-    return std::string{bytes, length};
+    return std::string_view{bytes, length};
 }
 
 int look_at(int fd, file_look &look) {
-    struct timespec now {};
-    clock_gettime(CLOCK_REALTIME, &now);
-    if (fstat(fd, &look.st) != 0) return -1;
-    look.settled = nanoseconds(now) - nanoseconds(look.st.st_ctim) > k_settling_ns;
-    return 0;
+    return look_with([fd](struct stat &st) { return fstat(fd, &st); }, look);
+}
+
+int look_at(const char *path, file_look &look) {
+    return look_with([path](struct stat &st) { return place_stat(path, &st); }, look);
 }
 
 seen_file seen_in(const file_look &look, const cnfnode *tree) {

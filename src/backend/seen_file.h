@@ -9,7 +9,7 @@
 
 #include <memory>
 #include <optional>
-#include <string>
+#include <string_view>
 
 struct cnf_source;
 struct cnfnode;
@@ -44,7 +44,7 @@ struct seen_file {
     /* Whether this is certainly what stands there. */
     bool is_still(const file_identity &now) const;
     /* The text; none where it is not known. A file that is not there has an empty one. */
-    std::optional<std::string> text() const;
+    std::optional<std::string_view> text() const;
 };
 
 using shared_seen_file = std::shared_ptr<const seen_file>;
@@ -55,8 +55,9 @@ struct file_look {
     bool settled = false;
 };
 
-/* fstat. */
+/* fstat and place_stat. */
 int look_at(int fd, file_look &look);
+int look_at(const char *path, file_look &look);
 
 /* What was read into tree (null: nothing) behind that look. May throw std::bad_alloc. */
 seen_file seen_in(const file_look &look, const cnfnode *tree);

@@ -8,6 +8,7 @@
 
 #include "backend/items.h"
 #include "backend/ll_trns.h"
+#include "backend/prepared.h"
 #include "daemon/trace.h"
 #include "fe/fe.h"
 #include "llconf/journal.h"
@@ -142,6 +143,7 @@ shared_seen_file edited_file(llconf_item *item, const recorded_tree &old) {
 
 void llconf_install_cnftree(llconf_item *lli, cnfnode *tree) {
     item_record *item = record_of(lli);
+    doubt_prepared_texts();
     drop(item->replaced);
     recorded_tree old = detach_tree(item);
     recorded_tree parsed = std::exchange(item->parsed, {});
@@ -166,6 +168,10 @@ void item_put_back(item_record *primary) {
     primary->archived.reset();
     primary->is_dirty = 0;
     primary->delete_me = 0;
+}
+
+void item_drop_replaced(item_record *primary) {
+    drop(primary->replaced);
 }
 
 cnfnode *llconf_get_cnftree_read(llconf_item *lli) {

@@ -35,6 +35,7 @@
 #include "backend/items.h"
 #include "backend/ll_trns.h"
 #include "backend/others.h"
+#include "backend/prepared.h"
 #include "backend/write_parts.h"
 #include "llconf/modules.h"
 #include "llconf/nodes.h"
@@ -107,13 +108,12 @@ int refuse_keeping(int reason) {
     return reason;
 }
 
-/* The text of a tree; false with errno when it has none. */
-bool text_of(const cnfmodule *module, const cnfnode *tree, std::string &text) {
-    if (!tree) return true;
-    size_t length = 0;
-    owned_str unparsed{cnfmodule_unparse_text(module, tree, &length)};
-    if (unparsed) text.assign(unparsed.get(), length);
-    return unparsed != nullptr;
+/* The texts of a command, the one that it gave and the one that it is to take. */
+int texts_of_command(const item_record *item, shared_text &before, shared_text &after) {
+    if (text_of_tree(item->module, item->replaced.tree, before) != 0)
+        text_of_tree(item->module, nullptr, before);
+    const int reason = text_of_tree(item->module, item->cn_root, after);
+    return reason == 0 ? 0 : refuse(item, reason);
 }
 
 /* A hook may edit a module that was clean: that one is part of the commit, too. */
@@ -154,11 +154,12 @@ int whole_commit::prepare_all(file_batch &batch) {
 }
 
 int whole_commit::keep_command(const item_record *item) {
-    std::string before;
-    std::string after;
-    if (!text_of(item->module, item->replaced.tree, before)) before.clear();
-    if (!text_of(item->module, item->cn_root, after)) return refuse(item, errno);
-    return journal_.add_command(item->name, before, after) == 0 ? 0 : refuse_keeping(errno);
+    shared_text before;
+    shared_text after;
+    const int reason = texts_of_command(item, before, after);
+    if (reason != 0) return reason;
+    const int kept = journal_.add_command(item->name, before->view(), after->view());
+    return kept == 0 ? 0 : refuse_keeping(errno);
 }
 
 int whole_commit::keep() {
@@ -227,10 +228,14 @@ int whole_commit::plan(llconf_item *list, commit_plan &plan) {
         const item_record *item = one.item;
         if (item->func_pre_commit) plan.hooks.push_back(std::string{"pre-commit of "} + item->name);
         if (!writes_command(item)) continue;
+        shared_text before;
+        shared_text after;
+        const int refused = texts_of_command(item, before, after);
+        if (refused != 0) return refused;
         planned_change change;
         change.module = item->name;
-        if (!text_of(item->module, item->replaced.tree, change.before)) change.before.clear();
-        if (!text_of(item->module, item->cn_root, change.text)) return refuse(item, errno);
+        change.before = before->view();
+        change.text = after->view();
         plan.changes.push_back(std::move(change));
     }
     for (const piece &one : pieces_)

@@ -79,8 +79,9 @@ int write_beside(const item_record *item, file_batch &batch) {
                        item->seen ? &item->seen->identity : nullptr);
 }
 
-int check_candidates(const item_record *item, const file_batch &batch, size_t first) {
+int check_candidates(const item_record *item, file_batch &batch, size_t first) {
     for (size_t i = first; item->check && i < batch.written(); i++) {
+        batch.doubt(i);
         const std::string file = batch.candidate(i);
         owned<fe_context, destroy_fe_context> ctx{create_fe_context(g_trns_fe_context, g_trns_ctx)};
         if (file.empty() || !ctx || fe_set(ctx.get(), "file", file.c_str()) != 0) return EIO;

@@ -5,7 +5,7 @@
 #    error "write_parts.h is for the backend's own sources"
 #endif
 
-#include <string>
+#include <string_view>
 
 #include "backend/files.h"
 #include "backend/items.h"
@@ -29,7 +29,7 @@ void note_file_written(item_record *item);
 /* Evaluates an item's check, with $file, for what it has written beside in a batch from the
  * file numbered first on. ECANCELED with the error record set when one is refused. May throw
  * std::bad_alloc. */
-int check_candidates(const item_record *item, const file_batch &batch, size_t first);
+int check_candidates(const item_record *item, file_batch &batch, size_t first);
 
 /* Notes in a batch that the file of an instance is to go. */
 int note_deletion(const item_record *item, file_batch &batch);
@@ -42,6 +42,6 @@ bool is_unread_source(const item_record *item);
 int keep_unread_source(const item_record *item);
 
 /* Gives a command the text that it is to take. */
-int pipe_text(const char *command, const std::string &text);
+int pipe_text(const char *command, std::string_view text);
 
 #endif

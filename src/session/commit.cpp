@@ -77,6 +77,7 @@ void log_waiting(const bgexec_ctx *waiting, const bgexec_ctx *running) {
     g_trns_fe_context = context.get();
     commit_report_author(session);
     ccd_clear_error();
+    llconf_use_tried();
     trns_submit_ctx(session->backend_ctx);
     errno = 0;
     const int result = ccd_commit(session->backend_ctx);
@@ -88,19 +89,34 @@ void log_waiting(const bgexec_ctx *waiting, const bgexec_ctx *running) {
     bgexit(status < 0 || status > 255 ? EIO : status);
 }
 
+/* The child's end where trying takes long: no more than that. */
+[[noreturn]] void run_try(const ccd_session *session) {
+    ccd_clear_error();
+    const int status = llconf_try_long(session->backend_ctx);
+    if (status != 0) commit_report_leave();
+    bgexit(status < 0 || status > 255 ? EIO : status);
+}
+
+void cb_tried(bgexec_ctx *job, int status);
+
 /* Forks the child of a job and merges the changes in the daemon, in this order: a fork that fails
- * changes nothing. True when the child runs; false when that was answered. */
-bool start(owned_job &job) {
+ * changes nothing. What takes long to try is tried in a child of its own before. True when a child
+ * runs; false when that was answered. */
+bool start(owned_job &job, bool is_tried = false) {
     ccd_session *session = job->session;
+    const bool tries = !is_tried && llconf_has_long_try(session->backend_ctx);
+    if (tries) job->cb_exit = cb_tried;
     commit_report_begin();
     errno = 0;
     const pid_t pid = bgfork(nullptr, job->cb_out, job->cb_err);
+    if (pid == 0 && tries) run_try(session);
     if (pid == 0) run_commit(session);
     if (pid < 0) {
         session_writef(session, "%s ERR %s\n", job->id, strerror(errno));
+        llconf_forget_tried();
         return false;
     }
-    trns_submit_ctx(session->backend_ctx);
+    if (!tries) trns_submit_ctx(session->backend_ctx);
     bgexec_ctx *started = job.release();
     bgexec_start(started, pid);
     loop_set_timer(&started->timer, limit_value(k_limit_commit_time) * k_milliseconds, end_overdue,
@@ -122,7 +138,8 @@ bool answer_if_unwritable(ccd_session *session, const char *id) {
     return reason != 0;
 }
 
-/* A commit that must not begin: its context is stale, or the archive has something to end first. */
+/* A commit that must not begin: its context is stale, or the archive has something to end first.
+ * One that waits will be stale, so its trees need no try. */
 bool answer_if_refused(ccd_session *session, const char *id) {
     if (answer_if_stale(session, id)) return true;
     ccd_clear_error();
@@ -131,7 +148,7 @@ bool answer_if_refused(ccd_session *session, const char *id) {
         snprintf(text, sizeof text, "an interrupted commit is being put back%s", restore_trouble());
         ccd_set_error(text, "error.commit.restore");
     } else if (!trial_refuses(session)) {
-        return answer_if_unwritable(session, id);
+        return !bgexec_running_writer() && answer_if_unwritable(session, id);
     }
     session_write_error(session, id, "commit conflict");
     return true;
@@ -154,6 +171,30 @@ int error_of(const bgexec_ctx *job, int status) {
     daemon_log(LOG_ERR, "commit of user '%s', process %ld, was ended by signal %d", user_of(job),
                static_cast<long>(job->pid), WTERMSIG(status));
     return job->ended_for != 0 ? job->ended_for : EIO;
+}
+
+void answer_error(ccd_session *session, const char *id, int error, bool in_words) {
+    if (commit_report_take() && in_words) {
+        session_write_error(session, id, strerror(error));
+    } else {
+        reply_errno(session, id, error);
+    }
+    ccd_clear_error();
+}
+
+/* Trees that can be written are committed; the edits of others stay the session's. */
+void cb_tried(bgexec_ctx *job, int status) {
+    ccd_session *session = job->session;
+    if (!session) return;
+    const int error = error_of(job, status);
+    owned_job commit;
+    if (error != 0) {
+        answer_error(session, job->id, error, true);
+    } else if (!answer_if_stale(session, job->id)) {
+        commit.reset(create_bgexec_writer(session, job->id, session_commit_cb_exit));
+        if (!commit) reply_errno(session, job->id, ENOMEM);
+    }
+    if (!commit || !start(commit, true)) bgexec_unlock(session);
 }
 
 }  // namespace
@@ -197,16 +238,14 @@ void session_commit_end(ccd_session *session, const char *id, int error) {
     trns_ctx *ctx = session ? session->backend_ctx : g_trns_ctx;
     trns_inc_ctx_serial(ctx);
     ccd_revert(ctx);
+    llconf_forget_tried();
     if (!session) return;
     if (error == 0) {
         reply_ok(session, id);
         session_forget_commit_order(session);
-    } else if (commit_report_take() && (archive_is_on() || error == ESTALE || error == ECANCELED)) {
-        session_write_error(session, id, strerror(error));
     } else {
-        reply_errno(session, id, error);
+        answer_error(session, id, error, archive_is_on() || error == ESTALE || error == ECANCELED);
     }
-    ccd_clear_error();
     bgexec_unlock(session);
 }
 

@@ -273,6 +273,24 @@ TEST_F(Commit, ThatHangsIsEndedWithWhatItStartedByItsTimeOrAnAction) {
     EXPECT_EQ(b.ask("5 ADMIN commit"), "5.1 \n5.2 \n5 ERR\n");
 }
 
+TEST_F(Commit, ALargeTreeIsTriedWhileOthersAreServed) {
+    std::string large;
+    for (int i = 0; i < 30'000; i++)
+        large += "s" + std::to_string(i) + " {\n    k: v\n}\n";
+    put("/etc/large", large);
+    begin("large {\n    module: tavconf\n    file: /etc/large\n}\n",
+          "broken {\n    set: lladd('large', 's7', 'b:')\n}\n"
+          "whole {\n    set: llset('large', 's7/k:', $_)\n}\n");
+    a.ask("t SET broken ''");
+    const std::string refused = a.ask("t COMMIT");
+    EXPECT_NE(refused.find("error.commit.text"), std::string::npos) << refused;
+    EXPECT_EQ(a.ask("t DIRTY"), "t.dirty 1\nt OK\n") << "the session keeps its edits";
+    EXPECT_TRUE(file("/etc/large") == large);
+    a.ask("r REVERT\nt SET whole w");
+    EXPECT_EQ(a.ask("t COMMIT"), "t OK\n");
+    EXPECT_TRUE(file("/etc/large") == replaced(large, "s7 {\n    k: v", "s7 {\n    k: w"));
+}
+
 TEST_F(Commit, OfTwoAtOnceTheSecondMeetsAConflict) {
     begin_with_box(k_slow);
     client b = logged_in();

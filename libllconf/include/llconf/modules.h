@@ -77,6 +77,18 @@ int cnfmodule_unparse_fd(const struct cnfmodule *module, int fd, const struct cn
 char *cnfmodule_unparse_text(const struct cnfmodule *module, const struct cnfnode *tree,
                              size_t *length);
 
+/* Makes of a tree, which a parse of the same module or a clone of one has returned, what parsing
+ * text would make of it. Quick where text is what unparsing the tree gave: only lines that have
+ * changed are read, the rest is compared. 0; or -1 with errno (EINVAL where lines of the syntax
+ * depend on others, ERANGE for too many changes): the tree may be neither the one nor the other
+ * then, and text has to be parsed. */
+int cnfmodule_adopt(const struct cnfmodule *module, struct cnfnode *tree, const char *text,
+                    size_t length);
+
+/* Whether no line of a file depends on another, so that writing a tree reads no more again than the
+ * lines that have changed. */
+int cnfmodule_is_by_lines(const struct cnfmodule *module);
+
 /* 1 when a node of that name and value (null: none), standing below parent, can be stored in a file
  * of this module; 0 otherwise. The tree's root is the parent of an entry: the nearest node at or
  * above parent that a parse returned as its root, or else the top. Looks at the texts alone: asked

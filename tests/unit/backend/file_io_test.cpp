@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 
 #include <numeric>
 #include <set>
@@ -99,6 +100,35 @@ TEST_F(file_io, EditsThatNoFileCanHoldAreKnownBefore) {
     EXPECT_EQ(llconf_try_ctx(session.get()), EINVAL);
     EXPECT_STREQ(ccd_get_error()->id, "error.commit.text");
     EXPECT_STREQ(ccd_get_error()->args->line, "f");
+}
+
+TEST_F(file_io, WhatACommitHasWrittenIsNotReadAgainUnlessSomethingElseStandsThere) {
+    put("f", "a\nb\n");
+    lines("f", " file: f\n");
+    for (const char *others : {"true", "echo c >>", "sed -i s/b/d/", "sleep 0.02; touch"}) {
+        owned_ctx session{trns_copy_ctx(g_trns_ctx)};
+        eval("llset('f', 'line', 'new ' .. llget('f', 'line'))", session.get());
+        ASSERT_EQ(llconf_try_ctx(session.get()), 0);
+        const pid_t pid = fork();
+        trns_submit_ctx(session.get());
+        if (pid == 0) {
+            llconf_use_tried();
+            const bool well = trns_commit_ctx(session.get()) == 0;
+            _exit(well ? system((others + (" " + path("f"))).c_str()) : 1);
+        }
+        int status = 0;
+        waitpid(pid, &status, 0);
+        ASSERT_EQ(status, 0);
+        const cnfnode *written = item("f")->cn_root;
+        trns_inc_ctx_serial(session.get());
+        trns_revert_ctx(session.get());
+        llconf_forget_tried();
+        EXPECT_EQ(item("f")->cn_root == written, others == std::string{"true"}) << others;
+        EXPECT_EQ(item("f")->is_dirty + cnfnode_is_changed(item("f")->cn_root), 0);
+        const owned_str text{
+            cnfmodule_unparse_text(item("f")->module, item("f")->cn_root, nullptr)};
+        EXPECT_EQ(text.get(), get("f"));
+    }
 }
 
 TEST_F(file_io, AFileThatCannotKeepItsModeIsNotReplacedAndOneThatMayNotLastIsNoSuccess) {

@@ -89,6 +89,30 @@ TEST_F(Modules, AnUntouchedFileIsWrittenBackByteForByte) {
     }
 }
 
+TEST_F(Modules, ATreeThatWasWrittenBecomesTheOneThatWouldBeRead) {
+    for (const char *text :
+         {"10.0.0.1 a\n\n# x\n10.0.0.2 b\r\nodd\n10.0.0.3 c", "a 1\nb 2\n", ""}) {
+        for (const char *name : {"hosts", "lines", "keyvalue"}) {
+            tree first = parse(parser(name), text);
+            tree root{clone_cnftree(first.get())};
+            if (root->first_child) append_node(root.get(), root->first_child);
+            append_node(root.get(), parse(parser(name), "10.0.0.9 x")->first_child);
+            std::string written = unparse(parser(name), root.get());
+            ASSERT_EQ(cnfmodule_adopt(parser(name), root.get(), written.data(), written.size()), 0);
+            EXPECT_EQ(show(root.get()), show(parse(parser(name), written).get()));
+            EXPECT_EQ(cnfnode_is_changed(root.get()), 0);
+            EXPECT_EQ(unparse(parser(name), root.get()), written);
+            destroy_cnftree(root->first_child);
+            tree rest{clone_cnftree(parse(parser(name), unparse(parser(name), root.get())).get())};
+            EXPECT_EQ(show(root.get()), show(rest.get())) << "its lines know their new places";
+        }
+    }
+    tree deep = parse(parser("tavconf"), "a: 1\n");
+    EXPECT_EQ(cnfmodule_adopt(parser("tavconf"), deep.get(), "a: 1\n", 5), -1);
+    tree other = parse(parser("lines"), "a\nb\n");
+    EXPECT_EQ(cnfmodule_adopt(parser("lines"), other.get(), "a\n", 2), -1);
+}
+
 TEST_F(Modules, WhatWasReadInAnotherSyntaxIsFormattedAnew) {
     tree options{parse_options("separator==")};
     module_ptr equals{clone_cnfmodule(parser("keyvalue"), nullptr, nullptr, options.get())};
