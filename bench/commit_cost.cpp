@@ -95,7 +95,7 @@ class plain_archive {
         folder_ = directory_ + "/" + std::to_string(++number_);
         if (mkdir(folder_.c_str(), 0700) != 0) give_up(folder_);
         sync_folder(directory_);
-        keep(folder_ + "/1.before", text_);
+        keep_old();
         keep(folder_ + "/1.after", text_);
         behind();
     }
@@ -106,6 +106,14 @@ class plain_archive {
     }
 
   private:
+    /* Those that the last commit left need no copy. */
+    void keep_old() const {
+        const std::string last = directory_ + "/" + std::to_string(number_ - 1) + "/1.after";
+        const std::string name = folder_ + "/1.before";
+        if (number_ == 1) return keep(name, text_);
+        if (link(last.c_str(), name.c_str()) != 0) give_up(name);
+    }
+
     static constexpr size_t k_record_size = 600;
     std::string directory_; /* empty: there is no archive */
     std::string text_;

@@ -41,7 +41,15 @@ constexpr signal_action k_actions[] = {
 }  // namespace
 
 int signals_install(void) {
+    for (int number = 1; number < NSIG; ++number)
+        signal(number, number == SIGPIPE ? SIG_IGN : SIG_DFL);
     return daemon_signal_init(SIGINT, SIGQUIT, SIGTERM, SIGUSR1, SIGUSR2, SIGCHLD, SIGHUP, 0);
+}
+
+void signals_reset(void) {
+    signal(SIGPIPE, SIG_DFL);
+    for (const signal_action &action : k_actions)
+        signal(action.number, SIG_DFL);
 }
 
 int signal_callback(int /*fd*/, void * /*data*/) {

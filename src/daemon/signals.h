@@ -5,9 +5,13 @@
 extern "C" {
 #endif
 
-/* Makes libdaemon's signal pipe for every signal that the daemon acts on. Returns 0; otherwise
- * errno tells why not. */
+/* Makes libdaemon's signal pipe for every signal that the daemon acts on. Whatever the daemon was
+ * started with, it ignores SIGPIPE and leaves all others to the system. Returns 0; otherwise errno
+ * tells why not. */
 int signals_install(void);
+
+/* In a child: default handlers for all signals. */
+void signals_reset(void);
 
 /* Acts on every pending signal; a callback of the loop on the signal pipe, without data. Returns 0.
  */

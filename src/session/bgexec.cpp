@@ -15,6 +15,7 @@
 
 #include "backend/command.h"
 #include "daemon/log.h"
+#include "daemon/signals.h"
 #include "daemon/trace.h"
 #include "session/child.h"
 #include "session/protocol.h"
@@ -156,7 +157,7 @@ pid_t bgfork(fd_callback *cb_in, fd_callback *cb_out, fd_callback *cb_err) {
     if (pid < 0) return -1;
     if (pid == 0) {
         setpgid(0, 0);
-        reset_signal_handlers();
+        signals_reset();
         signal(SIGPIPE, SIG_IGN);
         blocked.unblock_all();
         wire_child(pipes);

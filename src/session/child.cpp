@@ -49,13 +49,6 @@ void all_signals_blocked::unblock_all() {
     sigprocmask(SIG_SETMASK, &saved_, nullptr);
 }
 
-void reset_signal_handlers(void) {
-    struct sigaction action {};
-    action.sa_handler = SIG_DFL;
-    for (int number = 1; number < NSIG; ++number)
-        sigaction(number, &action, nullptr);
-}
-
 void bgexec_keep_client_line(void) {
     g_client_line = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3);
     int ends[2];

@@ -36,9 +36,6 @@ class all_signals_blocked {
     sigset_t saved_;
 };
 
-/* In the child: default handlers for all signals. */
-void reset_signal_handlers(void);
-
 /* In the child: moves its ends to 0, 1 and 2 and closes everything else. */
 void wire_child(child_pipes &pipes);
 

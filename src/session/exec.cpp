@@ -16,6 +16,7 @@
 #include <new>
 #include <vector>
 
+#include "daemon/signals.h"
 #include "session/bgexec.h"
 #include "session/child.h"
 #include "ucfgd/owners.h"
@@ -81,7 +82,7 @@ bool become(const identity &who) {
 [[noreturn, gnu::noinline]] void run_vforked(child_pipes &pipes, all_signals_blocked &blocked,
                                              const identity &who, const char *file,
                                              char *const argv[]) {
-    reset_signal_handlers();
+    signals_reset();
     wire_child(pipes);
     sigset_t none;
     sigemptyset(&none);
