@@ -120,6 +120,7 @@ int revert_missing_file(item_record *item, const char *path) {
     if (!is_missing || !(item->flags & LLI_FLAG_CREATE)) {
         errno = reason;
         refuse_tree(item);
+        item->looked = {}; /* the file that was read last may be the one that comes back */
         if (is_missing && !item->is_dirty) note_missing(item);
         return -1;
     }

@@ -93,7 +93,8 @@ const char *source_of(const item_record *item) {
 /* The first failure is what the client is told. */
 int refuse(const item_record *item, int reason) {
     if (ccd_get_error()) return reason;
-    const char *why = reason == EINVAL ? cnf_error_text() : std::strerror(reason);
+    const char *why = reason == EINVAL ? cnf_error_text() : "";
+    if (!*why) why = std::strerror(reason);
     const std::string text = std::string{source_of(item)} + ": " + why;
     ccd_set_error(text.c_str(), "error.commit.write");
     ccd_add_error_arg(source_of(item));

@@ -209,6 +209,11 @@ TEST_F(FailingCommit, AVanishedDirectoryIsAnErrorUntilItIsBack) {
 
 TEST_F(Commit, AFileThatVanishedMeanwhileIsMadeAnewByTheNextWhoKnowsThat) {
     begin();
+    fs::rename(path("/etc/box.conf"), path("/kept"));
+    EXPECT_EQ(a.ask("1 REVERT"), "1 ERR No such file or directory\n");
+    fs::rename(path("/kept"), path("/etc/box.conf"));
+    EXPECT_EQ(a.ask("1 REVERT") + a.ask("1 SET name gamma") + a.ask("1 COMMIT"),
+              "1 OK\n1 OK\n1 OK\n");
     a.ask("1 SET name beta");
     fs::remove(path("/etc/box.conf"));
     EXPECT_EQ(a.ask("2 COMMIT"),
