@@ -203,6 +203,7 @@ int archive_recover(long milliseconds) {
     int reason = errno;
     for (long number : numbers)
         if (recover(number) != 0) reason = errno;
+    archive_trim(); /* smaller bounds make room on a full disk */
     errno = reason;
     return reason == 0 ? 0 : -1;
 }

@@ -43,9 +43,9 @@ int end_commit(commit_record &record, commit_state state);
 bool archive_has_open(void);
 
 /* What the start does before anybody may connect: puts back every open commit, removes folders that
- * a crash has left without a record, and the temporary files beside the names of an open commit.
- * Waits so long for the child of an earlier daemon's commit. 0, or -1 when something could not be
- * put back. */
+ * a crash has left without a record, the temporary files beside the names of an open commit, and
+ * commits beyond the bounds. Waits so long for the child of an earlier daemon's commit. 0, or -1
+ * when something could not be put back. */
 int archive_recover(long milliseconds);
 
 #endif

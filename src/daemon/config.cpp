@@ -4,6 +4,7 @@
 #include <syslog.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -62,6 +63,18 @@ int decimal(const char *text) {
     return static_cast<int>(std::clamp<long>(number, INT_MIN, INT_MAX));
 }
 
+/* A slip of the pen in one of these would leave the daemon without an archive, and nobody would
+ * know. */
+void warn_of_commit_keys(const cnfnode *section) {
+    constexpr std::array<std::string_view, 3> k_known{"commits:", "commits-kept:", "commits-size:"};
+    for (const cnfnode *node = section->first_child; node; node = node->next) {
+        const std::string_view name = cnfnode_getname(node);
+        if (!name.starts_with("commit") || std::ranges::count(k_known, name) > 0) continue;
+        daemon_log(LOG_WARNING, "Warning: config/%s is unknown: %s", name.data(),
+                   "commits:, commits-kept: or commits-size:");
+    }
+}
+
 }  // namespace
 
 config_files read_config_files(const cnfnode *root) {
@@ -110,4 +123,5 @@ void parse_config(const cnfnode *root) {
         for (const number_entry &entry : k_numbers)
             if (entry.name == cnfnode_getname(node))
                 *entry.variable = decimal(cnfnode_getval(node));
+    warn_of_commit_keys(section);
 }
