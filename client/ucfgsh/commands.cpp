@@ -118,6 +118,12 @@ const long_flag *find_long_flag(const command &row, const std::string &text) {
     return nullptr;
 }
 
+std::string usage_of(const command &row) {
+    std::string text{row.name};
+    if (!row.synopsis.empty()) text += " " + std::string{row.synopsis};
+    return text;
+}
+
 int take_flags(shell &sh, const command &row, const std::vector<word> &line, size_t &at,
                arguments &args) {
     for (at = 1; at < line.size(); at++) {
@@ -131,12 +137,13 @@ int take_flags(shell &sh, const command &row, const std::vector<word> &line, siz
         for (size_t i = 1; i < text.size(); i++) {
             size_t found = row.flags.find(text[i]);
             if (text[i] == ':' || found == std::string_view::npos)
-                return complain_usage(sh, "unknown flag " + line[at].text +
-                                              "; usage: " + std::string{row.name} + " " +
-                                              std::string{row.synopsis});
+                return complain_usage(
+                    sh, "unknown flag " + line[at].text + "; usage: " + usage_of(row));
             args.flags[text[i]] = "";
             if (found + 1 >= row.flags.size() || row.flags[found + 1] != ':') continue;
-            if (++at >= line.size()) return complain_usage(sh, "a flag lacks its value");
+            if (++at >= line.size())
+                return complain_usage(sh,
+                                      line.back().text + " needs a value; usage: " + usage_of(row));
             args.flags[text[i]] = line[at].text;
             break;
         }
@@ -196,15 +203,13 @@ int run_command(shell &sh, const std::vector<word> &line) {
     args.words.assign(line.begin() + static_cast<std::ptrdiff_t>(std::min(at, line.size())),
                       line.end());
     if (args.words.size() < row->least || args.words.size() > row->most)
-        return complain_usage(
-            sh, "usage: " + std::string{row->name} + " " + std::string{row->synopsis});
+        return complain_usage(sh, "usage: " + usage_of(*row));
     sh.changes.follow(sh.link);
     return row->run(sh, args);
 }
 
 std::string command_help(const command &row) {
-    return std::string{row.name} + " " + std::string{row.synopsis} + "\n    " +
-           std::string{row.summary};
+    return usage_of(row) + "\n    " + std::string{row.summary};
 }
 
 int complain_usage(shell &sh, const std::string &text) {
@@ -217,9 +222,13 @@ int complain_usage(shell &sh, const std::string &text) {
     return k_exit_usage;
 }
 
+bool is_reason(const std::string &text) {
+    return text != "Success" && !text.empty();
+}
+
 std::string readable(const std::string &text) {
     constexpr std::string_view k_result = "result=";
-    if (text == "Success" || text.empty()) return "refused without a reason";
+    if (!is_reason(text)) return "refused without a reason";
     if (!text.starts_with(k_result) || text.size() < 9) return text;
     auto number = static_cast<size_t>(text[k_result.size()] - '0');
     if (number == 0 || number >= k_results.size() || text[k_result.size() + 1] != ' ') return text;

@@ -126,6 +126,10 @@ int commit_script(shell &sh);
 /* {"ok": false, "status": "failed", ...} of the last call. */
 owned_json failure_json(shell &sh, const std::string &subject, int code);
 
+/* Whether the daemon's text says why. An action without one may have said it on its error output.
+ */
+bool is_reason(const std::string &text);
+
 /* The daemon's text in words that people understand. */
 std::string readable(const std::string &text);
 

@@ -128,6 +128,9 @@ int commit_changes(shell &sh, const commit_wish &wish, telling what) {
         bool passes = status == k_exit_conflict && !on_trial(sh.link.conn());
         if (!passes || what != telling::failures_but_conflicts) report_failure(sh, "commit", code);
         withdraw_orders(sh, wish);
+        if (sh.interactive && sh.link.logged_in() && !sh.orders.steps.empty() && !is_dirty(sh))
+            sh.out.complain(
+                "  the session is without its changes now: \"rebase\" makes them again");
         return status;
     }
     sh.changes.clear();

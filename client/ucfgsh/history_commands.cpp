@@ -233,7 +233,10 @@ int run_confirm(shell &sh, const arguments &) {
 }
 
 int run_cancel(shell &sh, const arguments &) {
-    return run_node(sh, "cancel", k_cancel_node, "the commit is undone");
+    int status = run_node(sh, "cancel", k_cancel_node, "the commit is undone");
+    /* What it undid itself is no news to this session. */
+    if (status == k_exit_done && !is_dirty(sh)) sh.link.quietly(ucfg_update);
+    return status;
 }
 
 int run_history(shell &sh, const arguments &args) {
@@ -256,7 +259,7 @@ int run_history(shell &sh, const arguments &args) {
         print_row(sh, numbers[i]);
     if (count < numbers.size())
         sh.out.line(std::to_string(numbers.size() - count) + " older ones: history -a");
-    if (count == 0) sh.out.line("no commits are kept");
+    if (count == 0) sh.out.line("no commits are kept (yet, or the daemon has no \"commits:\")");
     return k_exit_done;
 }
 

@@ -273,10 +273,12 @@ namespace {
 struct admin_sink {
     shell &sh;
     std::vector<std::string> lines, errors;
+    bool complained = false;
 };
 
 void take_admin_line(int stream, const char *text, void *data) {
     auto *sink = static_cast<admin_sink *>(data);
+    sink->complained |= stream != 1;
     if (sink->sh.out.json())
         (stream == 1 ? sink->lines : sink->errors).emplace_back(text);
     else if (stream == 1)
@@ -303,7 +305,10 @@ int run_admin(shell &sh, const arguments &args) {
         sh.out.document(std::move(object));
         return status_of(code, ucfg_text(sh.link.conn()));
     }
-    return code == k_ucfg_ok ? k_exit_done : report_failure(sh, print_path(*path), code);
+    if (code == k_ucfg_ok) return k_exit_done;
+    if (code == k_ucfg_failed && sink.complained && !is_reason(ucfg_text(sh.link.conn())))
+        return k_exit_failed;
+    return report_failure(sh, print_path(*path), code);
 }
 
 }  // namespace ucfgsh

@@ -292,10 +292,13 @@ std::string advice(int code, const std::string &text) {
         {k_ucfg_refused, "invalid session id", "it has timed out, or the daemon was restarted"},
         {k_ucfg_failed, "parameter not found", "list shows what there is"},
         {k_ucfg_failed, "commit conflict",
-         "somebody else has committed since: \"rebase\" makes your changes again on top of theirs"},
+         "others have committed since, or a trial was undone: \"rebase\" makes your changes again "
+         "on "
+         "top of that"},
         {k_ucfg_failed, "session is dirty and not current",
-         "somebody else has committed since: \"rebase\" makes your changes again on top of theirs, "
-         "\"revert\" drops them"},
+         "others have committed since, or a trial was undone: \"rebase\" makes your changes again "
+         "on "
+         "top of that, \"revert\" drops them"},
     };
     for (const row &r : k_rows)
         if (r.code == code && text.find(r.text) != std::string::npos) return r.advice;
