@@ -10,6 +10,7 @@
  *   journal      the way of one commit: contents before and after, then the record "open", then the
  *                files themselves, then the record "done"
  *   put_back     the way back, for each file by what stands there now
+ *   line_diff    what differs between two texts
  *   merge        three versions of a text, line by line
  *   trials       the commit that undoes itself unless it is confirmed in time
  *

@@ -7,12 +7,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cctype>
+#include <cstdint>
 #include <span>
 #include <string_view>
 #include <vector>
 
+#include "archive/line_diff.h"
 #include "ucfgd/owners.h"
 
 namespace {
@@ -105,6 +108,84 @@ int compare(std::span<const char *const> words, std::span<const std::string *con
     return wait_for(pid);
 }
 
+/* Lines from up to before to, counted from 0; without one of them, the line they would follow. */
+std::string named_lines(size_t from, size_t to) {
+    if (to <= from + 1) return "line " + std::to_string(to);
+    return "lines " + std::to_string(from + 1) + "-" + std::to_string(to);
+}
+
+/* The changes of one side to base, in order, and how its lines lie to those of base behind the ones
+ * that have been taken. */
+class side {
+  public:
+    side(const text_lines &lines, const std::vector<line_change> &changes)
+        : lines_(lines), changes_(changes) {}
+
+    bool touches(size_t base_to) const {
+        return next_ < changes_.size() && changes_[next_].base_from <= base_to;
+    }
+    size_t next_base() const {
+        return next_ < changes_.size() ? changes_[next_].base_from : SIZE_MAX;
+    }
+    /* Takes the next change; where it ends in base. */
+    size_t take() {
+        const line_change &one = changes_[next_++];
+        base_at_ = one.base_to;
+        at_ = one.other_to;
+        return one.base_to;
+    }
+    /* A group of base's lines begins; what has become of them when it has ended. */
+    void begin(size_t base_from) { from_ = at_ + (base_from - base_at_); }
+    size_t from() const { return from_; }
+    size_t to(size_t base_to) const { return at_ + (base_to - base_at_); }
+    std::span<const std::string_view> part(size_t base_to) const {
+        return std::span{lines_}.subspan(from_, to(base_to) - from_);
+    }
+
+  private:
+    const text_lines &lines_;
+    const std::vector<line_change> &changes_;
+    size_t next_ = 0;
+    size_t base_at_ = 0;
+    size_t at_ = 0;
+    size_t from_ = 0;
+};
+
+void append(std::string &text, std::span<const std::string_view> lines) {
+    for (const std::string_view line : lines)
+        text.append(line);
+}
+
+/* Changes that touch each other, though in no line, are one: their order would be a guess. */
+text_merge merge_sides(const text_lines &base, side &mine, side &yours) {
+    text_merge merged{merge_result::merged, "", ""};
+    for (size_t done = 0; done < base.size() || mine.touches(done) || yours.touches(done);) {
+        const size_t from = std::min({mine.next_base(), yours.next_base(), base.size()});
+        append(merged.text, std::span{base}.subspan(done, from - done));
+        mine.begin(from);
+        yours.begin(from);
+        bool is_mine = false;
+        bool is_yours = false;
+        size_t to = from;
+        while (mine.touches(to) || yours.touches(to)) {
+            const bool takes_mine = mine.touches(to);
+            to = std::max(to, takes_mine ? mine.take() : yours.take());
+            (takes_mine ? is_mine : is_yours) = true;
+        }
+        const auto ours = mine.part(to);
+        const auto theirs = yours.part(to);
+        if (is_mine && is_yours && !std::ranges::equal(ours, theirs)) {
+            merged.result = merge_result::conflict;
+            merged.conflicts +=
+                (merged.conflicts.empty() ? "" : ", ") + named_lines(mine.from(), mine.to(to));
+        }
+        append(merged.text, is_mine ? ours : theirs);
+        done = to;
+    }
+    if (merged.result == merge_result::conflict) merged.text.clear();
+    return merged;
+}
+
 /* "3,5c" or "9a" as "lines 3-5" or "line 9". */
 std::string named_lines(std::string_view range) {
     std::string text{range};
@@ -131,11 +212,9 @@ std::string conflicts_in(std::string_view list) {
     return conflicts;
 }
 
-}  // namespace
-
-text_merge merge_texts(const std::string &base, const std::string &mine, const std::string &yours) {
-    if (mine == base) return {merge_result::merged, yours, ""};
-    if (yours == base || yours == mine) return {merge_result::merged, mine, ""};
+/* For texts that differ in many lines. */
+text_merge merge_with_program(const std::string &base, const std::string &mine,
+                              const std::string &yours) {
     const std::string *texts[] = {&mine, &base, &yours};
     /* Without -E the same change on both sides would be a conflict. */
     const char *merge[] = {"diff3",         "-a",           "-E", "-m", k_text_names[0],
@@ -157,6 +236,22 @@ text_merge merge_texts(const std::string &base, const std::string &mine, const s
     merged.result = merge_result::conflict;
     merged.conflicts = conflicts_in(differences);
     return merged;
+}
+
+}  // namespace
+
+text_merge merge_texts(const std::string &base, const std::string &mine, const std::string &yours) {
+    if (mine == base) return {merge_result::merged, yours, ""};
+    if (yours == base || yours == mine) return {merge_result::merged, mine, ""};
+    const text_lines base_lines = lines_of(base);
+    const text_lines mine_lines = lines_of(mine);
+    const text_lines yours_lines = lines_of(yours);
+    const auto my_changes = changes_between(base_lines, mine_lines);
+    const auto your_changes = my_changes ? changes_between(base_lines, yours_lines) : std::nullopt;
+    if (!your_changes) return merge_with_program(base, mine, yours);
+    side my_side{mine_lines, *my_changes};
+    side your_side{yours_lines, *your_changes};
+    return merge_sides(base_lines, my_side, your_side);
 }
 
 int unified_diff(const std::string &before, const std::string &after,

@@ -7,8 +7,9 @@
 
 #include <string>
 
-/* Versions of a text, line by line. The programs diff3 and diff of Debian's diffutils do the work;
- * where they are missing, what both sides changed cannot be merged, and says so. */
+/* Versions of a text, line by line. Texts in which a side has changed up to 500 lines are merged
+ * here, in a moment; for others, and for differences, the programs diff3 and diff of Debian's
+ * diffutils do the work, and where they are missing it fails. */
 
 enum class merge_result {
     merged,   /* all changes of both sides are in the result */

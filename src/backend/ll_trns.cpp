@@ -155,6 +155,18 @@ void llconf_forget_tried(void) {
     forget_prepared_texts();
 }
 
+size_t llconf_files_size(void) {
+    off_t size = 0;
+    for (llconf_item *lli = lli_list_from_trns_ctx(g_trns_ctx); lli; lli = lli->next) {
+        const item_record *item = record_of(lli);
+        if (item->seen) size += item->seen->identity.size;
+        if (!item->record) continue;
+        for (const auto &[name, member] : item->record->members)
+            size += member.seen.identity.size;
+    }
+    return static_cast<size_t>(size);
+}
+
 int llconf_trns_ctx_serial(void) {
     return trns_get_ctx_serial(g_trns_ctx);
 }

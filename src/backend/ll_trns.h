@@ -28,6 +28,9 @@ int llconf_try_long(trns_ctx *ctx);
 void llconf_use_tried(void);
 void llconf_forget_tried(void);
 
+/* The size of all files that modules have read. */
+size_t llconf_files_size(void);
+
 /* The serial number of the master context; -1 without one. */
 int llconf_trns_ctx_serial(void);
 

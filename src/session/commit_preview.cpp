@@ -27,8 +27,10 @@ namespace {
 
 using owned_ctx = owned<trns_ctx, trns_destroy_ctx>;
 
-/* Parameters that are asked for while others wait. */
+/* Parameters that are asked for while others wait, and the files of all modules, any of which may
+ * be a long list. */
 constexpr long k_quick_values = 500;
+constexpr size_t k_quick_files = 128 * 1024;
 
 /* Replies lose control characters, which files are made of: the tab stands as "%09" in what an
  * action prints, and "%" itself as "%25". */
@@ -146,6 +148,10 @@ fe_node *fe_func_sessionchanges(fe_context *ctx, fe_node * /*call*/) {
     return truth_node(print_text(text));
 }
 
+fe_node *fail_too_much() {
+    return fe_fail(EINVAL, nullptr, "too much for INFO: ADMIN on the same node shows it");
+}
+
 /* Two transactions that see the files as a commit found and as it left them. */
 fe_node *fe_func_commitchanges(fe_context *ctx, fe_node *call) {
     const call_arguments args{ctx, call};
@@ -154,6 +160,7 @@ fe_node *fe_func_commitchanges(fe_context *ctx, fe_node *call) {
     if (!find_commit(args[0], record) || !g_current_session)
         return fe_fail(EINVAL, nullptr, "%s",
                        ccd_get_error() ? ccd_get_error()->msg : "no session");
+    if (!command_may_wait() && llconf_files_size() > k_quick_files) return fail_too_much();
     const owned_ctx before{trns_copy_ctx(g_trns_ctx)};
     const owned_ctx after{trns_copy_ctx(g_trns_ctx)};
     if (!before || !after) return nullptr;
@@ -163,7 +170,7 @@ fe_node *fe_func_commitchanges(fe_context *ctx, fe_node *call) {
     std::string text;
     if (!param_changes(g_current_session, before.get(), after.get(),
                        command_may_wait() ? LONG_MAX : k_quick_values, text))
-        return fe_fail(EINVAL, nullptr, "too much for INFO: ADMIN on the same node shows it");
+        return fail_too_much();
     for (const archived_file &file : record.files)
         text += attribute_changes(file.path, file.before, file.after);
     if (text.ends_with('\n')) text.pop_back();

