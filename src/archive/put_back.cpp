@@ -64,14 +64,16 @@ int keep_aside(const one_file &one, put_back_report &report) {
     daemon_log(LOG_WARNING, "Warning: commit %ld: %s was changed by others meanwhile and stays%s",
                one.record.number, one.file.path.c_str(), where.c_str());
     report.kept_aside.push_back(one.file.path);
+    report.notes.push_back({one.file.path, "stays", "changed by others meanwhile" + where});
     return 0;
 }
 
 /* Waiting does not bring it back, and the other files do not wait for it. */
-int leave_lost(const one_file &one) {
+int leave_lost(const one_file &one, put_back_report &report) {
     if (errno != ENOENT) return fail(one.file.path);
     daemon_log(LOG_ERR, "commit %ld: %s stays: what it was before is lost from the archive",
                one.record.number, one.file.path.c_str());
+    report.notes.push_back({one.file.path, "stays", "what it was before is lost from the archive"});
     return 0;
 }
 
@@ -90,6 +92,7 @@ int merge_back(one_file &one, const std::string &after_name, const file_state &n
     daemon_log(LOG_NOTICE, "commit %ld: %s put back, merged with changes made by others",
                one.record.number, one.file.path.c_str());
     report.merged.push_back(one.file.path);
+    report.notes.push_back({one.file.path, "put back", "merged with changes made by others"});
     return 0;
 }
 
@@ -100,7 +103,7 @@ int put_back_one(one_file &one, const std::string &folder, size_t index, put_bac
     if (!is_file && !is_no_file(errno)) return fail(one.file.path);
     if (is_file && same_state(now, one.file.before)) return 0;
     if (read_kept(one.file.before, before_name(folder, index), one.before) != 0)
-        return leave_lost(one);
+        return leave_lost(one, report);
     if (!is_file) return keep_aside(one, report);
     if (now.kind != one.file.after.kind || now.digest != one.file.after.digest)
         return merge_back(one, after_name(folder, index), now, present, report);
@@ -177,6 +180,7 @@ int end_commit(commit_record &record, commit_state state) {
         g_give_commands(record, report);
     }
     record.state = state;
+    record.notes.insert(record.notes.end(), report.notes.begin(), report.notes.end());
     return write_record(archive_folder(record.number), record);
 }
 

@@ -22,7 +22,8 @@ struct put_back_report {
     std::vector<std::string> restored; /* paths, the prefix left out */
     std::vector<std::string> merged;
     std::vector<std::string> kept_aside;
-    std::vector<size_t> commands; /* indexes of command instances: the caller's to put back */
+    std::vector<commit_note> notes; /* what the record tells of these two */
+    std::vector<size_t> commands;   /* indexes of command instances: the caller's to put back */
 };
 
 /* Puts the names of a commit back and logs each one that changes. 0 when
@@ -34,9 +35,9 @@ int put_back(const commit_record &record, put_back_report &report);
 using commands_back = void (*)(const commit_record &record, const put_back_report &report);
 void put_back_set_commands(commands_back give);
 
-/* Puts back, commands too, and then gives the commit its new state, "undone" or "failed". While
- * nobody is known who gives commands their texts, a commit that has some keeps its state, and the
- * call can be repeated. */
+/* Puts back, commands too, and then gives the commit its new state, "undone" or "failed", with
+ * notes of the files in which others' changes were found. While nobody is known who gives commands
+ * their texts, a commit that has some keeps its state, and the call can be repeated. */
 int end_commit(commit_record &record, commit_state state);
 
 /* Whether a commit is open: one that runs, or one that was interrupted. */

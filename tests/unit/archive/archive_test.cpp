@@ -142,6 +142,12 @@ TEST_F(Archive, WhatOthersChangedMeanwhileIsMergedOrKeptAside) {
     EXPECT_EQ(put_back(journal.record(), report), 0);
     EXPECT_EQ(get("/replaced"), "eins\ntwo\nthree\nfour\n");
     EXPECT_EQ(get("/replaced.ucfgd-1"), "one\ntwo\nthree\nfour\n");
+    commit_record record = journal.record();
+    EXPECT_EQ(end_commit(record, commit_state::undone), 0);
+    ASSERT_EQ(read_record(archive_folder(1), record), 0);
+    EXPECT_EQ(record.notes.at(1).what + record.notes[1].status + record.notes[1].text,
+              "/replacedstayschanged by others meanwhile; what it was before is kept in "
+              "/replaced.ucfgd-1");
     fs::remove(root + "/replaced");
     fs::create_directory(root + "/replaced");
     EXPECT_EQ(put_back(journal.record(), report), 0);
