@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "archive/archive.h"
 #include "archive/merge.h"
@@ -41,10 +42,9 @@ struct target {
     std::string shown;
 };
 
-int refuse(const std::string &why, const char *id, const target &at, const char *arg = nullptr) {
+int refuse(const std::string &why, const char *id, const target &at) {
     ccd_set_error(why.c_str(), id);
     ccd_add_error_arg(at.shown.c_str());
-    if (arg) ccd_add_error_arg(arg);
     return -1;
 }
 
@@ -179,9 +179,7 @@ void note_archived(const target &at, const version &wanted) {
 }
 
 /* Makes the tree that of a version, as an edit. Nothing happens where it is so already. */
-int put(const target &at, const version &wanted) {
-    version present;
-    if (read_present(at, present) != 0) return -1;
+int put(const target &at, const version &present, const version &wanted) {
     if (present.text == wanted.text && present.kind == wanted.kind &&
         has_attributes(at, present, wanted))
         return 0;
@@ -250,14 +248,29 @@ int put_version(trns_ctx *ctx, const commit_record &record, size_t index, bool a
         return 0;
     }
     version archived;
-    if (read_archived(record, index, after, archived, at) != 0) return -1;
-    return put(at, archived);
+    version present;
+    if (read_archived(record, index, after, archived, at) != 0 || read_present(at, present) != 0)
+        return -1;
+    return put(at, present, archived);
 }
 
-int refuse_overlap(const commit_record &record, const target &at, const std::string &where) {
-    return refuse("commit " + std::to_string(record.number) + " cannot be undone: " + at.shown +
-                      " has been changed since in " + where,
-                  "error.commit.overlap", at, where.c_str());
+/* The files that later commits changed in the same lines. */
+struct overlap {
+    std::string file;
+    std::string where;
+};
+
+int refuse_overlaps(const commit_record &record, const std::vector<overlap> &overlaps) {
+    std::string text = "commit " + std::to_string(record.number) + " cannot be undone: ";
+    for (const overlap &one : overlaps)
+        text += (&one == overlaps.data() ? "" : "; ") + one.file + " has been changed since in " +
+                one.where;
+    ccd_set_error(text.c_str(), "error.commit.overlap");
+    for (const overlap &one : overlaps) {
+        ccd_add_error_arg(one.file.c_str());
+        ccd_add_error_arg(one.where.c_str());
+    }
+    return -1;
 }
 
 /* Whether the file has its owner and mode from the commit between two versions. */
@@ -267,8 +280,13 @@ bool gave_attributes(const version &before, const version &after, const version 
            same_owner_and_mode(*present.attributes, *after.attributes);
 }
 
-int undo_file(trns_ctx *ctx, const commit_record &record, size_t index) {
+int undo_file(trns_ctx *ctx, const commit_record &record, size_t index,
+              std::vector<overlap> &overlaps) {
     target at;
+    const auto note_overlap = [&](const std::string &where) {
+        overlaps.push_back({at.shown, where});
+        return 0;
+    };
     if (!find_target(ctx, record.files[index], at))
         return refuse("no module has " + at.shown + " any more", "error.commit.module", at);
     version before;
@@ -279,15 +297,14 @@ int undo_file(trns_ctx *ctx, const commit_record &record, size_t index) {
         return -1;
     if (present.kind != file_kind::absent && !gave_attributes(before, after, present))
         before.attributes.reset();
-    if (present.text == after.text) return put(at, before);
-    if (present.text == before.text && present.kind == before.kind) return put(at, before);
+    if (present.text == after.text || (present.text == before.text && present.kind == before.kind))
+        return put(at, present, before);
     if (before.kind == file_kind::absent || after.kind == file_kind::absent)
-        return refuse_overlap(record, at, "all lines");
+        return note_overlap("all lines");
     const text_merge merged = merge_texts(after.text, present.text, before.text);
-    if (merged.result == merge_result::conflict)
-        return refuse_overlap(record, at, merged.conflicts);
+    if (merged.result == merge_result::conflict) return note_overlap(merged.conflicts);
     if (merged.result == merge_result::failed) return refuse_text(at);
-    return put(at, {file_kind::regular, merged.text, before.attributes});
+    return put(at, present, {file_kind::regular, merged.text, before.attributes});
 }
 
 /* Whether its files have ever been in effect. */
@@ -312,9 +329,10 @@ int load_after_commit(trns_ctx *ctx, const commit_record &record) {
 
 int undo_commit(trns_ctx *ctx, const commit_record &record) {
     if (!was_in_effect(record)) return -1;
+    std::vector<overlap> overlaps;
     for (size_t i = 0; i < record.files.size(); i++)
-        if (undo_file(ctx, record, i) != 0) return -1;
-    return 0;
+        if (undo_file(ctx, record, i, overlaps) != 0) return -1;
+    return overlaps.empty() ? 0 : refuse_overlaps(record, overlaps);
 }
 
 int show_commit(trns_ctx *ctx, const commit_record &record, bool after) {

@@ -142,11 +142,16 @@ bool directory_write::is_changed(const cnfnode *member) const {
     return !name || *name != member->name;
 }
 
-/* A name that was not there when the directory was read must be free. */
+/* A name that was not there when the directory was read must be free; two new files are not one
+ * with the lines of both. */
 int directory_write::check_new(const char *name) const {
+    if (!is_member_name(lli_->pattern, name)) return refuse(name, EINVAL);
+    const member_record *known = record_.named(name);
+    if (known && known->state == member_state::unread) return refuse(name, EEXIST);
     struct stat st {};
-    if (place_lstat(path_of(name).c_str(), &st) == 0) return EEXIST;
-    return errno == ENOENT ? 0 : errno;
+    if (place_lstat(path_of(name).c_str(), &st) == 0)
+        return refuse_for_others(path_of(name), "it has been added");
+    return errno == ENOENT ? 0 : refuse(name, errno);
 }
 
 int directory_write::take_in(cnfnode *&member, member_record &known) {
@@ -173,16 +178,10 @@ int directory_write::check(cnfnode *&member) {
     auto known = record_.members.find(member->name);
     const bool was_read =
         known != record_.members.end() && known->second.state == member_state::read;
-    if (is_written && was_read) reason = take_in(member, known->second);
-    if (reason != 0) return reason;
-    const char *name = member->name;
-    if (!names_.insert(name).second) return refuse(name, EEXIST);
-    if (!is_written || was_read) return 0;
-    if (!is_member_name(lli_->pattern, name)) return refuse(name, EINVAL);
-    if (known != record_.members.end() && known->second.state == member_state::unread)
-        return refuse(name, EEXIST);
-    reason = check_new(name);
-    return reason == 0 ? 0 : refuse(name, reason);
+    if (names_.contains(member->name)) return refuse(member->name, EEXIST);
+    if (is_written) reason = was_read ? take_in(member, known->second) : check_new(member->name);
+    if (reason == 0) names_.insert(member->name);
+    return reason;
 }
 
 bool directory_write::is_removed(const std::string &name, const member_record &member) const {
@@ -341,6 +340,7 @@ int write_directory(const llconf_item *lli, shared_record &record) {
     int reason = writing.prepare(batch);
     if (reason == 0) reason = check_candidates(record_of(lli), batch, 0);
     if (reason == 0) reason = batch.install();
+    batch.log_merged();
     if (reason == 0) record = writing.done();
     return reason;
 }

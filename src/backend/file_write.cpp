@@ -37,6 +37,7 @@ int write_file(item_record *item) {
     if (reason == 0) reason = check_candidates(item, batch, 0);
     const bool is_ready = reason == 0;
     if (is_ready) reason = batch.install();
+    batch.log_merged();
     if (is_ready && batch.has_replaced()) note_file_written(item);
     item->is_dirty = 0;
     item->file->last_write = get_uptime();

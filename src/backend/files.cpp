@@ -381,15 +381,21 @@ std::string file_batch::candidate(size_t index) const {
     return file.empty() ? file : temporary_of(file);
 }
 
+void file_batch::log_merged() const {
+    for (size_t i = 0; i < renamed_; i++)
+        log_if_merged(written_[i].path);
+}
+
 int file_batch::look_again() {
+    int refused = 0;
     for (const auto *list : {&written_, &removed_}) {
         for (const member &one : *list) {
             const bool is_gone = list == &removed_ && !identity_at(one.path.c_str()).exists;
             const int reason = is_gone ? 0 : check_expected(one.path, one.expected);
-            if (reason != 0) return reason;
+            if (reason != 0) refused = reason;
         }
     }
-    return 0;
+    return refused;
 }
 
 int file_batch::install() {

@@ -98,6 +98,9 @@ class file_batch {
     /* Whether all written files stand in their places, whatever became of the rest. */
     bool has_replaced() const { return renamed_ == written_.size(); }
 
+    /* Logs which of the replaced files were merged with changes made by others. */
+    void log_merged() const;
+
     /* Notes in a journal, before install, what will become of each file. 0 or an error number. May
      * throw std::bad_alloc. */
     int note_in(commit_journal &journal) const;

@@ -7,6 +7,8 @@
 
 #include <cstring>
 #include <new>
+#include <set>
+#include <utility>
 
 #include "archive/file_state.h"
 #include "archive/merge.h"
@@ -22,8 +24,17 @@ namespace {
 
 using owned_tree = owned<cnfnode, destroy_cnftree>;
 
+constexpr char k_conflict[] = "error.commit.conflict";
+
+/* Files whose merged texts this commit has not written yet. */
+std::set<std::string> &merged_files() {
+    static std::set<std::string> files;
+    return files;
+}
+
 int fail(const std::string &path, int reason) {
-    daemon_log(LOG_ERR, "looking at %s failed: %s", path.c_str(), std::strerror(reason));
+    daemon_log(LOG_ERR, "looking at %s failed: %s", name_in_module(path).c_str(),
+               std::strerror(reason));
     return reason;
 }
 
@@ -57,7 +68,7 @@ int merge(const cnfmodule *module, const std::string &path, std::string_view bas
     if (!tree) return both.text.empty() ? 0 : refuse_for_others(path, "it was to be removed");
     merged.reset(cnfmodule_parse_text(module, path.c_str(), both.text.data(), both.text.size()));
     if (!merged) return refuse_for_others(path, cnf_error_text());
-    daemon_log(LOG_NOTICE, "%s: merged with changes made by others", path.c_str());
+    merged_files().insert(path);
     return 0;
 }
 
@@ -122,8 +133,20 @@ int refuse_for_others(const std::string &path, const std::string &where) {
     const std::string name = name_in_module(path);
     const std::string text = name + ": others have changed it meanwhile: " + where;
     daemon_log(LOG_ERR, "%s", text.c_str());
-    ccd_set_error(text.c_str(), "error.commit.conflict");
+    const param_error *earlier = ccd_get_error();
+    const bool joins =
+        earlier && earlier->id && earlier->msg && std::strcmp(earlier->id, k_conflict) == 0;
+    const std::string all = joins ? std::string{earlier->msg} + "; " + text : text;
+    owned<param_error, destroy_param_error> others{joins ? ccd_copy_and_clear_error() : nullptr};
+    ccd_set_error(all.c_str(), k_conflict);
+    for (const line *arg = others ? others->args : nullptr; arg; arg = arg->next)
+        ccd_add_error_arg(arg->line);
     ccd_add_error_arg(name.c_str());
     ccd_add_error_arg(where.c_str());
     return ESTALE;
+}
+
+void log_if_merged(const std::string &path) {
+    if (merged_files().erase(path) == 0) return;
+    daemon_log(LOG_NOTICE, "%s: merged with changes made by others", name_in_module(path).c_str());
 }

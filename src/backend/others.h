@@ -39,7 +39,11 @@ int take_in_others(item_record *item);
 /* The reason, noted with the file in the error record unless there is an earlier one. */
 int refuse_file(const std::string &path, int reason);
 
-/* ESTALE: others have changed the file, where says which lines or when. */
+/* ESTALE: others have changed the file, where says which lines or when. The error record names it
+ * behind those that were refused so before. */
 int refuse_for_others(const std::string &path, const std::string &where);
+
+/* Logs of a file that has just been written, when it is so, that it was merged. */
+void log_if_merged(const std::string &path);
 
 #endif

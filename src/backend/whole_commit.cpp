@@ -213,6 +213,7 @@ int whole_commit::run(llconf_item *list) {
     int reason = replace();
     if (reason != 0) return give_up(reason);
     settle();
+    batch_.log_merged();
     commit_author().number = journal_.record().number;
     for (const piece &one : pieces_)
         run_hook(one.item, &llconf_item::func_post_commit);

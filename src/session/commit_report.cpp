@@ -16,20 +16,26 @@
 namespace {
 
 constexpr size_t k_session_mark_length = 12;
-constexpr size_t k_most_args = 4;
+constexpr size_t k_texts_size = 65536;
 
 /* Memory that the daemon and the child share: the child's own is gone with it. */
 struct shared_report {
-    int count; /* 0: nothing was left; else one more than the arguments */
-    char id[64];
-    char msg[2048];
-    char args[k_most_args][512];
+    size_t used;              /* 0: nothing was left */
+    char texts[k_texts_size]; /* the id, the message and the arguments, each with its NUL */
 };
 
 shared_report *g_report = nullptr;
 
 std::string text_of(const char *text) {
     return text ? text : "";
+}
+
+/* One that does not fit is cut, and those behind it are left out. */
+void leave_text(const char *text) {
+    const size_t room = sizeof g_report->texts - g_report->used;
+    if (room == 0) return;
+    const size_t length = strlcpy(g_report->texts + g_report->used, text ? text : "", room);
+    g_report->used += std::min(length + 1, room);
 }
 
 std::string peer_of(const ccd_session *session) {
@@ -48,7 +54,7 @@ void commit_report_begin(void) {
         if (memory == MAP_FAILED) return;
         g_report = static_cast<shared_report *>(memory);
     }
-    g_report->count = 0;
+    g_report->used = 0;
 }
 
 void commit_report_author(const ccd_session *session) {
@@ -67,21 +73,24 @@ void commit_report_author(const ccd_session *session) {
 void commit_report_leave(void) {
     const param_error *error = ccd_get_error();
     if (!g_report || !error) return;
-    strlcpy(g_report->id, error->id ? error->id : "", sizeof g_report->id);
-    strlcpy(g_report->msg, error->msg ? error->msg : "", sizeof g_report->msg);
-    size_t count = 0;
-    for (const line *arg = error->args; arg && count < k_most_args; arg = arg->next)
-        strlcpy(g_report->args[count++], arg->line ? arg->line : "", sizeof g_report->args[0]);
-    g_report->count = static_cast<int>(count) + 1;
+    g_report->used = 0;
+    leave_text(error->id);
+    leave_text(error->msg);
+    for (const line *arg = error->args; arg; arg = arg->next)
+        leave_text(arg->line);
 }
 
 int commit_report_take(void) {
-    if (!g_report || g_report->count == 0) return 0;
-    const size_t args = std::min(static_cast<size_t>(g_report->count - 1), k_most_args);
-    g_report->count = 0;
-    ccd_set_error(g_report->msg[0] ? g_report->msg : nullptr,
-                  g_report->id[0] ? g_report->id : nullptr);
-    for (size_t i = 0; i < args; i++)
-        ccd_add_error_arg(g_report->args[i]);
+    if (!g_report || g_report->used == 0) return 0;
+    const char *end = g_report->texts + g_report->used;
+    const auto next_of = [end](const char *text) {
+        return text < end ? text + strlen(text) + 1 : text;
+    };
+    const char *id = g_report->texts;
+    const char *msg = next_of(id);
+    ccd_set_error(msg < end && msg[0] ? msg : nullptr, id[0] ? id : nullptr);
+    for (const char *arg = next_of(msg); arg < end; arg = next_of(arg))
+        ccd_add_error_arg(arg);
+    g_report->used = 0;
     return 1;
 }

@@ -225,6 +225,30 @@ TEST_F(Commit, AFileThatVanishedMeanwhileIsMadeAnewByTheNextWhoKnowsThat) {
     EXPECT_EQ(file("/etc/box.conf"), k_new_box);
 }
 
+TEST_F(Commit, NamesEveryFileThatOthersChangedAndTellsOfMergesThatItHasWritten) {
+    begin();
+    const std::string edits =
+        "1.1 SET name beta\n1.2 SET hosts.192%2e0%2e2%2e11.name post\n1 SUBMIT";
+    a.ask(edits);
+    put("/etc/hosts", "198.51.100.1 new\n" + file("/etc/hosts"));
+    put("/etc/box.conf", "# the box\nname = other\nlevel = 5\n");
+    EXPECT_NE(a.ask("2 COMMIT").find("\n2 ERR /etc/box.conf: others "), std::string::npos);
+    EXPECT_FALSE(logged("merged with"));
+    a.ask(edits);
+    put("/etc/hosts", "192.0.2.11 theirs\n# a\n");
+    put("/etc/box.conf", "# the box\nlevel = 5\n");
+    EXPECT_EQ(a.ask("3 COMMIT"),
+              "3.error error.commit.conflict\n3.error.arg /etc/box.conf\n3.error.arg line 1\n"
+              "3.error.arg /etc/hosts\n3.error.arg lines 1-2\n3 ERR /etc/box.conf: others have "
+              "changed it meanwhile: line 1; /etc/hosts: others have changed it meanwhile: lines "
+              "1-2\n");
+    a.ask("4 SET hosts.192%2e0%2e2%2e11.name post");
+    append("/etc/hosts", "# b\n");
+    EXPECT_EQ(a.ask("5 COMMIT"), "5 OK\n");
+    EXPECT_EQ(file("/etc/hosts"), "192.0.2.11 post\n# a\n# b\n");
+    EXPECT_TRUE(logged("\n/etc/hosts: merged with changes made by others"));
+}
+
 constexpr const char *k_slow = "pre-commit: system('sleep 0.5')";
 
 TEST_F(Commit, ADaemonThatIsKilledLeavesTheOldOrTheNewFile) {

@@ -138,6 +138,15 @@ TEST_F(History, UndoesOneCommitAndKeepsWhatHasBeenChangedSince) {
     EXPECT_EQ(a.ask("4 SET commits.undo 2").find("4 ERR result=2 commit 2 cannot be undone: "), 0U);
     EXPECT_EQ(a.ask("4 DIRTY"), "4.dirty 0\n4 OK\n");
     EXPECT_EQ(a.ask("5 GET commits.comment"), "5.1 \n5 OK\n");
+    for (const char *port : {"5", "6"}) {
+        const std::string host = "6.1 SET network.hosts.192%2e0%2e2%2e11.name h";
+        a.ask(host + port + "\n6.2 SET ssh.port " + port + "\n6 SUBMIT");
+        EXPECT_EQ(a.ask("7 COMMIT"), "7 OK\n");
+    }
+    const std::string refusal = a.ask("8 SET commits.undo 5");
+    EXPECT_NE(refusal.find("/etc/hosts has been changed since in line "), std::string::npos);
+    EXPECT_NE(refusal.find("/etc/ssh/sshd_config has been changed since in line 123"),
+              std::string::npos);
 }
 
 TEST_F(History, GivesBackOwnerAndModeAndThatThereWasNoFile) {
