@@ -2,8 +2,8 @@
  *
  * A commit writes files and runs hooks, which takes time, so it happens in a child. The child does
  * the whole work on its copy of the daemon's memory; the daemon merges the same changes into its
- * own contexts, waits, and then reads the files again, but for those of which the child told that it
- * has written them (src/backend/prepared.cpp). While a child writes, no second one may: a second
+ * own contexts, waits, and then reads the files again, but for those of which the child told that
+ * it has written them (src/backend/prepared.cpp). While a child writes, no second one may: a second
  * COMMIT waits, locked, and by the time it is taken up its context is stale.
  *
  * A child that hangs, in a hook most likely, would make all later commits wait: when its time is
