@@ -336,6 +336,12 @@ int file_batch::note_written(const member &one, commit_journal &journal) const {
     return journal.add(one.module, name_in_module(one.path), after, contents) == 0 ? 0 : errno;
 }
 
+void file_batch::forget(const std::string &path) {
+    const auto is_meant = [&path](const auto &one) { return one.path == path; };
+    std::erase_if(written_, is_meant);
+    if (plan_) std::erase_if(*plan_, is_meant);
+}
+
 int file_batch::note_in(commit_journal &journal) const {
     if (reason_ != 0) return reason_;
     for (const member &one : written_)

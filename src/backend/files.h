@@ -81,6 +81,9 @@ class file_batch {
      * failure. */
     void remove(const cnfmodule *module, const char *path, const file_identity *expected);
 
+    /* Takes a file that has been written out again: it is about to be written anew. */
+    void forget(const std::string &path);
+
     /* How many files have been written, and where the new contents of one stand: empty with errno.
      */
     size_t written() const { return written_.size(); }

@@ -120,6 +120,22 @@ int take_in_others(item_record *item) {
     return item->pattern ? merge_members(item, item->record) : take_in_file(item);
 }
 
+int take_in_item(item_record *item, const item_record *earlier) {
+    const owned_str path{prefix_llfilename(item->file->filename)};
+    if (!path) return ENOMEM;
+    std::optional<std::string_view> base;
+    if (item->seen) base = item->seen->text();
+    if (!base) return refuse_for_others(path.get(), "its earlier contents are not known");
+    shared_text theirs;
+    const int reason = text_of_tree(earlier->module, earlier->cn_root, theirs);
+    if (reason != 0) return fail(path.get(), reason);
+    owned_tree merged;
+    const int refused =
+        merge(item->module, path.get(), *base, std::string{theirs->view()}, item->cn_root, merged);
+    if (refused == 0) llconf_install_cnftree(item, merged.release());
+    return refused;
+}
+
 int refuse_file(const std::string &path, int reason) {
     if (ccd_get_error()) return reason;
     const std::string name = name_in_module(path);

@@ -36,6 +36,10 @@ int look_for_others(const cnfmodule *module, const std::string &path, const seen
  * seen. May throw std::bad_alloc. */
 int take_in_others(item_record *item);
 
+/* Takes into the tree of an item what an earlier item of the same file, ahead of it in the commit,
+ * makes of that file. May throw std::bad_alloc. */
+int take_in_item(item_record *item, const item_record *earlier);
+
 /* The reason, noted with the file in the error record unless there is an earlier one. */
 int refuse_file(const std::string &path, int reason);
 

@@ -53,6 +53,7 @@ constexpr long k_lock_milliseconds = 5000;
 struct piece {
     item_record *item;
     std::optional<directory_write> directory;
+    bool is_written = false; /* its file stands in the batch */
 };
 
 class whole_commit {
@@ -63,6 +64,7 @@ class whole_commit {
 
   private:
     void collect(llconf_item *list);
+    int join_earlier(piece &one, file_batch &batch);
     int prepare(piece &one, file_batch &batch);
     int prepare_all(file_batch &batch);
     int keep();
@@ -123,11 +125,32 @@ void whole_commit::collect(llconf_item *list) {
         found = false;
         for (llconf_item *lli = list; lli; lli = lli->next) {
             if (!lli->is_dirty || is_collected(pieces_, lli)) continue;
-            pieces_.push_back({record_of(lli), {}});
+            pieces_.push_back({record_of(lli), {}, false});
             run_hook(lli, &llconf_item::func_pre_commit);
             found = true;
         }
     }
+}
+
+bool is_one_file(const item_record *a, const item_record *b) {
+    return a->file && b->file && !a->pattern && !b->pattern &&
+           std::strcmp(a->file->filename, b->file->filename) == 0;
+}
+
+/* Where an earlier module of the commit writes the same file, this one writes the changes of both,
+ * and that one nothing. */
+int whole_commit::join_earlier(piece &one, file_batch &batch) {
+    for (piece &earlier : pieces_) {
+        if (&earlier == &one) return 0;
+        if (!earlier.is_written || !is_one_file(earlier.item, one.item)) continue;
+        const int reason = take_in_item(one.item, earlier.item);
+        if (reason != 0) return reason;
+        const owned_str path{prefix_llfilename(one.item->file->filename)};
+        if (!path) return ENOMEM;
+        batch.forget(path.get());
+        earlier.is_written = false;
+    }
+    return 0;
 }
 
 int whole_commit::prepare(piece &one, file_batch &batch) {
@@ -139,9 +162,12 @@ int whole_commit::prepare(piece &one, file_batch &batch) {
     if (is_unread_source(item)) return keep_unread_source(item);
     if (!item->file || !item->cn_root) return 0;
     if (item_means_no_file(item)) return note_deletion(item, batch);
+    const int joined = join_earlier(one, batch);
+    if (joined != 0) return joined;
     const size_t first = batch.written();
     if (item->pattern) one.directory.emplace(item, item->record.get());
     const int reason = item->pattern ? one.directory->prepare(batch) : write_beside(item, batch);
+    one.is_written = reason == 0;
     return reason == 0 ? check_candidates(item, batch, first) : reason;
 }
 
@@ -222,7 +248,7 @@ int whole_commit::run(llconf_item *list) {
 
 int whole_commit::plan(llconf_item *list, commit_plan &plan) {
     for (llconf_item *lli = list; lli; lli = lli->next)
-        if (lli->is_dirty) pieces_.push_back({record_of(lli), {}});
+        if (lli->is_dirty) pieces_.push_back({record_of(lli), {}, false});
     file_batch batch{plan.changes};
     const int reason = prepare_all(batch);
     if (reason != 0) return reason;

@@ -104,6 +104,18 @@ TEST_F(Archived, ARefusedCheckOrAnUnusableArchiveLeavesEverythingAsItWas) {
     EXPECT_EQ(file("/etc/box.conf"), k_box);
 }
 
+TEST_F(Archived, TwoModulesOfOneFileAreWrittenTogether) {
+    append("/etc/ucfgd/modules.conf", "more {\n module: hosts\n file: /etc/hosts\n}\n");
+    append("/etc/ucfgd/param.conf",
+           "near {\n set: llset('hosts', '127.0.0.1/name', $_)\n}\n"
+           "far {\n set: llset('more', '192.0.2.11/name', $_)\n}\n");
+    start();
+    client a = logged_in();
+    EXPECT_EQ(a.ask("1.1 SET near n\n1.2 SET far f\n1 SUBMIT"), "1.1 OK\n1.2 OK\n1 OK\n");
+    EXPECT_EQ(a.ask("2 COMMIT"), "2 OK\n");
+    EXPECT_EQ(file("/etc/hosts"), "127.0.0.1\tn\n\n192.0.2.10\tfiles # disk\n192.0.2.11  f\n");
+}
+
 TEST_F(Archived, AStartBehindACrashPutsFilesBackAndThenCommands) {
     hang_once();
     start();
