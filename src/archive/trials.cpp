@@ -140,8 +140,8 @@ int trial_undo(std::vector<commit_record> &undone) {
     return 0;
 }
 
-int trial_put_back_files(void) {
-    archive_lock lock{k_lock_milliseconds};
+int trial_put_back_files(long milliseconds) {
+    archive_lock lock{milliseconds};
     if (!lock.held()) return -1;
     for (const commit_record &record : find_trial().commits) {
         put_back_report report;

@@ -46,7 +46,8 @@ int trial_confirm(void);
  * `undone`. */
 int trial_undo(std::vector<commit_record> &undone);
 
-/* What can be done of that before the modules are known: the files. The commits stay on trial. */
-int trial_put_back_files(void);
+/* What can be done of that before the modules are known: the files. The commits stay on trial.
+ * Waits so many milliseconds at most for whoever holds the archive. */
+int trial_put_back_files(long milliseconds);
 
 #endif

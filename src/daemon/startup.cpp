@@ -144,7 +144,7 @@ void open_archive(const config_files &files, bool dumping) {
     const archive_bounds bounds = read_archive_bounds(g_conftree);
     if (archive_configure(directory.get(), bounds.kept, bounds.size) != 0) return;
     archive_recover(k_longest_commit_ms);
-    if (trial_left() == 0) trial_put_back_files();
+    if (trial_left() == 0) trial_put_back_files(k_longest_commit_ms);
 }
 
 void read_backends(const config_files &files, bool dumping) {

@@ -83,12 +83,19 @@ void cb_exit(bgexec_ctx *job, int status) {
     session_commit_end(job->session, job->id, job->answer);
 }
 
+/* Temporary files that somebody still writes, the child of a daemon that was killed perhaps, are no
+ * leftovers. */
+void remove_leftovers() {
+    const archive_lock lock{k_lock_milliseconds};
+    if (lock.held()) remove_all_leftovers();
+}
+
 [[noreturn]] void run() {
     const owned_context context{create_fe_context(nullptr, g_trns_ctx)};
     g_trns_fe_context = context.get();
     errno = 0;
     int result = archive_recover(k_lock_milliseconds);
-    remove_all_leftovers();
+    remove_leftovers();
     if (result == 0 && trial_left() == 0) result = end_trial();
     const int status = result == 0 ? 0 : errno;
     bgexit(result == 0 ? 0 : status <= 0 || status > 255 ? EIO : status);

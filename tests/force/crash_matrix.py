@@ -14,6 +14,7 @@ import shutil
 import subprocess
 import sys
 import tempfile
+import time
 
 import force
 
@@ -145,6 +146,11 @@ class Matrix:
         if not self.daemon.start():
             return "does not start again: " + self.daemon.text("/log")[-300:]
         found, left = self.state()
+        # A child brings the record of a trial whose undoing was interrupted up to date.
+        for _ in range(500):
+            if found != self.old or self.record() != "trial":
+                break
+            time.sleep(0.01)
         record = self.record()
         self.daemon.stop(9)
         if left:

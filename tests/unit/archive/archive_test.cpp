@@ -247,7 +247,7 @@ TEST_F(Archive, ATrialEndsWithItsNewestCommitAndHalfUndoneItCannotBeKept) {
     EXPECT_EQ(trial_left(), 0);
     EXPECT_EQ(trial_confirm(), -1);
     EXPECT_EQ(errno, EALREADY);
-    EXPECT_EQ(trial_put_back_files(), -1);
+    EXPECT_EQ(trial_put_back_files(0), -1);
     put("/file60", "new");
     fs::remove(root + "/archive/1/1.after");
     put("/archive/1/1.after", "new");
