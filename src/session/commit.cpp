@@ -139,17 +139,19 @@ bool answer_if_unwritable(ccd_session *session, const char *id) {
     return reason != 0;
 }
 
-/* A commit that must not begin: its context is stale, or the archive has something to end first.
- * One that waits will be stale, so its trees need no try. */
+/* A commit that must not begin: a trial runs, its context is stale, or the archive has something to
+ * put back first. The trial comes first: a session that was there before it is stale because of it,
+ * and is to learn until when it has to wait. One that waits will be stale, so its trees need no
+ * try. */
 bool answer_if_refused(ccd_session *session, const char *id) {
-    if (answer_if_stale(session, id)) return true;
     ccd_clear_error();
-    if (restore_is_owed()) {
+    if (!trial_refuses(session)) {
+        if (answer_if_stale(session, id)) return true;
+        if (!restore_is_owed())
+            return !bgexec_running_writer() && answer_if_unwritable(session, id);
         char text[320];
         snprintf(text, sizeof text, "an interrupted commit is being put back%s", restore_trouble());
         ccd_set_error(text, "error.commit.restore");
-    } else if (!trial_refuses(session)) {
-        return !bgexec_running_writer() && answer_if_unwritable(session, id);
     }
     session_write_error(session, id, "commit conflict");
     return true;

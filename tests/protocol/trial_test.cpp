@@ -151,8 +151,8 @@ TEST_F(Archived, ATrialIsUndoneInTimeWithItsCommandsAndHooksUnlessItIsConfirmed)
     EXPECT_EQ(a.ask("2 COMMIT\n3 GET trial"), "2 OK\n3.1 0\n3 OK\n");
     EXPECT_EQ(a.ask("4 INFO trial"), "4.1 commit+1,+user+root,+1+seconds+left\n4 OK\n");
     EXPECT_EQ(file("/told"), k_new_box);
-    a.ask("5 SET name gamma");
-    const std::string refusal = a.ask("6 COMMIT");
+    b.ask("5 SET name gamma");
+    const std::string refusal = b.ask("6 COMMIT");
     EXPECT_EQ(refusal.find("6.error error.trial\n6.error.arg root\n6.error.arg 1\n6.error.arg "),
               0u);
     EXPECT_NE(refusal.find("\n6 ERR commit conflict\n"), std::string::npos);
