@@ -9,6 +9,7 @@
 #include "session/arguments.h"
 #include "session/method_context.h"
 #include "session/protocol.h"
+#include "tree/param_error.h"
 #include "tree/param_failure.h"
 #include "tree/param_ops.h"
 #include "ucfgd/escape.h"
@@ -21,8 +22,11 @@ constexpr size_t k_arg_size = 256;
 
 using owned_path = owned<param_path, destroy_param_path>;
 
+/* Where errno says nothing the method's own words (seterror) come first: why there is no value. */
 int reply_errno(ccd_session *session, const char *id) {
-    session_writef(session, "%s ERR %s\n", id, ccd_failure_text(errno));
+    const param_error *error = errno == EINVAL ? ccd_get_error() : nullptr;
+    const char *text = error && error->msg ? error->msg : ccd_failure_text(errno);
+    session_writef(session, "%s ERR %s\n", id, text);
     return 0;
 }
 

@@ -64,6 +64,8 @@ class Configuration : public daemon_test {
         put("/usr/share/zoneinfo/zone1970.tab", "# codes\nAT\t+4813+01620\tEurope/Vienna\n");
         put("/etc/ssh/sshd_config", "#Port 22\nX11Forwarding yes\nMatch User git\n\tPort 1\n");
         put("/etc/rsyslog.d/.keep", "");
+        for (const char *program : {"/usr/sbin/rsyslogd", "/lib/systemd/systemd-timesyncd"})
+            put(program, "");
         put("/etc/sysctl.conf", "#kernel.sysrq=438\nvm.swappiness=10\n");
         put("/etc/aliases", "postmaster:    root\n");
         put("/etc/motd", "\nwelcome\n\nall\n");
@@ -190,9 +192,17 @@ TEST_F(Configuration, WhatIsNotInstalledIsNoTroubleUntilItIsSet) {
         const std::string reply = c.ask("b " + std::string{request});
         EXPECT_NE(reply.find(" is not installed here: "), std::string::npos) << reply;
     }
+    for (std::string_view name : {"time.ntp.servers", "log.forward.level"}) {
+        const std::string reply = c.ask("b GET " + std::string{name});
+        EXPECT_NE(reply.find("b ERR the package "), std::string::npos) << reply;
+    }
+    EXPECT_EQ(c.ask("b LISTR log"), "b.1 forward\nb OK\n");
+    EXPECT_NE(c.ask("b HELP log.forward").find("not+installed+here+(package+rsyslog)"),
+              std::string::npos);
     EXPECT_EQ(c.ask("c SET system.hostname new"), "c OK\n");
     EXPECT_EQ(c.ask("d COMMIT").substr(0, 5), "d OK\n");
     EXPECT_EQ(file("/etc/hostname"), "new\n");
+    EXPECT_EQ(fs::status(path("/etc/hostname")).permissions(), fs::perms{0644});
     EXPECT_FALSE(fs::exists(path("/etc/ssh")));
 }
 
