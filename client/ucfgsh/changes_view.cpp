@@ -170,8 +170,7 @@ int compare_there(shell &sh, bool dirty) {
 
 void print_changes(shell &sh, const std::vector<std::string> &lines) {
     for (const std::string &line : lines)
-        if (!line.empty() && !is_change_line(line))
-            sh.out.line(sh.out.paint(style::faint, line));
+        if (!line.empty() && !is_change_line(line)) sh.out.line(sh.out.paint(style::faint, line));
     for (const value_change &change : read_changes(lines).values)
         print_change(sh, change);
 }

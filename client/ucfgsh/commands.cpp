@@ -8,8 +8,8 @@
  * It does one thing with libucfg, prints through the output, and returns an exit status.
  *
  * People type paths and values as they think of them. What travels is escaped, by libucfg alone;
- * take_path() is the one place where typed text becomes a path, print_path() the one where a path
- * becomes text again, and what is printed can always be typed.
+ * resolve_path() is the one place where typed text becomes a path, print_path() the one where a
+ * path becomes text again, and what is printed can always be typed.
  *
  * To add a command: declare its function in commands.h, write it in the file of its kind, and add a
  * row here. Help and completion follow from the row.
@@ -44,6 +44,9 @@ constexpr std::array k_commands{
             "names below a node (-r: all levels, -m: management tree)"},
     command{"show", run_show, "m", "p", 0, 1, k_r, false, "[-m] [PATH]",
             "a tree with its values (-m: management tree)"},
+    command{"cd", run_cd, "", "p", 0, 1, k_r, false, "[PATH]",
+            "begin paths at a section; .PATH begins at the root, \"..\" is one level up"},
+    command{"up", run_up, "", "", 0, 0, k_r, false, "", "begin paths one level higher"},
     command{"attr", run_attr, "m", "p", 1, 1, k_r, false, "[-m] PATH",
             "operations, type, length, choices and flags of a node"},
     command{"help", run_help, "", "c", 0, 1, k_r, false, "[COMMAND | PATH]",
@@ -293,10 +296,10 @@ int report_done(shell &sh, const std::string &done, const std::string &subject) 
     return k_exit_done;
 }
 
-std::optional<std::string> take_path(shell &sh, const word &typed) {
+std::optional<std::string> take_path(shell &sh, const word &typed, ucfg_tree tree) {
     const char *problem = nullptr;
-    owned_str path{ucfg_path_parse(typed.raw.c_str(), &problem)};
-    if (path) return path.get();
+    auto path = resolve_path(sh, typed.raw, tree, &problem);
+    if (path) return path;
     complain_usage(sh, typed.raw + ": " + (problem ? problem : "not a path"));
     return std::nullopt;
 }

@@ -41,6 +41,7 @@ struct shell {
     bool quit = false;
     int depth = 0; /* scripts that read scripts */
     order_book orders = {};
+    std::string here = {}; /* wire path of the section that parameters' paths begin at */
 };
 
 struct arguments {
@@ -133,12 +134,22 @@ bool is_reason(const std::string &text);
 /* The daemon's text in words that people understand. */
 std::string readable(const std::string &text);
 
-/* A wire path of what was typed; complains and returns nothing when it is none. */
-std::optional<std::string> take_path(shell &sh, const word &typed);
+/* A wire path of what was typed. A parameter's path begins at `here`, or at the root when a dot
+ * leads it; "." is the root, ".." the section above. A management node's always begins at the root.
+ * Nothing, with an explanation in `*problem`, when it is no path. */
+std::optional<std::string> resolve_path(const shell &sh, std::string_view typed,
+                                        ucfg_tree tree = k_ucfg_parameters,
+                                        const char **problem = nullptr);
+
+/* The same, with a complaint. */
+std::optional<std::string> take_path(shell &sh, const word &typed,
+                                     ucfg_tree tree = k_ucfg_parameters);
 
 /* Whether the session holds changes; false too when that cannot be learnt. */
 bool is_dirty(shell &sh);
 
+int run_cd(shell &sh, const arguments &args);
+int run_up(shell &sh, const arguments &args);
 int run_get(shell &sh, const arguments &args);
 int run_list(shell &sh, const arguments &args);
 int run_show(shell &sh, const arguments &args);

@@ -73,12 +73,6 @@ size_t last_component(std::string_view raw) {
     return start;
 }
 
-std::optional<std::string> parse_path(std::string_view raw) {
-    owned_str path{ucfg_path_parse(std::string{raw}.c_str(), nullptr)};
-    if (!path) return std::nullopt;
-    return path.get();
-}
-
 std::vector<std::string> names_below(shell &sh, ucfg_tree tree, const std::string &path) {
     ucfg_strings *names = nullptr;
     sh.link.quietly([&](ucfg_conn *conn) { return ucfg_list(conn, tree, path.c_str(), &names); });
@@ -114,12 +108,13 @@ std::string quote_component(const std::string &name) {
 void complete_path(shell &sh, ucfg_tree tree, const typed_line &typed, candidates &found) {
     std::string_view raw = typed.last.raw;
     size_t cut = last_component(raw);
-    auto parent = parse_path(cut > 0 ? raw.substr(0, cut - 1) : "");
+    auto parent =
+        resolve_path(sh, cut == 1 ? raw.substr(0, 1) : raw.substr(0, cut - (cut > 0)), tree);
     if (!parent) return;
     keep(found, names_below(sh, tree, *parent), unquoted(raw.substr(cut)),
          std::string{raw.substr(0, cut)}, quote_component);
     if (found.items.size() != 1) return;
-    auto path = parse_path(found.items[0]);
+    auto path = resolve_path(sh, found.items[0], tree);
     owned_attr attr = path ? attr_of(sh, tree, *path) : nullptr;
     bool children = attr && strchr(attr->ops, 'l');
     if (children)
@@ -129,7 +124,7 @@ void complete_path(shell &sh, ucfg_tree tree, const typed_line &typed, candidate
 }
 
 void complete_value(shell &sh, const typed_line &typed, candidates &found) {
-    auto path = parse_path(typed.args.words[0].raw);
+    auto path = resolve_path(sh, typed.args.words[0].raw);
     if (!path) return;
     owned_attr attr = attr_of(sh, k_ucfg_parameters, *path);
     if (!attr) return;
@@ -145,7 +140,7 @@ void complete_value(shell &sh, const typed_line &typed, candidates &found) {
 }
 
 void complete_entry(shell &sh, const typed_line &typed, candidates &found) {
-    auto path = parse_path(typed.args.words[0].raw);
+    auto path = resolve_path(sh, typed.args.words[0].raw);
     if (!path || typed.row->name == "add") return;
     keep(found, names_below(sh, k_ucfg_parameters, *path), unquoted(typed.last.raw), "",
          quote_word);
@@ -174,7 +169,7 @@ std::string attr_lines(const ucfg_attr &attr) {
 }
 
 std::string explain_value(shell &sh, const typed_line &typed) {
-    auto path = parse_path(typed.args.words[0].raw);
+    auto path = resolve_path(sh, typed.args.words[0].raw);
     if (!path) return "";
     std::string text;
     char *help = nullptr;

@@ -139,7 +139,8 @@ bool editor::next(std::string &line, const std::string &prompt) {
 }
 
 void editor::make_prompt() {
-    state_ = is_dirty(sh_) || orders_are_stale(sh_) ? "ucfg*" : "ucfg";
+    state_ = sh_.here.empty() ? "ucfg" : "ucfg " + print_path(sh_.here);
+    if (is_dirty(sh_) || orders_are_stale(sh_)) state_ += '*';
     trial_end_.reset();
     auto left = trial_left(sh_.link);
     if (left) trial_end_ = std::chrono::steady_clock::now() + std::chrono::seconds{*left};

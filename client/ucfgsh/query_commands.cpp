@@ -35,8 +35,8 @@ void print_text(shell &sh, std::string text) {
 
 /* The path of an optional first argument. */
 std::optional<std::string> optional_path(shell &sh, const arguments &args) {
-    if (args.words.empty()) return std::string{};
-    return take_path(sh, args.words[0]);
+    if (args.words.empty()) return args.has('m') ? std::string{} : sh.here;
+    return take_path(sh, args.words[0], tree_of(args));
 }
 
 /* One text of the daemon, printed as text or as {"path": ..., KEY: ...}. */
@@ -210,7 +210,7 @@ int list_commands(shell &sh) {
 }  // namespace
 
 int run_attr(shell &sh, const arguments &args) {
-    auto path = take_path(sh, args.words[0]);
+    auto path = take_path(sh, args.words[0], tree_of(args));
     if (!path) return k_exit_usage;
     ucfg_attr *found = nullptr;
     int code = sh.link.call(after_loss::repeat, [&](ucfg_conn *conn) {
@@ -245,7 +245,7 @@ int run_help(shell &sh, const arguments &args) {
 }
 
 int run_access(shell &sh, const arguments &args) {
-    auto path = take_path(sh, args.words[0]);
+    auto path = take_path(sh, args.words[0], tree_of(args));
     if (!path) return k_exit_usage;
     std::vector<const char *> rest = rest_of(args, 2);
     char *text = nullptr;
@@ -257,7 +257,7 @@ int run_access(shell &sh, const arguments &args) {
 }
 
 int run_info(shell &sh, const arguments &args) {
-    auto path = take_path(sh, args.words[0]);
+    auto path = take_path(sh, args.words[0], k_ucfg_management);
     if (!path) return k_exit_usage;
     std::vector<const char *> rest = rest_of(args, 1);
     char *text = nullptr;
@@ -290,7 +290,7 @@ void take_admin_line(int stream, const char *text, void *data) {
 }  // namespace
 
 int run_admin(shell &sh, const arguments &args) {
-    auto path = take_path(sh, args.words[0]);
+    auto path = take_path(sh, args.words[0], k_ucfg_management);
     if (!path) return k_exit_usage;
     std::vector<const char *> rest = rest_of(args, 1);
     admin_sink sink{sh, {}, {}};

@@ -54,6 +54,7 @@ int run_script(shell &sh, script_source &source) {
     line_source *outer_lines = sh.lines;
     std::string outer_prefix = sh.prefix;
     bool outer_interactive = sh.interactive;
+    std::string outer_here = sh.here;
     sh.lines = &source;
     sh.interactive = false;
     int worst = k_exit_done;
@@ -76,6 +77,7 @@ int run_script(shell &sh, script_source &source) {
     sh.lines = outer_lines;
     sh.prefix = outer_prefix;
     sh.interactive = outer_interactive;
+    sh.here = outer_here;
     return worst;
 }
 

@@ -200,6 +200,20 @@ TEST_F(ShellTest, CompletesWhatBelongsWhereTheCursorStands) {
     EXPECT_TRUE(asks_for_help("get net."));
     EXPECT_FALSE(asks_for_help("set motd what"));
     EXPECT_NE(explain(sh, "set net.mode ").find("choices: dhcp"), std::string::npos);
+    EXPECT_EQ(run_command(sh, split_words("cd net").list), k_exit_done);
+    EXPECT_EQ(completed("get n"), strings{"name"});
+    EXPECT_EQ(completed("get .n"), strings{".net."});
+    EXPECT_EQ(completed("get .net.n"), strings{".net.name"});
+}
+
+TEST_F(ShellTest, PathsBeginWhereTheUserStands) {
+    auto [status, said] = script(
+        "cd hosts\nget a .net.mode\nshow\nset \"my.host\" 1.1.1.1\nup\n"
+        "get hosts.\"my.host\"\ncd net\ncd ..\nlist\ncd net.name\n");
+    EXPECT_EQ(said,
+              "10.0.0.1\ndhcp\nhosts\n  a: 10.0.0.1\n  \"my.host\": 10.0.0.2\n1.1.1.1\n"
+              "hosts\nmotd\nnet\ns:10: net.name has nothing below it\n");
+    EXPECT_EQ(status, k_exit_usage);
 }
 
 TEST_F(ShellTest, ChangesComparesWithWhatWasThereBefore) {
