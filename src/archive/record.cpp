@@ -215,6 +215,8 @@ const char *change_text(const archived_file &file) {
 
 std::string attribute_changes(const std::string &name, const file_state &before,
                               const file_state &after) {
+    if (before.kind == file_kind::absent && after.kind == file_kind::regular)
+        return "# created: " + name + "\n";
     if (before.kind != file_kind::regular) return {};
     if (after.kind == file_kind::absent) return "# removed: " + name + "\n";
     if (after.kind != file_kind::regular) return {};

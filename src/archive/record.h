@@ -66,8 +66,7 @@ int read_state_text(const std::string &text, commit_state &state);
 const char *change_text(const archived_file &file);
 
 /* What the texts of two versions of a file do not tell, a line each: "# mode of NAME: 0644 ->
- * 0600",
- * "# owner of NAME: 0:0 -> 0:33", "# removed: NAME". */
+ * 0600", "# owner of NAME: 0:0 -> 0:33", "# created: NAME", "# removed: NAME". */
 std::string attribute_changes(const std::string &name, const file_state &before,
                               const file_state &after);
 

@@ -91,7 +91,7 @@ int append_difference(const planned_change &change, std::string &all) {
                      change.removed ? "/dev/null" : "b" + name, one) != 0)
         return -1;
     all += one;
-    if (!change.removed || one.empty()) all += told_besides(change, state);
+    if (one.empty() || (!is_new && !change.removed)) all += told_besides(change, state);
     return 0;
 }
 

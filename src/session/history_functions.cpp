@@ -152,7 +152,8 @@ fe_node *fe_func_commitdifference(fe_context *ctx, fe_node *call) {
                          label_of("b", file.after, file), one) != 0)
             return fail_about(args[0]);
         all += one;
-        if (one.empty() || file.after.kind != file_kind::absent)
+        if (one.empty() ||
+            (file.before.kind != file_kind::absent && file.after.kind != file_kind::absent))
             all += attribute_changes(file.path, file.before, file.after);
     }
     return text_node(all);

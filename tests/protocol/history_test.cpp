@@ -169,6 +169,7 @@ TEST_F(History, GivesBackOwnerAndModeAndThatThereWasNoFile) {
     EXPECT_EQ(mode_of(name), 0600U);
     EXPECT_EQ(file("/etc/issue"), "<missing>");
     EXPECT_NE(info("history.3.changes").find(mode), std::string::npos);
+    EXPECT_NE(info("history.2.changes").find("# created: /etc/issue"), std::string::npos);
     commit("commits.undo 3");
     EXPECT_EQ(mode_of(name), 0644U);
     EXPECT_EQ(file("/etc/issue"), "hello\n");
