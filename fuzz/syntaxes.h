@@ -18,7 +18,7 @@ constexpr std::array<syntax_case, 4> k_syntaxes = {{
     {"augeas", "lens=Resolv", true},
 }};
 #else
-constexpr std::array<syntax_case, 14> k_syntaxes = {{
+constexpr std::array<syntax_case, 17> k_syntaxes = {{
     {"tavconf", "", true},
     {"python", "", true},
     {"shellvars", "", false},
@@ -33,6 +33,9 @@ constexpr std::array<syntax_case, 14> k_syntaxes = {{
     {"keyvalue", "", false},
     {"keyvalue", "separator==", false},
     {"keyvalue", "columns=a/b only=key comment=;", false},
+    {"keyvalue", "separator=\"=\" kernel-names bare", false},
+    {"keyvalue", "nocase trailing", false},
+    {"aliases", "", false},
 }};
 #endif
 

@@ -12,10 +12,10 @@ namespace {
 using register_function = int (*)();
 
 constexpr register_function k_built_in[] = {
-    cnfmodule_register_tavconf,   cnfmodule_register_python, cnfmodule_register_lines,
-    cnfmodule_register_shellvars, cnfmodule_register_hosts,  cnfmodule_register_keyvalue,
-    cnfmodule_register_ini,       cnfmodule_register_table,  cnfmodule_register_interfaces,
-    cnfmodule_register_mgetty,
+    cnfmodule_register_tavconf,   cnfmodule_register_python,  cnfmodule_register_lines,
+    cnfmodule_register_shellvars, cnfmodule_register_hosts,   cnfmodule_register_keyvalue,
+    cnfmodule_register_ini,       cnfmodule_register_table,   cnfmodule_register_interfaces,
+    cnfmodule_register_mgetty,    cnfmodule_register_aliases,
 };
 
 }  // namespace

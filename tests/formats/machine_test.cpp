@@ -69,6 +69,7 @@ constexpr source_files k_sources[] = {
     {"keyvalue", "separator=:", "/etc/debconf.conf"},
     {"keyvalue", "columns=type/rest", "/etc/hosts.allow"},
     {"mgetty", "", "/etc/mgetty/login.config"},
+    {"aliases", "", "/etc/aliases"},
     {"augeas", "lens=Hosts", "/etc/hosts"},
     {"augeas", "lens=Passwd", "/etc/passwd"},
     {"augeas", "lens=Group", "/etc/group"},
@@ -261,7 +262,7 @@ TEST(MachineFiles, AreReadOrRefusedWhenTheyAreDamaged) {
 
 TEST(MachineFiles, AreReadOrRefusedByParsersOfAnotherSyntax) {
     for (const char *parser : {"tavconf", "python", "shellvars", "ini", "table", "interfaces",
-                               "mgetty", "hosts", "keyvalue", "lines"}) {
+                               "mgetty", "hosts", "keyvalue", "lines", "aliases"}) {
         module_ptr module = open_module(parser, "");
         ASSERT_NE(module, nullptr) << parser;
         for (const machine_file &file : machine_files()) {

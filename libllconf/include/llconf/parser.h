@@ -207,6 +207,7 @@ int cnfmodule_register_ini(void);
 int cnfmodule_register_table(void);
 int cnfmodule_register_interfaces(void);
 int cnfmodule_register_mgetty(void);
+int cnfmodule_register_aliases(void);
 
 #ifdef __cplusplus
 }

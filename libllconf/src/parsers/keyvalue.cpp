@@ -22,6 +22,10 @@ struct keyvalue_data {
     std::string comment;
     std::vector<const char *> columns;
     std::vector<std::string> only; /* keys that have columns; empty: all */
+    bool nocase = false;           /* keys are named in lower case */
+    bool kernel_names = false;     /* keys are parameters of the kernel, by their own names */
+    bool trailing = false;         /* a comment may stand behind the rest */
+    bool bare = false;             /* a new key without a value stands alone */
 
     bool cuts(std::string_view key) const {
         return !columns.empty() &&
@@ -35,6 +39,7 @@ struct key_line {
     std::string_view key;
     std::string_view gap; /* blanks and separator */
     std::string_view rest;
+    std::string_view tail; /* blanks and a comment behind the rest */
 };
 
 constexpr std::string_view k_blanks = " \t";
@@ -47,12 +52,52 @@ std::string_view without_blanks_behind(std::string_view text) {
     return text.substr(0, text.find_last_not_of(k_blanks) + 1);
 }
 
+/* The kernel's own name of a parameter has points between its parts and "/" for a point inside one.
+ * Files may have it the other way round; which way it is, the first of the two tells. A "-" in
+ * front says that errors do not matter. */
+std::string kernel_name(std::string_view key, bool alone) {
+    std::string_view sign = key.substr(0, key.starts_with('-') ? 1 : 0);
+    std::string name{key.substr(sign.size())};
+    size_t first = name.find_first_of("./");
+    if (first != std::string::npos && name[first] == '/') {
+        for (char &c : name)
+            c = c == '/' ? '.' : c == '.' ? '/' : c;
+    }
+    /* A name alone with a "-" sets nothing: it keeps patterns away from that parameter. */
+    return alone ? std::string{sign} + name : name;
+}
+
+/* What the node of a key is called. alone: nothing parts it from a rest. */
+std::string name_of(const keyvalue_data &options, std::string_view key, bool alone) {
+    if (options.kernel_names) return kernel_name(key, alone);
+    std::string name{key};
+    if (options.nocase) {
+        for (char &c : name)
+            c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    }
+    return name;
+}
+
+/* Where the comment behind a text begins: at a sign behind a blank, or at the very start; not
+ * between double quotes. */
+size_t comment_at(const keyvalue_data &options, std::string_view text) {
+    bool quoted = false;
+    for (size_t at = 0; options.trailing && at < text.size(); at++) {
+        if (text[at] == '"') quoted = !quoted;
+        bool starts = at == 0 || k_blanks.find(text[at - 1]) != std::string_view::npos;
+        if (starts && !quoted && options.comment.find(text[at]) != std::string::npos) return at;
+    }
+    return text.size();
+}
+
 /* Cuts a line; false when it has no key. */
 bool cut_line(const keyvalue_data &options, std::string_view line, key_line &parts) {
     line = without_blanks_behind(line);
     size_t start = line.find_first_not_of(k_blanks);
     if (start == std::string_view::npos) return false;
     std::string_view body = line.substr(start);
+    std::string_view whole = body;
+    body = without_blanks_behind(body.substr(0, comment_at(options, body)));
     size_t key_end =
         options.separator.empty() ? body.find_first_of(k_blanks) : body.find(options.separator);
     std::string_view key = without_blanks_behind(body.substr(0, key_end));
@@ -62,7 +107,7 @@ bool cut_line(const keyvalue_data &options, std::string_view line, key_line &par
         if (rest == std::string_view::npos) rest = body.size();
     }
     parts = {line.substr(0, start), key, body.substr(key.size(), rest - key.size()),
-             body.substr(rest)};
+             body.substr(rest), whole.substr(body.size())};
     bool alone = key_end == std::string_view::npos;
     return !key.empty() && !(alone && key.find_first_of(k_blanks) != std::string_view::npos);
 }
@@ -97,6 +142,11 @@ bool read_options(const cnfnode *options, keyvalue_data &data) {
         data.separator.find_first_not_of(k_blanks) == std::string::npos) {
         data.separator.clear();
     }
+    const cnfnode *first = options != nullptr ? options->first_child : nullptr;
+    data.nocase = find_node(first, "nocase") != nullptr;
+    data.kernel_names = find_node(first, "kernel-names") != nullptr;
+    data.trailing = find_node(first, "trailing") != nullptr;
+    data.bare = find_node(first, "bare") != nullptr;
     const char *columns = cnf_option(options, "columns", nullptr);
     const char *only = cnf_option(options, "only", nullptr);
     if (columns != nullptr && !read_columns(columns, data.columns)) return false;
@@ -128,12 +178,13 @@ int read_line(const void *data, cnf_reader *reader, int, const char *text, size_
     const keyvalue_data &options = options_of(data);
     key_line line;
     if (!cut_line(options, {text, length}, line)) return 0;
-    bool cuts = options.cuts(line.key);
-    cnfnode *entry = cnf_read_node(reader, nullptr, line.key.data(), line.key.size(),
-                                   cuts ? nullptr : line.rest.data(), line.rest.size());
-    if (entry == nullptr) return -1;
-    if (!cuts) return 1;
     return llconf::guarded([&] {
+        std::string name = name_of(options, line.key, line.gap.empty());
+        bool cuts = options.cuts(name);
+        cnfnode *entry = cnf_read_node(reader, nullptr, name.data(), name.size(),
+                                       cuts ? nullptr : line.rest.data(), line.rest.size());
+        if (entry == nullptr) return -1;
+        if (!cuts) return 1;
         line_tokens columns{line.rest, "", options.columns.size()};
         for (size_t i = 0; i < columns.tokens.size(); i++) {
             std::string_view word = columns.tokens[i].word;
@@ -178,13 +229,17 @@ int format_parts(const keyvalue_data &options, const cnf_format *format) {
         return -1;
     }
     std::string line{old.lead};
-    line += node->name;
+    bool was_alone = had_line && old.gap.empty();
+    bool named = had_line && name_of(options, old.key, was_alone) == node->name;
+    line += named ? old.key : std::string_view{node->name};
     std::string_view separator = options.separator;
     if (separator.empty()) separator = " ";
     /* A key that stands alone, and has nothing behind it now either, stays alone. */
-    bool alone = rest.empty() && (options.separator.empty() || (had_line && old.gap.empty()));
+    bool wants_none = !had_line && options.bare && node->value == nullptr;
+    bool alone = rest.empty() && (options.separator.empty() || was_alone || wants_none);
     if (!alone) line += old.gap.empty() ? separator : old.gap;
     line += rest;
+    line += old.tail;
     return cnf_out_add(format->out, line.data(), line.size());
 }
 
@@ -200,6 +255,8 @@ bool is_trimmed(std::string_view text) {
 
 bool accepts_key(const keyvalue_data &options, std::string_view key) {
     if (!is_trimmed(key) || options.comment.find(key[0]) != std::string::npos) return false;
+    bool alone = options.kernel_names && key.starts_with('-');
+    if (name_of(options, key, alone) != key) return false;
     if (options.separator.empty()) return is_word(key);
     return key.find(options.separator) == std::string_view::npos;
 }
@@ -210,7 +267,8 @@ bool accepts_column(const keyvalue_data &options, const cnfnode *parent, const c
     for (size_t i = 0; i < options.columns.size(); i++) {
         if (std::strcmp(options.columns[i], name) != 0) continue;
         bool last = i + 1 == options.columns.size();
-        return value == nullptr || (last ? is_trimmed(value) : is_word(value));
+        return value == nullptr || ((last ? is_trimmed(value) : is_word(value)) &&
+                                    comment_at(options, value) == std::strlen(value));
     }
     return false;
 }
@@ -221,10 +279,12 @@ int accepts_line(const void *data, int level, const cnfnode *parent, const char 
     if (level == 2) return accepts_column(options, parent, name, value) ? 1 : 0;
     if (level != 1 || !accepts_key(options, name)) return 0;
     if (value == nullptr || *value == '\0') return 1;
-    return !options.cuts(name) && is_trimmed(value) ? 1 : 0;
+    bool plain = is_trimmed(value) && comment_at(options, value) == std::strlen(value);
+    return !options.cuts(name) && plain ? 1 : 0;
 }
 
-constexpr const char *k_options[] = {"separator", "comment", "columns", "only", nullptr};
+constexpr const char *k_options[] = {"separator", "comment",      "columns",  "only", "bare",
+                                     "nocase",    "kernel-names", "trailing", nullptr};
 
 constexpr cnf_parser make_parser() {
     cnf_parser parser{};
