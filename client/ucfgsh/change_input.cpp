@@ -3,6 +3,8 @@
 #include <fstream>
 #include <iostream>
 
+#include "ucfgsh/terminal.h"
+
 namespace ucfgsh {
 
 namespace {
@@ -39,7 +41,7 @@ std::optional<std::string> read_lines(shell &sh, const std::string &end) {
         }
         text += line + "\n";
     }
-    complain_usage(sh, "\"" + end + "\" is missing");
+    if (g_interrupted == 0) complain_usage(sh, "\"" + end + "\" is missing");
     return std::nullopt;
 }
 

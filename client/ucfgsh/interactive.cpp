@@ -2,6 +2,7 @@
  * completion.cpp; here it only meets the editing library. */
 #include "ucfgsh/interactive.h"
 
+#include <fcntl.h>
 #include <histedit.h>
 #include <poll.h>
 #include <sys/stat.h>
@@ -13,6 +14,7 @@
 
 #include "ucfgsh/commits.h"
 #include "ucfgsh/completion.h"
+#include "ucfgsh/secrets.h"
 #include "ucfgsh/terminal.h"
 
 namespace ucfgsh {
@@ -50,7 +52,6 @@ std::string in_columns(const std::vector<std::string> &items) {
 class editor : public line_source {
   public:
     explicit editor(shell &sh);
-    ~editor() override;
     bool next(std::string &line, const std::string &prompt) override;
 
   private:
@@ -76,16 +77,18 @@ class editor : public line_source {
     unsigned char complete_here();
     unsigned char help_here();
     unsigned char cancel();
+    void load_history(const std::string &file);
     void remember(const std::string &line);
 
     shell &sh_;
     owned<EditLine, el_end> el_;
     owned<History, history_end> history_;
-    std::string history_file_;
+    owned<FILE, fclose> history_file_; /* each line goes to its end as it is typed */
     std::string prompt_;
     std::string state_; /* the prompt without the time that is left of a trial */
     std::optional<std::chrono::steady_clock::time_point> trial_end_;
     bool completing_ = true;
+    bool cancelled_ = false;
 };
 
 editor::editor(shell &sh)
@@ -95,8 +98,7 @@ editor::editor(shell &sh)
     history(history_.get(), &event, H_SETSIZE, k_history_size);
     history(history_.get(), &event, H_SETUNIQUE, 1);
     const char *home = getenv("HOME");
-    if (home && *home) history_file_ = std::string{home} + k_history_name;
-    if (!history_file_.empty()) history(history_.get(), &event, H_LOAD, history_file_.c_str());
+    if (home && *home) load_history(std::string{home} + k_history_name);
     EditLine *el = el_.get();
     el_set(el, EL_CLIENTDATA, this);
     el_set(el, EL_PROMPT_ESC, show_prompt, '\1');
@@ -116,12 +118,20 @@ editor::editor(shell &sh)
     el_source(el, nullptr);
 }
 
-editor::~editor() {
-    if (history_file_.empty()) return;
-    mode_t before = umask(S_IRWXG | S_IRWXO);
+/* A file that has grown is written anew with what is kept of it; otherwise several programs add to
+ * it side by side. */
+void editor::load_history(const std::string &file) {
     HistEvent event;
-    history(history_.get(), &event, H_SAVE, history_file_.c_str());
-    umask(before);
+    int count = history(history_.get(), &event, H_LOAD, file.c_str());
+    unique_fd fd{open(file.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, S_IRUSR | S_IWUSR)};
+    struct stat now {};
+    if (!fd || fstat(fd.get(), &now) != 0 || !S_ISREG(now.st_mode)) return;
+    if ((now.st_mode & (S_IRWXG | S_IRWXO)) != 0) (void)fchmod(fd.get(), S_IRUSR | S_IWUSR);
+    history_file_.reset(fdopen(fd.release(), "a"));
+    if (!history_file_ || count <= 2 * k_history_size) return;
+    if (ftruncate(fileno(history_file_.get()), 0) == 0)
+        history(history_.get(), &event, H_SAVE_FP, history_file_.get());
+    fflush(history_file_.get());
 }
 
 bool editor::next(std::string &line, const std::string &prompt) {
@@ -129,8 +139,10 @@ bool editor::next(std::string &line, const std::string &prompt) {
     prompt_ = prompt;
     if (completing_) make_prompt();
     int count = 0;
+    cancelled_ = false;
     const char *text = el_gets(el_.get(), &count);
-    if (!text || count <= 0) return false;
+    if (cancelled_) g_interrupted = 1;
+    if (cancelled_ || !text || count <= 0) return false;
     line.assign(text, static_cast<size_t>(count));
     while (!line.empty() && (line.back() == '\n' || line.back() == '\r'))
         line.pop_back();
@@ -191,11 +203,21 @@ int editor::read_character(wchar_t *to) {
     }
 }
 
-/* A line that begins with a blank stays out of the history, for values that are secrets. */
+/* A line that begins with a blank stays out of the history; one with a value like a password stays
+ * out of its file. */
 void editor::remember(const std::string &line) {
     if (line.empty() || line.front() == ' ') return;
     HistEvent event;
     history(history_.get(), &event, H_ENTER, line.c_str());
+    FILE *file = history_file_.get();
+    if (!file || sets_secret(sh_, split_words(line).list)) return;
+    owned<History, history_end> single{history_init()};
+    if (!single) return;
+    history(single.get(), &event, H_SETSIZE, 1);
+    history(single.get(), &event, H_ENTER, line.c_str());
+    fseek(file, 0, SEEK_END);
+    history(single.get(), &event, H_SAVE_FP, file);
+    fflush(file);
 }
 
 unsigned char editor::complete_here() {
@@ -224,7 +246,9 @@ unsigned char editor::help_here() {
     return CC_REDISPLAY;
 }
 
+/* Of a value of several lines or a batch, nothing is kept. */
 unsigned char editor::cancel() {
+    cancelled_ = !completing_;
     const LineInfo *info = el_line(el_.get());
     std::string_view all{info->buffer, static_cast<size_t>(info->lastchar - info->buffer)};
     std::string_view rest{info->cursor, static_cast<size_t>(info->lastchar - info->cursor)};
@@ -234,7 +258,7 @@ unsigned char editor::cancel() {
     el_deletestr(el_.get(), length);
     printf("^C\n");
     fflush(stdout);
-    return CC_REDISPLAY;
+    return cancelled_ ? CC_EOF : CC_REDISPLAY;
 }
 
 /* Leaving drops what is not committed: the user is asked to say so twice. */

@@ -51,7 +51,23 @@ int run_whoami(shell &sh, const arguments &) {
     return k_exit_done;
 }
 
+namespace {
+
+/* Somebody who types is asked first. */
+bool may_drop_changes(shell &sh) {
+    if (!sh.interactive || !sh.link.logged_in() || !is_dirty(sh)) return true;
+    sh.out.complain("There are uncommitted changes (\"changes\" shows them).");
+    std::string answer;
+    if (!sh.lines->next(answer, "Drop them? [y/N] ") || (answer != "y" && answer != "yes"))
+        return false;
+    sh.orders.steps.clear();
+    return true;
+}
+
+}  // namespace
+
 int run_login(shell &sh, const arguments &args) {
+    if (!may_drop_changes(sh)) return k_exit_failed;
     std::string user = args.words.empty() ? sh.opts.user : args.text(0);
     int status = sh.link.log_in_again(user, args.has('f'));
     sh.changes.follow(sh.link);
