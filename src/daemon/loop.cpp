@@ -52,6 +52,9 @@ namespace {
 constexpr int64_t k_milliseconds = 1000;
 constexpr int64_t k_microseconds = 1000;
 constexpr int64_t k_nanoseconds_each = 1'000'000;
+/* A wait stands still while the machine sleeps, the clock of the timers does not. So a timer whose
+ * time has come meanwhile is late by this much, and not by the rest of the wait. */
+constexpr int64_t k_longest_wait = 1000;
 
 /* Where the next record of each list is linked. */
 fd_callback **g_cb_tail = &g_cb_list;
@@ -181,7 +184,7 @@ timeval *next_wait(timeval &wait) {
     wait = {};
     if (g_work_left) return &wait;
     if (!g_timers) return nullptr;
-    int64_t left = std::max<int64_t>(g_timers->due - loop_now(), 0);
+    int64_t left = std::clamp<int64_t>(g_timers->due - loop_now(), 0, k_longest_wait);
     wait.tv_sec = static_cast<time_t>(left / k_milliseconds);
     wait.tv_usec = static_cast<suseconds_t>(left % k_milliseconds * k_microseconds);
     return &wait;

@@ -61,8 +61,8 @@ int loop_add_callback(struct fd_callback *cb);
 void loop_del_callback(struct fd_callback *cb);
 
 /* The same for records that are called when a wait ends without anything ready, as it does at a
- * timer's time and while work is left. Whoever waits for a time sets a timer. A time record's
- * descriptor may be -1. */
+ * timer's time, each second until then, and while work is left. Whoever waits for a time sets a
+ * timer. A time record's descriptor may be -1. */
 int loop_add_time_callback(struct fd_callback *cb);
 void loop_del_time_callback(struct fd_callback *cb);
 
