@@ -23,7 +23,7 @@
 namespace {
 
 /* In the order of registration. */
-constexpr std::array<ll_row, 24> k_rows = {{
+constexpr std::array<ll_row, 25> k_rows = {{
     {"llget", fe_func_ll, func_llget},
     {"llgetname", fe_func_ll, func_llgetname},
     {"llgetdefault", fe_func_ll, func_llgetdefault},
@@ -48,6 +48,7 @@ constexpr std::array<ll_row, 24> k_rows = {{
     {"llmoddelete", fe_func_llmoddelete, nullptr},
     {"llmodsetpostcommit", fe_func_llmodsethook, nullptr, func_llmodset_post_commit},
     {"llmodsetprecommit", fe_func_llmodsethook, nullptr, func_llmodset_pre_commit},
+    {"llmove", fe_func_ll, func_llmove},
 }};
 
 unsigned long g_nodes_found = 0;

@@ -76,6 +76,7 @@ fe_node *func_lladd(llconf_item *lli, const char *path, const char *value);
 fe_node *func_lladdne(llconf_item *lli, const char *path, const char *value);
 fe_node *func_lldel(llconf_item *lli, const char *path, const char *value);
 fe_node *func_llrename(llconf_item *lli, const char *path, const char *newname);
+fe_node *func_llmove(llconf_item *lli, const char *path, const char *other);
 
 /* Functions that take their arguments apart themselves. */
 fe_node *fe_func_llisdirty(fe_context *ctx, fe_node *call);

@@ -104,9 +104,14 @@ cnfnode *next_entry(const cnfnode *node) {
 }
 
 /* Moves first behind second, or before it when it is the next entry behind it. */
-bool swap_children(cnfnode *parent, cnfnode *first, cnfnode *second) {
-    cnfnode *position = next_entry(second) == first ? second : second->next;
-    return place(parent, first, position);
+fe_node *swap_children(llconf_item *lli, cnfnode *first, cnfnode *second) {
+    if (first == second) return const_node("1");
+    return try_edit(lli, effect::changes, [&](places &touched) {
+        surroundings(first, touched);
+        touched.insert(touched.end(), {first, second});
+        cnfnode *position = next_entry(second) == first ? second : second->next;
+        return place(second->parent, first, position);
+    });
 }
 
 }  // namespace
@@ -169,6 +174,14 @@ fe_node *func_llrename(llconf_item *lli, const char *path, const char *newname) 
         touched.push_back(node);
         return cnfnode_setname(node, newname) == 0;
     });
+}
+
+fe_node *func_llmove(llconf_item *lli, const char *path, const char *other) {
+    cnfnode *first = ll_write_node(lli, path);
+    if (!other) return nullptr;
+    cnfnode *second = first ? ll_write_node(lli, other) : nullptr;
+    bool siblings = second && first->parent && first->parent == second->parent;
+    return siblings ? swap_children(lli, first, second) : const_node("0");
 }
 
 fe_node *fe_func_llcopy(fe_context *ctx, fe_node *call) {
@@ -240,10 +253,5 @@ fe_node *fe_func_llswap(fe_context *ctx, fe_node *call) {
     cnfnode *first = parent ? find_node(parent->first_child, arguments.text(2)) : nullptr;
     cnfnode *second = parent ? find_node(parent->first_child, arguments.text(3)) : nullptr;
     if (!first || !second) return const_node("0");
-    if (first == second) return const_node("1");
-    return try_edit(lli, effect::changes, [&](places &touched) {
-        surroundings(first, touched);
-        touched.insert(touched.end(), {first, second});
-        return swap_children(parent, first, second);
-    });
+    return swap_children(lli, first, second);
 }

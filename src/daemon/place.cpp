@@ -183,6 +183,14 @@ int place_lstat(const char *path, struct stat *st) {
     return fstatat(at.folder(), at.name().c_str(), st, AT_SYMLINK_NOFOLLOW);
 }
 
+int place_readlink(const char *path, std::string &target) {
+    place at;
+    int reason = at.find(path, link_at_end::is_meant);
+    if (reason == 0) reason = read_link(at.folder(), at.name().c_str(), target);
+    if (reason != 0) errno = reason;
+    return reason == 0 ? 0 : -1;
+}
+
 int place_open(const char *path, int flags) {
     if (!below_prefix(path)) return open(path, flags | O_CLOEXEC);
     place at;

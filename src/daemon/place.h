@@ -53,9 +53,10 @@ int find_file(const char *path, place &at);
 /* fsync, whatever signals come; what cannot be synced needs not be. 0 or an error number. */
 int sync_folder(int fd);
 
-/* stat, lstat, open (never creating), opendir, unlink and symlink, by rule 1. */
+/* stat, lstat, readlink, open (never creating), opendir, unlink and symlink, by rule 1. */
 int place_stat(const char *path, struct stat *st);
 int place_lstat(const char *path, struct stat *st);
+int place_readlink(const char *path, std::string &target); /* EINVAL for what is no link */
 int place_open(const char *path, int flags);
 DIR *place_opendir(const char *path);
 int place_unlink(const char *path);

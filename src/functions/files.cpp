@@ -73,6 +73,25 @@ fe_node *llmisc_isdir(const call_arguments &arguments) {
     return has_type(arguments[0], place_stat, S_IFDIR);
 }
 
+/* Whether the owner may write it, by its mode: root may write any file, but for those of the kernel
+ * the mode says what the kernel takes. */
+fe_node *llmisc_iswritable(const call_arguments &arguments) {
+    owned_str path{prefix_llfilename(arguments[0])};
+    if (!path) return nullptr;
+    errno_guard keep;
+    struct stat st;
+    const bool found = place_stat(path.get(), &st) == 0;
+    return truth_node(found && (st.st_mode & S_IWUSR) != 0);
+}
+
+fe_node *llmisc_readlink(const call_arguments &arguments) {
+    owned_str path{prefix_llfilename(arguments[0])};
+    if (!path) return nullptr;
+    errno_guard keep;
+    std::string target;
+    return const_node(place_readlink(path.get(), target) == 0 ? target.c_str() : "");
+}
+
 fe_node *llmisc_unlink(const call_arguments &arguments) {
     owned_str path{prefix_llfilename(arguments[0])};
     return path ? change_node(place_unlink(path.get()), path.get()) : nullptr;

@@ -42,6 +42,8 @@ constexpr std::array k_functions{
     function_row{"isfile", 1, 1, llmisc_isfile},
     function_row{"issymlink", 1, 1, llmisc_issymlink},
     function_row{"isdir", 1, 1, llmisc_isdir},
+    function_row{"iswritable", 1, 1, llmisc_iswritable},
+    function_row{"readlink", 1, 1, llmisc_readlink},
     function_row{"unlink", 1, 1, llmisc_unlink},
     function_row{"symlink", 2, 2, llmisc_symlink},
     function_row{"fnmatch", 2, 2, llmisc_fnmatch},

@@ -45,6 +45,8 @@ fe_node *llmisc_hexdecode(const call_arguments &arguments);
 fe_node *llmisc_isfile(const call_arguments &arguments);
 fe_node *llmisc_issymlink(const call_arguments &arguments);
 fe_node *llmisc_isdir(const call_arguments &arguments);
+fe_node *llmisc_iswritable(const call_arguments &arguments);
+fe_node *llmisc_readlink(const call_arguments &arguments);
 fe_node *llmisc_unlink(const call_arguments &arguments);
 fe_node *llmisc_symlink(const call_arguments &arguments);
 fe_node *llmisc_fnmatch(const call_arguments &arguments);

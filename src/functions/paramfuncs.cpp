@@ -120,6 +120,12 @@ fe_node *fe_func_mgmtadmin(fe_context *ctx, fe_node *call) {
     return code == 0 ? const_node("1") : answer_unless_short(memory, "0");
 }
 
+/* Evaluates its argument where no session has changed anything yet. */
+fe_node *fe_func_committed(fe_context *ctx, fe_node *call) {
+    const owned<fe_context, destroy_fe_context> inner{create_fe_context(ctx, g_trns_ctx)};
+    return inner ? eval_fe_expr_list(inner.get(), call->first_child) : nullptr;
+}
+
 fe_node *fe_func_seterror(fe_context *ctx, fe_node *call) {
     memory_watch memory;
     call_arguments args{ctx, call};
@@ -162,7 +168,7 @@ constexpr native_function k_functions[] = {
     {"mgmtlist", guarded<fe_func_mgmtlist>},       {"mgmtexists", guarded<fe_func_mgmtexists>},
     {"mgmtinfo", guarded<fe_func_mgmtinfo>},       {"mgmtadmin", guarded<fe_func_mgmtadmin>},
     {"seterror", guarded<fe_func_seterror>},       {"clearerror", guarded<fe_func_clearerror>},
-    {"paramfound", guarded<fe_func_paramfound>},
+    {"paramfound", guarded<fe_func_paramfound>},   {"committed", guarded<fe_func_committed>},
 };
 
 }  // namespace

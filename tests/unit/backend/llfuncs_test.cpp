@@ -48,6 +48,7 @@ TEST_F(llfuncs, WritersAnswerMarkAndChange) {
         {"llswap('list', '', 'a', 'x')", "1 1 x a b y"},
         {"llswap('list', '', 'x', 'a')", "1 1 x a b y"},
         {"llswap('list', '', 'b', 'y')", "1 1 a x y b"},
+        {"llmove('list', 'b', 'y')", "1 1 a x y b"},
         {"llset('list', '', 'two\\nlines')", "0 0 a x b y"},
         {"llset('list', 'a', 'two\\nlines')", "0 0 a x b y"},
         {"llrename('list', 'a', 'two\\nlines')", "0 0 a x b y"},
