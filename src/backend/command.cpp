@@ -32,6 +32,8 @@
 #include <climits>
 #include <cstring>
 #include <new>
+#include <optional>
+#include <utility>
 
 #include "session/limits.h"
 #include "ucfgd/owners.h"
@@ -41,6 +43,7 @@ extern char **environ;
 namespace {
 
 constexpr size_t k_most_output = 64UL << 20; /* bytes of a command's output that are kept */
+constexpr int k_pipe_size = 1 << 20;         /* of a command that runs ahead */
 constexpr int64_t k_grace = 500;             /* milliseconds to end in, once asked to */
 constexpr int k_tick = 10;                   /* milliseconds between two looks */
 
@@ -120,6 +123,9 @@ class running_command {
         if (pid_ > 0) end();
     }
 
+    /* Whoever started it sees to it. */
+    void disown() { pid_ = 0; }
+
     /* Readable when the command has ended; -1 on a system that has no such descriptors. */
     int descriptor() const { return end_.get(); }
     int status() const { return status_; }
@@ -178,6 +184,15 @@ unique_fd input_file(std::string_view text) {
     return fd;
 }
 
+/* A pipe whose end to read from never blocks. 0, or an error number. */
+int make_pipe(unique_fd &ours, unique_fd &theirs) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) < 0) return errno;
+    ours.reset(ends[0]);
+    theirs.reset(ends[1]);
+    return fcntl(ours.get(), F_SETFL, O_NONBLOCK) < 0 ? errno : 0;
+}
+
 /* Where a command's output arrives. */
 class collector {
   public:
@@ -224,8 +239,12 @@ int next_wait(int64_t left, bool told) {
     return static_cast<int>(std::clamp<int64_t>(left, 0, most));
 }
 
-command_end watch(const char *command, running_command &running, collector &output) {
-    const int64_t until = now_ms() + 1000 * limit_value(k_limit_command_time);
+int64_t end_of_time() {
+    return now_ms() + 1000 * limit_value(k_limit_command_time);
+}
+
+command_end watch(const char *command, running_command &running, collector &output,
+                  const int64_t until) {
     for (;;) {
         int error = 0;
         bool ended = running.has_ended(error);
@@ -254,6 +273,7 @@ command_end run(const char *command, const command_ends &ends) {
     unique_fd input;
     unique_fd ours;
     unique_fd theirs;
+    const int64_t until = end_of_time();
     if (ends.input) {
         input = input_file(*ends.input);
         if (!input) return {errno, 0};
@@ -262,11 +282,7 @@ command_end run(const char *command, const command_ends &ends) {
         plan.give_nothing(STDIN_FILENO);
     }
     if (ends.output) {
-        int pipe_ends[2];
-        if (pipe2(pipe_ends, O_CLOEXEC) < 0) return {errno, 0};
-        ours.reset(pipe_ends[0]);
-        theirs.reset(pipe_ends[1]);
-        if (fcntl(ours.get(), F_SETFL, O_NONBLOCK) < 0) return {errno, 0};
+        if (int error = make_pipe(ours, theirs); error != 0) return {error, 0};
         plan.give(theirs.get(), STDOUT_FILENO);
     }
     pid_t pid = -1;
@@ -274,10 +290,71 @@ command_end run(const char *command, const command_ends &ends) {
     running_command running{pid};
     theirs.reset();
     collector output{std::move(ours), ends.output};
-    return watch(command, running, output);
+    return watch(command, running, output, until);
 }
 
 }  // namespace
+
+struct command_ahead::parts {
+    std::string command;
+    pid_t owner = getpid();
+    int64_t until = end_of_time();
+    std::optional<running_command> running;
+    unique_fd output;
+};
+
+command_ahead::command_ahead() = default;
+
+command_ahead::~command_ahead() {
+    if (!is_ours()) parts_->running->disown();
+}
+
+std::unique_ptr<command_ahead> command_ahead::start(const char *command) {
+    try {
+        reap_lingering();
+        auto made = std::make_unique<command_ahead>();
+        made->parts_ = std::make_unique<parts>();
+        made->parts_->command = command;
+        spawn_plan plan;
+        unique_fd theirs;
+        pid_t pid = -1;
+        plan.give_nothing(STDIN_FILENO);
+        errno = make_pipe(made->parts_->output, theirs);
+        if (errno != 0) return nullptr;
+        /* What does not fit waits for whoever takes it. */
+        fcntl(theirs.get(), F_SETPIPE_SZ, k_pipe_size);
+        plan.give(theirs.get(), STDOUT_FILENO);
+        errno = plan.start(command, pid);
+        if (errno != 0) return nullptr;
+        made->parts_->running.emplace(pid);
+        return made;
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+}
+
+int command_ahead::descriptor() const {
+    return parts_->running->descriptor();
+}
+
+bool command_ahead::is_ours() const {
+    return !parts_ || !parts_->running || parts_->owner == getpid();
+}
+
+bool command_ahead::is_late() const {
+    return now_ms() >= parts_->until;
+}
+
+command_end command_ahead::finish(std::string &output) {
+    errno_guard keep;
+    try {
+        collector taken{std::move(parts_->output), &output};
+        return watch(parts_->command.c_str(), *parts_->running, taken, parts_->until);
+    } catch (const std::bad_alloc &) {
+        return {ENOMEM, 0};
+    }
+}
 
 bool command_end::ran() const {
     constexpr int k_not_executable = 126;

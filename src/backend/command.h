@@ -6,6 +6,7 @@
 #endif
 
 #include <array>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -33,6 +34,30 @@ struct command_ends {
 
 /* Runs a command with /bin/sh and waits for its end; never throws. */
 command_end run_command(const char *command, const command_ends &ends = {});
+
+/* A command that runs while the daemon goes on, until somebody wants to know what it has printed.
+ * It has no more time than any other, counted from its start. */
+class command_ahead {
+  public:
+    /* Null with errno when it cannot be started. */
+    static std::unique_ptr<command_ahead> start(const char *command);
+    command_ahead();
+    command_ahead(const command_ahead &) = delete;
+    command_ahead &operator=(const command_ahead &) = delete;
+    ~command_ahead(); /* ends it; in another process than that which started it, leaves it alone */
+
+    /* Readable when it has ended; -1 where the system has no such descriptors. */
+    int descriptor() const;
+    /* Whether it is this process that can wait for it. */
+    bool is_ours() const;
+    bool is_late() const;
+    /* Waits for its end; what it printed is appended to output. Never throws. */
+    command_end finish(std::string &output);
+
+  private:
+    struct parts;
+    std::unique_ptr<parts> parts_;
+};
 
 /* One request of a client, while it is served. */
 class command_request {

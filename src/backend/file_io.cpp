@@ -12,6 +12,7 @@
 #include <cstring>
 #include <utility>
 
+#include "backend/command_source.h"
 #include "backend/contexts.h"
 #include "backend/files.h"
 #include "backend/items.h"
@@ -173,6 +174,7 @@ int revert_virtual(item_record *item) {
 
 int revert_source(item_record *item) {
     if (item->file) return revert_file(item);
+    if (item->source) return command_source_revert(item);
     if (item->pipe_in) return revert_command(item);
     return revert_virtual(item);
 }

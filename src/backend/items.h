@@ -49,6 +49,8 @@ enum class tree_event : unsigned char {
 using archived_states = std::map<std::string, file_state>;
 using shared_states = std::shared_ptr<const archived_states>;
 
+class command_source;
+
 /* A tree and what it was read from: a file (null: nobody has looked), or the files of a directory.
  */
 struct recorded_tree {
@@ -69,7 +71,8 @@ struct item_record : llconf_item {
     recorded_tree parsed;            /* the last parse; its tree is the caller's until installed */
     recorded_tree replaced; /* the tree that a submit put aside: the source's, as last read */
     struct fe_node *check =
-        nullptr;    /* owned: what a new file must pass before it is in its place */
+        nullptr; /* owned: what a new file must pass before it is in its place */
+    std::shared_ptr<command_source> source; /* of an item with "depends:"; null without */
     int serial = 0; /* of the master context, when the source was looked at last */
 };
 

@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "backend/command.h"
+#include "backend/command_source.h"
 #include "backend/file_io.h"
 #include "backend/items.h"
 #include "backend/prepared.h"
@@ -55,6 +56,11 @@ cnfnode *llconf_parse_pipe_in(llconf_item *lli, const char *command) {
     run_hook(lli, &llconf_item::func_pre_read);
     std::string text;
     const command_end end = run_command(command, {nullptr, &text});
+    return parse_output(lli, command, end, text);
+}
+
+cnfnode *parse_output(llconf_item *lli, const char *command, const command_end &end,
+                      const std::string &text) {
     int reason = judge_output(command, end, !text.empty());
     cnfnode *tree = nullptr;
     if (reason == 0) {

@@ -17,6 +17,7 @@
 #include <string_view>
 #include <utility>
 
+#include "backend/command_source.h"
 #include "backend/file_io.h"
 #include "backend/items.h"
 #include "fe/fe.h"
@@ -39,6 +40,7 @@ struct module_entry {
     const char *pattern = nullptr;
     const char *pipe_in = nullptr;
     const char *pipe_out = nullptr;
+    const char *depends = nullptr;
     const char *options = nullptr;
     int mode = -1;
     int uid = -1;
@@ -156,13 +158,14 @@ struct field {
     field_reader read;
 };
 
-constexpr std::array<field, 16> k_fields = {{
+constexpr std::array<field, 17> k_fields = {{
     {"module:", &module_entry::module, nullptr, nullptr},
     {"file:", &module_entry::file, nullptr, nullptr},
     {"dir:", &module_entry::file, nullptr, nullptr},
     {"pattern:", &module_entry::pattern, nullptr, nullptr},
     {"pipe-in:", &module_entry::pipe_in, nullptr, nullptr},
     {"pipe-out:", &module_entry::pipe_out, nullptr, nullptr},
+    {"depends:", &module_entry::depends, nullptr, nullptr},
     {"options:", &module_entry::options, nullptr, nullptr},
     {"mode:", nullptr, nullptr, read_mode},
     {"uid:", nullptr, nullptr, read_uid},
@@ -186,8 +189,17 @@ void read_field(module_entry &entry, const char *name, const char *value) {
     daemon_log(LOG_ERR, "%s: unknown field %s\n", entry.name, name);
 }
 
+/* A command that is only read from. */
+bool take_depends(module_entry &entry, llconf_item *lli) {
+    if (!entry.depends || !lli->pipe_in) return true;
+    lli->flags |= LLI_FLAG_READONLY;
+    record_of(lli)->source = make_command_source(entry.depends);
+    return record_of(lli)->source != nullptr;
+}
+
 llconf_item *make_item(module_entry &entry) {
     const char *module = entry.module ? entry.module : entry.name;
+    if (entry.depends && !entry.pipe_out) entry.pipe_out = "false";
     llconf_item *lli = create_llconf_item(entry.name, module, entry.options, entry.file,
                                           entry.pipe_in, entry.pipe_out, entry.pattern);
     if (!lli) return nullptr;
@@ -198,7 +210,9 @@ llconf_item *make_item(module_entry &entry) {
     lli->func_pre_commit = entry.pre_commit.release();
     lli->func_post_commit = entry.post_commit.release();
     record_of(lli)->check = entry.check.release();
-    return lli;
+    if (take_depends(entry, lli)) return lli;
+    destroy_llconf_item(lli);
+    return nullptr;
 }
 
 /* The fields of a feature module's hooks. */

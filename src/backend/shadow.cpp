@@ -6,6 +6,7 @@
 #include <cstring>
 #include <utility>
 
+#include "backend/command_source.h"
 #include "backend/items.h"
 #include "backend/ll_trns.h"
 #include "backend/prepared.h"
@@ -51,9 +52,11 @@ void drop(recorded_tree &tree) {
     tree.seen.reset();
 }
 
+/* A tree that a command makes is made now, where it is out of date. */
 llconf_item *nearest_with_tree(llconf_item *lli) {
     while (lli && !lli->cn_root && lli->item_orig)
         lli = lli->item_orig;
+    if (lli && record_of(lli)->source) command_source_read(record_of(lli));
     return lli;
 }
 

@@ -100,6 +100,10 @@ void set_prefixes(const options &given) {
     if (given.prefix) g_filesprefix = absolute_prefix(given.prefix);
     if (ucfgd_conffilesprefix && !g_filesprefix)
         g_filesprefix = needed(strdup(ucfgd_conffilesprefix));
+    if (g_filesprefix)
+        setenv("UCFGD_ROOT", g_filesprefix, 1);
+    else
+        unsetenv("UCFGD_ROOT");
     owned_str event_file{needed(prefix_ucfgdconffilename(k_event_file))};
     tavevent_set_file(event_file.get());
 }

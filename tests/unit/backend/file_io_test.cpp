@@ -390,6 +390,31 @@ TEST_F(file_io, ACommandThatFailsIsNoEmptySourceAndItsOppositeIsNotFedWithOne) {
     limit_set(k_limit_command_time, 10);
 }
 
+TEST_F(file_io, ACommandWithDependsRunsWhenItIsReadAndAgainOnceAFileHasChanged) {
+    put("a.conf", "one\n");
+    llconf_item *lli =
+        lines("e", " module: keyvalue\n depends: ?.conf\n pipe-in: echo >>" + path("runs") +
+                       "; cd " + root + "; echo depends /told; echo value $(cat ?.conf told)\n");
+    EXPECT_EQ(get("runs"), "") << "nobody has asked yet";
+    /* The first run tells of a file that nobody had looked at before: once more, then. */
+    const struct {
+        const char *file, *text, *value, *runs;
+    } rows[] = {{"told", "x\n", "one x", "1"},
+                {"", "", "one x", "2"},
+                {"", "", "one x", "2"},
+                {"told", "yy\n", "one yy", "3"},
+                {"b.conf", "b\n", "one b yy", "4"}};
+    for (const auto &row : rows) {
+        if (*row.file) put(row.file, row.text);
+        std::this_thread::sleep_for(std::chrono::milliseconds(30));
+        EXPECT_EQ(llconf_revert_cnftree(lli), 0);
+        for (int i = 0; i < 2; i++)
+            EXPECT_EQ(eval("llget('e', 'value')"), row.value);
+        EXPECT_EQ(std::to_string(get("runs").size()), row.runs) << row.value;
+    }
+    EXPECT_EQ(write_line(lli, "b"), 0) << "it is only read";
+}
+
 TEST_F(file_io, HooksRunAroundReadingAndWritingAndTwiceAfterACommandIsRead) {
     std::string hooks;
     for (std::string name : {"pre-read", "post-read", "pre-commit", "post-commit"})
