@@ -231,6 +231,8 @@ void take_over(ccd_session *session, ccd_session *found) {
     move_string(session->hlxaaa_sid, found->hlxaaa_sid);
     move_string(session->exec_user, found->exec_user);
     move_string(session->auth_method, found->auth_method);
+    move_string(session->commit_comment, found->commit_comment);
+    session->commit_trial = found->commit_trial;
     if (session->backend_ctx != g_trns_ctx) trns_destroy_ctx(session->backend_ctx);
     session->backend_ctx = std::exchange(found->backend_ctx, g_trns_ctx);
     session->perms = found->perms;

@@ -172,6 +172,9 @@ TEST_F(Archived, ATrialIsUndoneInTimeWithItsCommandsAndHooksUnlessItIsConfirmed)
     EXPECT_EQ(a.ask("4 COMMIT"), "4 OK\n");
     EXPECT_EQ(a.ask("5 INFO trial"), "5.1 commit+2,+user+root,+90+seconds+left\n5 OK\n");
     a.ask("6.1 SET trial 100\n6.2 SET level 7\n6 SUBMIT");
+    const std::string resume = "r RESUME " + a.session();
+    a = connect(); /* The order stays with the session that lost its connection. */
+    EXPECT_TRUE(eventually([&] { return a.ask(resume) == "r OK welcome back root\n"; }));
     EXPECT_EQ(a.ask("7 COMMIT"), "7 OK\n");
     EXPECT_EQ(b.ask("8 ADMIN confirm"), "8.1 \n8.2 \n8 OK\n");
     EXPECT_EQ(b.ask("9 INFO trial"), "9.1 \n9 OK\n");
