@@ -75,8 +75,8 @@ TEST_F(History, TellsOfEachCommitWhoWhenWhyAndWhat) {
     const std::string diff = info("history.2.diff");
     EXPECT_EQ(diff.find("i.1 --- a/etc/ssh/sshd_config\n+++ b/etc/ssh/sshd_config\n@@ "), 0u);
     EXPECT_NE(diff.find("\n+Port 2222\n"), std::string::npos);
-    EXPECT_EQ(info("history.3.user"), "i ERR commitinfo: there is no commit 3\n");
-    EXPECT_EQ(info("history.02.user"), "i ERR commitinfo: there is no commit 02\n");
+    EXPECT_EQ(info("history.3.user"), "i ERR there is no commit 3\n");
+    EXPECT_EQ(info("history.02.user"), "i ERR there is no commit 02\n");
 }
 
 TEST_F(History, ShowsDifferencesToAdministratorsOnly) {
