@@ -1,5 +1,6 @@
 /* Single changes, and what a session may ask about its changes. */
 #include "ucfgsh/change_input.h"
+#include "ucfgsh/teach.h"
 
 namespace ucfgsh {
 
@@ -24,11 +25,13 @@ std::optional<std::string> take_value(shell &sh, const arguments &args) {
 }
 
 /* A single change: of a set, asking twice does no harm. */
-int make_change(shell &sh, order what, const std::string &subject) {
+int make_change(shell &sh, order what, const std::string &subject, bool one_word = false) {
     const char *word = word_of(what.op);
+    attempt tried{*word, k_ucfg_parameters, what.path, what.value, one_word};
     after_loss policy = what.op == k_ucfg_set ? after_loss::repeat : after_loss::report;
     int code = run_step(sh, policy, {std::move(what)});
-    return code == k_ucfg_ok ? report_done(sh, word, subject) : report_failure(sh, subject, code);
+    return code == k_ucfg_ok ? report_done(sh, word, subject)
+                             : report_failure(sh, subject, code, tried);
 }
 
 }  // namespace
@@ -38,6 +41,8 @@ int run_set(shell &sh, const arguments &args) {
     if (!path) return k_exit_usage;
     auto value = take_value(sh, args);
     if (!value) return k_exit_usage;
+    int status = refuse_stray(sh, k_ucfg_parameters, *path);
+    if (status != k_exit_done) return status;
     return make_change(sh, {k_ucfg_set, *path, *value}, print_path(*path));
 }
 
@@ -45,14 +50,16 @@ int run_add(shell &sh, const arguments &args) {
     auto what = take_entry(sh, args.words);
     if (!what) return k_exit_usage;
     return make_change(sh, {k_ucfg_add, what->list, what->name},
-                       print_path(what->list) + " " + quote_word(what->name));
+                       print_path(what->list) + " " + quote_word(what->name),
+                       args.words.size() == 1);
 }
 
 int run_del(shell &sh, const arguments &args) {
     auto what = take_entry(sh, args.words);
     if (!what) return k_exit_usage;
     return make_change(sh, {k_ucfg_del, what->list, what->name},
-                       print_path(what->list) + " " + quote_word(what->name));
+                       print_path(what->list) + " " + quote_word(what->name),
+                       args.words.size() == 1);
 }
 
 int run_move(shell &sh, const arguments &args) {

@@ -20,6 +20,8 @@
 #include <array>
 #include <limits>
 
+#include "ucfgsh/teach.h"
+
 namespace ucfgsh {
 
 namespace {
@@ -181,7 +183,12 @@ std::string unknown_command(const std::string &name) {
         if (!name.empty() && row.name.starts_with(name))
             fitting += (fitting.empty() ? "" : ", ") + std::string{row.name};
     if (!fitting.empty()) return "\"" + name + "\" could be " + fitting;
-    return "unknown command \"" + name + "\"; \"help\" lists the commands";
+    std::vector<std::string> names;
+    for (const command &row : k_commands)
+        names.emplace_back(row.name);
+    std::vector<std::string> near = similar_names(names, name);
+    return "unknown command \"" + name + "\"" +
+           (near.empty() ? "; \"help\" lists the commands" : did_you_mean(near));
 }
 
 }  // namespace
@@ -208,6 +215,8 @@ int run_command(shell &sh, const std::vector<word> &line) {
     if (args.words.size() < row->least || args.words.size() > row->most)
         return complain_usage(sh, "usage: " + usage_of(*row));
     sh.changes.follow(sh.link);
+    /* A set changes no list; a script may give thousands of them. */
+    if (row->perms != k_r && row->run != run_set) sh.names.forget();
     return row->run(sh, args);
 }
 
@@ -257,17 +266,32 @@ owned_json failure_json(shell &sh, const std::string &subject, int code) {
     return object;
 }
 
+/* Whether the daemon understood the request and said no. */
+static bool answered(int code) {
+    return code == k_ucfg_failed || code == k_ucfg_refused;
+}
+
+/* Whether a word about the node says all that such a text can say. */
+static bool says_little(int code, const std::string &text) {
+    return code == k_ucfg_failed &&
+           (!is_reason(text) || text == "parameter not found" ||
+            text == "No such file or directory" || text.starts_with("result=5 "));
+}
+
 bool on_trial(ucfg_conn *conn) {
     const char *id = ucfg_error_id(conn);
     return id && std::string_view{id} == "error.trial" && ucfg_error_arg(conn, 2);
 }
 
-int report_failure(shell &sh, const std::string &subject, int code) {
+int report_failure(shell &sh, const std::string &subject, int code, const attempt &what) {
     ucfg_conn *conn = sh.link.conn();
     std::string text = ucfg_text(conn);
     int status = status_of(code, text);
     if (sh.out.json()) {
-        sh.out.document(failure_json(sh, subject, code));
+        owned_json object = failure_json(sh, subject, code);
+        std::string hint = answered(code) ? next_step(sh, what) : "";
+        if (!hint.empty()) json_put(object, "advice", json_text(hint));
+        sh.out.document(std::move(object));
         return status;
     }
     std::string said = code <= k_ucfg_inuse ? readable(text) : text;
@@ -282,10 +306,30 @@ int report_failure(shell &sh, const std::string &subject, int code) {
             said += std::string{i == 0 ? ": " : ", "} + ucfg_error_arg(conn, i);
         said += ")";
     }
-    std::string hint = on_trial(conn) ? k_trial_advice : advice(code, text);
+    std::string hint = on_trial(conn) ? k_trial_advice : "";
+    if (hint.empty() && answered(code)) hint = next_step(sh, what);
+    if (hint.empty())
+        hint = advice(code, text);
+    else if (says_little(code, text))
+        said = std::exchange(hint, "");
     if (!hint.empty()) said += "\n  " + hint;
     sh.out.complain(sh.prefix + subject + ": " + said);
     return status;
+}
+
+owned_json failed_json(const std::string &subject, const std::string &text) {
+    owned_json object =
+        json_object_of({{"subject", subject}, {"status", "failed"}, {"text", text}});
+    json_put(object, "ok", owned_json{json_false()});
+    return object;
+}
+
+int complain_failed(shell &sh, const std::string &subject, const std::string &text) {
+    if (sh.out.json())
+        sh.out.document(failed_json(subject, text));
+    else
+        sh.out.complain(sh.prefix + subject + ": " + text);
+    return k_exit_failed;
 }
 
 int report_done(shell &sh, const std::string &done, const std::string &subject) {

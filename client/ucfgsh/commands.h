@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "ucfgsh/changes.h"
+#include "ucfgsh/lookup.h"
 #include "ucfgsh/orders.h"
 #include "ucfgsh/output.h"
 #include "ucfgsh/session.h"
@@ -42,6 +43,7 @@ struct shell {
     int depth = 0; /* scripts that read scripts */
     order_book orders = {};
     std::string here = {}; /* wire path of the section that parameters' paths begin at */
+    known_names names = {};
 };
 
 struct arguments {
@@ -87,9 +89,25 @@ std::string command_help(const command &row);
 /* A complaint, with the current prefix; as JSON when JSON is asked for. */
 int complain_usage(shell &sh, const std::string &text);
 
+/* A request that failed, for advice about it: the letter of what was wanted (those of ucfg_attr's
+ * ops, 'l' for a listing), and on which node. Without a path there is no more to say. */
+struct attempt {
+    char op = 0;
+    ucfg_tree tree = k_ucfg_parameters;
+    std::string path = {};
+    std::string value = {};
+    bool one_word = false; /* the list and its entry were typed as one path */
+};
+
 /* Reports a request that ended with `code`: the subject, the daemon's text, its error record and
  * advice. Returns the exit status. */
-int report_failure(shell &sh, const std::string &subject, int code);
+int report_failure(shell &sh, const std::string &subject, int code, const attempt &what = {});
+
+/* The same for what the daemon did not refuse, or was not asked. Returns k_exit_failed. */
+int complain_failed(shell &sh, const std::string &subject, const std::string &text);
+
+/* What that is as JSON. */
+owned_json failed_json(const std::string &subject, const std::string &text);
 
 /* The end of a request that went well: nothing as text, {"done": ..., "subject": ...} as JSON. */
 int report_done(shell &sh, const std::string &done, const std::string &subject);

@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "ucfgsh/commands.h"
+#include "ucfgsh/teach.h"
 #include "ucfgsh/terminal.h"
 #include "ucfgsh/tree_view.h"
 
@@ -40,9 +41,10 @@ std::optional<std::string> optional_path(shell &sh, const arguments &args) {
 }
 
 /* One text of the daemon, printed as text or as {"path": ..., KEY: ...}. */
-int print_answer(shell &sh, const std::string &path, const char *key, int code, char *text) {
+int print_answer(shell &sh, const attempt &what, const char *key, int code, char *text) {
     owned_str answer{text};
-    if (code != k_ucfg_ok) return report_failure(sh, print_path(path), code);
+    const std::string &path = what.path;
+    if (code != k_ucfg_ok) return report_failure(sh, print_path(path), code, what);
     if (!sh.out.json())
         print_text(sh, answer.get());
     else
@@ -62,12 +64,18 @@ int run_get(shell &sh, const arguments &args) {
         int code = sh.link.call(after_loss::repeat, [&](ucfg_conn *conn) {
             return ucfg_get(conn, path->c_str(), &text);
         });
+        owned_str value{text};
+        if (code == k_ucfg_ok) {
+            int missing = refuse_stray(sh, k_ucfg_parameters, *path, all.get());
+            worst = std::max(worst, missing);
+            if (missing != k_exit_done) continue;
+        }
         if (!all) {
-            int status = print_answer(sh, *path, "value", code, text);
+            int status =
+                print_answer(sh, {'g', k_ucfg_parameters, *path}, "value", code, value.release());
             worst = std::max(worst, status);
             continue;
         }
-        owned_str value{text};
         if (code != k_ucfg_ok) worst = std::max(worst, status_of(code, ucfg_text(sh.link.conn())));
         owned_json item =
             code == k_ucfg_ok
@@ -89,7 +97,10 @@ int run_list(shell &sh, const arguments &args) {
     });
     owned_strings names{found};
     if (code != k_ucfg_ok)
-        return report_failure(sh, path->empty() ? "list" : print_path(*path), code);
+        return report_failure(sh, path->empty() ? "list" : print_path(*path), code,
+                              {'l', tree_of(args), *path});
+    int status = refuse_stray(sh, tree_of(args), *path);
+    if (status != k_exit_done) return status;
     std::vector<std::string> items = to_vector(names.get());
     for (std::string &item : items)
         if (all) item = print_path(join_path(*path, item));
@@ -112,7 +123,10 @@ int run_show(shell &sh, const arguments &args) {
     });
     owned_strings names{found};
     if (code != k_ucfg_ok)
-        return report_failure(sh, path->empty() ? "show" : print_path(*path), code);
+        return report_failure(sh, path->empty() ? "show" : print_path(*path), code,
+                              {'l', tree_of(args), *path});
+    int status = refuse_stray(sh, tree_of(args), *path);
+    if (status != k_exit_done) return status;
     std::vector<std::string> below = to_vector(names.get());
     std::vector<std::string> paths;
     paths.reserve(below.size() + 1);
@@ -217,7 +231,10 @@ int run_attr(shell &sh, const arguments &args) {
         return ucfg_attr_of(conn, tree_of(args), path->c_str(), &found);
     });
     owned_attr attr{found};
-    if (code != k_ucfg_ok) return report_failure(sh, print_path(*path), code);
+    attempt what{'l', tree_of(args), *path};
+    if (code != k_ucfg_ok) return report_failure(sh, print_path(*path), code, what);
+    int status = refuse_stray(sh, what.tree, *path);
+    if (status != k_exit_done) return status;
     if (sh.out.json())
         sh.out.document(attr_json(*attr));
     else
@@ -239,9 +256,12 @@ int run_help(shell &sh, const arguments &args) {
     int code = row ? sh.link.quietly(ask) : sh.link.call(after_loss::repeat, ask);
     owned_str help{text};
     if (row && (code != k_ucfg_ok || !*help)) return k_exit_done;
-    if (code == k_ucfg_ok && !*help && !sh.out.json())
-        help = dup_str("there is no help on " + print_path(*path));
-    return print_answer(sh, *path, "help", code, help.release());
+    if (code == k_ucfg_ok) {
+        int status = refuse_stray(sh, k_ucfg_parameters, *path);
+        if (status != k_exit_done) return status;
+        if (!*help && !sh.out.json()) help = dup_str("there is no help on " + print_path(*path));
+    }
+    return print_answer(sh, {'h', k_ucfg_parameters, *path}, "help", code, help.release());
 }
 
 int run_access(shell &sh, const arguments &args) {
@@ -253,7 +273,7 @@ int run_access(shell &sh, const arguments &args) {
         return ucfg_access(conn, tree_of(args), path->c_str(), args.text(1).c_str(), rest.data(),
                            rest.size(), &text);
     });
-    return print_answer(sh, *path, "access", code, text);
+    return print_answer(sh, {'l', tree_of(args), *path}, "access", code, text);
 }
 
 int run_info(shell &sh, const arguments &args) {
@@ -264,7 +284,7 @@ int run_info(shell &sh, const arguments &args) {
     int code = sh.link.call(after_loss::repeat, [&](ucfg_conn *conn) {
         return ucfg_info(conn, path->c_str(), rest.data(), rest.size(), &text);
     });
-    return print_answer(sh, *path, "text", code, text);
+    return print_answer(sh, {'I', k_ucfg_management, *path}, "text", code, text);
 }
 
 namespace {
@@ -308,7 +328,7 @@ int run_admin(shell &sh, const arguments &args) {
     if (code == k_ucfg_ok) return k_exit_done;
     if (code == k_ucfg_failed && sink.complained && !is_reason(ucfg_text(sh.link.conn())))
         return k_exit_failed;
-    return report_failure(sh, print_path(*path), code);
+    return report_failure(sh, print_path(*path), code, {'A', k_ucfg_management, *path});
 }
 
 }  // namespace ucfgsh

@@ -53,8 +53,9 @@ class toy_tree {
         if (r.word == "LIST" || r.word == "LISTR") return list(path, r.word == "LISTR");
         if (r.word == "ATTR") return attr(path);
         if (r.word == "GET")
-            return values.contains(path) ? fake_reply{".1 " + values[path], " OK"}
-                                         : fake_reply{" ERR Success"};
+            return values.contains(path)    ? fake_reply{".1 " + values[path], " OK"}
+                   : path == "hosts.nosuch" ? fake_reply{".1 ", " OK"}
+                                            : fake_reply{" ERR Success"};
         if (r.word == "SET") return set(path, value);
         for (const std::string &line : r.more) {  // of a batch: ".1 WORD args"
             size_t word = line.find(' ') + 1, args = line.find(' ', word) + 1;
@@ -102,7 +103,10 @@ class toy_tree {
     }
 
     fake_reply attr(const std::string &path) {
-        if (path.starts_with("commits.") && nodes.empty()) return {" ERR no such node"};
+        bool known = path.starts_with("hosts") || path.starts_with("commits.") ||
+                     list(path, false).size() > 1 || values.contains(path);
+        if (!known || (path.starts_with("commits.") && nodes.empty())) return {" ERR no such node"};
+        if (path == "hosts") return {".ops adl", " OK"};
         bool children = list(path, false).size() > 1;
         if (path != "net.mode") return {children ? ".ops l" : ".ops gs", " OK"};
         return {".ops gs", ".choices.1 dhcp", ".choices.2 fixed+address", " OK"};
@@ -327,6 +331,32 @@ TEST_F(ShellTest, AFailingLineIsNamedAndEndsTheScript) {
     EXPECT_EQ(status, k_exit_usage);
     EXPECT_NE(said.find("s:1: unknown command"), std::string::npos);
     EXPECT_NE(said.find("dhcp\n"), std::string::npos);
+}
+
+TEST_F(ShellTest, ARefusalSaysWhatToDoNextAndAnEntryThatIsNotThereIsOne) {
+    opts.go_on = true;
+    toy.nodes = {
+        {"net.ping", {".ops A", " OK"}}, {"net.name", {" ERR parameter not found"}}, {"", {" OK"}}};
+    constexpr std::pair<const char *, const char *> k_lines[] = {
+        {"get hosts.nosuch", "hosts.nosuch: no entry nosuch in hosts; \"list hosts\" shows"},
+        {"set hosts.my.host 1", "a name with dots stands in quotes: hosts.\"my.host\""},
+        {"show hosts.b", "no entry b in hosts: did you mean hosts.a?"},
+        {"attr hosts.no-such-name", "no entry no-such-name in hosts"},
+        {"get net.nmae", "net.nmae: there is no nmae in net: did you mean net.name?"},
+        {"get net", "net: a section: use \"show net\""},
+        {"get net.ping", "an action: use \"admin net.ping\""},
+        {"info net.name", "a parameter: use \"get net.name\""},
+        {"sohw net", "unknown command \"sohw\": did you mean show?"},
+        {"cd hosts\nget .net.nmae", "did you mean .net.name?"},
+        {"cd .\nset net.mode bad", "choices: dhcp \"fixed address\""},
+    };
+    for (const auto &[line, text] : k_lines) {
+        auto [status, said] = script(line + std::string{"\n"});
+        EXPECT_NE(status, k_exit_done) << line;
+        EXPECT_NE(said.find(text), std::string::npos) << line << "\n" << said;
+    }
+    EXPECT_EQ(script("get hosts.\"my.host\"\n").second, "10.0.0.2\n");
+    EXPECT_EQ(toy.sets, 1U);
 }
 
 TEST_F(ShellTest, ALostConnectionIsBroughtBackAndOnlySafeRequestsAreRepeated) {
