@@ -125,7 +125,8 @@ int revert_missing_file(item_record *item, const char *path) {
         if (is_missing && !item->is_dirty) note_missing(item);
         return -1;
     }
-    if (item->cn_root && !item->is_dirty) {
+    const bool keeps_tree = (item->flags & LLI_FLAG_ALWAYS_REVERT) == 0 && item->cn_root;
+    if (keeps_tree && !item->is_dirty) {
         note_missing(item);
         return leave_alone(item);
     }

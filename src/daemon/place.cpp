@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <stdio.h>
 #include <unistd.h>
 
 #include <climits>
@@ -217,4 +218,23 @@ int place_symlink(const char *target, const char *path) {
     place at;
     if (!look_up(path, link_at_end::is_meant, at)) return -1;
     return symlinkat(target, at.folder(), at.name().c_str());
+}
+
+int place_relink(const char *target, const char *path) {
+    place at;
+    if (!look_up(path, link_at_end::is_meant, at)) return -1;
+    char beside[NAME_MAX + 1];
+    const int length = snprintf(beside, sizeof(beside), "%s.ucfgd-tmp", at.name().c_str());
+    if (length < 0 || static_cast<size_t>(length) >= sizeof(beside)) {
+        errno = ENAMETOOLONG;
+        return -1;
+    }
+    unlinkat(at.folder(), beside, 0); /* what a killed daemon left */
+    if (symlinkat(target, at.folder(), beside) != 0) return -1;
+    int reason = renameat(at.folder(), beside, at.folder(), at.name().c_str()) == 0 ? 0 : errno;
+    if (reason != 0) unlinkat(at.folder(), beside, 0);
+    const unique_fd folder = at.open_folder();
+    if (reason == 0) reason = folder ? sync_folder(folder.get()) : errno;
+    if (reason != 0) errno = reason;
+    return reason == 0 ? 0 : -1;
 }

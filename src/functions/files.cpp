@@ -102,6 +102,11 @@ fe_node *llmisc_symlink(const call_arguments &arguments) {
     return path ? change_node(place_symlink(arguments[0], path.get()), path.get()) : nullptr;
 }
 
+fe_node *llmisc_setlink(const call_arguments &arguments) {
+    owned_str path{prefix_llfilename(arguments[1])};
+    return path ? change_node(place_relink(arguments[0], path.get()), path.get()) : nullptr;
+}
+
 fe_node *llmisc_fnmatch(const call_arguments &arguments) {
     const int matches = fe_match_wildcards(arguments[0], arguments[1], 0);
     return matches < 0 ? nullptr : truth_node(matches == 1);

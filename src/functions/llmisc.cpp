@@ -46,6 +46,7 @@ constexpr std::array k_functions{
     function_row{"readlink", 1, 1, llmisc_readlink},
     function_row{"unlink", 1, 1, llmisc_unlink},
     function_row{"symlink", 2, 2, llmisc_symlink},
+    function_row{"setlink", 2, 2, llmisc_setlink},
     function_row{"fnmatch", 2, 2, llmisc_fnmatch},
     function_row{"readlines", 1, 1, llmisc_readlines},
     function_row{"writelines", 1, k_any, llmisc_writelines},

@@ -49,6 +49,7 @@ fe_node *llmisc_iswritable(const call_arguments &arguments);
 fe_node *llmisc_readlink(const call_arguments &arguments);
 fe_node *llmisc_unlink(const call_arguments &arguments);
 fe_node *llmisc_symlink(const call_arguments &arguments);
+fe_node *llmisc_setlink(const call_arguments &arguments);
 fe_node *llmisc_fnmatch(const call_arguments &arguments);
 fe_node *llmisc_readlines(const call_arguments &arguments);
 fe_node *llmisc_writelines(const call_arguments &arguments);

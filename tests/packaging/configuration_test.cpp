@@ -59,8 +59,14 @@ class Configuration : public daemon_test {
         put("/etc/resolv.conf", "nameserver 192.0.2.53\n");
         put("/etc/network/interfaces", k_interfaces);
         put("/etc/systemd/timesyncd.conf", "[Time]\n#NTP=\n");
-        put("/etc/timezone", "Etc/UTC\n");
-        put("/usr/share/zoneinfo/Europe/Vienna", "");
+        put("/etc/systemd/timesyncd.conf.d/10-site.conf", "[Time]\nFallbackNTP=b.example\n");
+        put("/usr/lib/systemd/timesyncd.conf.d/10-site.conf", "[Time]\nFallbackNTP=hidden\n");
+        put("/usr/lib/systemd/timesyncd.conf.d/20.conf", "[Time]\nFallbackNTP=c.example\n");
+        put("/etc/timezone", "Europe/Vienna\n"); /* the link says otherwise */
+        for (const char *zone : {"Europe/Vienna", "Europe/Berlin", "posixrules", "right/UTC"})
+            put(std::string{"/usr/share/zoneinfo/"} + zone, "TZif2");
+        put("/usr/share/zoneinfo/leapseconds", "# none\n");
+        fs::create_symlink("../usr/share/zoneinfo/Europe/Berlin", path("/etc/localtime"));
         put("/usr/share/zoneinfo/zone1970.tab", "# codes\nAT\t+4813+01620\tEurope/Vienna\n");
         put("/etc/ssh/sshd_config", "#Port 22\nX11Forwarding yes\nMatch User git\n\tPort 1\n");
         put("/etc/rsyslog.d/.keep", "");
@@ -91,6 +97,8 @@ constexpr change k_changes[] = {
     {"SET time.zone Europe/Vienna", "/etc/timezone", "Europe/Vienna\n"},
     {"SET time.ntp.servers a.example.net+192.0.2.1", "/etc/systemd/timesyncd.conf",
      "[Time]\n#NTP=\nNTP=a.example.net 192.0.2.1\n"},
+    {"SET time.ntp.fallback d.example", "/etc/systemd/timesyncd.conf.d/zz-ucfgd.conf",
+     "[Time]\nFallbackNTP=\nFallbackNTP=d.example\n"},
     {"SET ssh.port 2222", "/etc/ssh/sshd_config",
      "#Port 22\nX11Forwarding yes\nPort 2222\nMatch User git\n\tPort 1\n"},
     {"SET log.forward.host 2001:db8::1", "", ""},
@@ -129,6 +137,9 @@ TEST_F(Configuration, ChangesTheLinesThatAreConcernedAndNoOthers) {
     EXPECT_EQ(c.ask("d SET log.forward.host"), "d OK\n");
     EXPECT_EQ(c.ask("e COMMIT").substr(0, 5), "e OK\n");
     EXPECT_EQ(file("/etc/rsyslog.d/60-ucfgd-forward.conf"), "");
+    fs::remove_all(path("/etc/systemd/timesyncd.conf.d"));
+    fs::remove_all(path("/usr/lib/systemd/timesyncd.conf.d"));
+    EXPECT_EQ(logged_in().ask("f GET time.ntp.fallback"), "f.1 \nf OK\n");
 }
 
 TEST_F(Configuration, ReadsWhatTheFilesSayAndOtherwiseWhatHoldsWithoutThem) {
@@ -143,6 +154,8 @@ TEST_F(Configuration, ReadsWhatTheFilesSayAndOtherwiseWhatHoldsWithoutThem) {
         {"system.banner.welcome", "%0awelcome%0a%0aall"},
         {"kernel.settings.vm%2eswappiness.value", "10"},
         {"log.forward.level", "info"},
+        {"time.zone", "Europe/Berlin"},
+        {"time.ntp.fallback", "b%2eexample+c%2eexample"},
         {"users.man.name", "man"},
     };
     for (const auto &[name, value] : k_values) {
@@ -161,6 +174,11 @@ TEST_F(Configuration, RefusalsSayWhatIsWrong) {
     constexpr std::pair<std::string_view, std::string_view> k_refused[] = {
         {"SET ssh.port 70000", "a port must be a number from 1 to 65535, not 70000"},
         {"SET time.zone ../../etc/passwd", "there is no time zone ../../etc/passwd in"},
+        {"SET time.zone posixrules", "there is no time zone"},
+        {"SET time.zone right/UTC", "there is no time zone"},
+        {"SET time.zone Europe", "there is no time zone"},
+        {"SET time.zone leapseconds", "there is no time zone"},
+        {"SET time.ntp.fallback ", "a file of timesyncd.conf.d names time servers"},
         {"SET network.interfaces.eth0.address 192.0.2.1",
          "192.0.2.1 is not an IPv4 address with a length"},
         {"SET network.interfaces.eth0.address 192.0.2.7//24",
