@@ -34,7 +34,7 @@ constexpr std::array<syntax_case, 17> k_syntaxes = {{
     {"keyvalue", "separator==", false},
     {"keyvalue", "columns=a/b only=key comment=;", false},
     {"keyvalue", "separator=\"=\" kernel-names bare", false},
-    {"keyvalue", "nocase trailing", false},
+    {"keyvalue", "nocase trailing equals quoted spelling=Port", false},
     {"aliases", "", false},
 }};
 #endif

@@ -1,3 +1,5 @@
+#include <strings.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -5,6 +7,7 @@
 #include <new>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "guarded.h"
@@ -21,11 +24,14 @@ struct keyvalue_data {
     std::string separator; /* empty: a run of blanks */
     std::string comment;
     std::vector<const char *> columns;
-    std::vector<std::string> only; /* keys that have columns; empty: all */
-    bool nocase = false;           /* keys are named in lower case */
-    bool kernel_names = false;     /* keys are parameters of the kernel, by their own names */
-    bool trailing = false;         /* a comment may stand behind the rest */
-    bool bare = false;             /* a new key without a value stands alone */
+    std::vector<std::string> only;     /* keys that have columns; empty: all */
+    bool nocase = false;               /* keys are named in lower case */
+    bool kernel_names = false;         /* keys are parameters of the kernel, by their own names */
+    bool trailing = false;             /* a comment may stand behind the rest */
+    bool bare = false;                 /* a new key without a value stands alone */
+    bool equals = false;               /* a "=" may stand in place of blanks, or among them */
+    bool quoted = false;               /* quotes around all of a value are no part of it */
+    std::vector<std::string> spelling; /* how new keys are written */
 
     bool cuts(std::string_view key) const {
         return !columns.empty() &&
@@ -90,6 +96,39 @@ size_t comment_at(const keyvalue_data &options, std::string_view text) {
     return text.size();
 }
 
+/* Where the key at the start of body ends, and its rest begins; both npos where it stands alone. */
+std::pair<size_t, size_t> ends_of_key(const keyvalue_data &options, std::string_view body) {
+    if (!options.separator.empty()) {
+        const size_t end = body.find(options.separator);
+        if (end == std::string_view::npos) return {end, end};
+        return {end, body.find_first_not_of(k_blanks, end + options.separator.size())};
+    }
+    const size_t end = body.find_first_of(options.equals ? " \t=" : k_blanks);
+    size_t rest = body.find_first_not_of(k_blanks, end);
+    if (options.equals && rest != std::string_view::npos && body[rest] == '=')
+        rest = body.find_first_not_of(k_blanks, rest + 1);
+    return {end, rest};
+}
+
+/* A value that is one text in quotes, with nothing in it that quotes would have to be told from. */
+bool is_quoted(const keyvalue_data &options, std::string_view value) {
+    if (!options.quoted || value.size() < 2 || value.front() != value.back()) return false;
+    if (value.front() != '"' && value.front() != '\'') return false;
+    return value.substr(1, value.size() - 2).find_first_of("\"'\\") == std::string_view::npos;
+}
+
+std::string_view unquoted(const keyvalue_data &options, std::string_view value) {
+    return is_quoted(options, value) ? value.substr(1, value.size() - 2) : value;
+}
+
+/* A value in place of the old one: within the quotes that this had, unless they would change it. */
+std::string with_quotes_of(const keyvalue_data &options, std::string_view old, std::string value) {
+    if (!is_quoted(options, old)) return value;
+    if (unquoted(options, old) == value) return std::string{old};
+    std::string quoted = old.front() + value + old.front();
+    return is_quoted(options, quoted) ? quoted : value;
+}
+
 /* Cuts a line; false when it has no key. */
 bool cut_line(const keyvalue_data &options, std::string_view line, key_line &parts) {
     line = without_blanks_behind(line);
@@ -98,14 +137,9 @@ bool cut_line(const keyvalue_data &options, std::string_view line, key_line &par
     std::string_view body = line.substr(start);
     std::string_view whole = body;
     body = without_blanks_behind(body.substr(0, comment_at(options, body)));
-    size_t key_end =
-        options.separator.empty() ? body.find_first_of(k_blanks) : body.find(options.separator);
+    auto [key_end, rest] = ends_of_key(options, body);
     std::string_view key = without_blanks_behind(body.substr(0, key_end));
-    size_t rest = body.size();
-    if (key_end != std::string_view::npos) {
-        rest = body.find_first_not_of(k_blanks, key_end + options.separator.size());
-        if (rest == std::string_view::npos) rest = body.size();
-    }
+    rest = std::min(rest, body.size());
     parts = {line.substr(0, start), key, body.substr(key.size(), rest - key.size()),
              body.substr(rest), whole.substr(body.size())};
     bool alone = key_end == std::string_view::npos;
@@ -147,6 +181,10 @@ bool read_options(const cnfnode *options, keyvalue_data &data) {
     data.kernel_names = find_node(first, "kernel-names") != nullptr;
     data.trailing = find_node(first, "trailing") != nullptr;
     data.bare = find_node(first, "bare") != nullptr;
+    data.equals = find_node(first, "equals") != nullptr;
+    data.quoted = find_node(first, "quoted") != nullptr;
+    const char *spelling = cnf_option(options, "spelling", nullptr);
+    if (spelling != nullptr && !split_names(spelling, data.spelling)) return false;
     const char *columns = cnf_option(options, "columns", nullptr);
     const char *only = cnf_option(options, "only", nullptr);
     if (columns != nullptr && !read_columns(columns, data.columns)) return false;
@@ -181,8 +219,9 @@ int read_line(const void *data, cnf_reader *reader, int, const char *text, size_
     return llconf::guarded([&] {
         std::string name = name_of(options, line.key, line.gap.empty());
         bool cuts = options.cuts(name);
+        std::string_view value = unquoted(options, line.rest);
         cnfnode *entry = cnf_read_node(reader, nullptr, name.data(), name.size(),
-                                       cuts ? nullptr : line.rest.data(), line.rest.size());
+                                       cuts ? nullptr : value.data(), value.size());
         if (entry == nullptr) return -1;
         if (!cuts) return 1;
         line_tokens columns{line.rest, "", options.columns.size()};
@@ -217,6 +256,12 @@ int join_columns(const keyvalue_data &options, const cnf_format *format, std::st
     return 0;
 }
 
+std::string_view spelled(const keyvalue_data &options, const char *name) {
+    for (const std::string &spelling : options.spelling)
+        if (strcasecmp(spelling.c_str(), name) == 0) return spelling;
+    return name;
+}
+
 int format_parts(const keyvalue_data &options, const cnf_format *format) {
     const cnfnode *node = format->node;
     key_line old;
@@ -224,14 +269,14 @@ int format_parts(const keyvalue_data &options, const cnf_format *format) {
     if (!had_line) old = {};
     std::string rest;
     if (!options.cuts(node->name)) {
-        rest = node->value != nullptr ? node->value : "";
+        rest = with_quotes_of(options, old.rest, node->value != nullptr ? node->value : "");
     } else if (join_columns(options, format, old.rest, rest) < 0) {
         return -1;
     }
     std::string line{old.lead};
     bool was_alone = had_line && old.gap.empty();
     bool named = had_line && name_of(options, old.key, was_alone) == node->name;
-    line += named ? old.key : std::string_view{node->name};
+    line += named ? old.key : spelled(options, node->name);
     std::string_view separator = options.separator;
     if (separator.empty()) separator = " ";
     /* A key that stands alone, and has nothing behind it now either, stays alone. */
@@ -257,6 +302,7 @@ bool accepts_key(const keyvalue_data &options, std::string_view key) {
     if (!is_trimmed(key) || options.comment.find(key[0]) != std::string::npos) return false;
     bool alone = options.kernel_names && key.starts_with('-');
     if (name_of(options, key, alone) != key) return false;
+    if (options.equals && key.find('=') != std::string_view::npos) return false;
     if (options.separator.empty()) return is_word(key);
     return key.find(options.separator) == std::string_view::npos;
 }
@@ -279,12 +325,14 @@ int accepts_line(const void *data, int level, const cnfnode *parent, const char 
     if (level == 2) return accepts_column(options, parent, name, value) ? 1 : 0;
     if (level != 1 || !accepts_key(options, name)) return 0;
     if (value == nullptr || *value == '\0') return 1;
-    bool plain = is_trimmed(value) && comment_at(options, value) == std::strlen(value);
+    bool plain = is_trimmed(value) && comment_at(options, value) == std::strlen(value) &&
+                 !is_quoted(options, value) && !(options.equals && *value == '=');
     return !options.cuts(name) && plain ? 1 : 0;
 }
 
-constexpr const char *k_options[] = {"separator", "comment",      "columns",  "only", "bare",
-                                     "nocase",    "kernel-names", "trailing", nullptr};
+constexpr const char *k_options[] = {"separator", "comment", "columns",  "only",
+                                     "bare",      "nocase",  "trailing", "kernel-names",
+                                     "equals",    "quoted",  "spelling", nullptr};
 
 constexpr cnf_parser make_parser() {
     cnf_parser parser{};
