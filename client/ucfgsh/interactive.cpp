@@ -171,9 +171,9 @@ void editor::show_time_left(long seconds) {
 void editor::wait_for_key() {
     pollfd watch{STDIN_FILENO, POLLIN, 0};
     while (poll(&watch, 1, trial_end_ && completing_ ? k_tick : -1) == 0) {
-        long left = std::chrono::duration_cast<std::chrono::seconds>(
-                        *trial_end_ - std::chrono::steady_clock::now())
-                        .count();
+        long left =
+            std::chrono::ceil<std::chrono::seconds>(*trial_end_ - std::chrono::steady_clock::now())
+                .count();
         const LineInfo *info = el_line(el_.get());
         size_t used =
             count_characters({info->buffer, static_cast<size_t>(info->lastchar - info->buffer)}) +
