@@ -29,6 +29,14 @@ sucessfully started
 setting up daemon environment... done.
 )";
 
+constexpr std::string_view k_hosts = R"(127.0.0.1	localhost old # and so
+127.0.1.1	old.example.net old
+192.0.2.1	gw # the gateway
+192.0.2.8	old.example.org
+192.0.2.1	gw.example.net	gw_b # again
+192.0.2.1	x
+)";
+
 constexpr std::string_view k_interfaces = R"(source /etc/network/interfaces.d/*
 
 auto lo
@@ -54,8 +62,8 @@ class Configuration : public daemon_test {
     }
 
     void put_system() const {
-        put("/etc/hostname", "old\n");
-        put("/etc/hosts", "127.0.0.1\tlocalhost\n127.0.1.1\told.example.net old\n");
+        put("/etc/hostname", "# set by the installer\nold\n");
+        put("/etc/hosts", k_hosts);
         put("/etc/resolv.conf", "nameserver 192.0.2.53\n");
         put("/etc/network/interfaces", k_interfaces);
         put("/etc/systemd/timesyncd.conf", "[Time]\n#NTP=\n");
@@ -90,8 +98,10 @@ struct change {
 };
 
 constexpr change k_changes[] = {
-    {"SET system.hostname new", "/etc/hosts",
-     "127.0.0.1\tlocalhost\n127.0.1.1\tnew.example.net new\n"},
+    {"SET system.hostname new", "/etc/hostname", "# set by the installer\nnew\n"},
+    {"SET network.hosts.192%2e0%2e2%2e1.aliases a+gw_b", "/etc/hosts",
+     "127.0.0.1\tlocalhost new # and so\n127.0.1.1\tnew.example.net new\n192.0.2.1\tgw a # the "
+     "gateway\n192.0.2.8\told.example.org\n192.0.2.1\tgw_b # again\n"},
     {"ADD network.resolver.nameservers 2001:db8::53", "/etc/resolv.conf",
      "nameserver 192.0.2.53\nnameserver 2001:db8::53\n"},
     {"SET time.zone Europe/Vienna", "/etc/timezone", "Europe/Vienna\n"},
@@ -131,7 +141,6 @@ TEST_F(Configuration, ChangesTheLinesThatAreConcernedAndNoOthers) {
         if (!step.file.empty()) {
             EXPECT_EQ(file(step.file), step.text) << step.request;
         }
-    EXPECT_EQ(file("/etc/hostname"), "new\n");
     EXPECT_EQ(fs::read_symlink(path("/etc/localtime")), "/usr/share/zoneinfo/Europe/Vienna");
     EXPECT_EQ(c.ask("c GET log.forward.host"), "c.1 2001:db8::1\nc OK\n");
     EXPECT_EQ(c.ask("d SET log.forward.host"), "d OK\n");
@@ -154,6 +163,8 @@ TEST_F(Configuration, ReadsWhatTheFilesSayAndOtherwiseWhatHoldsWithoutThem) {
         {"system.banner.welcome", "%0awelcome%0a%0aall"},
         {"kernel.settings.vm%2eswappiness.value", "10"},
         {"log.forward.level", "info"},
+        {"system.hostname", "old"},
+        {"network.hosts.192%2e0%2e2%2e1.aliases", "gw%2eexample%2enet+gw_b+x"},
         {"time.zone", "Europe/Berlin"},
         {"time.ntp.fallback", "b%2eexample+c%2eexample"},
         {"users.man.name", "man"},
