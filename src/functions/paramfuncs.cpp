@@ -102,6 +102,19 @@ fe_node *fe_func_paramfound(fe_context *ctx, fe_node *call) {
     return found ? const_node("1") : answer_unless_short(memory, "0");
 }
 
+using node_text = char *(*)(ccdtree_node *, backend_ctx *, const char *);
+
+/* What a management node says about itself, which no command of the protocol asks for. */
+template <node_text text_of>
+fe_node *describe_node(fe_context *ctx, fe_node *call) {
+    memory_watch memory;
+    call_arguments args{ctx, call};
+    if (args.count() != 1) return answer_wrong_count(memory, args);
+    owned_str text{text_of(g_mgmttree, transaction_of(ctx), args[0])};
+    if (!text) return answer_unless_short(memory, "");
+    return const_node(unescape_b(text.get(), text.get()));
+}
+
 fe_node *fe_func_mgmtinfo(fe_context *ctx, fe_node *call) {
     memory_watch memory;
     call_arguments args{ctx, call};
@@ -151,6 +164,8 @@ constexpr fe_function fe_func_paramadd = change_parameter<ccd_param_add>;
 constexpr fe_function fe_func_paramdel = change_parameter<ccd_param_del>;
 constexpr fe_function fe_func_paramlist = list_names<&g_ccdtree>;
 constexpr fe_function fe_func_mgmtlist = list_names<&g_mgmttree>;
+constexpr fe_function fe_func_mgmthelp = describe_node<ccd_param_help>;
+constexpr fe_function fe_func_mgmtargs = describe_node<ccd_param_args>;
 constexpr fe_function fe_func_paramexists = entry_exists<&g_ccdtree>;
 constexpr fe_function fe_func_mgmtexists = entry_exists<&g_mgmttree>;
 
@@ -168,6 +183,7 @@ constexpr native_function k_functions[] = {
     {"mgmtlist", guarded<fe_func_mgmtlist>},       {"mgmtexists", guarded<fe_func_mgmtexists>},
     {"mgmtinfo", guarded<fe_func_mgmtinfo>},       {"mgmtadmin", guarded<fe_func_mgmtadmin>},
     {"seterror", guarded<fe_func_seterror>},       {"clearerror", guarded<fe_func_clearerror>},
+    {"mgmthelp", guarded<fe_func_mgmthelp>},       {"mgmtargs", guarded<fe_func_mgmtargs>},
     {"paramfound", guarded<fe_func_paramfound>},   {"committed", guarded<fe_func_committed>},
 };
 

@@ -174,7 +174,7 @@ void destroy_ccdtree_node(ccdtree_node *node) {
     }
     for (fe_node *expression :
          {node->func_list, node->func_admin, node->func_info, node->func_sanity, node->func_choices,
-          node->func_help, node->func_flags, node->func_access}) {
+          node->func_help, node->func_flags, node->func_access, node->func_args}) {
         destroy_fe_node_tree(expression);
     }
     drop_index(node);

@@ -49,7 +49,8 @@ typedef struct ccdtree_node {
     struct fe_node *func_flags;
     struct fe_node *func_access;
     ccd_type *type;
-    int len; /* "len:"; 0: not set */
+    int len;                   /* "len:"; 0: not set */
+    struct fe_node *func_args; /* single */
     /* private */
     struct ccdtree_node *prev;
     struct ccdtree_node *last_child;

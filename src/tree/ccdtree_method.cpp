@@ -141,6 +141,7 @@ constexpr method_key k_method_keys[] = {
     {"info:", replace<&ccdtree_node::func_info>},
     {"sanity:", chain_sanity},
     {"help:", replace<&ccdtree_node::func_help>},
+    {"args:", replace<&ccdtree_node::func_args>},
     {"choices:", replace<&ccdtree_node::func_choices>},
     {"len:", store_len},
     {"flags:", replace<&ccdtree_node::func_flags>},

@@ -257,6 +257,13 @@ char *ccd_param_help(ccdtree_node *root, backend_ctx *ctx, const char *path) {
     return help || resolved->first->ccd->func_help ? help : dup_str("").release();
 }
 
+char *ccd_param_args(ccdtree_node *root, backend_ctx *ctx, const char *path) {
+    owned_path resolved{find_ccd_param(path, root)};
+    if (!resolved) return nullptr;
+    char *usage = ccd_param_ppath_args(ctx, resolved.get());
+    return usage || resolved->first->ccd->func_args ? usage : dup_str("").release();
+}
+
 char *ccd_param_info(ccdtree_node *root, backend_ctx *ctx, const char *path, const line *arg_list,
                      fe_context *parent) {
     owned_path resolved{find_ccd_param(path, root)};

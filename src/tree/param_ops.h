@@ -31,9 +31,11 @@ extern "C" {
 
 struct fe_context;
 
-/* The four of param_path.h by path. Help of a node without "help:" is the empty text. */
+/* Those of param_path.h by path. Help of a node without "help:" is the empty text, and so for
+ * "args:". */
 char *ccd_param_get(ccdtree_node *root, backend_ctx *ctx, const char *path);
 char *ccd_param_help(ccdtree_node *root, backend_ctx *ctx, const char *path);
+char *ccd_param_args(ccdtree_node *root, backend_ctx *ctx, const char *path);
 char *ccd_param_info(ccdtree_node *root, backend_ctx *ctx, const char *path, const line *arg_list,
                      struct fe_context *parent);
 char *ccd_param_access(ccdtree_node *root, backend_ctx *ctx, const char *path, const line *arg_list,

@@ -165,7 +165,7 @@ class recent_paths {
 
 recent_paths g_recent;
 
-enum class value_action { get = 1, help = 2, info = 3, access = 4 };
+enum class value_action { get = 1, help = 2, info = 3, access = 4, args = 5 };
 
 struct value_method {
     const char *key;
@@ -176,7 +176,8 @@ struct value_method {
 constexpr value_method k_value_methods[] = {{"get:", &ccdtree_node::func_get},
                                             {"help:", &ccdtree_node::func_help},
                                             {"info:", &ccdtree_node::func_info},
-                                            {"access:", &ccdtree_node::func_access}};
+                                            {"access:", &ccdtree_node::func_access},
+                                            {"args:", &ccdtree_node::func_args}};
 
 const fe_node *nearest_access(const ccdtree_node *node) {
     while (node && !node->func_access) {
@@ -304,6 +305,10 @@ char *ccd_param_ppath_get(backend_ctx *ctx, const param_path *path) {
 
 char *ccd_param_ppath_help(backend_ctx *ctx, const param_path *path) {
     return ccd_param_ppath({value_action::help, ctx, path});
+}
+
+char *ccd_param_ppath_args(backend_ctx *ctx, const param_path *path) {
+    return ccd_param_ppath({value_action::args, ctx, path});
 }
 
 char *ccd_param_ppath_info(backend_ctx *ctx, const param_path *path, const line *arg_list,

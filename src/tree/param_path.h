@@ -73,6 +73,7 @@ void set_path_vars(struct fe_context *ctx, const param_path_item *first);
  * "argc", "0" for a null list. */
 char *ccd_param_ppath_get(backend_ctx *ctx, const param_path *path);
 char *ccd_param_ppath_help(backend_ctx *ctx, const param_path *path);
+char *ccd_param_ppath_args(backend_ctx *ctx, const param_path *path);
 char *ccd_param_ppath_info(backend_ctx *ctx, const param_path *path, const line *arg_list,
                            struct fe_context *parent);
 char *ccd_param_ppath_access(backend_ctx *ctx, const param_path *path, const line *arg_list,

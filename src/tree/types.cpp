@@ -51,6 +51,10 @@ void read_choices(ccd_type *type, const char *value, fe_def *fed_list) {
     replace_expression(type, &type->func_choices, value, fed_list);
 }
 
+void read_help(ccd_type *type, const char *value, fe_def *fed_list) {
+    replace_expression(type, &type->func_help, value, fed_list);
+}
+
 void read_len(ccd_type *type, const char *value, fe_def *) {
     type->len = std::atoi(value);
 }
@@ -67,6 +71,7 @@ struct type_key {
 constexpr type_key k_keys[] = {{"parent-type:", read_parent},
                                {"validation:", read_validation},
                                {"choices:", read_choices},
+                               {"help:", read_help},
                                {"len:", read_len},
                                {"flags:", read_flags}};
 
@@ -146,6 +151,7 @@ void destroy_ccd_type(ccd_type *type) {
     if (!type) return;
     destroy_fe_node_tree(type->func_validation);
     destroy_fe_node_tree(type->func_choices);
+    destroy_fe_node_tree(type->func_help);
     std::free(type->name);
     delete type;
 }
@@ -198,6 +204,10 @@ fe_node *get_type_choices_func(const ccd_type *type) {
     return inherited(type, &ccd_type::func_choices);
 }
 
+fe_node *get_type_help_func(const ccd_type *type) {
+    return inherited(type, &ccd_type::func_help);
+}
+
 int get_type_len(const ccd_type *type) {
     return type ? type->len : 0;
 }
@@ -221,6 +231,16 @@ fe_node *fe_func_istype(fe_context *ctx, fe_node *call) {
     return truth_node(answer);
 }
 
+fe_node *fe_func_typehelp(fe_context *ctx, fe_node *call) {
+    memory_watch memory;
+    call_arguments args{ctx, call};
+    if (args.count() != 1) return answer_wrong_count(memory, args);
+    fe_node *help = get_type_help_func(find_ccd_type(g_types, args[0]));
+    owned<fe_node, destroy_fe_node_list> text{help ? eval_fe_expression(ctx, help) : nullptr};
+    return text ? const_node(fe_last_text(text.get())) : answer_unless_short(memory, "");
+}
+
 fe_def *fe_register_typefuncs(fe_def *list) {
-    return fe_register_func(list, "istype", fe_func_istype, nullptr);
+    list = fe_register_func(list, "istype", fe_func_istype, nullptr);
+    return fe_register_func(list, "typehelp", guarded<fe_func_typehelp>, nullptr);
 }

@@ -3,7 +3,7 @@
 
 /* Types: named descriptions of acceptable values that tree nodes refer to.
  *
- *  1. A type owns its name and its two expressions. `parent_type` is borrowed: it points into the
+ *  1. A type owns its name and its expressions. `parent_type` is borrowed: it points into the
  *     list that the type itself is in.
  *  2. `parent_type_name` is set only while the types file is being read.
  *  3. A null type is accepted everywhere and describes nothing: no limit, no expression, no value
@@ -30,7 +30,8 @@ typedef struct ccd_type {
     struct fe_node *func_choices;    /* null: the parent's holds */
     const char *parent_type_name;
     struct ccd_type *parent_type;
-    int flags; /* never inherited */
+    int flags;                 /* never inherited */
+    struct fe_node *func_help; /* null: the parent's holds */
 } ccd_type;
 
 /* The types read at start-up, in the order of their file; they live until exit. */
@@ -39,7 +40,7 @@ extern ccd_type *g_types;
 /* A zeroed type with a copy of name; null (errno ENOMEM) when memory is exhausted. */
 ccd_type *create_ccd_type(const char *name);
 
-/* Frees the name and both expressions. Null is accepted. */
+/* Frees the name and the expressions. Null is accepted. */
 void destroy_ccd_type(ccd_type *type);
 void destroy_ccd_type_list(ccd_type *list);
 
@@ -58,6 +59,7 @@ ccd_type *find_ccd_type(ccd_type *list, const char *name);
  * the type that owns it. */
 struct fe_node *get_type_validation_func(const ccd_type *type);
 struct fe_node *get_type_choices_func(const ccd_type *type);
+struct fe_node *get_type_help_func(const ccd_type *type);
 
 /* The type's own limit in bytes; 0 for none. */
 int get_type_len(const ccd_type *type);
@@ -69,7 +71,10 @@ int is_type(struct fe_context *ctx, const ccd_type *type, const char *value);
 /* istype(value, name): "1" or "0"; never fails. The result belongs to the caller. */
 struct fe_node *fe_func_istype(struct fe_context *ctx, struct fe_node *call);
 
-/* Adds "istype" and returns the longer list. */
+/* typehelp(name): what the type says about its values, or the empty text. */
+struct fe_node *fe_func_typehelp(struct fe_context *ctx, struct fe_node *call);
+
+/* Adds "istype" and "typehelp" and returns the longer list. */
 struct fe_def *fe_register_typefuncs(struct fe_def *list);
 
 #ifdef __cplusplus

@@ -244,7 +244,8 @@ TEST_F(Parameter, ExpressionsReachOtherParameters) {
         "2)\n"
         " list: list('b', 'c.d')\n add: store('new', $_)\n move: store('moved', $- .. $_)\n}\n"
         "hidden {\n flags: 'hidden'\n c\n}\n");
-    file("/etc/m.conf", "i {\n info: list($arg1 .. '.' .. $argc)\n admin: $arg1\n}\n");
+    file("/etc/m.conf",
+         "i {\n help: 'a b'\n args: 'P'\n info: list($arg1 .. '.' .. $argc)\n admin: $arg1\n}\n");
     ccdtree_readconf(g_mgmttree, "/etc/m.conf", base->fed_list);
     const std::pair<const char *, const char *> cases[] = {
         {"paramget('a')", "x.y"},       {"paramset('a', 'v+w')", "1"},
@@ -255,6 +256,8 @@ TEST_F(Parameter, ExpressionsReachOtherParameters) {
         {"paramlist('hidden')", ""},    {"paramexists('a.c%2ed')", "1"},
         {"paramexists('hidden')", "1"}, {"paramexists('hidden.c')", "0"},
         {"mgmtlist('')", "i"},          {"mgmtinfo('i', 'p', 'q')", "p%2e2"},
+        {"mgmthelp('i')", "a b"},       {"mgmtargs('i')", "P"},
+        {"mgmthelp('none')", ""},       {"mgmtargs('none')", ""},
         {"mgmtadmin('i', 1)", "1"},     {"mgmtadmin('i')", "0"},
         {"clearerror()", "1"}};
     for (const auto &[text, answer] : cases)
