@@ -4,6 +4,7 @@
 #include <wchar.h>
 #include <wctype.h>
 
+#include <algorithm>
 #include <array>
 #include <cctype>
 #include <cstdint>
@@ -202,6 +203,27 @@ int isinnetwork(const char *net, const char *mask, const char *ip) {
     return (ipv4_of(ip) & bits) == (ipv4_of(net) & bits);
 }
 
+int isinsubnet(const char *subnet, const char *ip) {
+    if (subnet == nullptr || ip == nullptr) return 0;
+    errno_guard keep;
+    const std::string_view text{subnet};
+    const size_t slash = text.find('/');
+    if (slash == text.npos || slash > k_longest_ipv6) return 0;
+    const std::string_view digits = text.substr(slash + 1);
+    if (digits.empty() || !std::all_of(digits.begin(), digits.end(), is_digit)) return 0;
+    const int family = text.find(':') == text.npos ? AF_INET : AF_INET6;
+    std::array<unsigned char, sizeof(in6_addr)> net{};
+    std::array<unsigned char, sizeof(in6_addr)> address{};
+    const int length = number_up_to(digits, family == AF_INET ? 32 : 128);
+    if (length < 0 ||
+        inet_pton(family, short_text{text.substr(0, slash)}.c_str(), net.data()) <= 0 ||
+        inet_pton(family, ip, address.data()) <= 0)
+        return 0;
+    const auto whole = static_cast<size_t>(length / 8);
+    if (memcmp(net.data(), address.data(), whole) != 0) return 0;
+    return length % 8 == 0 || ((net[whole] ^ address[whole]) >> (8 - length % 8)) == 0;
+}
+
 int ishwaddr(const char *s) {
     constexpr size_t k_length = 17;
     if (s == nullptr || strlen(s) != k_length) return 0;
@@ -244,6 +266,14 @@ fe_node *fe_func_network(fe_context *ctx, fe_node *call) {
     return const_node(inet_ntop(AF_INET, &network, text.data(), text.size()));
 }
 
+fe_node *fe_func_isinsubnet(fe_context *ctx, fe_node *call) {
+    trace(4, "%s\n", __func__);
+    memory_watch memory;
+    call_arguments arguments{ctx, call};
+    if (arguments.count() != 2) return answer_wrong_count(memory, arguments, "0");
+    return const_node(isinsubnet(arguments[0], arguments[1]) ? "1" : "0");
+}
+
 struct predicate_row {
     const char *name;
     int (*accepts)(const char *);
@@ -268,6 +298,7 @@ fe_def *fe_register_network_sanity_funcs(fe_def *list) {
     auto data = [](auto function) { return reinterpret_cast<void *>(function); };
     for (const auto &row : k_predicates)
         list = fe_register_func(list, row.name, fe_func_sanity1, data(row.accepts));
+    list = fe_register_func(list, "isinsubnet", fe_func_isinsubnet, nullptr);
     list = fe_register_func(list, "isinnetwork", fe_func_sanity3, data(isinnetwork));
     for (const auto &row : k_name_predicates)
         list = fe_register_func(list, row.name, fe_func_sanity1, data(row.accepts));

@@ -35,6 +35,9 @@ int isnetwork6(const char *s);
  */
 int isinnetwork(const char *net, const char *mask, const char *ip);
 
+/* 1 when ip belongs to the network of "address/length"; both are IPv4, or both IPv6. */
+int isinsubnet(const char *subnet, const char *ip);
+
 /* Six pairs of hexadecimal digits separated by colons. */
 int ishwaddr(const char *s);
 

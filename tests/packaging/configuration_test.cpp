@@ -78,7 +78,8 @@ class Configuration : public daemon_test {
         put("/usr/share/zoneinfo/zone1970.tab", "# codes\nAT\t+4813+01620\tEurope/Vienna\n");
         put("/etc/ssh/sshd_config", "#Port 22\nX11Forwarding yes\nMatch User git\n\tPort 1\n");
         put("/etc/rsyslog.d/.keep", "");
-        for (const char *program : {"/usr/sbin/rsyslogd", "/lib/systemd/systemd-timesyncd"})
+        for (const char *program :
+             {"/usr/sbin/rsyslogd", "/lib/systemd/systemd-timesyncd", "/sbin/ifup"})
             put(program, "");
         put("/etc/sysctl.conf", "#kernel.sysrq=438\nvm.swappiness=10\n");
         put("/etc/aliases", "postmaster:    root\n");
@@ -123,9 +124,9 @@ constexpr change k_changes[] = {
     {"SET network.interfaces.eth0.address 198.51.100.2/24", "", ""},
     {"SET network.interfaces.eth0.gateway 198.51.100.1", "", ""},
     {"SET network.interfaces.eth1.method dhcp", "", ""},
-    {"SET network.interfaces.lo.auto no", "/etc/network/interfaces",
-     "source /etc/network/interfaces.d/*\n\niface lo inet loopback\n\nallow-hotplug eth0\n"
-     "iface eth0 inet static\n    address 198.51.100.2/24\n    gateway 198.51.100.1\n\nauto eth1\n"
+    {"SET network.interfaces.eth1.auto no", "/etc/network/interfaces",
+     "source /etc/network/interfaces.d/*\n\nauto lo\niface lo inet loopback\n\nallow-hotplug eth0\n"
+     "iface eth0 inet static\n    address 198.51.100.2/24\n    gateway 198.51.100.1\n\n"
      "iface eth1 inet dhcp\n"},
 };
 

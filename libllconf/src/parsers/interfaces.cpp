@@ -303,7 +303,8 @@ class stanza_writer {
         if (value_of(k_mapping) != nullptr) {
             return add_line("", k_mapping, node_->name, if_kind::mapping);
         }
-        if (family != nullptr && method != nullptr) {
+        auto is_given = [](const char *text) { return text != nullptr && *text != '\0'; };
+        if (is_given(family) && is_given(method)) {
             std::string rest = std::string(node_->name) + ' ' + family + ' ' + method;
             if (inherits != nullptr) rest.append(" inherits ").append(inherits);
             return add_line("", "iface", rest, if_kind::iface);
