@@ -102,9 +102,47 @@ fe_node *call_builtin(fe_context *ctx, fe_node *call) {
     }
 }
 
+// The fewest and the most values that a function takes; false when nobody knows.
+bool bounds_of(const fe_def *fed, size_t &least, size_t &most) {
+    least = 0;
+    most = builtin::k_any;
+    if (fed->function == call_builtin) {
+        const auto &row = *static_cast<const builtin *>(fed->user_data);
+        least = row.least_arguments;
+        most = row.most_arguments;
+    } else if (fed->function == fe_func_sanity1 || fed->function == fe_func_sanity3) {
+        least = most = fed->function == fe_func_sanity1 ? 1 : 3;
+    } else if (fed->function == call_user_function) {
+        most = fed->private_data->parameters.size();
+    } else {
+        return false;
+    }
+    return true;
+}
+
+bool is_lazy(const fe_def *fed) {
+    return fed->function == call_builtin &&
+           static_cast<const builtin *>(fed->user_data)->lazy != nullptr;
+}
+
 }  // namespace
 
 }  // namespace fe
+
+extern "C" int fe_count_fits(const fe_node *call) {
+    using namespace fe;
+    size_t least = 0;
+    size_t most = 0;
+    if (call->fed->private_kind != k_kind_call || !bounds_of(call->fed, least, most)) return 0;
+    size_t count = 0;
+    bool may_grow = false;
+    for (const fe_node *arg = call->first_child; arg != nullptr; arg = arg->next) {
+        ++count;
+        if (arg->fed->private_kind == k_kind_call && !is_lazy(call->fed)) may_grow = true;
+    }
+    if (count > most) return 1;
+    return count < least && !may_grow ? -1 : 0;
+}
 
 extern "C" fe_def *fe_register_felib_funcs(fe_def *list) {
     using namespace fe;

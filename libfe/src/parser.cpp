@@ -278,6 +278,7 @@ class parser {
 };
 
 std::string g_error_text;
+fe_parse_observer g_observer = nullptr;
 
 }  // namespace
 
@@ -291,13 +292,20 @@ fe_node *parse_fe_expression(const char *text, fe_def *list) {
     try {
         parser p(text == nullptr ? "" : text, list);
         node_list result = p.parse();
-        if (result != nullptr) return result.release();
+        if (result != nullptr) {
+            if (g_observer != nullptr) g_observer(result.get());
+            return result.release();
+        }
         g_error_text = p.complaint();
         return fail_with(p.error());
     } catch (const std::bad_alloc &) {
         g_error_text = "out of memory";
         return fail_with(ENOMEM);
     }
+}
+
+void fe_set_parse_observer(fe_parse_observer observer) {
+    g_observer = observer;
 }
 
 const char *fe_error_text(void) {

@@ -26,6 +26,12 @@ constexpr std::string_view k_unparsed_name = ".unparsed";
  * characters become "?", so that the text stays one line. */
 int set_error(int error, std::string_view label, size_t line, std::string_view what);
 
+/* Adds the column to what set_error has just said. */
+void set_error_column(size_t column);
+
+/* The column of an offset, in characters from 1 on. */
+size_t column_of(std::string_view text, size_t offset);
+
 /* What errno means; a text for every number. */
 std::string_view errno_text();
 

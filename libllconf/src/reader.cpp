@@ -91,6 +91,7 @@ owned_node text_reader::make_root() {
 
 bool text_reader::fail(size_t at, std::string_view what) {
     set_error(EINVAL, label_, line_of(text_, at), what);
+    set_error_column(column_of(text_, at));
     return false;
 }
 

@@ -12,6 +12,7 @@ namespace {
 constexpr size_t k_error_size = 4096 + 512; /* a path and a reason */
 
 std::array<char, k_error_size> g_error_text;
+size_t g_error_column = 0;
 llconf_report g_report = nullptr;
 void *g_report_data = nullptr;
 
@@ -29,6 +30,7 @@ int set_error(int error, std::string_view label, size_t line, std::string_view w
     for (char *c = g_error_text.data(); *c != '\0'; c++) {
         if (static_cast<unsigned char>(*c) < ' ' || *c == '\x7f') *c = '?';
     }
+    g_error_column = 0;
     errno = error;
     return -1;
 }
@@ -41,6 +43,14 @@ std::string_view errno_text() {
 void report(int priority, const std::string &text) {
     errno_guard keep;
     if (g_report != nullptr) g_report(priority, text.c_str(), g_report_data);
+}
+
+void set_error_column(size_t column) {
+    g_error_column = column;
+}
+
+size_t cnf_error_column(void) {
+    return g_error_column;
 }
 
 const char *cnf_error_text(void) {

@@ -24,6 +24,7 @@
 #include "fe/fe.h"
 #include "llconf/modules.h"
 #include "llconf/nodes.h"
+#include "tree/definition.h"
 #include "ucfgd/owners.h"
 
 namespace {
@@ -212,7 +213,7 @@ int hook_function(fe_node *list) {
 }
 
 void run_hook(llconf_item *lli, hook_list which) {
-    if (!(lli->*which)) return;
+    if (!(lli->*which) || g_only_checking) return;
     errno_guard keep;
     doubt_prepared_texts();
     fe_node *running = std::exchange(lli->*which, nullptr);

@@ -10,6 +10,7 @@
 #include <errno.h>
 #include <libdaemon/dlog.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 
@@ -194,6 +195,11 @@ fe_node *fe_func_ll(fe_context *ctx, fe_node *call) {
     forget_shortage();
     fe_node *result = row.function(lli, path->text, path->next ? path->next->text : nullptr);
     return result || errno == ENOMEM ? result : const_node("");
+}
+
+bool is_ll_function(const fe_def *fed) {
+    const auto *row = static_cast<const ll_row *>(fed->user_data);
+    return std::any_of(k_rows.begin(), k_rows.end(), [row](const ll_row &r) { return &r == row; });
 }
 
 fe_def *fe_register_llfuncs(fe_def *list) {

@@ -34,6 +34,9 @@ inline const ll_row &row_of(const fe_node *call) {
     return *static_cast<const ll_row *>(call->fed->user_data);
 }
 
+/* Whether a definition is one of the tree functions, whose first argument names the instance. */
+bool is_ll_function(const fe_def *fed);
+
 /* The instance of that name in the context's transaction; null without one. */
 llconf_item *ll_find_item(const fe_context *ctx, const char *name);
 

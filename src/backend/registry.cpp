@@ -11,6 +11,7 @@
 #include <libdaemon/dlog.h>
 #include <pwd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <cstring>
@@ -23,6 +24,7 @@
 #include "fe/fe.h"
 #include "llconf/modules.h"
 #include "llconf/nodes.h"
+#include "tree/definition.h"
 #include "tree/param_failure.h"
 #include "ucfgd/owners.h"
 
@@ -131,7 +133,10 @@ void read_flags(module_entry &entry, const char *value) {
 
 void add_hook(owned_nodes &hooks, const module_entry &entry, const char *value) {
     fe_node *hook = parse_fe_expression(value, entry.functions);
-    if (!hook && errno == EBADMSG) log_expression_failure(entry.name);
+    if (!hook && errno == EBADMSG)
+        log_expression_failure(entry.name);
+    else if (!hook)
+        complain_of_silent();
     if (hook) hooks.reset(append_fe_node_list(hooks.release(), hook));
 }
 
@@ -178,7 +183,10 @@ constexpr std::array<field, 17> k_fields = {{
     {"check:", nullptr, nullptr, read_check},
 }};
 
-void read_field(module_entry &entry, const char *name, const char *value) {
+void read_field(module_entry &entry, const cnfnode *node) {
+    const reading_entry here{node};
+    const char *name = cnfnode_getname(node);
+    const char *value = node->value ? node->value : "";
     for (const field &row : k_fields) {
         if (row.name != name) continue;
         if (row.text) entry.*row.text = value;
@@ -187,6 +195,9 @@ void read_field(module_entry &entry, const char *name, const char *value) {
         return;
     }
     daemon_log(LOG_ERR, "%s: unknown field %s\n", entry.name, name);
+    std::array<std::string_view, k_fields.size()> known;
+    std::ranges::transform(k_fields, known.begin(), &field::name);
+    complain_of_unknown(node, known);
 }
 
 /* A command that is only read from. */
@@ -215,6 +226,13 @@ llconf_item *make_item(module_entry &entry) {
     return nullptr;
 }
 
+/* Hooks of an instance that some machines do not have are left out without a word, as ever; who
+ * looks wants to know. */
+void complain_of_missing_module(const cnfnode *entry) {
+    if (g_only_checking && !is_skipped(entry))
+        complain(LOG_WARNING, "Warning: hooks of module '%s', which is not defined", entry->name);
+}
+
 /* The fields of a feature module's hooks. */
 struct hook_field {
     std::string_view name;
@@ -239,12 +257,18 @@ void attach_hook(llconf_item *lli, const cnfnode *node, fe_def *functions) {
         if (row.name != name) continue;
         const char *text = cnfnode_getval(node);
         fe_node *hook = text ? parse_fe_expression(text, functions) : nullptr;
-        if (!hook && text && errno == EBADMSG) log_expression_failure(lli->name);
+        if (!hook && text && errno == EBADMSG)
+            log_expression_failure(lli->name);
+        else if (!hook)
+            complain_of_silent();
         if (!hook) return;
         fe_node *&list = lli->*row.hooks;
         list = row.append ? append_fe_node_list(list, hook) : append_fe_node_list(hook, list);
         return;
     }
+    std::array<std::string_view, k_hook_fields.size()> known;
+    std::ranges::transform(k_hook_fields, known.begin(), &hook_field::name);
+    complain_of_unknown(node, known);
 }
 
 }  // namespace
@@ -252,6 +276,7 @@ void attach_hook(llconf_item *lli, const cnfnode *node, fe_def *functions) {
 int register_llconf_all(const char *modulesfile, fe_def *functions) {
     cnfmodule *parser = find_cnfmodule("tavconf");
     if (!parser) return 0;
+    const reading_file reading{modulesfile};
     owned_tree root{cnfmodule_parse_file(parser, modulesfile)};
     if (!root) {
         int reason = errno;
@@ -262,7 +287,9 @@ int register_llconf_all(const char *modulesfile, fe_def *functions) {
     }
     strip_cnftree(root.get());
     for (const cnfnode *entry = root->first_child; entry; entry = entry->next) {
+        const reading_entry here{entry};
         if (is_skipped(entry) || register_llconf_cn(entry, functions)) continue;
+        if (g_only_checking && errno == ENOENT) continue;
         daemon_log(LOG_ERR, "Unable to register module '%s' specified in file '%s'.\n", entry->name,
                    modulesfile);
     }
@@ -270,21 +297,25 @@ int register_llconf_all(const char *modulesfile, fe_def *functions) {
 }
 
 llconf_item *register_llconf_cn(const cnfnode *entry, fe_def *functions) {
+    const reading_entry here{entry};
     module_entry fields{.name = cnfnode_getname(entry), .functions = functions};
     if (!fields.name) return nullptr;
     for (const cnfnode *node = entry->first_child; node; node = node->next) {
-        const char *value = cnfnode_getval(node);
-        if (!is_skipped(node)) read_field(fields, cnfnode_getname(node), value ? value : "");
+        if (!is_skipped(node)) read_field(fields, node);
     }
     if (fields.lacks_memory) errno = ENOMEM;
     llconf_item *lli = fields.lacks_memory ? nullptr : make_item(fields);
-    if (!lli) return nullptr;
+    if (!lli) {
+        /* Told from a source that is not there. */
+        if (errno == ENOENT) errno = EINVAL;
+        return nullptr;
+    }
     if (register_llconf_module(lli) != 0) {
         destroy_llconf_item(lli);
         return nullptr;
     }
     int status = llconf_revert_cnftree(lli);
-    llconf_remove_leftovers(lli);
+    if (!g_only_checking) llconf_remove_leftovers(lli);
     return status == 0 ? lli : nullptr;
 }
 
@@ -311,7 +342,9 @@ int register_llconf_hooks_cn(fe_def *functions, const cnfnode *hooks) {
     errno_guard keep;
     llconf_item *list = lli_list_from_trns_ctx(g_trns_ctx);
     for (const cnfnode *entry = hooks ? hooks->first_child : nullptr; entry; entry = entry->next) {
+        const reading_entry here{entry};
         llconf_item *lli = find_llconf_item(list, cnfnode_getname(entry));
+        if (!lli) complain_of_missing_module(entry);
         if (!lli) continue;
         for (const cnfnode *node = entry->first_child; node; node = node->next) {
             if (!is_skipped(node)) attach_hook(lli, node, functions);

@@ -26,7 +26,8 @@ struct fe_def;
 int register_llconf_all(const char *modulesfile, struct fe_def *functions);
 
 /* Registers one entry of a modules file (already stripped) and reads its source. The item, which
- * belongs to the master context; null when it cannot be made or its source cannot be read. */
+ * belongs to the master context; null when it cannot be made or its source cannot be read, with
+ * errno ENOENT when there is only no source. */
 llconf_item *register_llconf_cn(const struct cnfnode *entry, struct fe_def *functions);
 
 /* The name of a field of an entry, with its colon, by its number from 0 on; null behind the last.

@@ -16,6 +16,7 @@
 #include "llconf/path.h"
 #include "session/limits.h"
 #include "session/session.h"
+#include "tree/definition.h"
 #include "ucfgd/owners.h"
 
 namespace {
@@ -63,19 +64,36 @@ int decimal(const char *text) {
     return static_cast<int>(std::clamp<long>(number, INT_MIN, INT_MAX));
 }
 
-/* A slip of the pen in one of these would leave the daemon without an archive, and nobody would
- * know. */
-void warn_of_commit_keys(const cnfnode *section) {
-    constexpr std::array<std::string_view, 3> k_known{"commits:", "commits-kept:", "commits-size:"};
-    for (const cnfnode *node = section->first_child; node; node = node->next) {
-        const std::string_view name = cnfnode_getname(node);
-        if (!name.starts_with("commit") || std::ranges::count(k_known, name) > 0) continue;
-        daemon_log(LOG_WARNING, "Warning: config/%s is unknown: %s", name.data(),
-                   "commits:, commits-kept: or commits-size:");
-    }
-}
+/* What else the main configuration may hold, by whom it is read. */
+constexpr std::string_view k_other_paths[] = {
+    "config/timeout:",
+    "config/access-override:", /* k_numbers */
+    "config/commits-kept:",
+    "config/commits-size:", /* archive */
+    "limits/**",            /* limits.cpp */
+    "users/*/access:",
+    "users/*/exec-user:", /* session_users */
+    "groups/*/access:",
+    "groups/*/exec-user:", /* session_users */
+    "listen/*/type:",
+    "listen/*/path:",
+    "listen/*/mode:", /* listen.cpp */
+    "listen/*/ip:",
+    "listen/*/host:",
+    "listen/*/port:", /* listen.cpp */
+    "listen/*/tls:",
+    "listen/*/authtype:", /* and log-in */
+    "authtype:",
+};
 
 }  // namespace
+
+void complain_of_unknown_keys(const cnfnode *root) {
+    std::array<std::string_view, std::size(k_files) + std::size(k_other_paths)> known;
+    const auto rest = std::ranges::transform(k_files, known.begin(), &file_entry::path).out;
+    std::ranges::copy(k_other_paths, rest);
+    complain_of_unknown_paths(root, known);
+}
 
 config_files read_config_files(const cnfnode *root) {
     errno_guard keep;
@@ -123,5 +141,4 @@ void parse_config(const cnfnode *root) {
         for (const number_entry &entry : k_numbers)
             if (entry.name == cnfnode_getname(node))
                 *entry.variable = decimal(cnfnode_getval(node));
-    warn_of_commit_keys(section);
 }

@@ -18,6 +18,9 @@ struct config_files {
     const char *commits; /* the directory of the commit archive; null for none */
 };
 
+/* Complains of entries that nobody reads. Every key of the main configuration is known to it. */
+void complain_of_unknown_keys(const cnfnode *root);
+
 /* The file entries, with the defaults for what is not given. This and the next throw std::bad_alloc
  * where memory is missing. */
 config_files read_config_files(const cnfnode *root);

@@ -55,6 +55,8 @@ long g_retry_ms = k_first_retry_ms;
 /* What still goes to the standard streams. */
 int g_verbosity = LOG_DEBUG;
 
+log_observer g_observer = nullptr;
+
 /* What openlog and setlogmask left. */
 const char *g_ident = nullptr;
 int g_options = 0;
@@ -212,12 +214,17 @@ void own_checked_syslog(int priority, int, const char *format, ...) {
 void daemon_logv(int priority, const char *format, va_list arguments) {
     const errno_guard keep;
     const log_line line{format, arguments};
+    if (g_observer && g_observer(priority, std::string{line.text()}.c_str())) return;
     if ((daemon_log_use & DAEMON_LOG_SYSLOG) != 0)
         send_to_syslog(priority | LOG_DAEMON, daemon_log_ident ? daemon_log_ident : "UNKNOWN",
                        getpid(), line.text());
     if (priority > g_verbosity) return;
     if ((daemon_log_use & DAEMON_LOG_STDERR) != 0) put(outs().error, line.with_newline());
     if ((daemon_log_use & DAEMON_LOG_STDOUT) != 0) put(outs().output, line.with_newline());
+}
+
+void log_set_observer(log_observer observer) {
+    g_observer = observer;
 }
 
 void daemon_set_verbosity(int verbosity) {

@@ -1,6 +1,7 @@
 #ifndef UCFGD_DAEMON_LOG_H
 #define UCFGD_DAEMON_LOG_H
 
+#include <stdbool.h>
 #include <stddef.h>
 
 /* Where everything that is logged leaves the process: log lines, trace lines and the protocol log.
@@ -21,6 +22,11 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+/* Who is asked before each log line, without newline, leaves the process; null for nobody. A line
+ * that is answered with true goes no further. */
+typedef bool (*log_observer)(int priority, const char *text);
+void log_set_observer(log_observer observer);
 
 /* Writes text, whole lines, to standard output (1) or standard error (2). */
 void log_text(int fd, const char *text, size_t size);

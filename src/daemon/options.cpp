@@ -36,6 +36,7 @@ constexpr option_row k_rows[] = {
     {"kill", no_argument, 'k', nullptr, &options::kill},
     {"use-syslog", no_argument, 'l', nullptr, &options::use_syslog},
     {"foreground", no_argument, 'n', nullptr, &options::foreground},
+    {"check", no_argument, 'K', nullptr, &options::check},
     {"dump-tree-to-path-and-exit", required_argument, 'D', &options::dump_path, nullptr},
     {"protocol-log", required_argument, 'P', &options::protocol_log, nullptr},
     {"help", no_argument, 'h', nullptr, &options::help},

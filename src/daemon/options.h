@@ -15,6 +15,7 @@ struct options {
     const char *debug_level = nullptr;
     const char *dump_path = nullptr;
     const char *protocol_log = nullptr;
+    bool check = false;
     bool kill = false;
     bool use_syslog = false;
     bool foreground = false;

@@ -20,6 +20,7 @@
 #include "archive/trials.h"
 #include "auth/session_auth.h"
 #include "backend/ll_trns.h"
+#include "backend/name_checks.h"
 #include "backend/registry.h"
 #include "backend/whole_commit.h"
 #include "daemon/config.h"
@@ -42,6 +43,7 @@
 #include "session/trial_functions.h"
 #include "tavevent/tavevent.h"
 #include "tree/ccdtree.h"
+#include "tree/definition.h"
 #include "tree/features.h"
 #include "tree/trns.h"
 #include "ucfgd/owners.h"
@@ -76,7 +78,12 @@ void report_configuration(int priority, const char *text, void * /*data*/) {
 }
 
 void report_expression(const char *text) {
-    daemon_log(LOG_ERR, "%s", text);
+    if (!fe_reported_entry()) {
+        daemon_log(LOG_ERR, "%s", text);
+        return;
+    }
+    const reading_entry here{fe_reported_entry()};
+    complain(LOG_ERR, "%s", text);
 }
 
 /* What the start cannot do without. */
@@ -123,8 +130,15 @@ bool read_main_configuration(const char *filename) {
         daemon_log(LOG_ERR, "Unable to find tavconf parser.  Broken libllconf?  Terminating.");
         return false;
     }
-    g_conftree = ucfgd_cnfmodule_parse_file(tavconf, filename);
-    if (g_conftree) return true;
+    owned_str full{needed(prefix_ucfgdconffilename(filename))};
+    const reading_file reading{full.get()};
+    g_conftree = cnfmodule_parse_file(tavconf, full.get());
+    if (g_conftree) {
+        done();
+        complain_of_unknown_keys(g_conftree);
+        parse_config(g_conftree); /* before the first pattern, whose memory it bounds */
+        return true;
+    }
     daemon_log(LOG_ERR, "Unable to read configuration from '%s'.  Terminating.", filename);
     daemon_log(LOG_ERR, "%s", cnf_error_text());
     return false;
@@ -143,7 +157,7 @@ void read_functions(const config_files &files, bool dumping) {
 /* Before the modules are read the files of an interrupted commit and of a trial that is over are
  * put back. What needs modules, commands and hooks, comes once the loop runs. */
 void open_archive(const config_files &files, bool dumping) {
-    if (!files.commits || dumping) return;
+    if (!files.commits || dumping || g_only_checking) return;
     owned_str directory{needed(prefix_ucfgdconffilename(files.commits))};
     const archive_bounds bounds = read_archive_bounds(g_conftree);
     if (archive_configure(directory.get(), bounds.kept, bounds.size) != 0) return;
@@ -193,8 +207,6 @@ bool build(const options &given) {
     }
     if (!read_main_configuration(given.config_file)) return false;
     config_files files = read_config_files(g_conftree);
-    done();
-    parse_config(g_conftree); /* before the first pattern, whose memory it bounds */
     read_functions(files, dumping);
     open_archive(files, dumping);
     read_backends(files, dumping);
@@ -224,10 +236,20 @@ void set_up_process(const options &given) {
     llconf_set_report(report_configuration, nullptr);
     fe_set_report(report_expression);
     if (given.debug_level) g_debug_level = std::atoi(given.debug_level);
-    if (given.use_syslog || !given.foreground) daemon_log_use = DAEMON_LOG_SYSLOG;
-    if (given.protocol_log) log_open_protocol(given.protocol_log);
+    if ((given.use_syslog || !given.foreground) && !given.check) daemon_log_use = DAEMON_LOG_SYSLOG;
+    if (given.protocol_log && !given.check) log_open_protocol(given.protocol_log);
     set_prefixes(given);
     raise_descriptor_limit();
+}
+
+/* As at the start, but for what leaves traces: nothing of the machine is changed. */
+int check(const options &given) {
+    check_begin();
+    name_checks_begin();
+    const bool built = build(given);
+    name_checks_finish();
+    shut_down();
+    return built && check_complaints() == 0 ? 0 : 1;
 }
 
 int run(int argc, char **argv) {
@@ -237,13 +259,14 @@ int run(int argc, char **argv) {
     options given;
     if (!read_options(argc, argv, given)) return 1;
     if (given.kill) return kill_running();
-    pid_t running = pid_file_owner();
+    const pid_t running = given.check ? -1 : pid_file_owner();
     if (running >= 0) {
         daemon_log(LOG_ERR, "daemon already running on pid file %u",
                    static_cast<unsigned int>(running));
         return 1;
     }
     set_up_process(given);
+    if (given.check) return check(given);
     if (!build(given)) return 1;
     if (given.dump_path) {
         int result = dump_trees(given.dump_path);

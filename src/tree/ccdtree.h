@@ -56,6 +56,7 @@ typedef struct ccdtree_node {
     struct ccdtree_node *last_child;
     struct ccdtree_index *children; /* null while there are few */
     unsigned int child_count;
+    int lacks_type; /* its "type:" names none that is defined: no value passes */
 } ccdtree_node;
 
 /* The roots. Made by the start-up code with create_ccdtree and destroyed at exit. */

@@ -1,13 +1,16 @@
 #include <libdaemon/dlog.h>
 #include <syslog.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdlib>
-#include <cstring>
 #include <string>
+#include <string_view>
 
 #include "fe/fe.h"
 #include "llconf/nodes.h"
 #include "tree/ccdtree_reader.h"
+#include "tree/definition.h"
 #include "tree/param_failure.h"
 #include "ucfgd/owners.h"
 
@@ -119,13 +122,14 @@ void store_len(const method_entry &entry) {
 
 void store_type(const method_entry &entry) {
     entry.node->type = find_ccd_type(g_types, entry.value());
+    entry.node->lacks_type = entry.node->type == nullptr;
     if (entry.node->type) return;
     daemon_log(LOG_WARNING, "Warning: Nonexistent type '%s' referred to by '%s'.  Ignoring.",
                entry.value(), text_of(entry.path()));
 }
 
 struct method_key {
-    const char *name;
+    std::string_view name;
     void (*store)(const method_entry &entry);
 };
 
@@ -153,10 +157,14 @@ constexpr method_key k_method_keys[] = {
 
 void ccdtree_parse_tree_func(ccdtree_node *node, const cnfnode *entry, fe_def *fed_list,
                              method_tails *tails) {
+    const reading_entry here{entry};
     for (const method_key &key : k_method_keys) {
-        if (std::strcmp(entry->name, key.name) == 0) {
+        if (key.name == entry->name) {
             key.store({node, entry, fed_list, tails});
             return;
         }
     }
+    std::array<std::string_view, std::size(k_method_keys) + 1> known{"include:"};
+    std::ranges::transform(k_method_keys, known.begin() + 1, &method_key::name);
+    complain_of_unknown(entry, known);
 }

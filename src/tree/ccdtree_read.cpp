@@ -17,6 +17,7 @@
 #include "llconf/modules.h"
 #include "llconf/nodes.h"
 #include "tree/ccdtree_reader.h"
+#include "tree/definition.h"
 #include "tree/root_glob.h"
 #include "ucfgd/owners.h"
 
@@ -140,6 +141,7 @@ void ccdtree_parse_tree_cn(ccdtree_node *current, const cnfnode *cn, const char 
     method_tails tails;
     for (const cnfnode *entry = cn->first_child; entry; entry = entry->next) {
         if (!count_entry()) return;
+        const reading_entry here{entry};
         if (std::strcmp(entry->name, "include:") == 0) {
             include_files(target, entry->value ? entry->value : "", source);
             tails = {};
@@ -188,6 +190,7 @@ void read_definitions(ccdtree_node *root, const char *filename, fe_def *fed_list
     owned_str full{prefix_ucfgdconffilename(filename)};
     if (!full) throw std::bad_alloc{};
     trace(4, "%s, path=%s\n", __func__, full.get());
+    const reading_file reading{full.get()};
     file_in_progress place{full.get()};
     if (place.circular()) {
         daemon_log(LOG_ERR, "Error: File '%s' is being read already and is not included again.",
@@ -226,6 +229,7 @@ int ccdtree_readconf_functions(const char *filename, fe_def *fed_list) {
     if (!module) return -1;
     owned_str full{prefix_ucfgdconffilename(filename)};
     if (!full) return -1;
+    const reading_file reading{full.get()};
     owned_tree tree = parse_stripped(module, full.get(),
                                      "Error: Unable to parse functions list from file '%s': %s");
     if (!tree) return -1;

@@ -13,8 +13,8 @@ struct method_tails {
     std::array<fe_node *, 6> last{};
 };
 
-/* Stores the method key `entry` ("get:" and the like) on the node. A key that is none is ignored.
- */
+/* Stores the method key `entry` ("get:" and the like) on the node. A key that is none is complained
+ * of and ignored. */
 void ccdtree_parse_tree_func(ccdtree_node *node, const cnfnode *entry, fe_def *fed_list,
                              method_tails *tails);
 

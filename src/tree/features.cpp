@@ -10,6 +10,7 @@
 #include <cstring>
 #include <new>
 #include <string>
+#include <string_view>
 
 #include "backend/registry.h"
 #include "daemon/dirs.h"
@@ -19,6 +20,7 @@
 #include "llconf/nodes.h"
 #include "llconf/path.h"
 #include "tree/ccdtree_reader.h"
+#include "tree/definition.h"
 #include "tree/root_glob.h"
 #include "ucfgd/owners.h"
 
@@ -30,6 +32,26 @@ using owned_tree = owned<cnfnode, destroy_cnftree>;
 using registration_function = int (*)(felib_base *);
 
 constexpr const char *k_tavconf = "tavconf";
+
+/* All that a feature module's file may hold. */
+constexpr const char *k_felib_name = "felib/name:";
+constexpr const char *k_felib_library = "felib/library:";
+constexpr const char *k_functions = "functions/file:";
+constexpr const char *k_plugin_name = "backends/llconf/library/name:";
+constexpr const char *k_plugin_library = "backends/llconf/library/library:";
+constexpr const char *k_modules = "backends/llconf/file:";
+constexpr const char *k_hooks = "backends/llconf/hooks/file:";
+struct plug {
+    const char *file;
+    const char *root;
+};
+constexpr plug k_param{"param/file:", "param/root:"};
+constexpr plug k_management{"management/file:", "management/root:"};
+
+constexpr std::string_view k_known[] = {k_felib_name,      k_felib_library, k_functions,
+                                        k_param.file,      k_param.root,    k_management.file,
+                                        k_management.root, k_plugin_name,   k_plugin_library,
+                                        k_modules,         k_hooks};
 
 /* Calls visit for every file of the directory with its complete name, and finish with their number
  * and the pattern. Returns the last result that was not 0. */
@@ -92,13 +114,14 @@ int register_library(felib_base *base, const char *library, const char *name) {
 int load_library_of(felib_base *base, const char *file) {
     cnfmodule *tavconf = find_cnfmodule(k_tavconf);
     if (!tavconf) return 1;
+    const reading_file reading{file};
     owned_tree tree{cnfmodule_parse_file(tavconf, file)};
     if (!tree) {
         log_unread(file);
         return 1;
     }
-    const char *name = cnf_get_entry(tree.get(), "felib/name:");
-    const char *library = cnf_get_entry(tree.get(), "felib/library:");
+    const char *name = cnf_get_entry(tree.get(), k_felib_name);
+    const char *library = cnf_get_entry(tree.get(), k_felib_library);
     if (!name || !library) {
         trace(2, "Feature module '%s' does not specify an felib library.", file);
         return 1;
@@ -107,19 +130,20 @@ int load_library_of(felib_base *base, const char *file) {
     return register_library(base, library, name);
 }
 
-/* Reads the definition file that a section names into the tree, at the node that it names. */
-void feature_plug_tree(ccdtree_node *tree, const cnfnode *section, fe_def *fed_list) {
-    const char *file = section ? cnf_get_entry(section, "file:") : nullptr;
+/* Reads the definition file that the module names into the tree, at the node that it names. */
+void feature_plug_tree(ccdtree_node *tree, const cnfnode *module, const plug &keys,
+                       fe_def *fed_list) {
+    const char *file = cnf_get_entry(module, keys.file);
     if (!file) return;
-    const char *root = cnf_get_entry(section, "root:");
+    const char *root = cnf_get_entry(module, keys.root);
     bool at_top = !root || std::strcmp(root, "/") == 0;
     ccdtree_node *node = at_top ? tree : find_or_create_ccdtree_path(tree, root);
     if (node) ccdtree_readconf(node, file, fed_list);
 }
 
 /* A file with backend modules or hooks, or null after a line in the log. */
-owned_tree parse_backend_file(cnfmodule *tavconf, const char *file) {
-    owned_tree tree{ucfgd_cnfmodule_parse_file(tavconf, file)};
+owned_tree parse_backend_file(cnfmodule *tavconf, const char *file, const owned_str &full) {
+    owned_tree tree{full ? cnfmodule_parse_file(tavconf, full.get()) : nullptr};
     if (!tree) {
         daemon_log(LOG_WARNING, "Unable to parse module configuration from '%s'.", file);
         log_parse_failure();
@@ -143,22 +167,30 @@ void register_plugin(const char *name, const char *library) {
 }
 
 void add_backends(cnfmodule *tavconf, const cnfnode *module, fe_def *fed_list) {
-    const char *name = cnf_get_entry(module, "backends/llconf/library/name:");
-    const char *library = cnf_get_entry(module, "backends/llconf/library/library:");
+    const char *name = cnf_get_entry(module, k_plugin_name);
+    const char *library = cnf_get_entry(module, k_plugin_library);
     if (name && library) register_plugin(name, library);
-    const char *file = cnf_get_entry(module, "backends/llconf/file:");
+    const char *file = cnf_get_entry(module, k_modules);
     if (!file) return;
-    owned_tree modules = parse_backend_file(tavconf, file);
+    owned_str full{prefix_ucfgdconffilename(file)};
+    const reading_file reading{full.get()};
+    owned_tree modules = parse_backend_file(tavconf, file, full);
     if (!modules) return;
     for (const cnfnode *entry = modules->first_child; entry; entry = entry->next) {
-        register_llconf_cn(entry, fed_list);
+        if (entry->name[0] == '.' || register_llconf_cn(entry, fed_list) || errno == ENOENT)
+            continue;
+        const reading_entry here{entry};
+        daemon_log(LOG_ERR, "Unable to register module '%s' specified in file '%s'.", entry->name,
+                   full.get());
     }
 }
 
 void add_hooks(cnfmodule *tavconf, const cnfnode *module, fe_def *fed_list) {
-    const char *file = cnf_get_entry(module, "backends/llconf/hooks/file:");
+    const char *file = cnf_get_entry(module, k_hooks);
     if (!file) return;
-    owned_tree hooks = parse_backend_file(tavconf, file);
+    owned_str full{prefix_ucfgdconffilename(file)};
+    const reading_file reading{full.get()};
+    owned_tree hooks = parse_backend_file(tavconf, file, full);
     if (hooks) register_llconf_hooks_cn(fed_list, hooks.get());
 }
 
@@ -195,16 +227,18 @@ int config_feature_module(ccdtree_node *param_root, ccdtree_node *mgmt_root, fel
                           const char *file, int with_backends) {
     cnfmodule *tavconf = find_cnfmodule(k_tavconf);
     if (!tavconf) return -1;
+    const reading_file reading{file};
     owned_tree module{cnfmodule_parse_file(tavconf, file)};
     if (!module) {
         /* Everything else the first pass has said. */
         if (errno == ENOMEM) log_unread(file);
         return -1;
     }
-    const char *functions = cnf_get_entry(module.get(), "functions/file:");
+    complain_of_unknown_paths(module.get(), k_known);
+    const char *functions = cnf_get_entry(module.get(), k_functions);
     if (functions) ccdtree_readconf_functions(functions, base->fed_list);
-    feature_plug_tree(param_root, cnf_get_node(module.get(), "param"), base->fed_list);
-    feature_plug_tree(mgmt_root, cnf_get_node(module.get(), "management"), base->fed_list);
+    feature_plug_tree(param_root, module.get(), k_param, base->fed_list);
+    feature_plug_tree(mgmt_root, module.get(), k_management, base->fed_list);
     if (with_backends) add_backends(tavconf, module.get(), base->fed_list);
     add_hooks(tavconf, module.get(), base->fed_list);
     return 0;

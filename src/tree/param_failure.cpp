@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "tree/definition.h"
 #include "tree/param_context.h"
 #include "ucfgd/uptime.h"
 
@@ -96,7 +97,7 @@ void log_expression_failure(const char *place) {
     std::snprintf(reason.data(), reason.size(), "%s",
                   errno == ENOMEM ? std::strerror(ENOMEM) : fe_error_text());
     daemon_log(LOG_ERR, "Error: Parsing tree failed at '%s'.", place);
-    daemon_log(LOG_ERR, "%s", reason.data());
+    complain_of_expression(reason.data());
 }
 
 const char *ccd_failure_text(int error) {

@@ -82,6 +82,13 @@ const fe_node *method_of(const ccdtree_node *node, value_action action) {
     return node->func_sanity ? node->func_sanity : get_type_validation_func(node->type);
 }
 
+/* The definition meant to check, and nobody knows what. */
+int refuse_without_type() {
+    ccd_set_error("The type of this parameter is not defined", "error.type.undefined");
+    errno = EINVAL;
+    return k_refused;
+}
+
 const char *key_of(value_action action) {
     switch (action) {
         case value_action::set:
@@ -114,7 +121,10 @@ int ccd_param_ppath_value(backend_ctx *ctx, const param_path *path, const char *
     owned_context own = create_method_context(ctx, nullptr);
     if (!own || fe_set(own.get(), "_", text.get()) != 0) return k_no_result;
     if (!enter_path(own.get(), path)) return k_no_result;
-    if (action == value_action::sanity) ccd_clear_error();
+    if (action == value_action::sanity) {
+        ccd_clear_error();
+        if (node->lacks_type) return refuse_without_type();
+    }
     const fe_node *method = method_of(node, action);
     if (method) return run_verdict(own.get(), method, key_of(action), path);
     if (action != value_action::sanity) {

@@ -2,7 +2,10 @@
 
 #include <libdaemon/dlog.h>
 #include <strings.h>
+#include <syslog.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstddef>
 #include <cstdlib>
@@ -17,6 +20,7 @@
 #include "llconf/modules.h"
 #include "llconf/nodes.h"
 #include "tree/arguments.h"
+#include "tree/definition.h"
 #include "tree/param_failure.h"
 #include "ucfgd/owners.h"
 #include "ucfgd/slist.h"
@@ -34,7 +38,11 @@ using owned_expression = owned<fe_node, destroy_fe_node_tree>;
 void replace_expression(ccd_type *type, fe_node **field, const char *text, fe_def *fed_list) {
     owned_expression old{*field};
     *field = parse_fe_expression(text, fed_list);
-    if (*field || errno != EBADMSG) return;
+    if (*field) return;
+    if (errno != EBADMSG) {
+        complain_of_silent();
+        return;
+    }
     log_expression_failure(type->name);
     *field = create_fe_node(g_fed_unparsed, text);
 }
@@ -64,7 +72,7 @@ void read_flags(ccd_type *type, const char *value, fe_def *) {
 }
 
 struct type_key {
-    const char *name;
+    std::string_view name;
     void (*read)(ccd_type *type, const char *value, fe_def *fed_list);
 };
 
@@ -76,12 +84,17 @@ constexpr type_key k_keys[] = {{"parent-type:", read_parent},
                                {"flags:", read_flags}};
 
 void read_entry(ccd_type *type, const cnfnode *entry, fe_def *fed_list) {
+    const reading_entry here{entry};
     for (const type_key &key : k_keys) {
-        if (std::strcmp(entry->name, key.name) == 0) {
+        if (key.name == entry->name) {
             key.read(type, entry->value ? entry->value : "", fed_list);
             return;
         }
     }
+    if (entry->name[0] == '.') return;
+    std::array<std::string_view, std::size(k_keys)> known;
+    std::ranges::transform(k_keys, known.begin(), &type_key::name);
+    complain_of_unknown(entry, known);
     trace(2, "Warning: Unknown node \"%s\" in type \"%s\".\n", entry->name, type->name);
 }
 
@@ -100,7 +113,7 @@ ccd_type *read_types(const cnfnode *tree, fe_def *fed_list) {
 }
 
 /* When all are known, so that a parent may stand behind its children. */
-void resolve_parents(ccd_type *list) {
+void resolve_parents(ccd_type *list, const cnfnode *tree) {
     std::unordered_map<std::string_view, ccd_type *> by_name;
     for (ccd_type *type = list; type; type = type->next) {
         by_name.emplace(type->name, type);
@@ -113,6 +126,9 @@ void resolve_parents(ccd_type *list) {
         if (parent != by_name.end()) {
             type->parent_type = parent->second;
         } else {
+            const reading_entry here{find_node(tree->first_child, type->name)};
+            complain(LOG_WARNING, "Warning: type '%s' has parent '%s', which is not defined",
+                     type->name, name);
             trace(2, "read_ccd_types: type \"%s\" has undefined parent \"%s\". Ignoring.",
                   type->name, name);
         }
@@ -172,7 +188,10 @@ ccd_type *types_readconf(const char *filename, fe_def *fed_list) {
         trace(0, "error finding module tavconf\n");
         return nullptr;
     }
-    owned<cnfnode, destroy_cnftree> tree{ucfgd_cnfmodule_parse_file(module, filename)};
+    owned_str full{prefix_ucfgdconffilename(filename)};
+    if (!full) return nullptr;
+    const reading_file reading{full.get()};
+    owned<cnfnode, destroy_cnftree> tree{cnfmodule_parse_file(module, full.get())};
     if (!tree) {
         /* A system without types is no error, a file that cannot be read is one. */
         if (errno != ENOENT) daemon_log(LOG_ERR, "%s", cnf_error_text());
@@ -181,7 +200,7 @@ ccd_type *types_readconf(const char *filename, fe_def *fed_list) {
     strip_cnftree(tree.get());
     owned<ccd_type, destroy_ccd_type_list> types{read_types(tree.get(), fed_list)};
     try {
-        resolve_parents(types.get());
+        resolve_parents(types.get(), tree.get());
     } catch (const std::bad_alloc &) {
         errno = ENOMEM;
         return nullptr;

@@ -115,6 +115,7 @@ std::string document_test::shell(std::string command) const {
 
 void document_test::restart() {
     if (pid() != 0) stop();
+    EXPECT_EQ(run({"--check"}).err, "");
     start();
 }
 
@@ -126,7 +127,8 @@ void document_test::run_console(const std::string &text) {
         if (command == "systemctl restart ucfgd") return restart();
         if (command.empty()) return;
         if (pid() == 0 && command.find("ucfgsh ") != std::string::npos) start();
-        const std::string printed = shell(command);
+        const std::string printed =
+            std::regex_replace(shell(command), std::regex{path("") + "/"}, "/");
         EXPECT_TRUE(fits(printed, expected)) << "$ " << command << "\n" << printed;
     };
     for (std::string line; std::getline(lines, line);) {

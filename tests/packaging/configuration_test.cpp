@@ -213,6 +213,7 @@ TEST_F(Configuration, RefusalsSayWhatIsWrong) {
 }
 
 TEST_F(Configuration, WhatIsNotInstalledIsNoTroubleUntilItIsSet) {
+    EXPECT_EQ(run({"--check"}).err, "");
     start();
     EXPECT_EQ(complaints(), "");
     client c = logged_in();
@@ -243,6 +244,7 @@ TEST_F(Configuration, AnyAreaCanBeDropped) {
         const std::string name = entry.path();
         fs::rename(name, name + ".dropped");
         fs::remove(path(".log"));
+        EXPECT_EQ(run({"--check"}).err, "") << name;
         start();
         EXPECT_EQ(complaints(), "") << name;
         client c = logged_in();

@@ -292,6 +292,47 @@ TEST_F(Startup, BrokenExpressionsAndModulesCostOnlyThemselves) {
     EXPECT_EQ(c.ask("a HELP odd"), "a.1 h\na OK\n");
 }
 
+TEST_F(Startup, ACheckTellsTheFileLineAndColumnOfEveryComplaintAndTouchesNothing) {
+    append("/etc/ucfgd/ucfgd.conf", "confg {\n timeout: 5\n}\nconfig {\n commits: /archive\n}\n");
+    put("/etc/ucfgd/functions.conf",
+        "f {\n agrs: a\n expr: $a\n}\ng {\n expr: f(1, 2) .. substr()\n}\n");
+    put("/etc/ucfgd/types.conf", "t {\n validtion: 1\n parent-type: no\n}\n");
+    append("/etc/ucfgd/modules.conf",
+           "late {\n module: lines\n file: /etc/late\n}\n"
+           "box2 {\n module: keyvalue\n file: /etc/box.conf\n flgs: create\n pre-read: "
+           "system('touch ' .. '/x')\n}\n");
+    put("/etc/ucfgd/param.conf",
+        "access: in($perm, 'r', 'w')\nodd {\n type: nosuch\n get: llget('bx', 'name')\n set: '1'\n"
+        " santiy: \"istype($_, 'x')\"\n help: ('ä' ..\n   x)\n}\n");
+    const std::string conf = path("/etc/ucfgd/");
+    const std::vector<std::string> expected = {
+        "ucfgd.conf:",
+        "confg' is unknown and has no effect; did you mean 'config'?",
+        "functions.conf:2:2: function 'f': unknown field 'agrs:'; did you mean 'args:'?",
+        "functions.conf:6:2: Warning: function 'f' takes fewer arguments than are given here",
+        "functions.conf:6:2: Warning: function 'substr' takes more arguments than are given here",
+        "types.conf:2:2: Warning: 'validtion:' is unknown and has no effect; did you mean "
+        "'validation:'?",
+        "types.conf:1:1: Warning: type 't' has parent 'no', which is not defined",
+        "flgs:' is unknown and has no effect; did you mean 'flags:'?",
+        "param.conf:3:2: Warning: Nonexistent type 'nosuch' referred to by 'odd.type:'.  Ignoring.",
+        "param.conf:6:2: Warning: 'santiy:' is unknown and has no effect; did you mean 'sanity:'?",
+        "param.conf:8:5: column 10: expected",
+        "param.conf:4:7: Warning: there is no module 'bx'"};
+    const program_result result = run({"--check"});
+    EXPECT_EQ(result.status, 1);
+    for (const std::string &text : expected)
+        EXPECT_NE(result.err.find(text), std::string::npos) << text << "\n" << result.err;
+    EXPECT_EQ(result.err.find("late"), std::string::npos) << result.err;
+    for (const char *made : {"/x", "/archive", "/dev/ucfgd", ".log"})
+        EXPECT_EQ(file(made), "<missing>");
+    EXPECT_FALSE(std::filesystem::exists(k_pid_file));
+    start();
+    EXPECT_TRUE(logged(conf + "param.conf:6:2: Warning: 'santiy:' is unknown"));
+    EXPECT_EQ(logged_in().ask("a SET odd 1"),
+              "a.error error.type.undefined\na ERR The type of this parameter is not defined\n");
+}
+
 TEST_F(Startup, ChosenLocaleIsWhatCommandsGet) {
     put("/etc/ucfgd/param.conf",
         "access: $perm == 'r'\nlocale {\n get: readlinespipe('echo $LC_ALL $LANG')\n}\n");

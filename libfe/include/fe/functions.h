@@ -71,6 +71,10 @@ fe_def *find_fe_def(fe_def *list, const char *name);
  */
 fe_def *felib_parse_functions_cn(const struct cnfnode *tree, fe_def *list);
 
+/* For handlers of reports and observers of the parser, while they run: the entry or the field of
+ * the functions file that they hear about; null for something else. */
+const struct cnfnode *fe_reported_entry(void);
+
 #ifdef __cplusplus
 }
 #endif

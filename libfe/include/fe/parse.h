@@ -25,6 +25,16 @@ extern "C" {
  */
 fe_node *parse_fe_expression(const char *text, fe_def *list);
 
+/* Is shown every expression that is parsed, with an owner of its own: null for nobody, as at the
+ * beginning. */
+typedef void (*fe_parse_observer)(const fe_node *expression);
+void fe_set_parse_observer(fe_parse_observer observer);
+
+/* 0 when a call has as many arguments as its function takes, as far as that can be told without an
+ * evaluation (an argument may give several values, never none). Otherwise -1 for too few, 1 for too
+ * many. Functions of others take what they like. */
+int fe_count_fits(const fe_node *call);
+
 /* Why the last parse that failed did so; the empty text when none has. Lives until the next
  * parse fails. */
 const char *fe_error_text(void);

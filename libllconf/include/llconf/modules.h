@@ -135,6 +135,9 @@ int llconf_check_library(const char *path);
  * null. Borrowed until the next failure. */
 const char *cnf_error_text(void);
 
+/* The column in that line, in characters from 1 on; 0 where no line is named. */
+size_t cnf_error_column(void);
+
 /* Sets who hears what the library has to say beyond results: priority (of syslog), one line without
  * a line end, and data. Null: nobody. */
 typedef void (*llconf_report)(int priority, const char *text, void *data);

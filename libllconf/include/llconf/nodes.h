@@ -103,6 +103,18 @@ struct cnf_source *cnfnode_hold_source(const struct cnfnode *node);
 const char *cnf_source_text(const struct cnf_source *source, size_t *length);
 void cnf_release_source(struct cnf_source *source);
 
+/* A place in a file; both numbers count from 1, the column in characters. */
+struct cnf_place {
+    size_t line;
+    size_t column;
+};
+
+/* Where in its text a node begins, whatever has become of the tree since. For a file of the parser
+ * "tavconf", value_at from 0 on is the number of a byte of the value as it was read, and the place
+ * is that of this byte. 0, or -1 (EINVAL) for a node that no parser read. Reads the text up to
+ * there. */
+int cnfnode_place(const struct cnfnode *node, long value_at, struct cnf_place *place);
+
 /* Removes every formatting node below root, at every depth. */
 void strip_cnftree(struct cnfnode *root);
 

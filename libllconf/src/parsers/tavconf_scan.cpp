@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
+#include <vector>
 
 namespace llconf {
 namespace {
@@ -81,7 +83,25 @@ std::string unescape(std::string_view text, bool with_controls) {
 /* Scans a value line by line; a parenthesis or a backslash makes it go on. */
 class value_scanner {
   public:
-    value_scanner(std::string_view text, tav_item &item) : text_(text), item_(item) {}
+    value_scanner(std::string_view text, tav_item &item, bool traced = false)
+        : text_(text), item_(item), traced_(traced) {}
+
+    /* Where the byte of the value with that number stands. Only once a run has found a value. */
+    std::size_t source_of(std::size_t at) const {
+        if (segments_.empty()) return item_.value_at;
+        if (one_string_) {
+            std::size_t source = segments_.front().source + 1;
+            for (; at > 0 && source < text_.size(); --at) {
+                bool escaped = text_[source] == '\\' && source + 1 < text_.size() &&
+                               std::strchr("\"\\nt", text_[source + 1]);
+                source += escaped ? 2 : 1;
+            }
+            return source;
+        }
+        auto behind = std::ranges::upper_bound(segments_, at, {}, &segment::value);
+        const segment &in = *std::prev(behind);
+        return in.source + (at - in.value);
+    }
 
     void run(std::size_t pos) {
         while (scan_line(pos)) {
@@ -121,12 +141,15 @@ class value_scanner {
         return goes_on;
     }
 
-    void append(std::string_view segment) {
-        if (segment.empty()) return;
-        one_string_ = item_.value.empty() && segment.size() > 1 && segment.front() == '"' &&
-                      closing_quote(segment, 0) == segment.size() - 1;
+    void append(std::string_view piece) {
+        if (piece.empty()) return;
+        one_string_ = item_.value.empty() && piece.size() > 1 && piece.front() == '"' &&
+                      closing_quote(piece, 0) == piece.size() - 1;
         if (!item_.value.empty()) item_.value += ' ';
-        item_.value += segment;
+        if (traced_)
+            segments_.push_back(
+                {item_.value.size(), static_cast<std::size_t>(piece.data() - text_.data())});
+        item_.value += piece;
     }
 
     /* Counts parentheses up to the comment. Once a quote has no partner on the line, no later one
@@ -153,8 +176,16 @@ class value_scanner {
         return content.size();
     }
 
+    /* A part of the value that stands on one line. */
+    struct segment {
+        std::size_t value;   // where it begins in the value
+        std::size_t source;  // and in the text
+    };
+
     std::string_view text_;
     tav_item &item_;
+    bool traced_;
+    std::vector<segment> segments_;
     std::size_t depth_ = 0;
     std::size_t open_at_ = 0;
     std::size_t last_line_ = 0;
@@ -286,6 +317,16 @@ tav_item tav_scan(std::string_view text, std::size_t pos) {
         line_scanner(text, start, item).run();
     }
     return item;
+}
+
+std::size_t tav_value_source(std::string_view text, std::size_t at) {
+    tav_item item = tav_scan(text, 0);
+    if (item.kind != tav_kind::key) return 0;
+    item.value.clear();
+    item.comment.clear();
+    value_scanner scanner(text, item, true);
+    scanner.run(item.value_at);
+    return std::min(scanner.source_of(at), text.size());
 }
 
 bool tav_write_name(std::string_view name, bool lone, std::string &out) {

@@ -29,6 +29,9 @@ struct tav_item {
 /* The item that begins at pos, which is the start of a line. */
 tav_item tav_scan(std::string_view text, size_t pos);
 
+/* The offset in the text of a key at which byte number `at` of its value stands. */
+size_t tav_value_source(std::string_view text, size_t at);
+
 /* Spells a name. A lone one stands on its line with nothing behind it. False: no spelling. */
 bool tav_write_name(std::string_view name, bool lone, std::string &out);
 
