@@ -52,7 +52,7 @@ _ucfgsh() {
     if ((${#words[@]} == 0)) && [[ $cur == -* ]]; then
         mapfile -t COMPREPLY < <(compgen -W "--socket --host --port --timeout --user
             --password-file --perms --force --session --keep --file --continue --commit --check
-            --diff-node --json --plain --color --help --version" -- "$cur")
+            --diff-node --json --quiet --plain --color --help --version" -- "$cur")
         return
     fi
 

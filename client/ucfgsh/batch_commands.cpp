@@ -101,23 +101,28 @@ void print_batch(shell &sh, const std::vector<batch_item> &items, const ucfg_bat
     }
 }
 
-owned_json batch_json(const std::vector<batch_item> &items, const ucfg_batch &batch, bool applied) {
+void tell_batch_json(shell &sh, const std::vector<batch_item> &items, const ucfg_batch &batch) {
     owned_json list{json_array()};
     for (size_t i = 0; i < batch.count; i++) {
         const ucfg_item_result &result = batch.results[i];
-        owned_json item =
-            json_object_of({{"item", items[i].typed}, {"status", ucfg_code_name(result.code)}});
-        if (result.code != k_ucfg_ok) json_put(item, "text", json_text(result.text));
-        if (result.id) {
-            json_put(item, "id", json_text(result.id));
-            json_put(item, "arguments", json_list(to_vector(result.args)));
-        }
+        bool fine = result.code == k_ucfg_ok;
+        owned_json item = json_object_of({{"item", items[i].typed}});
+        json_put(item, "ok", owned_json{json_boolean(fine)});
         json_array_append_new(list.get(), item.release());
+        if (fine) continue;
+        add_error(sh, {.status = ucfg_code_name(result.code),
+                       .message = readable(result.text),
+                       .path = print_path(items[i].what.path),
+                       .id = result.id ? result.id : "",
+                       .args = to_vector(result.args)});
     }
     owned_json object{json_object()};
-    json_put(object, "ok", owned_json{json_boolean(applied)});
     json_put(object, "items", std::move(list));
-    return object;
+    sh.out.document(std::move(object));
+}
+
+std::string count_text(size_t count) {
+    return std::to_string(count) + (count == 1 ? " change" : " changes");
 }
 
 }  // namespace
@@ -140,11 +145,11 @@ int run_submit(shell &sh, const arguments &args) {
     if (!batch) return report_failure(sh, "submit", code);
     bool applied = code == k_ucfg_ok;
     if (sh.out.json()) {
-        sh.out.document(batch_json(items, *batch, applied));
+        tell_batch_json(sh, items, *batch);
         return status_of(code, "");
     }
     print_batch(sh, items, *batch, applied);
-    if (applied) return k_exit_done;
+    if (applied) return report_done(sh, sh.interactive ? "" : count_text(items.size()) + " made");
     std::string text = ucfg_text(sh.link.conn());
     sh.out.complain(sh.prefix + "nothing of the batch was applied" +
                     (text.empty() ? "" : ": " + readable(text)));

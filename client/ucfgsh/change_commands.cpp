@@ -1,5 +1,6 @@
 /* Single changes, and what a session may ask about its changes. */
 #include "ucfgsh/change_input.h"
+#include "ucfgsh/secrets.h"
 #include "ucfgsh/teach.h"
 
 namespace ucfgsh {
@@ -24,14 +25,41 @@ std::optional<std::string> take_value(shell &sh, const arguments &args) {
     return typed.text;
 }
 
+constexpr size_t k_shown_value = 60;
+
+std::string told_value(shell &sh, const order &what) {
+    if (what.value.size() > k_shown_value || what.value.find('\n') != std::string::npos ||
+        is_secret(sh.link, what.path))
+        return "";
+    return " to " + show_value(what.value);
+}
+
+std::string told_change(shell &sh, const order &what, const std::string &subject) {
+    switch (what.op) {
+        case k_ucfg_set:
+            return "set " + subject + told_value(sh, what);
+        case k_ucfg_add:
+            return "added " + subject;
+        case k_ucfg_del:
+            return "deleted " + subject;
+        case k_ucfg_move:
+            return "moved " + subject + " to " + show_value(what.second);
+    }
+    return "";
+}
+
 /* A single change: of a set, asking twice does no harm. */
-int make_change(shell &sh, order what, const std::string &subject, bool one_word = false) {
-    const char *word = word_of(what.op);
-    attempt tried{*word, k_ucfg_parameters, what.path, what.value, one_word};
-    after_loss policy = what.op == k_ucfg_set ? after_loss::repeat : after_loss::report;
-    int code = run_step(sh, policy, {std::move(what)});
-    return code == k_ucfg_ok ? report_done(sh, word, subject)
-                             : report_failure(sh, subject, code, tried);
+int make_change(shell &sh, const order &what, bool one_word = false) {
+    bool of_list = what.op != k_ucfg_set;
+    attempt tried{*word_of(what.op), k_ucfg_parameters, what.path, what.value, one_word};
+    std::string subject = print_path(what.path);
+    if (of_list)
+        subject = print_path(take_text(ucfg_path_append(what.path.c_str(), what.value.c_str())));
+    after_loss policy = of_list ? after_loss::report : after_loss::repeat;
+    int code = run_step(sh, policy, {what});
+    if (code != k_ucfg_ok) return report_failure(sh, subject, code, tried);
+    return report_done(sh, tells(sh) ? told_change(sh, what, subject) : "",
+                       json_object_of({{"path", subject}}));
 }
 
 }  // namespace
@@ -43,43 +71,38 @@ int run_set(shell &sh, const arguments &args) {
     if (!value) return k_exit_usage;
     int status = refuse_stray(sh, k_ucfg_parameters, *path);
     if (status != k_exit_done) return status;
-    return make_change(sh, {k_ucfg_set, *path, *value}, print_path(*path));
+    return make_change(sh, {k_ucfg_set, *path, *value});
 }
 
 int run_add(shell &sh, const arguments &args) {
     auto what = take_entry(sh, args.words);
     if (!what) return k_exit_usage;
-    return make_change(sh, {k_ucfg_add, what->list, what->name},
-                       print_path(what->list) + " " + quote_word(what->name),
-                       args.words.size() == 1);
+    return make_change(sh, {k_ucfg_add, what->list, what->name}, args.words.size() == 1);
 }
 
 int run_del(shell &sh, const arguments &args) {
     auto what = take_entry(sh, args.words);
     if (!what) return k_exit_usage;
-    return make_change(sh, {k_ucfg_del, what->list, what->name},
-                       print_path(what->list) + " " + quote_word(what->name),
-                       args.words.size() == 1);
+    return make_change(sh, {k_ucfg_del, what->list, what->name}, args.words.size() == 1);
 }
 
 int run_move(shell &sh, const arguments &args) {
     auto path = take_path(sh, args.words[0]);
     if (!path) return k_exit_usage;
-    return make_change(sh, {k_ucfg_move, *path, args.text(1), args.text(2)},
-                       print_path(*path) + " " + quote_word(args.text(1)));
+    return make_change(sh, {k_ucfg_move, *path, args.text(1), args.text(2)});
 }
 
 namespace {
 
-int simple(shell &sh, const char *name, int (*request)(ucfg_conn *)) {
+int simple(shell &sh, const char *name, int (*request)(ucfg_conn *), const char *done) {
     int code = sh.link.call(after_loss::repeat, request);
-    return code == k_ucfg_ok ? report_done(sh, name, name) : report_failure(sh, name, code);
+    return code == k_ucfg_ok ? report_done(sh, done) : report_failure(sh, name, code);
 }
 
 }  // namespace
 
 int run_revert(shell &sh, const arguments &) {
-    int status = simple(sh, "revert", ucfg_revert);
+    int status = simple(sh, "revert", ucfg_revert, "the changes are dropped");
     if (status != k_exit_done) return status;
     sh.changes.clear();
     sh.orders.steps.clear();
@@ -87,11 +110,11 @@ int run_revert(shell &sh, const arguments &) {
 }
 
 int run_update(shell &sh, const arguments &) {
-    return simple(sh, "update", ucfg_update);
+    return simple(sh, "update", ucfg_update, "the session is up to date");
 }
 
 int run_current(shell &sh, const arguments &) {
-    return simple(sh, "current", ucfg_current);
+    return simple(sh, "current", ucfg_current, "nobody else has committed");
 }
 
 int run_dirty(shell &sh, const arguments &) {

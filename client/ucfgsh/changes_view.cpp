@@ -80,16 +80,20 @@ owned_json changes_json(const change_set &set, bool dirty) {
     }
     owned_json object{json_object()};
     json_put(object, "dirty", owned_json{json_boolean(dirty)});
-    json_put(object, "values", std::move(values));
+    json_put(object, "changes", std::move(values));
     json_put(object, "orders", std::move(orders));
     return object;
 }
 
 int show_file_diff(shell &sh) {
     if (!sh.opts.diff_node) return run_diff(sh, {});
-    arguments info;
-    info.words.push_back({*sh.opts.diff_node, *sh.opts.diff_node, 0});
-    return run_info(sh, info);
+    char *text = nullptr;
+    int code = sh.link.call(after_loss::repeat, [&](ucfg_conn *conn) {
+        return ucfg_info(conn, sh.opts.diff_node->c_str(), nullptr, 0, &text);
+    });
+    owned_str diff{text};
+    if (code != k_ucfg_ok) return report_failure(sh, *sh.opts.diff_node, code);
+    return show_lines(sh, split_lines(diff.get()));
 }
 
 /* A value on one line, with a backslash and an n where it had newlines, and two backslashes for

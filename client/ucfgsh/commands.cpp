@@ -44,7 +44,7 @@ constexpr std::array k_commands{
             "move or rename an entry, as the list defines it"},
     command{"list", run_list, "rm", "p", 0, 1, k_r, false, "[-r] [-m] [PATH]",
             "names below a node (-r: all levels, -m: management tree)"},
-    command{"show", run_show, "m", "p", 0, 1, k_r, false, "[-m] [PATH]",
+    command{"show", run_show, "m", "p", 0, 1, k_x, false, "[-m] [PATH]",
             "a tree with its values (-m: management tree)"},
     command{"cd", run_cd, "", "p", 0, 1, k_r, false, "[PATH]",
             "begin paths at a section; .PATH begins at the root, \"..\" is one level up"},
@@ -205,6 +205,7 @@ std::vector<std::string> flags_of(const command &row) {
 int run_command(shell &sh, const std::vector<word> &line) {
     if (line.empty()) return k_exit_done;
     const command *row = find_command(line.front().text);
+    sh.out.begin_answer(row ? row->name : line.front().text);
     if (!row) return complain_usage(sh, unknown_command(line.front().text));
     arguments args;
     size_t at = 0;
@@ -217,7 +218,10 @@ int run_command(shell &sh, const std::vector<word> &line) {
     sh.changes.follow(sh.link);
     /* A set changes no list; a script may give thousands of them. */
     if (row->perms != k_r && row->run != run_set) sh.names.forget();
-    return row->run(sh, args);
+    status = row->run(sh, args);
+    if (status != k_exit_done && sh.out.json() && !sh.out.has_errors())
+        report_failure(sh, std::string{row->name}, ucfg_last(sh.link.conn()));
+    return status;
 }
 
 std::string command_help(const command &row) {
@@ -225,12 +229,10 @@ std::string command_help(const command &row) {
 }
 
 int complain_usage(shell &sh, const std::string &text) {
-    if (sh.out.json()) {
-        owned_json object = json_object_of({{"status", "usage"}, {"text", text}});
-        json_put(object, "ok", owned_json{json_false()});
-        sh.out.document(std::move(object));
-    }
-    sh.out.complain(sh.prefix + text);
+    if (sh.out.json())
+        add_error(sh, {.status = "usage", .message = text});
+    else
+        sh.out.complain(sh.prefix + text);
     return k_exit_usage;
 }
 
@@ -250,20 +252,21 @@ std::string readable(const std::string &text) {
     return empty ? k_results[number] : std::string{k_results[number]} + ": " + reason;
 }
 
-owned_json failure_json(shell &sh, const std::string &subject, int code) {
-    ucfg_conn *conn = sh.link.conn();
-    owned_json object = json_object_of({{"subject", subject},
-                                        {"status", ucfg_code_name(code)},
-                                        {"text", code == k_ucfg_lost ? k_lost : ucfg_text(conn)}});
-    json_put(object, "ok", owned_json{json_false()});
-    if (const char *id = ucfg_error_id(conn)) {
-        std::vector<std::string> args;
-        for (size_t i = 0; ucfg_error_arg(conn, i); i++)
-            args.emplace_back(ucfg_error_arg(conn, i));
-        json_put(object, "id", json_text(id));
-        json_put(object, "arguments", json_list(args));
-    }
-    return object;
+void add_error(shell &sh, const problem &what) {
+    bool own = what.line != 0;
+    const std::string &file = own ? what.file : sh.place.file;
+    auto line = static_cast<json_int_t>(own ? what.line : sh.place.line);
+    owned_json object = json_object_of({{"status", what.status}, {"message", what.message}});
+    auto put = [&](const char *key, const std::string &text) {
+        json_put(object, key, json_maybe(text.empty() ? nullptr : text.c_str()));
+    };
+    put("path", what.path);
+    put("id", what.id);
+    json_put(object, "args", json_list(what.args));
+    put("hint", what.hint);
+    put("file", file);
+    json_put(object, "line", owned_json{line > 0 ? json_integer(line) : json_null()});
+    sh.out.add_error(std::move(object));
 }
 
 /* Whether the daemon understood the request and said no. */
@@ -283,60 +286,75 @@ bool on_trial(ucfg_conn *conn) {
     return id && std::string_view{id} == "error.trial" && ucfg_error_arg(conn, 2);
 }
 
-int report_failure(shell &sh, const std::string &subject, int code, const attempt &what) {
+/* Advice asks the daemon, so that what the last call has said is read first. */
+static problem about_failure(shell &sh, const std::string &subject, int code, const attempt &what) {
     ucfg_conn *conn = sh.link.conn();
     std::string text = ucfg_text(conn);
-    int status = status_of(code, text);
+    bool trial = on_trial(conn);
+    bool conflict = status_of(code, text) == k_exit_conflict;
+    problem found{.status = conflict ? "conflict" : ucfg_code_name(code),
+                  .message = code <= k_ucfg_inuse ? readable(text) : text};
+    /* What the connection said last belongs to the attempts to bring it back. */
+    if (code == k_ucfg_lost) found.message = k_lost;
+    if (trial)
+        found.message = std::string{"a commit of "} + ucfg_error_arg(conn, 0) +
+                        " is on trial until " + ucfg_error_arg(conn, 2);
+    if (const char *id = ucfg_error_id(conn)) found.id = id;
+    for (size_t i = 0; ucfg_error_arg(conn, i); i++)
+        found.args.emplace_back(ucfg_error_arg(conn, i));
+    /* Other subjects than a path begin with a command. */
+    std::string first = subject.substr(0, subject.find(' '));
+    bool names_command = std::any_of(k_commands.begin(), k_commands.end(),
+                                     [&](const command &row) { return row.name == first; });
+    if (!names_command) found.path = subject;
+    if (trial) found.hint = k_trial_advice;
+    if (found.hint.empty() && answered(code)) found.hint = next_step(sh, what);
+    if (found.hint.empty())
+        found.hint = advice(code, text);
+    else if (!trial && says_little(code, text))
+        found.message = std::exchange(found.hint, "");
+    return found;
+}
+
+int report_failure(shell &sh, const std::string &subject, int code, const attempt &what) {
+    int status = status_of(code, ucfg_text(sh.link.conn()));
+    bool trial = on_trial(sh.link.conn());
+    problem found = about_failure(sh, subject, code, what);
     if (sh.out.json()) {
-        owned_json object = failure_json(sh, subject, code);
-        std::string hint = answered(code) ? next_step(sh, what) : "";
-        if (!hint.empty()) json_put(object, "advice", json_text(hint));
-        sh.out.document(std::move(object));
+        add_error(sh, found);
         return status;
     }
-    std::string said = code <= k_ucfg_inuse ? readable(text) : text;
-    /* What the connection said last belongs to the attempts to bring it back. */
-    if (code == k_ucfg_lost) said = k_lost;
-    if (on_trial(conn)) {
-        said = std::string{"a commit of "} + ucfg_error_arg(conn, 0) + " is on trial until " +
-               ucfg_error_arg(conn, 2);
-    } else if (const char *id = ucfg_error_id(conn)) {
-        said += std::string{" ("} + id;
-        for (size_t i = 0; ucfg_error_arg(conn, i); i++)
-            said += std::string{i == 0 ? ": " : ", "} + ucfg_error_arg(conn, i);
+    std::string said = found.message;
+    if (!found.id.empty() && !trial) {
+        said += " (" + found.id;
+        for (size_t i = 0; i < found.args.size(); i++)
+            said += (i == 0 ? ": " : ", ") + found.args[i];
         said += ")";
     }
-    std::string hint = on_trial(conn) ? k_trial_advice : "";
-    if (hint.empty() && answered(code)) hint = next_step(sh, what);
-    if (hint.empty())
-        hint = advice(code, text);
-    else if (says_little(code, text))
-        said = std::exchange(hint, "");
-    if (!hint.empty()) said += "\n  " + hint;
+    if (!found.hint.empty()) said += "\n  " + found.hint;
     sh.out.complain(sh.prefix + subject + ": " + said);
     return status;
 }
 
-owned_json failed_json(const std::string &subject, const std::string &text) {
-    owned_json object =
-        json_object_of({{"subject", subject}, {"status", "failed"}, {"text", text}});
-    json_put(object, "ok", owned_json{json_false()});
-    return object;
-}
-
 int complain_failed(shell &sh, const std::string &subject, const std::string &text) {
     if (sh.out.json())
-        sh.out.document(failed_json(subject, text));
+        add_error(sh, {.status = "failed", .message = text, .path = subject});
     else
         sh.out.complain(sh.prefix + subject + ": " + text);
     return k_exit_failed;
 }
 
-int report_done(shell &sh, const std::string &done, const std::string &subject) {
-    if (!sh.out.json()) return k_exit_done;
-    owned_json object = json_object_of({{"done", done}, {"subject", subject}});
-    json_put(object, "ok", owned_json{json_true()});
-    sh.out.document(std::move(object));
+bool tells(const shell &sh) {
+    return !sh.out.json() && !sh.opts.quiet && (sh.interactive || !sh.lines);
+}
+
+int report_done(shell &sh, const std::string &text, owned_json members) {
+    if (sh.out.json() && members) sh.out.document(std::move(members));
+    if (!tells(sh) || text.empty()) return k_exit_done;
+    if (sh.interactive)
+        sh.out.line(sh.out.paint(style::faint, text));
+    else
+        sh.done = text;
     return k_exit_done;
 }
 

@@ -30,6 +30,12 @@ class line_source {
     virtual bool next(std::string &line, const std::string &prompt) = 0;
 };
 
+/* The line of a script that is being run; none: line 0. */
+struct script_place {
+    std::string file;
+    unsigned long line = 0;
+};
+
 /* Everything that a command works with. */
 struct shell {
     const options &opts;
@@ -42,7 +48,10 @@ struct shell {
     bool quit = false;
     int depth = 0; /* scripts that read scripts */
     order_book orders = {};
-    std::string here = {}; /* wire path of the section that parameters' paths begin at */
+    script_place place = {};
+    std::string done = {};   /* what the command has done, for people */
+    std::string number = {}; /* of the commit that has made it real */
+    std::string here = {};   /* wire path of the section that parameters' paths begin at */
     known_names names = {};
 };
 
@@ -106,11 +115,13 @@ int report_failure(shell &sh, const std::string &subject, int code, const attemp
 /* The same for what the daemon did not refuse, or was not asked. Returns k_exit_failed. */
 int complain_failed(shell &sh, const std::string &subject, const std::string &text);
 
-/* What that is as JSON. */
-owned_json failed_json(const std::string &subject, const std::string &text);
+/* The end of a request that went well: `text` says what was done, where somebody types at once and
+ * on the command line when it is committed, but not in scripts and not when they want it quiet;
+ * `members` are for JSON. */
+int report_done(shell &sh, const std::string &text, owned_json members = nullptr);
 
-/* The end of a request that went well: nothing as text, {"done": ..., "subject": ...} as JSON. */
-int report_done(shell &sh, const std::string &done, const std::string &subject);
+/* Whether report_done() has anybody to tell. */
+bool tells(const shell &sh);
 
 /* One line about a node that an older daemon, or one without the feature, does not have. */
 int complain_missing(shell &sh, const std::string &what, const char *node);
@@ -135,6 +146,9 @@ bool on_trial(ucfg_conn *conn);
 /* How a line of a difference is shown. */
 style diff_style(const std::string &line);
 
+/* Lines in the style of a difference, or as {"lines": [...]}. */
+int show_lines(shell &sh, const std::vector<std::string> &lines);
+
 /* Commits what the one command of the command line has changed, which ended with `status`. What was
  * refused because others were quicker, or lost with the session, is tried a few times. */
 int commit_once(shell &sh, int status);
@@ -142,8 +156,17 @@ int commit_once(shell &sh, int status);
 /* Commits at the end of a script. */
 int commit_script(shell &sh);
 
-/* {"ok": false, "status": "failed", ...} of the last call. */
-owned_json failure_json(shell &sh, const std::string &subject, int code);
+/* What went wrong, as all commands tell it in JSON; `line` 0 is that of the script. */
+struct problem {
+    std::string status, message;
+    std::string path = {};
+    std::string id = {};
+    std::vector<std::string> args = {};
+    std::string hint = {};
+    std::string file = {};
+    unsigned long line = 0;
+};
+void add_error(shell &sh, const problem &what);
 
 /* Whether the daemon's text says why. An action without one may have said it on its error output.
  */

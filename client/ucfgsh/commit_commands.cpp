@@ -97,15 +97,12 @@ void print_outcome(shell &sh, const std::string &number, bool briefly) {
     if (commit_part(sh.link, number, "state") == "trial") print_trial(sh);
 }
 
-void print_outcome_json(shell &sh, const std::string &number) {
-    owned_json object = json_object_of({{"done", "commit"}, {"subject", "commit"}});
-    json_put(object, "ok", owned_json{json_true()});
-    if (!number.empty()) {
-        json_put(object, "commit", json_text(number));
-        json_put(object, "state", json_text(commit_part(sh.link, number, "state")));
-        for (const char *part : {"files", "notes"})
-            json_put(object, part, json_list(split_lines(commit_part(sh.link, number, part))));
-    }
+void tell_outcome_json(shell &sh, const std::string &number) {
+    if (number.empty()) return;
+    owned_json object = json_object_of({{"state", commit_part(sh.link, number, "state")}});
+    json_put(object, "commit", json_number(number));
+    for (const char *part : {"files", "notes"})
+        json_put(object, part, json_list(split_lines(commit_part(sh.link, number, part))));
     sh.out.document(std::move(object));
 }
 
@@ -136,8 +133,9 @@ int commit_changes(shell &sh, const commit_wish &wish, telling what) {
     sh.changes.clear();
     sh.orders.steps.clear();
     std::string number = own_commit(sh, newest);
-    if (sh.out.json() && !briefly)
-        print_outcome_json(sh, number);
+    sh.number = number;
+    if (sh.out.json())
+        tell_outcome_json(sh, number);
     else if (!number.empty())
         print_outcome(sh, number, briefly);
     else if (!newest.empty() && !briefly)
@@ -190,6 +188,7 @@ int commit_once(shell &sh, int status) {
 }
 
 int commit_script(shell &sh) {
+    sh.out.begin_answer("commit");
     return commit_changes(sh, {}, telling::failures);
 }
 

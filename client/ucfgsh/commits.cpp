@@ -55,6 +55,12 @@ std::string print_duration(long seconds) {
     return std::to_string(minutes / 60) + ":" + two(minutes % 60) + rest;
 }
 
+owned_json json_number(const std::string &number) {
+    json_int_t value = 0;
+    auto [end, problem] = std::from_chars(number.data(), number.data() + number.size(), value);
+    return owned_json{problem == std::errc{} ? json_integer(value) : json_null()};
+}
+
 std::vector<std::string> split_lines(const std::string &text) {
     std::vector<std::string> lines;
     for (size_t at = 0; at < text.size();) {

@@ -38,6 +38,9 @@ std::optional<long> trial_left(session &link);
 /* "4:05"; "1:00:00". */
 std::string print_duration(long seconds);
 
+/* The number of a commit; null when it is none. */
+owned_json json_number(const std::string &number);
+
 std::vector<std::string> split_lines(const std::string &text);
 
 }  // namespace ucfgsh

@@ -42,11 +42,6 @@ void take_line(int stream, const char *text, void *data) {
     (stream == 1 ? list->lines : list->errors).push_back(with_controls(text));
 }
 
-void print_lines(shell &sh, const std::vector<std::string> &lines) {
-    for (const std::string &line : lines)
-        sh.out.line(sh.out.paint(diff_style(line), line));
-}
-
 /* Runs an action of this daemon and shows what it put out. */
 int run_node(shell &sh, const char *name, const char *node, const char *nothing) {
     if (!has_node(sh.link, k_ucfg_management, node)) return complain_missing(sh, name, node);
@@ -55,25 +50,25 @@ int run_node(shell &sh, const char *name, const char *node, const char *nothing)
     if (code != k_ucfg_ok) return report_action(sh, name, code, list);
     for (const std::string &line : list.errors)
         sh.out.complain(sh.prefix + line);
-    if (sh.out.json()) {
-        owned_json object = json_object_of({{"done", name}, {"subject", name}});
-        json_put(object, "ok", owned_json{json_true()});
-        json_put(object, "output", json_list(list.lines));
-        sh.out.document(std::move(object));
-        return k_exit_done;
-    }
-    print_lines(sh, list.lines);
-    if (list.lines.empty()) sh.out.line(nothing);
-    return k_exit_done;
+    if (list.lines.empty() && !sh.out.json()) sh.out.line(nothing);
+    return show_lines(sh, list.lines);
 }
 
 owned_json commit_json(shell &sh, const std::string &number) {
-    owned_json object = json_object_of({{"commit", number}});
+    owned_json object{json_object()};
+    json_put(object, "commit", json_number(number));
     for (const char *part : k_parts)
         json_put(object, part, json_text(commit_part(sh.link, number, part)));
     for (const char *part : {"files", "notes"})
         json_put(object, part, json_list(split_lines(commit_part(sh.link, number, part))));
     return object;
+}
+
+int answer_commits(shell &sh, owned_json list) {
+    owned_json object{json_object()};
+    json_put(object, "commits", std::move(list));
+    sh.out.document(std::move(object));
+    return k_exit_done;
 }
 
 style state_style(const std::string &state) {
@@ -119,7 +114,11 @@ int ask_first(shell &sh, const std::string &number) {
 int show_commit(shell &sh, const std::string &number) {
     std::vector<std::string> numbers = commit_numbers(sh.link);
     if (std::find(numbers.begin(), numbers.end(), number) == numbers.end()) {
-        sh.out.complain(sh.prefix + "history: there is no commit " + number);
+        std::string text = "there is no commit " + number;
+        if (sh.out.json())
+            add_error(sh, {.status = "failed", .message = text});
+        else
+            sh.out.complain(sh.prefix + "history: " + text);
         return k_exit_failed;
     }
     int status = ask_first(sh, number);
@@ -130,8 +129,9 @@ int show_commit(shell &sh, const std::string &number) {
         owned_json object = commit_json(sh, number);
         json_put(object, "changes", json_list(changes));
         json_put(object, "diff", json_list(diff));
-        sh.out.document(std::move(object));
-        return k_exit_done;
+        owned_json one{json_array()};
+        json_array_append_new(one.get(), object.release());
+        return answer_commits(sh, std::move(one));
     }
     sh.out.line(sh.out.paint(style::title, "commit " + number));
     for (const char *part : k_parts) {
@@ -143,12 +143,13 @@ int show_commit(shell &sh, const std::string &number) {
         for (const std::string &text : split_lines(commit_part(sh.link, number, part)))
             sh.out.line("  " + sh.out.paint(style::value, text));
     print_changes(sh, changes);
-    print_lines(sh, diff);
+    show_lines(sh, diff);
     return k_exit_done;
 }
 
 /* `load` and `undo` are orders like any other: rebase repeats them. */
-int take_back(shell &sh, const char *name, const char *parameter, const std::string &number) {
+int take_back(shell &sh, const char *name, const char *parameter, const std::string &number,
+              const std::string &done) {
     if (!is_number(number)) return complain_number(sh, number);
     if (!has_node(sh.link, k_ucfg_parameters, parameter))
         return complain_missing(sh, name, parameter);
@@ -157,16 +158,20 @@ int take_back(shell &sh, const char *name, const char *parameter, const std::str
     if (code != k_ucfg_ok) return report_failure(sh, subject, code);
     if (sh.interactive)
         sh.out.line("\"changes\" and \"diff\" show what \"commit\" would make of it");
-    return report_done(sh, name, subject);
+    owned_json members{json_object()};
+    json_put(members, "number", json_number(number));
+    return report_done(sh, sh.interactive ? "" : done + number, std::move(members));
 }
 
 void show_at_once(int stream, const char *text, void *data) {
     shell &sh = *static_cast<shell *>(data);
     if (stream != 1) {
-        if (*text) sh.out.complain(sh.prefix + "watch: " + text);
+        if (*text && sh.out.json())
+            sh.out.stream("err", text);
+        else if (*text)
+            sh.out.complain(sh.prefix + "watch: " + text);
     } else if (sh.out.json()) {
-        sh.out.document(json_text(text));
-        sh.out.flush();
+        sh.out.stream("out", text);
     } else {
         sh.out.now(sh.out.paint(style::value, text));
     }
@@ -182,7 +187,10 @@ int watch_with(shell &sh, session &link, const char *from) {
     std::string text = ucfg_text(link.conn());
     /* An action that failed has said why. */
     if (code == k_ucfg_failed && text.empty()) return k_exit_failed;
-    sh.out.complain(sh.prefix + "watch: " + readable(text));
+    if (sh.out.json())
+        add_error(sh, {.status = ucfg_code_name(code), .message = readable(text)});
+    else
+        sh.out.complain(sh.prefix + "watch: " + readable(text));
     return status_of(code, text);
 }
 
@@ -195,16 +203,25 @@ style diff_style(const std::string &line) {
     return line.starts_with('-') ? style::bad : style::plain;
 }
 
+int show_lines(shell &sh, const std::vector<std::string> &lines) {
+    if (sh.out.json()) {
+        owned_json members{json_object()};
+        json_put(members, "lines", json_list(lines));
+        sh.out.document(std::move(members));
+        return k_exit_done;
+    }
+    for (const std::string &line : lines)
+        sh.out.line(sh.out.paint(diff_style(line), line));
+    return k_exit_done;
+}
+
 int complain_missing(shell &sh, const std::string &what, const char *node) {
     std::string text = what + ": this daemon has no " + node +
                        " (it is older, or its feature \"commits\" is not in use)";
-    if (sh.out.json()) {
-        owned_json object =
-            json_object_of({{"subject", what}, {"status", "failed"}, {"text", text}});
-        json_put(object, "ok", owned_json{json_false()});
-        sh.out.document(std::move(object));
-    }
-    sh.out.complain(sh.prefix + text);
+    if (sh.out.json())
+        add_error(sh, {.status = "failed", .message = text});
+    else
+        sh.out.complain(sh.prefix + text);
     return k_exit_failed;
 }
 
@@ -218,9 +235,11 @@ int collect_action(shell &sh, const std::string &node, action_lines &list) {
 int report_action(shell &sh, const char *name, int code, const action_lines &list) {
     for (const auto *lines : {&list.lines, &list.errors})
         for (const std::string &line : *lines)
-            sh.out.complain(sh.prefix + std::string{name} + ": " + line);
-    if (code == k_ucfg_failed && !sh.out.json() && list.lines.size() + list.errors.size() > 0)
-        return k_exit_failed;
+            if (sh.out.json())
+                add_error(sh, {.status = ucfg_code_name(code), .message = line});
+            else
+                sh.out.complain(sh.prefix + std::string{name} + ": " + line);
+    if (code == k_ucfg_failed && list.lines.size() + list.errors.size() > 0) return k_exit_failed;
     return report_failure(sh, name, code);
 }
 
@@ -252,8 +271,7 @@ int run_history(shell &sh, const arguments &args) {
         owned_json all{json_array()};
         for (size_t i = 0; i < count; i++)
             json_array_append_new(all.get(), commit_json(sh, numbers[i]).release());
-        sh.out.document(std::move(all));
-        return k_exit_done;
+        return answer_commits(sh, std::move(all));
     }
     for (size_t i = 0; i < count; i++)
         print_row(sh, numbers[i]);
@@ -264,11 +282,11 @@ int run_history(shell &sh, const arguments &args) {
 }
 
 int run_load(shell &sh, const arguments &args) {
-    return take_back(sh, "load", k_load_parameter, args.text(0));
+    return take_back(sh, "load", k_load_parameter, args.text(0), "the files are as after commit ");
 }
 
 int run_undo(shell &sh, const arguments &args) {
-    return take_back(sh, "undo", k_undo_parameter, args.text(0));
+    return take_back(sh, "undo", k_undo_parameter, args.text(0), "taken back: commit ");
 }
 
 /* The daemon answers a session's further lines behind the end of an action, and this one has none:

@@ -284,10 +284,9 @@ int run_interactive(shell &sh) {
         g_interrupted = 0;
         if (lines.next(line, "")) {
             words split = split_words(line);
-            if (split.open)
-                complain_usage(sh, "a quote is not closed");
-            else
-                run_command(sh, split.list);
+            int status = split.open ? complain_usage(sh, "a quote is not closed")
+                                    : run_command(sh, split.list);
+            sh.out.end_answer(status == k_exit_done);
             sh.out.flush();
             if (!sh.quit && !split.list.empty()) warned = false;
         } else {

@@ -25,9 +25,25 @@ bool wants_color(const options &opts) {
 
 int open_session(shell &sh, int perms) {
     int status = sh.link.open(perms);
-    if (status != k_exit_done && sh.out.json())
-        sh.out.document(failure_json(sh, "connection", ucfg_last(sh.link.conn())));
+    if (status != k_exit_done && sh.out.json()) {
+        sh.out.begin_answer(sh.opts.command.empty() ? "login"
+                                                    : find_command(sh.opts.command[0])->name);
+        report_failure(sh, "login", ucfg_last(sh.link.conn()));
+    }
     return status;
+}
+
+/* On standard error, so that what a command prints stays as it is. */
+void tell_done(shell &sh, bool commits, bool changes) {
+    if (sh.done.empty()) return;
+    std::string what = sh.done;
+    if (sh.opts.check)
+        what += ": possible; it was only tried";
+    else if (commits)
+        what += sh.number.empty() ? "" : " (commit " + sh.number + ")";
+    else if (changes)
+        what += " (not committed)";
+    sh.out.complain(what);
 }
 
 /* One command from the command line. Whoever types "ucfgsh set PATH VALUE" means the file, so a
@@ -49,7 +65,9 @@ int run_once(shell &sh) {
     int status = open_session(sh, sh.opts.perms != 0 ? sh.opts.perms : wanted);
     if (status != k_exit_done) return status;
     status = run_command(sh, line);
-    return commits ? commit_once(sh, status) : status;
+    if (commits) status = commit_once(sh, status);
+    if (status == k_exit_done) tell_done(sh, commits, row->changes);
+    return status;
 }
 
 int run_whole_script(shell &sh, const std::string &name) {
@@ -108,6 +126,7 @@ int start(int argc, char **argv) {
     here = &sh;
     link.ask_about_loss([&] { return !sh.orders.steps.empty(); });
     int status = run(sh);
+    sh.out.end_answer(status == k_exit_done);
     link.close();
     if (!out.flush() && status == k_exit_done) status = k_exit_failed;
     return g_interrupted ? k_exit_interrupted : status;

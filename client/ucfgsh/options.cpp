@@ -23,6 +23,7 @@ enum option_id {
     k_user = 'u',
     k_file = 'f',
     k_json = 'j',
+    k_quiet = 'q',
     k_help = 'h',
     k_version = 'V',
     k_password_file = 256,
@@ -40,7 +41,7 @@ enum option_id {
     k_complete
 };
 
-constexpr const char *k_short_options = "+s:H:p:u:f:jhV";
+constexpr const char *k_short_options = "+s:H:p:u:f:jqhV";
 
 const std::array k_long_options{
     option{"socket", required_argument, nullptr, k_socket},
@@ -57,6 +58,7 @@ const std::array k_long_options{
     option{"file", required_argument, nullptr, k_file},
     option{"continue", no_argument, nullptr, k_continue},
     option{"json", no_argument, nullptr, k_json},
+    option{"quiet", no_argument, nullptr, k_quiet},
     option{"plain", no_argument, nullptr, k_plain},
     option{"color", no_argument, nullptr, k_color},
     option{"timeout", required_argument, nullptr, k_timeout},
@@ -98,7 +100,8 @@ constexpr const char *k_usage =
     "      --check               try a change that is given as COMMAND, and drop it\n"
     "      --diff-node PATH      management node whose text is the diff of the files (changes -f)\n"
     "Output:\n"
-    "  -j, --json                every answer as JSON\n"
+    "  -j, --json                every answer as a JSON object: ucfgsh-json(5)\n"
+    "  -q, --quiet               do not say what was done\n"
     "      --plain, --color      without and with colours (default: colours on a terminal)\n"
     "\n"
     "\"ucfgsh help\" lists the commands. Exit status: 0 done, 1 refused or failed, 2 wrong usage,\n"
@@ -175,6 +178,8 @@ bool *flag_option(int id, options &opts) {
             return &opts.go_on;
         case k_json:
             return &opts.json;
+        case k_quiet:
+            return &opts.quiet;
         default:
             return nullptr;
     }

@@ -35,6 +35,7 @@ struct options {
     bool force = false;
     bool keep = false;
     bool json = false;
+    bool quiet = false;
     bool go_on = false;
     bool commit = false;
     bool check = false;

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdio>
+#include <utility>
 
 #include "ucfgd/escape.h"
 #include "ucfgsh/pager.h"
@@ -67,11 +68,42 @@ void output::now(std::string_view text) {
         failed_ = true;
 }
 
-void output::document(owned_json value) {
-    if (!value) return;
-    size_t flags = JSON_ENCODE_ANY | (tty_ ? JSON_INDENT(2) : JSON_COMPACT);
-    owned_str text{json_dumps(value.get(), flags)};
+void output::begin_answer(std::string_view command) {
+    command_ = command;
+}
+
+void output::document(owned_json members) {
+    if (!answer_) answer_.reset(json_object());
+    json_object_update(answer_.get(), members.get());
+}
+
+void output::add_error(owned_json error) {
+    if (!errors_) errors_.reset(json_array());
+    json_array_append_new(errors_.get(), error.release());
+}
+
+bool output::has_errors() const {
+    return errors_ != nullptr;
+}
+
+void output::end_answer(bool ok) {
+    if (!json_ || (command_.empty() && !answer_ && !errors_)) return;
+    owned_json object = json_object_of({{"command", std::exchange(command_, {})}});
+    json_put(object, "ok", owned_json{json_boolean(ok)});
+    if (answer_) json_object_update(object.get(), answer_.get());
+    /* What was refused at first and has been done then is no error. */
+    if (!ok) json_put(object, "errors", errors_ ? std::move(errors_) : owned_json{json_array()});
+    answer_.reset();
+    errors_.reset();
+    owned_str text{json_dumps(object.get(), tty_ ? JSON_INDENT(2) : JSON_COMPACT)};
     if (text) line(text.get());
+}
+
+void output::stream(const char *from, std::string_view text) {
+    owned_json object = json_object_of({{"command", command_}, {"stream", from}});
+    json_put(object, "text", json_text(text));
+    owned_str whole{json_dumps(object.get(), JSON_COMPACT)};
+    if (whole) now(whole.get());
 }
 
 bool output::flush() {
@@ -100,6 +132,10 @@ owned_json json_list(const std::vector<std::string> &items) {
     for (const std::string &item : items)
         json_array_append_new(list.get(), json_text(item).release());
     return list;
+}
+
+owned_json json_maybe(const char *text) {
+    return text ? json_text(text) : owned_json{json_null()};
 }
 
 void json_put(const owned_json &object, const char *key, owned_json value) {

@@ -31,8 +31,17 @@ class output {
     /* Prints at once, for output that arrives slowly. */
     void now(std::string_view text);
 
-    /* One JSON document; null prints nothing. */
-    void document(owned_json value);
+    /* In JSON a command answers with one object: its name, whether it went well, the members that
+     * document() is given, and what add_error() is given. end_answer() puts it out; without a
+     * begin_answer() and anything to tell it does nothing. */
+    void begin_answer(std::string_view command);
+    void document(owned_json members);
+    void add_error(owned_json error);
+    bool has_errors() const;
+    void end_answer(bool ok);
+
+    /* A line of output that arrives slowly, as an object of its own, at once. */
+    void stream(const char *from, std::string_view text);
 
     /* Prints what was collected. False when standard output is gone. */
     bool flush();
@@ -44,11 +53,16 @@ class output {
     bool json_, color_, tty_, pager_;
     bool failed_ = false;
     std::string text_;
+    std::string command_;
+    owned_json answer_, errors_;
 };
 
 /* JSON strings and lists; bytes that are not UTF-8 become replacement characters. */
 owned_json json_text(std::string_view text);
 owned_json json_list(const std::vector<std::string> &items);
+
+/* A text, or null for none. */
+owned_json json_maybe(const char *text);
 
 /* Puts a value into an object. */
 void json_put(const owned_json &object, const char *key, owned_json value);

@@ -39,12 +39,12 @@ int run_cd(shell &sh, const arguments &args) {
             return complain_usage(sh, print_path(*path) + " has nothing below it");
     }
     sh.here = *path;
-    return report_done(sh, "cd", print_path(*path));
+    return report_done(sh, "", json_object_of({{"path", print_path(*path)}}));
 }
 
 int run_up(shell &sh, const arguments &) {
     sh.here = above(sh.here);
-    return report_done(sh, "up", print_path(sh.here));
+    return report_done(sh, "", json_object_of({{"path", print_path(sh.here)}}));
 }
 
 }  // namespace ucfgsh

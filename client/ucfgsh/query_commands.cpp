@@ -1,5 +1,6 @@
 /* Commands that only look. */
 #include <algorithm>
+#include <cstring>
 
 #include "ucfgsh/commands.h"
 #include "ucfgsh/teach.h"
@@ -34,6 +35,12 @@ void print_text(shell &sh, std::string text) {
     sh.out.line(sh.out.paint(style::value, text));
 }
 
+void put_list(shell &sh, const char *key, owned_json list) {
+    owned_json members{json_object()};
+    json_put(members, key, std::move(list));
+    sh.out.document(std::move(members));
+}
+
 /* The path of an optional first argument. */
 std::optional<std::string> optional_path(shell &sh, const arguments &args) {
     if (args.words.empty()) return args.has('m') ? std::string{} : sh.here;
@@ -56,7 +63,7 @@ int print_answer(shell &sh, const attempt &what, const char *key, int code, char
 
 int run_get(shell &sh, const arguments &args) {
     int worst = k_exit_done;
-    owned_json all{args.words.size() > 1 && sh.out.json() ? json_array() : nullptr};
+    owned_json values{json_array()};
     for (const word &typed : args.words) {
         auto path = take_path(sh, typed);
         if (!path) return k_exit_usage;
@@ -65,25 +72,19 @@ int run_get(shell &sh, const arguments &args) {
             return ucfg_get(conn, path->c_str(), &text);
         });
         owned_str value{text};
-        if (code == k_ucfg_ok) {
-            int missing = refuse_stray(sh, k_ucfg_parameters, *path, all.get());
-            worst = std::max(worst, missing);
-            if (missing != k_exit_done) continue;
-        }
-        if (!all) {
-            int status =
-                print_answer(sh, {'g', k_ucfg_parameters, *path}, "value", code, value.release());
-            worst = std::max(worst, status);
-            continue;
-        }
-        if (code != k_ucfg_ok) worst = std::max(worst, status_of(code, ucfg_text(sh.link.conn())));
-        owned_json item =
-            code == k_ucfg_ok
-                ? json_object_of({{"path", print_path(*path)}, {"value", value.get()}})
-                : failure_json(sh, print_path(*path), code);
-        json_array_append_new(all.get(), item.release());
+        attempt what{'g', k_ucfg_parameters, *path};
+        int status = code == k_ucfg_ok ? refuse_stray(sh, what.tree, *path)
+                                       : report_failure(sh, print_path(*path), code, what);
+        worst = std::max(worst, status);
+        if (status != k_exit_done) continue;
+        if (sh.out.json())
+            json_array_append_new(
+                values.get(),
+                json_object_of({{"path", print_path(*path)}, {"value", value.get()}}).release());
+        else
+            print_text(sh, value.get());
     }
-    sh.out.document(std::move(all));
+    if (sh.out.json()) put_list(sh, "values", std::move(values));
     return worst;
 }
 
@@ -105,7 +106,8 @@ int run_list(shell &sh, const arguments &args) {
     for (std::string &item : items)
         if (all) item = print_path(join_path(*path, item));
     if (sh.out.json()) {
-        sh.out.document(json_list(items));
+        sh.out.document(json_object_of({{"path", print_path(*path)}}));
+        put_list(sh, "names", json_list(items));
         return k_exit_done;
     }
     for (const std::string &item : items)
@@ -113,6 +115,41 @@ int run_list(shell &sh, const arguments &args) {
             sh.out.paint(style::name, all ? item : take_text(ucfg_path_quote(item.c_str()))));
     return k_exit_done;
 }
+
+namespace {
+
+/* The texts of management nodes that tell something without being given arguments. */
+std::vector<std::optional<std::string>> read_texts(session &link,
+                                                   const std::vector<std::string> &paths) {
+    std::vector<std::optional<std::string>> texts(paths.size());
+    for (size_t i = 0; i < paths.size(); i++) {
+        ucfg_attr *found = nullptr;
+        link.quietly([&](ucfg_conn *conn) {
+            return ucfg_attr_of(conn, k_ucfg_management, paths[i].c_str(), &found);
+        });
+        owned_attr attr{found};
+        if (!attr || !strchr(attr->ops, 'I')) continue;
+        char *text = nullptr;
+        link.quietly(
+            [&](ucfg_conn *conn) { return ucfg_info(conn, paths[i].c_str(), nullptr, 0, &text); });
+        owned_str owner{text};
+        if (text) texts[i] = text;
+    }
+    return texts;
+}
+
+owned_json values_json(const std::vector<std::string> &paths,
+                       const std::vector<std::optional<std::string>> &values) {
+    owned_json list{json_array()};
+    for (size_t i = 0; i < paths.size(); i++) {
+        owned_json item = json_object_of({{"path", print_path(paths[i])}});
+        json_put(item, "value", json_maybe(values[i] ? values[i]->c_str() : nullptr));
+        json_array_append_new(list.get(), item.release());
+    }
+    return list;
+}
+
+}  // namespace
 
 int run_show(shell &sh, const arguments &args) {
     auto path = optional_path(sh, args);
@@ -133,17 +170,16 @@ int run_show(shell &sh, const arguments &args) {
     for (const std::string &item : below)
         paths.push_back(join_path(*path, item));
     if (!path->empty()) paths.push_back(*path);
-    std::vector<std::optional<std::string>> values(paths.size());
-    if (!args.has('m')) values = read_values(sh.link, paths);
+    auto values = (args.has('m') ? read_texts : read_values)(sh.link, paths);
+    if (sh.out.json()) {
+        sh.out.document(json_object_of({{"path", print_path(*path)}}));
+        put_list(sh, "values", values_json(paths, values));
+        return k_exit_done;
+    }
     std::optional<std::string> own;
     if (!path->empty()) own = values.back();
     values.resize(below.size());
     tree_node top = build_tree(below, values);
-    top.value = own;
-    if (sh.out.json()) {
-        sh.out.document(tree_json(top));
-        return k_exit_done;
-    }
     if (!path->empty()) {
         std::string title = sh.out.paint(style::name, print_path(*path));
         if (own) title += ": " + sh.out.paint(style::value, show_value(*own));
@@ -187,26 +223,29 @@ void print_attr(shell &sh, const ucfg_attr &attr) {
     line("flags", join(to_vector(attr.flags), " "));
 }
 
-owned_json attr_json(const ucfg_attr &attr) {
-    owned_json object{json_object()};
+owned_json attr_json(const std::string &path, const ucfg_attr &attr) {
+    owned_json object = json_object_of({{"path", print_path(path)}});
     json_put(object, "operations", json_list(op_names(attr.ops)));
-    if (attr.type) json_put(object, "type", json_text(attr.type));
-    if (attr.length > 0) json_put(object, "length", owned_json{json_integer(attr.length)});
+    json_put(object, "type", json_maybe(attr.type));
+    json_put(object, "length",
+             owned_json{attr.length > 0 ? json_integer(attr.length) : json_null()});
     json_put(object, "choices", json_list(to_vector(attr.choices)));
     json_put(object, "flags", json_list(to_vector(attr.flags)));
     return object;
+}
+
+owned_json command_json(const command &row) {
+    return json_object_of({{"name", std::string{row.name}},
+                           {"arguments", std::string{row.synopsis}},
+                           {"help", std::string{row.summary}}});
 }
 
 int list_commands(shell &sh) {
     if (sh.out.json()) {
         owned_json all{json_array()};
         for (const command &row : all_commands())
-            json_array_append_new(all.get(),
-                                  json_object_of({{"command", std::string{row.name}},
-                                                  {"arguments", std::string{row.synopsis}},
-                                                  {"help", std::string{row.summary}}})
-                                      .release());
-        sh.out.document(std::move(all));
+            json_array_append_new(all.get(), command_json(row).release());
+        put_list(sh, "commands", std::move(all));
         return k_exit_done;
     }
     for (const command &row : all_commands()) {
@@ -236,7 +275,7 @@ int run_attr(shell &sh, const arguments &args) {
     int status = refuse_stray(sh, what.tree, *path);
     if (status != k_exit_done) return status;
     if (sh.out.json())
-        sh.out.document(attr_json(*attr));
+        sh.out.document(attr_json(*path, *attr));
     else
         print_attr(sh, *attr);
     return k_exit_done;
@@ -248,6 +287,11 @@ int run_help(shell &sh, const arguments &args) {
     for (const command &candidate : all_commands())
         if (candidate.name == args.text(0)) row = &candidate;
     if (row && !sh.out.json()) sh.out.line(command_help(*row));
+    if (row && sh.out.json()) {
+        owned_json one{json_array()};
+        json_array_append_new(one.get(), command_json(*row).release());
+        put_list(sh, "commands", std::move(one));
+    }
     if (!sh.link.logged_in() && row) return k_exit_done;
     auto path = take_path(sh, args.words[0]);
     if (!path) return k_exit_usage;
@@ -292,7 +336,6 @@ namespace {
 /* Where an action's output goes. */
 struct admin_sink {
     shell &sh;
-    std::vector<std::string> lines, errors;
     bool complained = false;
 };
 
@@ -300,7 +343,7 @@ void take_admin_line(int stream, const char *text, void *data) {
     auto *sink = static_cast<admin_sink *>(data);
     sink->complained |= stream != 1;
     if (sink->sh.out.json())
-        (stream == 1 ? sink->lines : sink->errors).emplace_back(text);
+        sink->sh.out.stream(stream == 1 ? "out" : "err", text);
     else if (stream == 1)
         sink->sh.out.now(sink->sh.out.paint(style::value, text));
     else
@@ -313,21 +356,14 @@ int run_admin(shell &sh, const arguments &args) {
     auto path = take_path(sh, args.words[0], k_ucfg_management);
     if (!path) return k_exit_usage;
     std::vector<const char *> rest = rest_of(args, 1);
-    admin_sink sink{sh, {}, {}};
+    admin_sink sink{sh};
     int code = sh.link.call(after_loss::report, [&](ucfg_conn *conn) {
         return ucfg_admin(conn, path->c_str(), rest.data(), rest.size(), take_admin_line, &sink);
     });
-    if (sh.out.json()) {
-        owned_json object = code == k_ucfg_ok ? json_object_of({{"path", print_path(*path)}})
-                                              : failure_json(sh, print_path(*path), code);
-        json_put(object, "output", json_list(sink.lines));
-        json_put(object, "errors", json_list(sink.errors));
-        sh.out.document(std::move(object));
-        return status_of(code, ucfg_text(sh.link.conn()));
-    }
+    if (sh.out.json()) sh.out.document(json_object_of({{"path", print_path(*path)}}));
     if (code == k_ucfg_ok) return k_exit_done;
-    if (code == k_ucfg_failed && sink.complained && !is_reason(ucfg_text(sh.link.conn())))
-        return k_exit_failed;
+    bool said = sink.complained && !sh.out.json() && !is_reason(ucfg_text(sh.link.conn()));
+    if (code == k_ucfg_failed && said) return k_exit_failed;
     return report_failure(sh, print_path(*path), code, {'A', k_ucfg_management, *path});
 }
 

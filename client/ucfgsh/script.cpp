@@ -55,12 +55,14 @@ int run_script(shell &sh, script_source &source) {
     std::string outer_prefix = sh.prefix;
     bool outer_interactive = sh.interactive;
     std::string outer_here = sh.here;
+    script_place outer_place = sh.place;
     sh.lines = &source;
     sh.interactive = false;
     int worst = k_exit_done;
     std::string line;
     while (!sh.quit && !g_interrupted && source.next(line, "")) {
         sh.prefix = source.place();
+        sh.place = {source.name(), source.line()};
         words split = split_words(line);
         int status = k_exit_done;
         if (source.too_long())
@@ -69,6 +71,7 @@ int run_script(shell &sh, script_source &source) {
             status = complain_usage(sh, "a quote is not closed");
         else
             status = run_command(sh, split.list);
+        sh.out.end_answer(status == k_exit_done);
         if (!sh.out.flush()) status = k_exit_failed;
         if (worst == k_exit_done) worst = status;
         if (status != k_exit_done && (!sh.opts.go_on || !sh.link.logged_in())) break;
@@ -78,6 +81,7 @@ int run_script(shell &sh, script_source &source) {
     sh.prefix = outer_prefix;
     sh.interactive = outer_interactive;
     sh.here = outer_here;
+    sh.place = outer_place;
     return worst;
 }
 

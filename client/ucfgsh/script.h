@@ -17,6 +17,8 @@ class script_source : public line_source {
 
     /* "NAME:LINE: " of the line that next() gave last; of a joined one its first. */
     std::string place() const;
+    const std::string &name() const { return name_; }
+    unsigned long line() const { return first_; }
     bool too_long() const { return too_long_; }
 
   private:

@@ -24,10 +24,12 @@ bool is_secret(session &link, const std::string &path) {
     if (attr->type) words.emplace_back(attr->type);
     if (std::any_of(words.begin(), words.end(), says_secret)) return true;
     if (!strchr(attr->ops, 's')) return false;
-    char *value = nullptr;
-    code = link.quietly([&](ucfg_conn *conn) { return ucfg_get(conn, path.c_str(), &value); });
-    owned_str owner{value};
-    return code == k_ucfg_refused || code == k_ucfg_lost || !strchr(attr->ops, 'g');
+    char *verdict = nullptr;
+    code = link.quietly([&](ucfg_conn *conn) {
+        return ucfg_access(conn, k_ucfg_parameters, path.c_str(), "r", nullptr, 0, &verdict);
+    });
+    owned_str owner{verdict};
+    return code != k_ucfg_ok || std::string_view{verdict} == "0" || !strchr(attr->ops, 'g');
 }
 
 bool sets_secret(shell &sh, const std::vector<word> &line) {

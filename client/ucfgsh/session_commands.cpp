@@ -71,7 +71,9 @@ int run_login(shell &sh, const arguments &args) {
     std::string user = args.words.empty() ? sh.opts.user : args.text(0);
     int status = sh.link.log_in_again(user, args.has('f'));
     sh.changes.follow(sh.link);
-    return status;
+    if (status != k_exit_done) return status;
+    return report_done(sh, "logged in as " + std::string{ucfg_user(sh.link.conn())},
+                       json_object_of({{"user", ucfg_user(sh.link.conn())}}));
 }
 
 int run_source(shell &sh, const arguments &args) {

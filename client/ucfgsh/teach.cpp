@@ -143,13 +143,10 @@ std::string next_step(shell &sh, const attempt &what) {
     return use_of(sh, what.tree, attr, what.path);
 }
 
-int refuse_stray(shell &sh, ucfg_tree tree, const std::string &path, json_t *list) {
+int refuse_stray(shell &sh, ucfg_tree tree, const std::string &path) {
     auto missing = find_stray(sh.link, sh.names, tree, path);
     if (!missing) return k_exit_done;
-    std::string text = about_stray(sh, tree, *missing, path);
-    if (!list) return complain_failed(sh, print_path(path), text);
-    json_array_append_new(list, failed_json(print_path(path), text).release());
-    return k_exit_failed;
+    return complain_failed(sh, print_path(path), about_stray(sh, tree, *missing, path));
 }
 
 }  // namespace ucfgsh

@@ -10,9 +10,9 @@ namespace ucfgsh {
  * times. */
 std::string next_step(shell &sh, const attempt &what);
 
-/* Complains about a path that leads to nothing, where the daemon answers all the same; with a list,
- * as an item of that. The exit status; k_exit_done when it is all there. */
-int refuse_stray(shell &sh, ucfg_tree tree, const std::string &path, json_t *list = nullptr);
+/* Complains about a path that leads to nothing, where the daemon answers all the same. The exit
+ * status; k_exit_done when it is all there. */
+int refuse_stray(shell &sh, ucfg_tree tree, const std::string &path);
 
 /* ": did you mean X or Y?" or "". */
 std::string did_you_mean(const std::vector<std::string> &names);

@@ -38,15 +38,4 @@ void print_tree(output &out, const tree_node &top, int indent) {
     }
 }
 
-owned_json tree_json(const tree_node &top) {
-    if (top.children.empty()) return top.value ? json_text(*top.value) : owned_json{json_object()};
-    owned_json object{json_object()};
-    if (top.value) json_put(object, "", json_text(*top.value));
-    for (const auto &node : top.children) {
-        owned_json key = json_text(node->name);
-        json_put(object, json_string_value(key.get()), tree_json(*node));
-    }
-    return object;
-}
-
 }  // namespace ucfgsh

@@ -1,4 +1,4 @@
-/* A part of a tree with its values, as indented text and as JSON. */
+/* A part of a tree with its values, as indented text. */
 #ifndef UCFGSH_TREE_VIEW_H
 #define UCFGSH_TREE_VIEW_H
 
@@ -32,10 +32,6 @@ tree_node build_tree(const std::vector<std::string> &paths,
 
 /* Indented lines: "name", or "name: value". */
 void print_tree(output &out, const tree_node &top, int indent = 0);
-
-/* Objects of objects; a node with a value and no children is a string, one with both has the value
- * under the key "". */
-owned_json tree_json(const tree_node &top);
 
 }  // namespace ucfgsh
 
