@@ -77,11 +77,15 @@ class Configuration : public daemon_test {
         fs::create_symlink("../usr/share/zoneinfo/Europe/Berlin", path("/etc/localtime"));
         put("/usr/share/zoneinfo/zone1970.tab", "# codes\nAT\t+4813+01620\tEurope/Vienna\n");
         put("/etc/ssh/sshd_config", "#Port 22\nX11Forwarding yes\nMatch User git\n\tPort 1\n");
-        put("/etc/rsyslog.d/.keep", "");
-        for (const char *program : {"/usr/sbin/rsyslogd", "/usr/sbin/sshd",
-                                    "/lib/systemd/systemd-timesyncd", "/sbin/ifup"})
+        put("/etc/rsyslog.conf", "$IncludeConfig /etc/rsyslog.d/*.conf\n#*.* @no\n*.* @@x;F\n");
+        put("/etc/rsyslog.d/10-site.conf", "mail.* /m\naction(type=\"omfwd\" target=\"c\")\n");
+        for (const char *program : {"/usr/sbin/rsyslogd", "/usr/sbin/sshd", "/sbin/ifup",
+                                    "/lib/systemd/systemd-timesyncd"})
             put(program, "");
         put("/etc/sysctl.conf", "#kernel.sysrq=438\nvm.swappiness=10\n");
+        put("/etc/ssh/sshd_config.d/site.conf", "banner=/etc/issue.net\n");
+        put("/etc/pam.d/sshd", "#session x pam_motd.so\nsession optional pam_motd.so noupdate\n");
+        put("/etc/motd.d/x", "");
         put("/etc/aliases", "postmaster:    root\n");
         put("/etc/motd", "\nwelcome\n\nall\n");
     }
@@ -146,7 +150,17 @@ TEST_F(Configuration, ChangesTheLinesThatAreConcernedAndNoOthers) {
     EXPECT_EQ(c.ask("c GET log.forward.host"), "c.1 2001:db8::1\nc OK\n");
     EXPECT_EQ(c.ask("d SET log.forward.host"), "d OK\n");
     EXPECT_EQ(c.ask("e COMMIT").substr(0, 5), "e OK\n");
-    EXPECT_EQ(file("/etc/rsyslog.d/60-ucfgd-forward.conf"), "");
+    constexpr std::string_view k_forward = "/etc/rsyslog.d/60-ucfgd-forward.conf";
+    EXPECT_EQ(file(k_forward), "");
+    put(k_forward, "*.* @(z9)a.example;Fmt\n");
+    c = logged_in();
+    EXPECT_EQ(c.ask("g GET log.forward.level"), "g.1 debug\ng OK\n");
+    EXPECT_EQ(c.ask("h SET log.forward.port 99"), "h OK\n");
+    EXPECT_EQ(c.ask("i COMMIT").substr(0, 5), "i OK\n");
+    EXPECT_EQ(file(k_forward), "*.* @(z9)a.example:99;Fmt\n");
+    put(k_forward, "*.* @a.example\n*.* action(type=\"omfile\")\n");
+    EXPECT_NE(logged_in().ask("g GET log.forward.host").find("is not of the form"),
+              std::string::npos);
     fs::remove_all(path("/etc/systemd/timesyncd.conf.d"));
     fs::remove_all(path("/usr/lib/systemd/timesyncd.conf.d"));
     EXPECT_EQ(logged_in().ask("f GET time.ntp.fallback"), "f.1 \nf OK\n");
@@ -164,11 +178,17 @@ TEST_F(Configuration, ReadsWhatTheFilesSayAndOtherwiseWhatHoldsWithoutThem) {
         {"system.banner.welcome", "%0awelcome%0a%0aall"},
         {"kernel.settings.vm%2eswappiness.value", "10"},
         {"log.forward.level", "info"},
+        {"log.forward.elsewhere",
+         "rsyslog%2econf:+*%2e*+@@x;F%0a10-site%2econf:+action(type=\"omfwd\"+target=\"c\")"},
         {"system.hostname", "old"},
         {"network.hosts.192%2e0%2e2%2e1.aliases", "gw%2eexample%2enet+gw_b+x"},
         {"time.zone", "Europe/Berlin"},
         {"time.ntp.fallback", "b%2eexample+c%2eexample"},
         {"users.man.name", "man"},
+        {"users.man.shell", "/bin/sh"},
+        {"users.man.group", "12"},
+        {"system.banner.shown-by",
+         "console:+getty%0anetwork:+sshd%0awelcome:+sshd,+beside+what+comes+of+/etc/motd%2ed"},
     };
     for (const auto &[name, value] : k_values) {
         EXPECT_EQ(c.ask("a GET " + std::string{name}), "a.1 " + std::string{value} + "\na OK\n");
@@ -234,6 +254,53 @@ TEST_F(Configuration, WhatIsNotInstalledIsNoTroubleUntilItIsSet) {
     EXPECT_EQ(file("/etc/hostname"), "new\n");
     EXPECT_EQ(fs::status(path("/etc/hostname")).permissions(), fs::perms{0644});
     EXPECT_FALSE(fs::exists(path("/etc/ssh")));
+}
+
+/* What systemctl says of a unit, by a file of its properties; "fails" and "dies" are ours. */
+constexpr std::string_view k_systemctl = R"(#!/bin/sh
+for unit; do :; done
+unit=units/${unit%.service}
+case $1 in
+    show) sed -n "s/^$4=//p" $unit 2>/dev/null || [ $4 != LoadState ] || echo not-found ;;
+    is-active) grep -q ActiveState=active $unit ;;
+    *) grep -qE 'fails|dies' $unit && sed -i s/=active/=failed/ $unit; ! grep -q fails $unit ;;
+esac
+)";
+
+TEST_F(Configuration, TellsOfAServiceWhatSystemdKnows) {
+    std::string script = file("/etc/ucfgd/apply");
+    script.replace(script.find("PATH="), 5, "PATH=" + path("/bin") + ":");
+    script.replace(script.find("[ -d /run/systemd/system ]"), 26, "cd " + path("/") + "");
+    put("/apply", script);
+    put("/bin/systemctl", k_systemctl);
+    fs::permissions(path("/bin/systemctl"), fs::perms{0755});
+    put("/units/cron", "LoadState=loaded\nActiveState=active\nSubState=running\n");
+    put("/units/rsyslog", "LoadState=masked\nActiveState=inactive\n");
+    put("/units/ssh",
+        "LoadState=loaded\nActiveState=failed\nResult=exit-code\nfails\n"
+        "UnitFileState=disabled\n");
+    put("/units/networking", "LoadState=loaded\nActiveState=active\nSubState=exited\n");
+    put("/units/postfix", "LoadState=loaded\nActiveState=active\nResult=signal\ndies\n");
+    struct {
+        std::string_view what, name, said;
+        int status;
+    } constexpr k_asked[] = {
+        {"status", "cron", "running\n", 0},
+        {"restart", "cron", "cron has been restarted: running\n", 0},
+        {"restart", "rsyslog", "rsyslog is masked: systemctl unmask rsyslog first\n", 1},
+        {"syslog", "", "rsyslog is left alone: masked, stopped\n", 0},
+        {"status", "ssh", "failed: exit-code, not started at boot\n", 0},
+        {"restart", "ssh", "ssh: failed: exit-code\n", 1},
+        {"status", "networking", "done, nothing of it has to run on\n", 0},
+        {"restart", "postfix", "postfix does not run: failed: signal\n", 1},
+        {"restart", "none", "none is not installed\n", 1},
+    };
+    for (const auto &[what, name, said, status] : k_asked) {
+        const program_result result =
+            run_program({"/bin/sh", path("/apply"), std::string{what}, std::string{name}});
+        EXPECT_EQ(result.out, said) << result.err;
+        EXPECT_EQ(result.status, status) << said;
+    }
 }
 
 TEST_F(Configuration, AnyAreaCanBeDropped) {
