@@ -68,10 +68,13 @@ class Commit : public daemon_test {
 
 TEST_F(Commit, OnlyTheLinesThatWereChangedDiffer) {
     use_appliance();
+    const std::string block = "match user git\n\tX11Forwarding no\n\tPort 1\n";
+    const std::string sshd =
+        replaced(file("/etc/ssh/sshd_config"), "X11Forwarding yes", "x11forwarding yes");
+    put("/etc/ssh/sshd_config", sshd + block);
     start();
     client c = logged_in();
     const std::string hosts = file("/etc/hosts");
-    const std::string sshd = file("/etc/ssh/sshd_config");
     const std::string appliance = file("/etc/default/appliance");
     const ino_t untouched = status("/etc/sysctl.conf").st_ino;
     EXPECT_EQ(c.ask("1.1 SET network.hosts.192%2e0%2e2%2e11.name post%2eexample%2enet\n"
@@ -81,8 +84,8 @@ TEST_F(Commit, OnlyTheLinesThatWereChangedDiffer) {
               "1.1 OK\n1.2 OK\n1.3 OK\n1.4 OK\n1.5 OK\n1 OK\n");
     EXPECT_EQ(c.ask("2 COMMIT"), "2 OK\n");
     EXPECT_EQ(file("/etc/hosts"), replaced(hosts, "mail.example.net", "post.example.net"));
-    std::string expected = replaced(sshd, "X11Forwarding yes", "X11Forwarding no");
-    EXPECT_EQ(file("/etc/ssh/sshd_config"), expected + "Port 2222\n");
+    std::string expected = replaced(sshd, "x11forwarding yes", "x11forwarding no");
+    EXPECT_EQ(file("/etc/ssh/sshd_config"), expected + "Port 2222\n" + block);
     EXPECT_EQ(file("/etc/default/appliance"),
               replaced(appliance, "'Machine room 2, rack 7'", "'Room 3, \"rack\" 8'"));
     EXPECT_EQ(file("/etc/hostname"), "lab\n");
