@@ -122,10 +122,14 @@ TEST_F(Interfaces, AreWhatIfupdownMakesOfAllFiles) {
     EXPECT_EQ(c.ask("d COMMIT").substr(0, 5), "d OK\n");
     EXPECT_EQ(file("/etc/network/interfaces.d/eth1"), "");
     EXPECT_EQ(ask_ifupdown("--list"), "lo eth2 eth0.5 ");
+    EXPECT_EQ(c.ask("e DEL network.interfaces base"), "e OK\n");
+    EXPECT_NE(c.ask("e COMMIT").find("unknown iface to inherit from: base"), std::string::npos);
 }
 
 TEST_F(Interfaces, RefuseWhatWouldHaveNoEffect) {
-    put_network(std::string{k_main} + "auto /eth2\niface eth0-x inet dhcp\niface wlan0 inet dhcp\n",
+    put("/run/network/interfaces.d/tap0", "iface tap0 inet static\n address 192.0.2.65/26\n");
+    put_network("source-directory /run/network/interfaces.d\n" + std::string{k_main} +
+                    "auto /eth2\niface eth0-x inet dhcp\niface wlan0 inet dhcp\n",
                 k_included);
     start();
     client c = logged_in();
@@ -142,6 +146,8 @@ TEST_F(Interfaces, RefuseWhatWouldHaveNoEffect) {
          {"SET network.interfaces.lo.address 192.0.2.1/8", "has no address of its own"},
          {"SET network.interfaces.eth1.mtu 1400", "a OK\n"},
          {"SET network.interfaces.eth0-x.mtu 1400", "ERR eth0-x takes its MTU from where"},
+         {"GET network.interfaces.tap0.address", "192%2e0%2e2%2e65/26"},
+         {"SET network.interfaces.tap0.mtu 1400", "is set up in /run/network/interfaces.d/tap0:"},
          {"SET network.interfaces.wlan0.auto yes", "ERR the machine has no interface wlan0"},
          {"ADD network.interfaces eth9", "ERR the machine has no interface eth9"},
          {"ADD network.interfaces.eth0.stanzas 4", "the next stanza of eth0 is number 3"}});
