@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "ucfgsh/commits.h"
+#include "ucfgsh/usable.h"
 
 namespace ucfgsh {
 
@@ -11,14 +12,7 @@ namespace {
 /* More than anybody reads. */
 constexpr size_t k_candidate_limit = 2000;
 
-/* The line as far as it is typed: the command, the arguments before the last one, and the last one,
- * which may be empty. */
-struct typed_line {
-    const command *row = nullptr;
-    arguments args;
-    word last;
-    size_t position = 0; /* which argument the last one is, 0 the command itself */
-};
+}  // namespace
 
 typed_line read_line(std::string_view line) {
     typed_line typed;
@@ -52,8 +46,10 @@ char kind_of(const typed_line &typed) {
     size_t at = std::min(typed.position, typed.row->kinds.size()) - 1;
     if (typed.position > typed.row->most) return 0;
     char kind = typed.row->kinds[at];
-    return kind == 'p' && typed.args.has('m') ? 'm' : kind;
+    return typed.args.has('m') && (kind == 'p' || kind == 'c') ? 'm' : kind;
 }
+
+namespace {
 
 /* Where the last component of a typed path begins: behind the last dot outside of quotes. */
 size_t last_component(std::string_view raw) {
@@ -80,12 +76,6 @@ std::vector<std::string> names_below(shell &sh, ucfg_tree tree, const std::strin
     return to_vector(names);
 }
 
-owned_attr attr_of(shell &sh, ucfg_tree tree, const std::string &path) {
-    ucfg_attr *attr = nullptr;
-    sh.link.quietly([&](ucfg_conn *conn) { return ucfg_attr_of(conn, tree, path.c_str(), &attr); });
-    return owned_attr{attr};
-}
-
 /* What was typed of a word so far, without its quotes. */
 std::string unquoted(std::string_view raw) {
     words split = split_words(raw);
@@ -97,7 +87,7 @@ template <class quoting>
 void keep(candidates &found, const std::vector<std::string> &names, const std::string &typed,
           const std::string &before, quoting quote) {
     for (const std::string &name : names)
-        if (name.starts_with(typed) && found.items.size() < k_candidate_limit)
+        if (name.starts_with(typed) && found.count++ < k_candidate_limit)
             found.items.push_back(before + quote(name));
 }
 
@@ -111,13 +101,27 @@ void complete_path(shell &sh, ucfg_tree tree, const typed_line &typed, candidate
     auto parent =
         resolve_path(sh, cut == 1 ? raw.substr(0, 1) : raw.substr(0, cut - (cut > 0)), tree);
     if (!parent) return;
-    keep(found, names_below(sh, tree, *parent), unquoted(raw.substr(cut)),
-         std::string{raw.substr(0, cut)}, quote_component);
+    std::string begun = unquoted(raw.substr(cut));
+    std::vector<std::string> names = names_below(sh, tree, *parent);
+    std::erase_if(names, [&](const std::string &name) { return !name.starts_with(begun); });
+    std::string_view letters = letters_for(typed.row->name);
+    owned_attr above = letters == "d" ? look_at(sh.link, tree, *parent) : nullptr;
+    if (!above || !has_letter(*above, letters))
+        names = usable_names(sh.link, tree, *parent, names, letters);
+    found.tree = tree;
+    found.above = *parent;
+    found.shown = cut;
+    keep(found, names, begun, std::string{raw.substr(0, cut)}, quote_component);
     if (found.items.size() != 1) return;
     auto path = resolve_path(sh, found.items[0], tree);
-    owned_attr attr = path ? attr_of(sh, tree, *path) : nullptr;
-    bool children = attr && strchr(attr->ops, 'l');
-    if (children)
+    owned_attr attr = path ? look_at(sh.link, tree, *path) : nullptr;
+    bool leads_on = attr && has_letter(*attr, "l");
+    if (attr && leads_on && !letters.empty()) {
+        /* What the command can take is the end of the word, whatever is below it. */
+        std::string_view itself = letters.substr(letters[0] == 'l' ? 1 : 0);
+        leads_on = !has_letter(*attr, itself);
+    }
+    if (leads_on)
         found.items[0] += '.';
     else
         found.final = true;
@@ -126,7 +130,7 @@ void complete_path(shell &sh, ucfg_tree tree, const typed_line &typed, candidate
 void complete_value(shell &sh, const typed_line &typed, candidates &found) {
     auto path = resolve_path(sh, typed.args.words[0].raw);
     if (!path) return;
-    owned_attr attr = attr_of(sh, k_ucfg_parameters, *path);
+    owned_attr attr = look_at(sh.link, k_ucfg_parameters, *path);
     if (!attr) return;
     std::vector<std::string> values = to_vector(attr->choices);
     char *current = nullptr;
@@ -153,35 +157,6 @@ void complete_command(const std::string &typed, candidates &found) {
         names.emplace_back(row.name);
     keep(found, names, typed, "", quote_word);
     found.final = true;
-}
-
-std::string attr_lines(const ucfg_attr &attr) {
-    std::string text;
-    if (attr.type) text += std::string{"type: "} + attr.type + "\n";
-    if (attr.length > 0) text += "at most " + std::to_string(attr.length) + " characters\n";
-    if (attr.choices->count > 0) {
-        text += "choices:";
-        for (const std::string &choice : to_vector(attr.choices))
-            text += " " + quote_word(choice);
-        text += "\n";
-    }
-    return text;
-}
-
-std::string explain_value(shell &sh, const typed_line &typed) {
-    auto path = resolve_path(sh, typed.args.words[0].raw);
-    if (!path) return "";
-    std::string text;
-    char *help = nullptr;
-    char *value = nullptr;
-    sh.link.quietly([&](ucfg_conn *conn) { return ucfg_help(conn, path->c_str(), &help); });
-    sh.link.quietly([&](ucfg_conn *conn) { return ucfg_get(conn, path->c_str(), &value); });
-    owned_str help_owner{help};
-    owned_str value_owner{value};
-    if (help && *help) text += std::string{help} + "\n";
-    if (owned_attr attr = attr_of(sh, k_ucfg_parameters, *path)) text += attr_lines(*attr);
-    if (value) text += "now: " + show_value(value) + "\n";
-    return text;
 }
 
 }  // namespace
@@ -227,22 +202,6 @@ candidates complete(shell &sh, std::string_view line) {
             break;
     }
     return found;
-}
-
-std::string explain(shell &sh, std::string_view line) {
-    typed_line typed = read_line(line);
-    std::string text;
-    if (typed.position == 0) {
-        for (const command &row : all_commands())
-            if (row.name.starts_with(typed.last.text)) text += command_help(row) + "\n";
-        return text;
-    }
-    if (!typed.row) return "unknown command\n";
-    text = std::string{typed.row->name} + " " + std::string{typed.row->synopsis} + "\n";
-    if (kind_of(typed) == 'v') return text + explain_value(sh, typed);
-    for (const std::string &item : complete(sh, line).items)
-        text += "  " + item + "\n";
-    return text;
 }
 
 bool asks_for_help(std::string_view line) {

@@ -13,7 +13,7 @@
 #include <cwchar>
 
 #include "ucfgsh/commits.h"
-#include "ucfgsh/completion.h"
+#include "ucfgsh/explain.h"
 #include "ucfgsh/secrets.h"
 #include "ucfgsh/terminal.h"
 
@@ -32,21 +32,8 @@ size_t count_characters(std::string_view text) {
     }));
 }
 
-/* The items in columns, as many as fit. */
-std::string in_columns(const std::vector<std::string> &items) {
-    size_t width = 1;
-    for (const std::string &item : items)
-        width = std::max(width, count_characters(item) + 2);
-    size_t columns = std::max<size_t>(static_cast<size_t>(terminal_columns()) / width, 1);
-    size_t limit = columns * static_cast<size_t>(std::max(terminal_rows() - 3, 4));
-    std::string text;
-    for (size_t i = 0; i < std::min(items.size(), limit); i++) {
-        text += printable(items[i]);
-        bool last = (i + 1) % columns == 0 || i + 1 == std::min(items.size(), limit);
-        text += last ? "\n" : std::string(width - count_characters(items[i]), ' ');
-    }
-    if (items.size() > limit) text += "... " + std::to_string(items.size() - limit) + " more\n";
-    return text;
+page screen() {
+    return {static_cast<size_t>(terminal_columns()), static_cast<size_t>(terminal_rows())};
 }
 
 class editor : public line_source {
@@ -228,8 +215,9 @@ unsigned char editor::complete_here() {
     std::string typed = line.substr(found.start);
     std::string better = common_prefix(found.items);
     if (found.items.size() == 1 && found.final) better += ' ';
+    if (found.count > found.items.size()) better = typed;
     if (found.items.size() > 1 && (better.size() <= typed.size() || better.empty())) {
-        printf("\n%s", in_columns(found.items).c_str());
+        printf("\n%s", show_candidates(sh_, found, screen()).c_str());
         fflush(stdout);
         return CC_REDISPLAY;
     }
@@ -241,7 +229,7 @@ unsigned char editor::help_here() {
     std::string line{before_cursor()};
     if (!completing_ || !asks_for_help(line))
         return el_insertstr(el_.get(), "?") == 0 ? CC_REFRESH : CC_ERROR;
-    printf("?\n%s", printable(explain(sh_, line)).c_str());
+    printf("?\n%s", printable(explain(sh_, line, screen())).c_str());
     fflush(stdout);
     return CC_REDISPLAY;
 }

@@ -8,6 +8,8 @@
 #include <cstring>
 #include <numeric>
 
+#include "ucfgsh/about.h"
+
 namespace ucfgsh {
 
 namespace {
@@ -41,10 +43,9 @@ std::string lower(std::string text) {
     return text;
 }
 
-std::string help_of(session &link, const std::string &path, const std::string &name) {
-    char *text = nullptr;
-    link.quietly([&](ucfg_conn *conn) { return ucfg_help(conn, path.c_str(), &text); });
-    std::string help = take_text(text);
+/* The help without the name, which may be part of it. */
+std::string help_besides(session &link, const std::string &path, const std::string &name) {
+    std::string help = help_of(link, k_ucfg_parameters, path);
     size_t at = help.find(name);
     return at == std::string::npos ? help : help.erase(at, name.size());
 }
@@ -61,7 +62,7 @@ bool is_made_up(session &link, ucfg_tree tree, const std::string &above, const s
     if (!other || !same_node(attr, *other)) return false;
     if (tree == k_ucfg_management) return true;
     std::string path = take_text(ucfg_path_append(above.c_str(), name.c_str()));
-    return help_of(link, path, name) == help_of(link, beside, k_made_up);
+    return help_besides(link, path, name) == help_besides(link, beside, k_made_up);
 }
 
 }  // namespace

@@ -20,6 +20,10 @@ std::optional<std::string> resolve_path(const shell &sh, std::string_view typed,
     bool below = tree == k_ucfg_parameters && !typed.starts_with('.');
     if (typed == ".." && tree == k_ucfg_parameters) return above(sh.here);
     if (typed.starts_with('.')) typed.remove_prefix(1);
+    /* As Tab leaves it behind a section. */
+    bool ends = typed.size() > 1 && typed.ends_with('.');
+    char last = ends ? typed[typed.size() - 2] : '.';
+    if (last != '.' && last != '\\') typed.remove_suffix(1);
     owned_str path{ucfg_path_parse(std::string{typed}.c_str(), problem)};
     if (!path) return std::nullopt;
     return below ? join_path(sh.here, path.get()) : path.get();

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "ucfgsh/about.h"
 #include "ucfgsh/commands.h"
 #include "ucfgsh/teach.h"
 #include "ucfgsh/terminal.h"
@@ -281,6 +282,43 @@ int run_attr(shell &sh, const arguments &args) {
     return k_exit_done;
 }
 
+namespace {
+
+/* How a management node is used, and what for. */
+int explain_management(shell &sh, const std::string &path) {
+    int status = refuse_stray(sh, k_ucfg_management, path);
+    if (status != k_exit_done) return status;
+    owned_attr attr = look_at(sh.link, k_ucfg_management, path);
+    std::string help = help_of(sh.link, k_ucfg_management, path);
+    if (sh.out.json()) {
+        sh.out.document(json_object_of({{"path", print_path(path)},
+                                        {"help", help},
+                                        {"arguments", arguments_of(sh.link, path)}}));
+        return k_exit_done;
+    }
+    if (help.empty()) help = "there is no help on " + print_path(path);
+    print_text(sh, (attr ? usage_of(sh.link, *attr, path) : "") + help);
+    return k_exit_done;
+}
+
+int explain_parameter(shell &sh, const std::string &path) {
+    char *text = nullptr;
+    int code = sh.link.call(after_loss::repeat,
+                            [&](ucfg_conn *conn) { return ucfg_help(conn, path.c_str(), &text); });
+    owned_str help{text};
+    if (code == k_ucfg_ok) {
+        int status = refuse_stray(sh, k_ucfg_parameters, path);
+        if (status != k_exit_done) return status;
+        if (!*help && !sh.out.json()) help = dup_str("there is no help on " + print_path(path));
+    } else if (look_at(sh.link, k_ucfg_management, path)) {
+        return explain_management(sh, path);
+    }
+    return print_answer(sh, {'h', k_ucfg_parameters, path}, "help", code, help.release());
+}
+
+}  // namespace
+
+/* A name that a command and a node share is explained as both. */
 int run_help(shell &sh, const arguments &args) {
     if (args.words.empty()) return list_commands(sh);
     const command *row = nullptr;
@@ -293,19 +331,10 @@ int run_help(shell &sh, const arguments &args) {
         put_list(sh, "commands", std::move(one));
     }
     if (!sh.link.logged_in() && row) return k_exit_done;
-    auto path = take_path(sh, args.words[0]);
+    auto path = take_path(sh, args.words[0], tree_of(args));
     if (!path) return k_exit_usage;
-    char *text = nullptr;
-    auto ask = [&](ucfg_conn *conn) { return ucfg_help(conn, path->c_str(), &text); };
-    int code = row ? sh.link.quietly(ask) : sh.link.call(after_loss::repeat, ask);
-    owned_str help{text};
-    if (row && (code != k_ucfg_ok || !*help)) return k_exit_done;
-    if (code == k_ucfg_ok) {
-        int status = refuse_stray(sh, k_ucfg_parameters, *path);
-        if (status != k_exit_done) return status;
-        if (!*help && !sh.out.json()) help = dup_str("there is no help on " + print_path(*path));
-    }
-    return print_answer(sh, {'h', k_ucfg_parameters, *path}, "help", code, help.release());
+    if (row && help_of(sh.link, tree_of(args), *path).empty()) return k_exit_done;
+    return args.has('m') ? explain_management(sh, *path) : explain_parameter(sh, *path);
 }
 
 int run_access(shell &sh, const arguments &args) {

@@ -7,11 +7,17 @@ namespace ucfgsh {
 
 namespace {
 
-bool says_secret(const std::string &word) {
+bool is_word_for_secret(const std::string &word) {
     return word == "password" || word == "secret";
 }
 
 }  // namespace
+
+bool says_secret(const ucfg_attr &attr) {
+    std::vector<std::string> words = to_vector(attr.flags);
+    if (attr.type) words.emplace_back(attr.type);
+    return std::any_of(words.begin(), words.end(), is_word_for_secret);
+}
 
 bool is_secret(session &link, const std::string &path) {
     ucfg_attr *found = nullptr;
@@ -20,9 +26,7 @@ bool is_secret(session &link, const std::string &path) {
     });
     owned_attr attr{found};
     if (code != k_ucfg_ok) return true;
-    std::vector<std::string> words = to_vector(attr->flags);
-    if (attr->type) words.emplace_back(attr->type);
-    if (std::any_of(words.begin(), words.end(), says_secret)) return true;
+    if (says_secret(*attr)) return true;
     if (!strchr(attr->ops, 's')) return false;
     char *verdict = nullptr;
     code = link.quietly([&](ucfg_conn *conn) {

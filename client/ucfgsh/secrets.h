@@ -14,6 +14,9 @@ namespace ucfgsh {
  * quietly. */
 bool is_secret(session &link, const std::string &path);
 
+/* Whether a flag or the type says so. */
+bool says_secret(const ucfg_attr &attr);
+
 /* Whether a line that was typed may set such a value; a path that does not exist may be a slip of
  * one that does. */
 bool sets_secret(shell &sh, const std::vector<word> &line);

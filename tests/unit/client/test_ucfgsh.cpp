@@ -8,7 +8,7 @@
 #include "fake_daemon.h"
 #include "ucfgsh/changes.h"
 #include "ucfgsh/commands.h"
-#include "ucfgsh/completion.h"
+#include "ucfgsh/explain.h"
 #include "ucfgsh/script.h"
 #include "ucfgsh/terminal.h"
 #include "ucfgsh/tree_view.h"
@@ -301,10 +301,23 @@ TEST_F(ShellTest, CompletesWhatBelongsWhereTheCursorStands) {
     toy.nodes["commits.history"] = {".1 12", ".1 11", ".1 9", " OK"};
     EXPECT_EQ(completed("undo 1"), (strings{"12", "11"}));
     EXPECT_EQ(completed("commit --t"), strings{"--trial"});
+    EXPECT_EQ(completed("del "), strings{"hosts"});
+    EXPECT_EQ(completed("del hosts.m"), strings{"hosts.\"my.host\""});
+    EXPECT_EQ(completed("list "), (strings{"hosts", "net"}));
+    EXPECT_EQ(script("list net.\n").second, "mode\nname\n");
     EXPECT_EQ(common_prefix({"n\xc3\xa9", "n\xc3\xa8"}), "n");
     EXPECT_TRUE(asks_for_help("get net."));
     EXPECT_FALSE(asks_for_help("set motd what"));
-    EXPECT_NE(explain(sh, "set net.mode ").find("choices: dhcp"), std::string::npos);
+    EXPECT_NE(explain(sh, "set net.mode ", {80, 24}).find("choices: dhcp"), std::string::npos);
+    EXPECT_EQ(explain(sh, "get net.", {80, 24}), "get PATH...\n  mode  dhcp\n  name  box\n");
+    toy.values["net.name"] = "a%20long%20name";
+    EXPECT_EQ(explain(sh, "get net.", {16, 24}), "get PATH...\n  mode  dhcp\n  name  a long..\n");
+    for (int i = 0; i < 10000; i++)
+        toy.values["hosts.h" + std::to_string(i)] = "1";
+    const size_t before = daemon.seen().size();
+    EXPECT_NE(explain(sh, "get hosts.h", {80, 24}).find("\n... 9980 more of 10000\n"),
+              std::string::npos);
+    EXPECT_LT(daemon.seen().size() - before, 100U);
     EXPECT_EQ(run_command(sh, split_words("cd net").list), k_exit_done);
     EXPECT_EQ(completed("get n"), strings{"name"});
     EXPECT_EQ(completed("get .n"), strings{".net."});
