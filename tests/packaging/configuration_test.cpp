@@ -79,8 +79,8 @@ class Configuration : public daemon_test {
         put("/etc/ssh/sshd_config", "#Port 22\nX11Forwarding yes\nMatch User git\n\tPort 1\n");
         put("/etc/rsyslog.conf", "$IncludeConfig /etc/rsyslog.d/*.conf\n#*.* @no\n*.* @@x;F\n");
         put("/etc/rsyslog.d/10-site.conf", "mail.* /m\naction(type=\"omfwd\" target=\"c\")\n");
-        for (const char *program : {"/usr/sbin/rsyslogd", "/usr/sbin/sshd", "/sbin/ifup",
-                                    "/lib/systemd/systemd-timesyncd"})
+        for (const char *program : {"/usr/sbin/sendmail", "/usr/sbin/rsyslogd", "/usr/sbin/sshd",
+                                    "/sbin/ifup", "/lib/systemd/systemd-timesyncd"})
             put(program, "");
         put("/etc/sysctl.conf", "#kernel.sysrq=438\nvm.swappiness=10\n");
         put("/etc/ssh/sshd_config.d/site.conf", "banner=/etc/issue.net\n");
@@ -123,7 +123,7 @@ constexpr change k_changes[] = {
     {"SET kernel.forwarding on", "/etc/sysctl.conf",
      "#kernel.sysrq=438\nvm.swappiness=10\nnet.ipv4.ip_forward=1\n"},
     {"SET mail.root ops@example.net", "/etc/aliases",
-     "postmaster:    root\nroot:ops@example.net\n"},
+     "postmaster:    root\nroot: ops@example.net\n"},
     {"SET system.banner.welcome one%0a%0athree", "/etc/motd", "one\n\nthree\n"},
     {"SET network.interfaces.eth0.address 198.51.100.2/24", "", ""},
     {"SET network.interfaces.eth0.gateway 198.51.100.1", "", ""},
