@@ -36,6 +36,12 @@ constexpr const char *k_default_socket = "/dev/ucfgd";
 constexpr const char *k_default_host = "127.0.0.1";
 constexpr const char *k_default_port = "222";
 
+/* Not from the environment where the program runs with more rights than its caller. */
+const char *default_socket() {
+    const char *named = secure_getenv("UCFGD_SOCKET");
+    return named && *named ? named : k_default_socket;
+}
+
 int milliseconds_left(int timeout, clock_type::time_point start) {
     if (timeout < 0) return -1;
     auto gone =
@@ -112,8 +118,11 @@ int open_local(ucfg_conn *conn) {
         setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
     }
     while (connect(fd.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) < 0) {
-        if (errno == EINTR && !(conn->interrupt && *conn->interrupt)) continue;
-        return unreachable(conn, strerror(errno));
+        const int reason = errno;
+        if (reason == EINTR && !(conn->interrupt && *conn->interrupt)) continue;
+        const int code = unreachable(conn, strerror(reason));
+        errno = reason;
+        return code;
     }
     return adopt(conn, fd.release());
 }
@@ -230,7 +239,7 @@ void ucfg_destroy(ucfg_conn *conn) {
 int ucfg_connect_local(ucfg_conn *conn, const char *path) {
     return guarded(conn, [&] {
         conn->kind = peer_kind::local;
-        conn->host = path ? path : k_default_socket;
+        conn->host = path ? path : default_socket();
         conn->peer = conn->host;
         return open_local(conn);
     });

@@ -76,7 +76,7 @@ constexpr const char *k_usage =
     "commands on a terminal and reads them from standard input otherwise.\n"
     "\n"
     "Connection:\n"
-    "  -s, --socket PATH         local socket (default /dev/ucfgd)\n"
+    "  -s, --socket PATH         local socket (default $UCFGD_SOCKET or /dev/ucfgd)\n"
     "  -H, --host HOST           TCP instead (default port 222)\n"
     "  -p, --port PORT\n"
     "      --timeout SECONDS     longest wait for an answer (default 60, 0 for ever)\n"

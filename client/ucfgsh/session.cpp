@@ -13,6 +13,7 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <thread>
 
@@ -25,6 +26,8 @@ namespace {
 
 constexpr int k_reconnect_attempts = 12;
 constexpr std::chrono::milliseconds k_reconnect_pause{250};
+constexpr int k_first_attempts = 40;
+constexpr std::chrono::milliseconds k_first_pause{50};
 constexpr int k_attempts_at_end = 5;
 constexpr int k_patience_at_end = 1000;
 constexpr const char *k_no_write = "you do not have write permission";
@@ -60,6 +63,17 @@ int session::connect() {
                               opts_.socket_path ? opts_.socket_path->c_str() : nullptr);
 }
 
+/* A daemon that is being started or upgraded has no socket, or one that refuses, for a moment. */
+int session::connect_with_patience() {
+    for (int i = 0;; i++) {
+        int code = connect();
+        if (code != k_ucfg_unreachable || (errno != ENOENT && errno != ECONNREFUSED)) return code;
+        bool local = !opts_.host && !opts_.port;
+        if (!local || opts_.complete_line || g_interrupted || i == k_first_attempts) return code;
+        std::this_thread::sleep_for(k_first_pause);
+    }
+}
+
 std::string session::explain() const {
     int code = ucfg_last(conn_.get());
     std::string text = ucfg_text(conn_.get());
@@ -70,7 +84,7 @@ std::string session::explain() const {
 
 int session::open(int perms) {
     perms_ = perms;
-    if (connect() != k_ucfg_ok) {
+    if (connect_with_patience() != k_ucfg_ok) {
         tell_(explain());
         return k_exit_unreachable;
     }

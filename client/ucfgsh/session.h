@@ -64,6 +64,7 @@ class session {
 
   private:
     int connect();
+    int connect_with_patience();
     int log_in();
     int try_login(const std::string &password);
     bool may_ask() const;

@@ -1,5 +1,7 @@
 #include "auth/session_users.h"
 
+#include <libdaemon/dlog.h>
+
 #include <cerrno>
 #include <cstddef>
 #include <cstdlib>
@@ -34,6 +36,14 @@ int perms_of_letters(std::string_view letters) {
         if (letter == 'x') perms |= k_perm_exec;
     }
     return perms;
+}
+
+bool counts_all_members(const cnfnode *row, std::string_view value) {
+    if (value != "all" && value != "primary")
+        daemon_log(LOG_WARNING,
+                   "Warning: group '%s': members: is 'all' or 'primary'; 'primary' is used",
+                   row->name);
+    return value == "all";
 }
 
 }  // namespace
@@ -72,6 +82,7 @@ session_user *create_session_user_from_conf(const cnfnode *node, const session_u
         const std::string_view key = name_of(entry);
         if (!entry->value) continue;
         if (key == "access:") user->perms |= perms_of_letters(entry->value);
+        if (key == "members:") user->all_members = counts_all_members(node, entry->value);
         if (key == "exec-user:") {
             char *account = strdup(entry->value);
             if (!account) return nullptr;

@@ -21,6 +21,7 @@ typedef struct session_user {
     char *name;
     int perms;       /* k_perm_ bits of session.h */
     char *exec_user; /* null for none */
+    int all_members; /* of a group's row: it counts for each member, not by primary group only */
 } session_user;
 
 /* The two tables; null when the configuration has no such node. */

@@ -74,7 +74,8 @@ constexpr std::string_view k_other_paths[] = {
     "users/*/access:",
     "users/*/exec-user:", /* session_users */
     "groups/*/access:",
-    "groups/*/exec-user:", /* session_users */
+    "groups/*/exec-user:",
+    "groups/*/members:", /* session_users */
     "listen/*/type:",
     "listen/*/path:",
     "listen/*/mode:", /* listen.cpp */

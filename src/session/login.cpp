@@ -3,9 +3,7 @@
 #include "session/login.h"
 
 #include <fcntl.h>
-#include <grp.h>
 #include <libdaemon/dlog.h>
-#include <pwd.h>
 #include <strings.h>
 #include <sys/random.h>
 #include <unistd.h>
@@ -20,9 +18,9 @@
 #include <cstring>
 #include <utility>
 
+#include "auth/grants.h"
 #include "auth/hlxaaa.h"
 #include "auth/session_auth.h"
-#include "auth/session_users.h"
 #include "daemon/trace.h"
 #include "hlxauth/hlxauth.h"
 #include "session/bgexec.h"
@@ -41,12 +39,6 @@ constexpr size_t k_user_size = 64;
 constexpr size_t k_password_size = 256;
 constexpr int k_event_source = 6; /* the event library's number for this daemon */
 
-/* What the tables grant a user. */
-struct grant {
-    int perms = 0;
-    const char *exec_user = nullptr;
-};
-
 /* What the collected lines of a login ask for. */
 struct wish {
     int perms = k_perm_read | k_perm_write | k_perm_exec;
@@ -64,41 +56,6 @@ struct password_buffer {
 
 const char *or_none(const char *text) {
     return text ? text : "";
-}
-
-void grant_to_group_of(const char *user, grant &granted) {
-    const passwd *account = getpwnam(user);
-    if (!account) {
-        auth_log("no passwd entry for user %s", user);
-        return;
-    }
-    const gid_t gid = account->pw_gid;
-    const group *primary = getgrgid(gid);
-    if (!primary) {
-        auth_log("group with gid=%d not found", static_cast<int>(gid));
-        return;
-    }
-    const session_user *row = find_session_user(g_groups_list, primary->gr_name);
-    if (!row) {
-        trace(4, "no special settings for group %s\n", primary->gr_name);
-        return;
-    }
-    trace(4, "found group %s, perms=%o, exec_user=%s\n", primary->gr_name,
-          static_cast<unsigned>(row->perms), or_none(row->exec_user));
-    granted.perms |= row->perms;
-    if (!granted.exec_user) granted.exec_user = row->exec_user;
-}
-
-grant granted_to(const char *user) {
-    grant granted;
-    if (const session_user *row = find_session_user_or_default(g_users_list, user)) {
-        trace(4, "found user %s, perms=%o, exec_user=%s\n", user, static_cast<unsigned>(row->perms),
-              or_none(row->exec_user));
-        granted = {row->perms, row->exec_user};
-    }
-    /* Names with a dot are the daemon's own and have no account. */
-    if (user[0] != '.') grant_to_group_of(user, granted);
-    return granted;
 }
 
 int perms_of_words(const char *words) {
@@ -185,6 +142,11 @@ void refuse_login(ccd_session *session, const char *id, const char *user) {
     login_gate_refuse(session);
 }
 
+void refuse_force(ccd_session *session, const char *id) {
+    session_writef(session, "%s NO you do not have write permission\n", id);
+    login_gate_refuse(session);
+}
+
 /* The second half of a login: the password was right. */
 void admit(ccd_session *session, const char *id, const char *user, const grant &granted,
            bool force) {
@@ -265,17 +227,21 @@ int session_process_login(ccd_session *session, const char *id, const char *args
         return 0;
     }
     g_auth_quiet = login_gate_is_quiet(session);
-    const grant granted = granted_to(user);
+    grant granted = granted_to(user);
+    grant most = granted;
+    if (force) grant_to_members(session, user, nullptr, most);
     /* Before the password is looked at: whoever may not write has no use for trying. */
-    if (force && (granted.perms & k_perm_write) == 0) {
-        session_writef(session, "%s NO you do not have write permission\n", id);
-        login_gate_refuse(session);
+    if (force && (most.perms & k_perm_write) == 0) {
+        refuse_force(session, id);
         return 0;
     }
     const bool accepted = session_auth(session, user, password.text) == 0;
     /* A method that runs a helper may have taken the signal of a job's end for that of its own. */
     if (g_bgexec_ctx_list) raise(SIGCHLD);
-    if (accepted) {
+    if (accepted) grant_to_members(session, user, session->auth_method, granted);
+    if (accepted && force && (granted.perms & k_perm_write) == 0) {
+        refuse_force(session, id);
+    } else if (accepted) {
         admit(session, id, user, granted, force != 0);
     } else {
         refuse_login(session, id, user);

@@ -1,4 +1,5 @@
 #include <crypt.h>
+#include <grp.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -28,7 +29,7 @@ class Login : public daemon_test {
         put("/accounts/passwd", "root:*:0:0::/:/bin/sh\nann:" + hash +
                                     ":1001:2001::/:/bin/sh\nbob:x:1002:2002::/:/bin/sh\n"
                                     "eve:*:1003:2003::/:/bin/sh\nlost:x:1004:9999::/:/bin/sh\n");
-        put("/accounts/group", "root:x:0:\nadm:x:2001:bob\nops:x:2002:ann\n");
+        put("/accounts/group", "root:x:0:\nadm:x:2001:bob,root\nops:x:2002:ann\n");
         put("/accounts/shadow", "bob:" + hash + ":19000:0:99999:7:::\neve:*:19000:0:99999:7:::\n");
         put("/accounts/pam.db", "ann:pamword:ucfgd\nbob:pamword:other\n");
         const std::string module = PAM_MATRIX " passdb=" + path("/accounts/pam.db") + "\n";
@@ -69,6 +70,23 @@ TEST_F(Login, ByPeerCredentialsIsForTheAccountOfThePeer) {
     EXPECT_TRUE(logged("auth for user bob failed\n"));
     EXPECT_EQ(try_login("lost"), k_refused);
     EXPECT_TRUE(logged("group with gid=9999 not found\n"));
+}
+
+TEST_F(Login, CountsAllMembersOfAGroupThatAsksForIt) {
+    start_with("authtype: usercred\nauthtype: shadow\n");
+    stop();
+    configure("authtype: usercred\nauthtype: shadow\n", "root {\n access: r\n}\n",
+              "groups {\n adm {\n  access: w\n  members: all\n }\n"
+              " ops {\n  access: x\n  members: all\n }\n}\nlimits {\n login-delay: 0\n}\n");
+    start();
+    /* The groups of the process count, not those that the database has for its account. */
+    const gid_t ops = 2002;
+    ASSERT_EQ(setgroups(1, &ops), 0);
+    EXPECT_EQ(try_login("root"), "l.1 PERMS read exec\nl OK\n");
+    ASSERT_EQ(setgroups(0, nullptr), 0);
+    EXPECT_EQ(try_login("root"), k_reader);
+    EXPECT_EQ(connect().ask("l LOGINFORCE root"), "l NO you do not have write permission\n");
+    EXPECT_EQ(try_login("bob opensesame"), "l.1 PERMS write exec\nl OK\n");
 }
 
 TEST_F(Login, ByPasswdAndShadowComparesHashes) {

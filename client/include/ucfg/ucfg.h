@@ -66,7 +66,10 @@ ucfg_conn *ucfg_create(void);
  * the handle. Null is accepted. */
 void ucfg_destroy(ucfg_conn *conn);
 
-/* Connects to a local socket; null means "/dev/ucfgd". An open connection is closed first. */
+/* Connects to a local socket. Null means the one that the environment variable UCFGD_SOCKET names
+ * (which a program with more rights than its caller does not look at), else "/dev/ucfgd". An open
+ * connection is closed first. errno says why nobody answers: ENOENT or ECONNREFUSED while the
+ * daemon is not there. */
 int ucfg_connect_local(ucfg_conn *conn, const char *path);
 
 /* Connects over TCP, trying every address of the host; a null host is "127.0.0.1", a null port

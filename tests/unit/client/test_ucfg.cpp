@@ -14,7 +14,9 @@ using owned_conn = owned<ucfg_conn, ucfg_destroy>;
 
 owned_conn connect_to(const fake_daemon &daemon) {
     owned_conn conn{ucfg_create()};
-    EXPECT_EQ(ucfg_connect_local(conn.get(), daemon.path().c_str()), k_ucfg_ok);
+    setenv("UCFGD_SOCKET", daemon.path().c_str(), 1);
+    EXPECT_EQ(ucfg_connect_local(conn.get(), nullptr), k_ucfg_ok);
+    unsetenv("UCFGD_SOCKET");
     ucfg_set_timeout(conn.get(), 5000);
     return conn;
 }
