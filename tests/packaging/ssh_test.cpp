@@ -146,6 +146,15 @@ TEST_F(Sshd, RefusesACommitThatWouldHaveNoEffectOrLockEverybodyOut) {
     append("/etc/ssh/sshd_config.d/50.conf", "PasswordAuthentication no\n");
     reply = b.ask("b COMMIT");
     EXPECT_NE(reply.find("no way to log in would be left"), std::string::npos) << reply;
+    put("/etc/default/ssh", "SSHD_OPTS='-oPort=23 -oMaxAuthTries=3'\n");
+    for (std::string_view row : {"port 23 22", "max-tries 3 4"}) {
+        const size_t blank = row.find(' ');
+        const std::string name = " ssh." + std::string{row.substr(0, blank)};
+        client d = logged_in();
+        EXPECT_TRUE(d.ask("d GET" + name).starts_with("d.1" + std::string{row.substr(blank, 2)}));
+        EXPECT_EQ(d.ask("e SET" + name + std::string{row.substr(row.rfind(' '))}), "e OK\n");
+        EXPECT_NE(d.ask("f COMMIT").find("ERR sshd: it would "), std::string::npos);
+    }
     append(k_main, "Prot 22\n");
     for (std::string_view request : {"GET ssh.port", "SET ssh.key-login no"}) {
         reply = logged_in().ask("c " + std::string{request});

@@ -2,6 +2,7 @@
 
 # "FILE:LINE setting KEYWORD VALUE", in the order in which the values count. What is set once more,
 # when all files have been read, stands in blocks that hold for every connection.
+{ sub(/\r$/, "") }
 { sub(/^debug3: reprocess config:/, "debug3: " file ":") }
 /^debug3: [^ ]+:[0-9]+ setting / {
     place = $2
