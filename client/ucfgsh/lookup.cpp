@@ -6,8 +6,8 @@
 
 #include <algorithm>
 #include <cstring>
-#include <numeric>
 
+#include "ucfgd/nearest.h"
 #include "ucfgsh/about.h"
 
 namespace ucfgsh {
@@ -18,24 +18,6 @@ constexpr std::chrono::seconds k_fresh{2};
 constexpr size_t k_listings = 64;
 constexpr size_t k_similar = 3;
 constexpr const char *k_made_up = "no-such-name";
-
-/* The number of letters to add, drop, replace or swap. */
-size_t distance(std::string_view a, std::string_view b) {
-    std::vector<size_t> last(b.size() + 1), row(b.size() + 1), next(b.size() + 1);
-    std::iota(row.begin(), row.end(), 0);
-    for (size_t i = 1; i <= a.size(); i++) {
-        next[0] = i;
-        for (size_t k = 1; k <= b.size(); k++) {
-            size_t same = a[i - 1] == b[k - 1] ? 0 : 1;
-            next[k] = std::min({row[k] + 1, next[k - 1] + 1, row[k - 1] + same});
-            bool swapped = i > 1 && k > 1 && a[i - 1] == b[k - 2] && a[i - 2] == b[k - 1];
-            if (swapped) next[k] = std::min(next[k], last[k - 2] + 1);
-        }
-        std::swap(last, row);
-        std::swap(row, next);
-    }
-    return row[b.size()];
-}
 
 std::string lower(std::string text) {
     for (char &c : text)
@@ -138,7 +120,7 @@ std::vector<std::string> similar_names(const std::vector<std::string> &names,
         size_t far = known.size() > wanted.size() ? known.size() - wanted.size()
                                                   : wanted.size() - known.size();
         if (!begins && far > most) continue;
-        size_t steps = begins ? 1 : distance(wanted, known);
+        size_t steps = begins ? 1 : count_slips(wanted, known);
         if (steps <= most) found.emplace_back(steps, name);
     }
     std::stable_sort(found.begin(), found.end(),

@@ -8,8 +8,9 @@ namespace {
 
 constexpr size_t k_longest = 64; /* what is longer is no word that somebody has typed */
 
-/* How many slips lead from one word to the other, row by row of the usual table. */
-size_t slips(std::string_view a, std::string_view b) {
+}  // namespace
+
+size_t count_slips(std::string_view a, std::string_view b) {
     std::vector<size_t> before(b.size() + 1);
     std::vector<size_t> last(b.size() + 1);
     std::vector<size_t> row(b.size() + 1);
@@ -29,15 +30,13 @@ size_t slips(std::string_view a, std::string_view b) {
     return row[b.size()];
 }
 
-}  // namespace
-
 std::string_view nearest_word(std::string_view word, std::span<const std::string_view> known) {
     std::string_view best;
     if (word.size() > k_longest) return best;
     size_t fewest = std::max<size_t>(1, word.size() / 3) + 1;
     for (std::string_view candidate : known) {
         if (candidate.size() > k_longest) continue;
-        const size_t count = slips(word, candidate);
+        const size_t count = count_slips(word, candidate);
         if (count >= fewest) continue;
         fewest = count;
         best = candidate;
