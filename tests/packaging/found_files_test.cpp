@@ -103,6 +103,14 @@ TEST_P(FoundFiles, AreToldTrulyAndChanged) {
         step(GetParam().lines[at_++]);
 }
 
+TEST(Apply, TriesAValueInANetworkOfItsOwn) {
+    const std::string apply = SOURCE_DIR "/packaging/etc/ucfgd/apply try ";
+    if (std::system("unshare -n true") != 0) GTEST_SKIP() << "no network namespaces";
+    EXPECT_NE(std::system((apply + "/proc/sys/net/ipv4/tcp_congestion_control nosuch").c_str()), 0);
+    EXPECT_EQ(std::system((apply + "/proc/sys/net/ipv4/ip_forward 1").c_str()), 0);
+    EXPECT_EQ(std::system((apply + "/proc/sys/net/ipv4/nosuch 1").c_str()), 0);
+}
+
 std::string name_of(const testing::TestParamInfo<found_case> &found) {
     std::string name;
     bool begins = true;
