@@ -380,6 +380,33 @@ TEST_F(Startup, ASocketThatCannotBeMadeEndsTheStartAndRemovesThePidFile) {
     }
 }
 
+/* It runs from the log-in on that finds a file changed, is reaped when nobody asks, ended when
+ * late. */
+TEST_F(Startup, ACommandWithDependsRunsWhileOthersAreServed) {
+    put("/slow", "");
+    append("/etc/ucfgd/modules.conf",
+           "slow {\n module: keyvalue\n depends: /slow\n pipe-in: cd "
+           "$UCFGD_ROOT; echo >>runs; sleep 0.4; . ./slow; echo is it\n}\n");
+    append("/etc/ucfgd/param.conf", "slow {\n get: llget('slow', 'is')\n}\n");
+    append("/etc/ucfgd/ucfgd.conf", "limits {\n command-time: 1\n}\n");
+    start();
+    const auto begin = std::chrono::steady_clock::now();
+    client c = logged_in();
+    EXPECT_TRUE(eventually([this] { return file("/runs") == "\n"; }));
+    EXPECT_EQ(c.ask("a GET name"), "a.1 alpha\na OK\n");
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds{300});
+    EXPECT_EQ(c.ask("b GET slow"), "b.1 it\nb OK\n");
+    put("/slow", "exec sleep 100\n");
+    client d = logged_in();
+    EXPECT_TRUE(eventually([this] { return child() != 0; }));
+    EXPECT_EQ(d.ask("c GET slow"), "c.1 \nc OK\n");
+    EXPECT_EQ(file("/runs"), "\n\n");
+    put("/slow", "echo\n");
+    client e = logged_in();
+    EXPECT_TRUE(eventually([this] { return file("/runs") == "\n\n\n" && child() == 0; }));
+    EXPECT_EQ(e.ask("d GET slow"), "d.1 it\nd OK\n");
+}
+
 TEST_F(Startup, WithoutListenersItWarnsAndWaits) {
     put("/etc/ucfgd/ucfgd.conf", "config {\n}\n");
     start();
