@@ -85,6 +85,8 @@ owner_and_mode wished_of(const owner_and_mode &made, const owner_and_mode *old,
                          const file_attributes &wanted) {
     const bool earlier_counts = wanted.earlier && (wanted.earlier_counts_first || !old);
     owner_and_mode as = earlier_counts ? *wanted.earlier : old ? *old : made;
+    if (!earlier_counts && !old && wanted.create_mode >= 0)
+        as.mode = static_cast<mode_t>(wanted.create_mode);
     if (wanted.uid >= 0) as.uid = static_cast<uid_t>(wanted.uid);
     if (wanted.gid >= 0) as.gid = static_cast<gid_t>(wanted.gid);
     if (wanted.mode >= 0) as.mode = static_cast<mode_t>(wanted.mode);

@@ -45,6 +45,7 @@ struct file_attributes {
     int mode = -1;
     int uid = -1;
     int gid = -1;
+    int create_mode = -1; /* of a file that was never there */
     std::optional<owner_and_mode> earlier;
     bool earlier_counts_first = false;
 };

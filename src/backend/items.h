@@ -68,6 +68,7 @@ struct item_record : llconf_item {
     shared_seen_file seen;           /* and when that is a file's */
     shared_states archived;          /* of the edits of an item; null where there are none */
     file_identity looked;            /* of the file, when it was parsed last, well or not */
+    int create_mode = -1;            /* of a file that was not there; negative: by the umask */
     recorded_tree parsed;            /* the last parse; its tree is the caller's until installed */
     recorded_tree replaced; /* the tree that a submit put aside: the source's, as last read */
     struct fe_node *check =

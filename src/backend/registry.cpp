@@ -45,6 +45,7 @@ struct module_entry {
     const char *depends = nullptr;
     const char *options = nullptr;
     int mode = -1;
+    int create_mode = -1;
     int uid = -1;
     int gid = -1;
     unsigned int flags = 0;
@@ -61,14 +62,22 @@ bool is_skipped(const cnfnode *node) {
     return !name || name[0] == '\0' || name[0] == '.';
 }
 
-void read_mode(module_entry &entry, const char *value) {
+void read_mode_to(int &stored, const module_entry &entry, const char *value) {
     char *end = nullptr;
     long mode = std::strtol(value, &end, 0);
     if (end == value || *end != '\0' || mode > 07777) {
         daemon_log(LOG_ERR, "%s: invalid mode %s\n", entry.name, value);
         return;
     }
-    entry.mode = mode < 0 ? -1 : static_cast<int>(mode);
+    stored = mode < 0 ? -1 : static_cast<int>(mode);
+}
+
+void read_mode(module_entry &entry, const char *value) {
+    read_mode_to(entry.mode, entry, value);
+}
+
+void read_create_mode(module_entry &entry, const char *value) {
+    read_mode_to(entry.create_mode, entry, value);
 }
 
 void read_uid(module_entry &entry, const char *value) {
@@ -163,7 +172,7 @@ struct field {
     field_reader read;
 };
 
-constexpr std::array<field, 17> k_fields = {{
+constexpr std::array<field, 18> k_fields = {{
     {"module:", &module_entry::module, nullptr, nullptr},
     {"file:", &module_entry::file, nullptr, nullptr},
     {"dir:", &module_entry::file, nullptr, nullptr},
@@ -173,6 +182,7 @@ constexpr std::array<field, 17> k_fields = {{
     {"depends:", &module_entry::depends, nullptr, nullptr},
     {"options:", &module_entry::options, nullptr, nullptr},
     {"mode:", nullptr, nullptr, read_mode},
+    {"create-mode:", nullptr, nullptr, read_create_mode},
     {"uid:", nullptr, nullptr, read_uid},
     {"gid:", nullptr, nullptr, read_gid},
     {"flags:", nullptr, nullptr, read_flags},
@@ -220,6 +230,7 @@ llconf_item *make_item(module_entry &entry) {
     lli->func_post_read = entry.post_read.release();
     lli->func_pre_commit = entry.pre_commit.release();
     lli->func_post_commit = entry.post_commit.release();
+    record_of(lli)->create_mode = entry.create_mode;
     record_of(lli)->check = entry.check.release();
     if (take_depends(entry, lli)) return lli;
     destroy_llconf_item(lli);

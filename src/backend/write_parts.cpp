@@ -39,7 +39,7 @@ bool any_dirty(const llconf_item *list) {
 file_attributes attributes_of(const item_record *item, const std::string &member) {
     file_attributes attributes;
     if (const llconf_file *file = item->file)
-        attributes = {file->mode, file->uid, file->gid, {}, false};
+        attributes = {file->mode, file->uid, file->gid, item->create_mode, {}, false};
     const file_state *archived = item_archived(item, member);
     if (archived && archived->kind == file_kind::regular) {
         attributes.earlier = owner_and_mode{archived->uid, archived->gid, archived->mode};

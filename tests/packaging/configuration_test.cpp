@@ -136,6 +136,7 @@ constexpr change k_changes[] = {
 
 TEST_F(Configuration, ChangesTheLinesThatAreConcernedAndNoOthers) {
     put_system();
+    fs::permissions(path("/etc/network/interfaces"), fs::perms{0600}); /* keys of radio networks */
     start();
     EXPECT_EQ(complaints(), "");
     client c = logged_in();
@@ -146,6 +147,7 @@ TEST_F(Configuration, ChangesTheLinesThatAreConcernedAndNoOthers) {
         if (!step.file.empty()) {
             EXPECT_EQ(file(step.file), step.text) << step.request;
         }
+    EXPECT_EQ(fs::status(path("/etc/network/interfaces")).permissions(), fs::perms{0600});
     EXPECT_EQ(fs::read_symlink(path("/etc/localtime")), "/usr/share/zoneinfo/Europe/Vienna");
     EXPECT_EQ(c.ask("c GET log.forward.host"), "c.1 2001:db8::1\nc OK\n");
     EXPECT_EQ(c.ask("d SET log.forward.host"), "d OK\n");
