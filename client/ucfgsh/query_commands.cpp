@@ -7,6 +7,7 @@
 #include "ucfgsh/teach.h"
 #include "ucfgsh/terminal.h"
 #include "ucfgsh/tree_view.h"
+#include "ucfgsh/usable.h"
 
 namespace ucfgsh {
 
@@ -89,6 +90,20 @@ int run_get(shell &sh, const arguments &args) {
     return worst;
 }
 
+namespace {
+
+/* A note beside an empty listing: an area that is not installed says so in its help. */
+void say_why_empty(shell &sh, ucfg_tree tree, const std::string &path) {
+    owned_attr attr = tells(sh) && !path.empty() ? look_at(sh.link, tree, path) : nullptr;
+    if (!attr) return;
+    std::string help = help_of(sh.link, tree, path);
+    if (!has_letter(*attr, "ladm") && has_letter(*attr, "gs"))
+        help = "nothing is below it: \"get " + print_path(path) + "\" prints its value";
+    if (!help.empty()) sh.out.complain(sh.prefix + print_path(path) + ": " + help);
+}
+
+}  // namespace
+
 int run_list(shell &sh, const arguments &args) {
     auto path = optional_path(sh, args);
     if (!path) return k_exit_usage;
@@ -111,6 +126,7 @@ int run_list(shell &sh, const arguments &args) {
         put_list(sh, "names", json_list(items));
         return k_exit_done;
     }
+    if (items.empty()) say_why_empty(sh, tree_of(args), *path);
     for (const std::string &item : items)
         sh.out.line(
             sh.out.paint(style::name, all ? item : take_text(ucfg_path_quote(item.c_str()))));
@@ -150,6 +166,23 @@ owned_json values_json(const std::vector<std::string> &paths,
     return list;
 }
 
+/* The help of sections and lists that show nothing, of the first ones when there are many. */
+std::vector<std::string> notes_on_empty(shell &sh, ucfg_tree tree,
+                                        const std::vector<std::string> &paths,
+                                        const std::vector<std::optional<std::string>> &values) {
+    allowance left{200, std::chrono::milliseconds{400}};
+    std::vector<std::string> notes(paths.size());
+    for (size_t i = 0; i < paths.size(); i++) {
+        bool leads_on = i + 1 < paths.size() && paths[i + 1].starts_with(paths[i] + ".");
+        if (values[i] || leads_on || !left.take()) continue;
+        owned_attr attr = look_at(sh.link, tree, paths[i]);
+        if (!attr || has_letter(*attr, "gsIA") || !left.take()) continue;
+        std::string help = help_of(sh.link, tree, paths[i]);
+        notes[i] = help.substr(0, help.find('\n'));
+    }
+    return notes;
+}
+
 }  // namespace
 
 int run_show(shell &sh, const arguments &args) {
@@ -178,12 +211,15 @@ int run_show(shell &sh, const arguments &args) {
         return k_exit_done;
     }
     std::optional<std::string> own;
+    auto notes = notes_on_empty(sh, tree_of(args), paths, values);
     if (!path->empty()) own = values.back();
     values.resize(below.size());
-    tree_node top = build_tree(below, values);
+    tree_node top = build_tree(below, values, notes);
     if (!path->empty()) {
         std::string title = sh.out.paint(style::name, print_path(*path));
         if (own) title += ": " + sh.out.paint(style::value, show_value(*own));
+        if (below.empty() && !notes.back().empty())
+            title += "  " + sh.out.paint(style::faint, "# " + notes.back());
         sh.out.line(title);
     }
     print_tree(sh.out, top, path->empty() ? 0 : 2);

@@ -7,6 +7,8 @@
 #include <array>
 #include <cstring>
 
+#include "ucfgsh/about.h"
+
 namespace ucfgsh {
 
 namespace {
@@ -86,6 +88,10 @@ std::string about_stray(shell &sh, ucfg_tree tree, const stray &missing, const s
     std::string text = describe(missing);
     if (names.empty() && !missing.entry && !missing.above.empty())
         return text + ": nothing is below it";
+    if (names.empty() && missing.entry) {
+        std::string help = help_of(sh.link, tree, missing.above);
+        return text + (help.empty() ? "" : ": " + help);
+    }
     std::vector<std::string> near = similar_names(names, missing.name);
     for (std::string &name : near)
         name =

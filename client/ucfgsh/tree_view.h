@@ -16,6 +16,7 @@ namespace ucfgsh {
 struct tree_node {
     std::string name;
     std::optional<std::string> value;
+    std::string note; /* what is said where there is nothing to show */
     std::vector<std::unique_ptr<tree_node>> children;
     std::unordered_map<std::string, tree_node *> by_name;
 
@@ -26,11 +27,13 @@ struct tree_node {
 /* Deeper nodes are left out: no real tree has them, and a peer that claims so is not followed. */
 inline constexpr size_t k_tree_depth = 64;
 
-/* Builds the tree of the relative wire paths and their values (as many). */
+/* Builds the tree of the relative wire paths, their values and their notes (as many; no notes at
+ * all will do, too). */
 tree_node build_tree(const std::vector<std::string> &paths,
-                     const std::vector<std::optional<std::string>> &values);
+                     const std::vector<std::optional<std::string>> &values,
+                     const std::vector<std::string> &notes = {});
 
-/* Indented lines: "name", or "name: value". */
+/* Indented lines: "name", "name: value" or "name  # note". */
 void print_tree(output &out, const tree_node &top, int indent = 0);
 
 }  // namespace ucfgsh

@@ -53,6 +53,7 @@ class toy_tree {
         if (hang_ups > 0 && hang_ups-- > 0) return {"!close"};
         if (r.word == "LIST" || r.word == "LISTR") return list(path, r.word == "LISTR");
         if (r.word == "ATTR") return attr(path);
+        if (r.word == "HELP" && path == "hosts") return {".1 not+installed", " OK"};
         if (r.word == "GET")
             return values.contains(path)    ? fake_reply{".1 " + values[path], " OK"}
                    : path == "hosts.nosuch" ? fake_reply{".1 ", " OK"}
@@ -471,6 +472,9 @@ TEST_F(ShellTest, ARefusalSaysWhatToDoNextAndAnEntryThatIsNotThereIsOne) {
     }
     EXPECT_EQ(script("get hosts.\"my.host\"\n").second, "10.0.0.2\n");
     EXPECT_EQ(toy.sets, 1U);
+    std::erase_if(toy.values, [](const auto &item) { return item.first.starts_with("hosts."); });
+    EXPECT_EQ(script("show hosts\nset hosts.a 1\n").second,
+              "hosts  # not installed\ns:2: hosts.a: no entry a in hosts: not installed\n");
 }
 
 TEST_F(ShellTest, ALostConnectionIsBroughtBackAndOnlySafeRequestsAreRepeated) {
