@@ -29,7 +29,7 @@ class feature_modules : public document_test {
     }
     /* What a command of the client prints, and its exit status when that is not 0. */
     std::string ask(const std::string &command) {
-        return shell("ucfgsh " + command + " || echo status $?");
+        return shell("ucfgsh -q " + command + " || echo status $?");
     }
 };
 
@@ -63,7 +63,7 @@ TEST_F(feature_modules, InCppBringTheSame) {
     start();
     EXPECT_EQ(ask("info inventory.tag 7992739871"), "79927398713\n");
     EXPECT_EQ(ask("add inventory 79927398714"),
-              "ucfgsh: inventory 79927398714: 79927398714 is no tag; its check digit is wrong "
+              "ucfgsh: inventory.79927398714: 79927398714 is no tag; its check digit is wrong "
               "(error.inventory.tag: 79927398714)\nstatus 1\n");
     EXPECT_EQ(ask("submit 'add inventory 18' 'set inventory.18.kind router' "
                   "'set inventory.18.place \"rack 7, top\"'"),
