@@ -18,7 +18,7 @@ constexpr std::array<syntax_case, 4> k_syntaxes = {{
     {"augeas", "lens=Resolv", true},
 }};
 #else
-constexpr std::array<syntax_case, 17> k_syntaxes = {{
+constexpr std::array<syntax_case, 18> k_syntaxes = {{
     {"tavconf", "", true},
     {"python", "", true},
     {"shellvars", "", false},
@@ -36,6 +36,7 @@ constexpr std::array<syntax_case, 17> k_syntaxes = {{
     {"keyvalue", "separator=\"=\" kernel-names bare", false},
     {"keyvalue", "nocase trailing equals quoted spelling=Port", false},
     {"aliases", "", false},
+    {"interfaces", "ifupdown", false},
 }};
 #endif
 

@@ -53,7 +53,7 @@ constexpr source_files k_sources[] = {
     {"table", "columns=name/number/aliases separator=blank", "/etc/rpc"},
     {"table", "columns=id/runlevels/action/process", "/etc/inittab"},
     {"interfaces", "", "/etc/network/interfaces"},
-    {"interfaces", "", "/etc/network/interfaces.d/*"},
+    {"interfaces", "ifupdown", "/etc/network/interfaces.d/*"},
     {"hosts", "", "/etc/hosts"},
     {"keyvalue", "", "/etc/resolv.conf"},
     {"keyvalue", "", "/etc/host.conf"},

@@ -59,7 +59,7 @@ iface eth0 inet static
 iface base inet static
 	netmask 255.255.255.128
 	gateway 203.0.113.1
-iface eth2 inet static inherits base
+iface eth2 inherits base
 	address 203.0.113.5
 )";
 
@@ -116,6 +116,9 @@ TEST_F(Interfaces, AreWhatIfupdownMakesOfAllFiles) {
         "mtu: 1400 broadcast: 192.0.2.15 netmask: 255.255.255.240 address: 10.0.0.1 broadcast: "
         "10.255.255.255 netmask: 255.0.0.0 ");
     EXPECT_NE(ask_ifupdown("eth1").find(" address: 2001:db8:1::1 "), std::string::npos);
+    EXPECT_EQ(ask_ifupdown("eth2"),
+              "netmask: 255.255.255.128 gateway: 203.0.113.1 address: "
+              "203.0.113.5 broadcast: 203.0.113.127 ");
     EXPECT_NE(file("/etc/network/interfaces").find("\t# the branch\n"), std::string::npos);
     EXPECT_EQ(c.ask("d DEL network.interfaces eth1"), "d OK\n");
     EXPECT_EQ(c.ask("d SET network.interfaces.eth0%2e5.ipv6.method none"), "d OK\n");

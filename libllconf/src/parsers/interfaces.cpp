@@ -23,6 +23,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 
 #include "../node_record.h"
 #include "guarded.h"
@@ -34,6 +35,7 @@ namespace {
 
 using llconf::if_kind;
 using llconf::if_line;
+using llconf::if_reading;
 
 constexpr std::string_view k_family = "family";
 constexpr std::string_view k_method = "method";
@@ -50,25 +52,16 @@ bool is_flag(std::string_view name) {
     return llconf::if_kind_of_word(name) == if_kind::flag;
 }
 
+/* What prepare has made of the options. */
+if_reading reading_of(const void *data) {
+    return data != nullptr ? *static_cast<const if_reading *>(data) : if_reading::strict;
+}
+
 /* A line of a stanza that the tree does not show: layout, and what is spelt like a part of the head
  * but stands below it. */
 bool is_kept(const if_line &line) {
     if (line.kind == if_kind::empty || line.kind == if_kind::comment) return true;
     return line.kind == if_kind::option && (is_head_part(line.word) || line.word.front() == '.');
-}
-
-/* A word of a shared line that can be a node; any other stays where it is and means nothing. */
-bool is_interface(std::string_view word) {
-    return word.front() != '.' && llconf::if_kind_of_word(word) == if_kind::option;
-}
-
-/* The interfaces that a shared line names, up to a comment. */
-std::vector<std::string_view> interfaces_of(const if_line &line) {
-    std::vector<std::string_view> names = llconf::if_words(line.rest);
-    auto comment = [](std::string_view word) { return word.front() == '#'; };
-    names.erase(std::find_if(names.begin(), names.end(), comment), names.end());
-    std::erase_if(names, [](std::string_view word) { return !is_interface(word); });
-    return names;
 }
 
 /* The first node of a name. */
@@ -87,9 +80,10 @@ bool any_shared_line(const cnfnode *root, function f) {
     return false;
 }
 
-bool shared_line_names(const cnfnode *root, std::string_view flag, std::string_view name) {
+bool shared_line_names(const cnfnode *root, std::string_view flag, std::string_view name,
+                       if_reading reading) {
     return any_shared_line(root, [&](const cnfnode *, const if_line &line) {
-        std::vector<std::string_view> names = interfaces_of(line);
+        std::vector<std::string_view> names = llconf::if_interfaces(line, reading);
         return line.word == flag && std::find(names.begin(), names.end(), name) != names.end();
     });
 }
@@ -98,7 +92,8 @@ bool shared_line_names(const cnfnode *root, std::string_view flag, std::string_v
 
 class stanza_reader {
   public:
-    stanza_reader(cnf_reader *reader, std::string_view text) : reader_(reader), text_(text) {}
+    stanza_reader(cnf_reader *reader, std::string_view text, if_reading reading)
+        : reader_(reader), text_(text), reading_(reading) {}
 
     int run() {
         std::size_t pos = 0;
@@ -154,28 +149,30 @@ class stanza_reader {
     }
 
     bool iface(const if_line &line) {
-        std::vector<std::string_view> words = llconf::if_words(line.rest);
-        if (!llconf::if_is_head(words)) return fail(0);
-        std::string family(words[1]);
-        std::string method(words[2]);
-        if (!name(words[0]) || !child(k_family, &family) || !child(k_method, &method)) return false;
-        if (words.size() == 3) return true;
-        std::string other(words[4]);
-        return child(k_inherits, &other);
+        std::optional<llconf::if_head> head = llconf::if_read_head(line.rest, reading_);
+        if (!head) return fail(0);
+        return name(head->name) && part(k_family, head->family) && part(k_method, head->method) &&
+               part(k_inherits, head->inherits);
+    }
+
+    bool part(std::string_view key, const std::string &text) {
+        return text.empty() || child(key, &text);
     }
 
     bool option(const if_line &line) { return is_kept(line) || child(line.word, &line.rest); }
 
     cnf_reader *reader_;
     std::string_view text_;
+    if_reading reading_;
     cnfnode *node_ = nullptr;
     int result_ = 1;
 };
 
 /* Adds to the tree what one shared line says. */
-int relate_line(cnf_reader *reader, cnfnode *root, const cnfnode *shared, const if_line &line) {
+int relate_line(cnf_reader *reader, cnfnode *root, const cnfnode *shared, const if_line &line,
+                if_reading reading) {
     const cnfnode *behind = shared;
-    for (std::string_view word : interfaces_of(line)) {
+    for (std::string_view word : llconf::if_interfaces(line, reading)) {
         std::string name(word);
         cnfnode *node = find_node(root->first_child, name.c_str());
         if (node == nullptr) {
@@ -196,7 +193,8 @@ int relate_line(cnf_reader *reader, cnfnode *root, const cnfnode *shared, const 
 
 class stanza_writer {
   public:
-    explicit stanza_writer(const cnf_format &request) : node_(request.node) {
+    stanza_writer(const cnf_format &request, if_reading reading)
+        : node_(request.node), reading_(reading) {
         std::string_view old(request.old, request.old_length);
         for (std::size_t pos = 0; pos < old.size(); pos = old_.back().end) {
             old_.push_back(llconf::if_scan_line(old, pos));
@@ -207,8 +205,8 @@ class stanza_writer {
 
     bool run() {
         if (node_->value != nullptr) {
-            bool directive = llconf::if_kind_of_word(node_->name) == if_kind::directive;
-            return directive && node_->first_child == nullptr &&
+            return llconf::if_kind_of_word(node_->name) == if_kind::directive &&
+                   node_->first_child == nullptr &&
                    add_line("", node_->name, node_->value, if_kind::directive);
         }
         return is_first_or_whole() && flags() && head() && options();
@@ -217,11 +215,16 @@ class stanza_writer {
     /* Takes the names out of a shared line that no longer have the flag. */
     bool run_shared() {
         if_line line = old_.empty() ? if_line() : old_.front();
-        text_ = llconf::if_keep_names(line.raw, [&](std::string_view name) {
-            const cnfnode *node = is_interface(name) ? first_of(node_->parent, name) : nullptr;
-            return !is_interface(name) ||
-                   (node != nullptr && find_node(node->first_child, line.word.c_str()) != nullptr);
-        });
+        text_ = llconf::if_keep_names(
+            line.raw,
+            [&](std::string_view name) {
+                const cnfnode *node =
+                    llconf::if_is_interface(name) ? first_of(node_->parent, name) : nullptr;
+                return !llconf::if_is_interface(name) ||
+                       (node != nullptr &&
+                        find_node(node->first_child, line.word.c_str()) != nullptr);
+            },
+            reading_);
         return true;
     }
 
@@ -230,11 +233,12 @@ class stanza_writer {
     const std::string &text() const { return text_; }
 
   private:
-    static bool has_head(const cnfnode *node) {
+    bool has_head(const cnfnode *node) const {
         auto has = [node](std::string_view name) {
             return find_node(node->first_child, name.data()) != nullptr;
         };
-        return has(k_mapping) || (has(k_family) && has(k_method));
+        return has(k_mapping) || (has(k_family) && has(k_method)) ||
+               (has(k_inherits) && reading_ == if_reading::as_ifupdown);
     }
 
     bool lacks(const char *what) {
@@ -266,7 +270,8 @@ class stanza_writer {
         for (const cnfnode *child = node_->first_child; child != nullptr; child = child->next) {
             if (child->first_child != nullptr) return false;
             if (!is_flag(child->name)) continue;
-            bool shared = first && shared_line_names(node_->parent, child->name, node_->name);
+            bool shared =
+                first && shared_line_names(node_->parent, child->name, node_->name, reading_);
             if (shared && !was_line(child->name)) {
                 shared_ = true;
             } else {
@@ -304,14 +309,18 @@ class stanza_writer {
             return add_line("", k_mapping, node_->name, if_kind::mapping);
         }
         auto is_given = [](const char *text) { return text != nullptr && *text != '\0'; };
-        if (is_given(family) && is_given(method)) {
-            std::string rest = std::string(node_->name) + ' ' + family + ' ' + method;
+        bool whole = is_given(family) && is_given(method);
+        bool may_inherit = reading_ == if_reading::as_ifupdown && is_given(inherits);
+        if (whole || (may_inherit && !is_given(method))) {
+            std::string rest = node_->name;
+            for (const char *part : {family, method})
+                if (is_given(part)) rest.append(" ").append(part);
             if (inherits != nullptr) rest.append(" inherits ").append(inherits);
             return add_line("", "iface", rest, if_kind::iface);
         }
         has_head_ = false;
-        bool none = family == nullptr && method == nullptr && inherits == nullptr;
-        return none || lacks("the family or the method is missing");
+        if (family == nullptr && method == nullptr && inherits == nullptr) return true;
+        return lacks("the family or the method is missing");
     }
 
     bool add_raw(std::string_view raw) {
@@ -339,9 +348,9 @@ class stanza_writer {
         };
         std::size_t end = std::min(old_.size(), next_ + k_search);
         for (std::size_t i = next_; i < end; ++i) {
-            bool head = kind == if_kind::iface;
-            bool same = head ? llconf::if_words(old_[i].rest) == llconf::if_words(rest)
-                             : old_[i].rest == rest;
+            bool same = kind == if_kind::iface ? llconf::if_read_head(old_[i].rest, reading_) ==
+                                                     llconf::if_read_head(rest, reading_)
+                                               : old_[i].rest == rest;
             if (!same_word(old_[i]) || !same) continue;
             keep_until(i);
             return add_raw(old_[next_++].raw);
@@ -367,6 +376,7 @@ class stanza_writer {
     std::string text_;
     bool first_ = true;
     bool has_head_ = false;
+    if_reading reading_;
     bool shared_ = false;            // a shared line has a flag of the node
     const char *missing_ = nullptr;  // what can still be added
 };
@@ -396,8 +406,8 @@ const char *comments(const void *) {
     return "#";
 }
 
-int cut(const void *, cnf_cut *piece) {
-    return llconf::guarded([piece] {
+int cut(const void *data, cnf_cut *piece) {
+    return llconf::guarded([piece, reading = reading_of(data)] {
         std::string_view text(piece->text, piece->length);
         if_line first = llconf::if_scan_line(text, 0);
         piece->kind = CNF_ENTRY;
@@ -408,24 +418,25 @@ int cut(const void *, cnf_cut *piece) {
             piece->kind = CNF_COMMENT;
         } else if (first.kind == if_kind::option) {
             piece->kind = CNF_UNPARSED;
-        } else if (llconf::if_is_shared(text, first)) {
+        } else if (llconf::if_is_shared(text, first, reading)) {
             piece->kind = CNF_SHARED;
         } else {
-            piece->piece = llconf::if_stanza_length(text, first);
+            piece->piece = llconf::if_stanza_length(text, first, reading);
         }
-        bool has_nul = std::memchr(piece->text, '\0', piece->piece) != nullptr;
-        if (has_nul) piece->kind = CNF_UNPARSED;
+        if (std::memchr(piece->text, '\0', piece->piece) != nullptr) piece->kind = CNF_UNPARSED;
         return 0;
     });
 }
 
-int read(const void *, cnf_reader *reader, int, const char *text, size_t length) {
-    return llconf::guarded([&] { return stanza_reader(reader, {text, length}).run(); });
+int read(const void *data, cnf_reader *reader, int, const char *text, size_t length) {
+    return llconf::guarded([&] {
+        return stanza_reader(reader, {text, length}, reading_of(data)).run();
+    });
 }
 
-int format(const void *, const cnf_format *request) {
-    return llconf::guarded([request] {
-        stanza_writer writer(*request);
+int format(const void *data, const cnf_format *request) {
+    return llconf::guarded([request, data] {
+        stanza_writer writer(*request, reading_of(data));
         if (request->kind == CNF_SHARED ? writer.run_shared() : writer.run()) {
             return cnf_out_add(request->out, writer.text().data(), writer.text().size());
         }
@@ -435,10 +446,10 @@ int format(const void *, const cnf_format *request) {
     });
 }
 
-int relate(const void *, cnf_reader *reader, cnfnode *root) {
+int relate(const void *data, cnf_reader *reader, cnfnode *root) {
     return llconf::guarded([&] {
         bool failed = any_shared_line(root, [&](const cnfnode *node, const if_line &line) {
-            return relate_line(reader, root, node, line) < 0;
+            return relate_line(reader, root, node, line, reading_of(data)) < 0;
         });
         return failed ? -1 : 0;
     });
@@ -449,15 +460,24 @@ int accepts(const void *, int level, const cnfnode *, const char *name, const ch
     return level == 2 && accepts_child(name, value) ? 1 : 0;
 }
 
+constexpr const char *k_options[] = {"ifupdown", nullptr};
+
+int prepare(const cnfnode *options, void **data) {
+    static if_reading as_ifupdown = if_reading::as_ifupdown;
+    bool asked = options != nullptr && find_node(options->first_child, k_options[0]) != nullptr;
+    *data = asked ? &as_ifupdown : nullptr;
+    return 0;
+}
+
 constexpr cnf_sharing_parser k_parser = {
     .parser =
         {
             .version = CNF_SHARING_PARSER,
             .name = "interfaces",
-            .options = nullptr,
+            .options = k_options,
             .keep_blank_lines = 0,
             .indent = 4,
-            .prepare = nullptr,
+            .prepare = prepare,
             .release = nullptr,
             .comments = comments,
             .cut = cut,

@@ -106,7 +106,7 @@ if_line if_scan_line(std::string_view text, std::size_t pos) {
     return line;
 }
 
-std::size_t if_stanza_length(std::string_view text, const if_line &first) {
+std::size_t if_stanza_length(std::string_view text, const if_line &first, if_reading reading) {
     if (first.kind == if_kind::iface || first.kind == if_kind::mapping) {
         return options_end(text, first.end);
     }
@@ -117,19 +117,22 @@ std::size_t if_stanza_length(std::string_view text, const if_line &first) {
         pos = line.end;
         if (line.kind == if_kind::empty || line.kind == if_kind::comment) continue;
         if (line.kind == if_kind::flag && line.rest == first.rest) continue;
-        bool same = line.kind == if_kind::iface && if_is_head(if_words(line.rest)) &&
-                    if_words(line.rest).front() == first.rest;
+        std::optional<if_head> head;
+        if (line.kind == if_kind::iface) head = if_read_head(line.rest, reading);
+        bool same = head && head->name == first.rest;
         return same ? options_end(text, pos) : first.end;
     }
     return first.end;
 }
 
-bool if_is_shared(std::string_view text, const if_line &first) {
+bool if_is_shared(std::string_view text, const if_line &first, if_reading reading) {
     return first.kind == if_kind::flag && !first.rest.empty() &&
-           if_stanza_length(text, first) == first.end;
+           if_stanza_length(text, first, reading) == first.end;
 }
 
-std::string if_keep_names(std::string_view raw, const std::function<bool(std::string_view)> &keep) {
+std::string if_keep_names(std::string_view raw, const std::function<bool(std::string_view)> &keep,
+                          if_reading reading) {
+    const bool has_comment = reading == if_reading::strict;
     auto is_gap = [raw](std::size_t at) {
         bool joins = raw[at] == '\\' && at + 1 < raw.size() && contains("\r\n", raw[at + 1]);
         return joins || contains(" \t\r\n", raw[at]);
@@ -143,8 +146,9 @@ std::string if_keep_names(std::string_view raw, const std::function<bool(std::st
         std::size_t end = word;
         while (end < raw.size() && !is_gap(end))
             ++end;
-        if (raw.substr(word, 1) == "#") end = raw.size();
-        bool name = words > 0 && end > word && raw[word] != '#';
+        bool comment = has_comment && raw.substr(word, 1) == "#";
+        if (comment) end = raw.size();
+        bool name = words > 0 && end > word && !comment;
         if (!name || keep(raw.substr(word, end - word))) {
             kept += raw.substr(at, end - at);
             names += name ? 1 : 0;
@@ -154,6 +158,19 @@ std::string if_keep_names(std::string_view raw, const std::function<bool(std::st
         at = end;
     }
     return names > 0 ? kept : std::string();
+}
+
+bool if_is_interface(std::string_view word) {
+    return !contains(".#", word.front()) && if_kind_of_word(word) == if_kind::option;
+}
+
+std::vector<std::string_view> if_interfaces(const if_line &line, if_reading reading) {
+    std::vector<std::string_view> names;
+    for (std::string_view word : if_words(line.rest)) {
+        if (word.front() == '#' && reading == if_reading::strict) break;
+        if (if_is_interface(word)) names.push_back(word);
+    }
+    return names;
 }
 
 std::vector<std::string_view> if_words(std::string_view text) {
@@ -166,8 +183,24 @@ std::vector<std::string_view> if_words(std::string_view text) {
     return words;
 }
 
-bool if_is_head(const std::vector<std::string_view> &words) {
-    return words.size() == 3 || (words.size() == 5 && words[3] == "inherits");
+std::optional<if_head> if_read_head(std::string_view rest, if_reading reading) {
+    std::vector<std::string_view> words = if_words(rest);
+    auto is_inherits = [&](std::size_t i) {
+        return words.size() > i + 1 && words[i] == "inherits";
+    };
+    auto word = [&](std::size_t i) {
+        return i < words.size() ? std::string(words[i]) : std::string();
+    };
+    if (reading == if_reading::strict) {
+        if (words.size() != 3 && !(words.size() == 5 && is_inherits(3))) return std::nullopt;
+        return if_head{word(0), word(1), word(2), word(4)};
+    }
+    for (std::size_t parts : {1U, 2U}) {
+        if (is_inherits(parts))
+            return if_head{word(0), parts > 1 ? word(1) : "", "", word(parts + 1)};
+    }
+    if (words.size() < 3) return std::nullopt;
+    return if_head{word(0), word(1), word(2), is_inherits(3) ? word(4) : ""};
 }
 
 bool if_is_word(std::string_view text) {

@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -36,22 +37,42 @@ struct if_line {
 if_line if_scan_line(std::string_view text, std::size_t pos);
 if_kind if_kind_of_word(std::string_view word);
 
+/* How much of what ifupdown itself accepts is read. */
+enum class if_reading {
+    strict,
+    /* Stanzas that inherit their family and method, words behind a method that mean nothing; "#"
+     * does not end a line. */
+    as_ifupdown
+};
+
 /* The length of the piece that begins with `first`: the line, or the stanza with the flags in
  * front of it and its options. */
-std::size_t if_stanza_length(std::string_view text, const if_line &first);
+std::size_t if_stanza_length(std::string_view text, const if_line &first, if_reading reading);
 
 /* A flag line for several interfaces, or for one whose stanza is elsewhere. */
-bool if_is_shared(std::string_view text, const if_line &first);
+bool if_is_shared(std::string_view text, const if_line &first, if_reading reading);
 
 /* A flag line without some of its names, all other bytes as they were; empty without a name left.
  */
-std::string if_keep_names(std::string_view raw, const std::function<bool(std::string_view)> &keep);
+std::string if_keep_names(std::string_view raw, const std::function<bool(std::string_view)> &keep,
+                          if_reading reading);
+
+/* A word of a shared line that can be a node; any other stays where it is and means nothing. */
+bool if_is_interface(std::string_view word);
+
+/* The interfaces that a shared line names, up to a comment. */
+std::vector<std::string_view> if_interfaces(const if_line &line, if_reading reading);
 
 /* The words of a text, which must be parted by single blanks or runs of them. */
 std::vector<std::string_view> if_words(std::string_view text);
 
-/* "NAME FAMILY METHOD", and perhaps "inherits OTHER". */
-bool if_is_head(const std::vector<std::string_view> &words);
+/* "NAME FAMILY METHOD", and perhaps "inherits OTHER"; a part that is not there is empty. */
+struct if_head {
+    std::string name, family, method, inherits;
+    bool operator==(const if_head &) const = default;
+};
+
+std::optional<if_head> if_read_head(std::string_view rest, if_reading reading);
 
 /* True for what reads back as one word, or as the rest of a line. */
 bool if_is_word(std::string_view text);
