@@ -21,6 +21,7 @@
 #include "backend/command_source.h"
 #include "backend/file_io.h"
 #include "backend/items.h"
+#include "backend/redefine.h"
 #include "fe/fe.h"
 #include "llconf/modules.h"
 #include "llconf/nodes.h"
@@ -321,6 +322,8 @@ llconf_item *register_llconf_cn(const cnfnode *entry, fe_def *functions) {
         if (errno == ENOENT) errno = EINVAL;
         return nullptr;
     }
+    if (llconf_item *standing = llconf_redefined(lli))
+        return llconf_revert_cnftree(standing) == 0 ? standing : nullptr;
     if (register_llconf_module(lli) != 0) {
         destroy_llconf_item(lli);
         return nullptr;

@@ -8,8 +8,11 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <iterator>
 #include <new>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "fe/pattern.h"
 #include "llconf/nodes.h"
@@ -70,7 +73,6 @@ constexpr std::string_view k_other_paths[] = {
     "config/access-override:", /* k_numbers */
     "config/commits-kept:",
     "config/commits-size:", /* archive */
-    "limits/**",            /* limits.cpp */
     "users/*/access:",
     "users/*/exec-user:", /* session_users */
     "groups/*/access:",
@@ -90,9 +92,12 @@ constexpr std::string_view k_other_paths[] = {
 }  // namespace
 
 void complain_of_unknown_keys(const cnfnode *root) {
-    std::array<std::string_view, std::size(k_files) + std::size(k_other_paths)> known;
-    const auto rest = std::ranges::transform(k_files, known.begin(), &file_entry::path).out;
-    std::ranges::copy(k_other_paths, rest);
+    std::vector<std::string> limits;
+    for (int id = 0; id < k_limit_count; id++)
+        limits.push_back(std::string{"limits/"} + limit_key(static_cast<limit_id>(id)));
+    std::vector<std::string_view> known{limits.begin(), limits.end()};
+    std::ranges::transform(k_files, std::back_inserter(known), &file_entry::path);
+    known.insert(known.end(), std::begin(k_other_paths), std::end(k_other_paths));
     complain_of_unknown_paths(root, known);
 }
 

@@ -167,6 +167,29 @@ void open_listener(cnfnode *listener) {
     if (fd >= 0) watch(fd, listen_callback, listener);
 }
 
+/* A listener that is open goes by another node, which may be null. */
+void go_by(fd_callback *cb, cnfnode *made) {
+    const auto *before = static_cast<const cnfnode *>(cb->data);
+    if (!made) {
+        daemon_log(LOG_NOTICE, "reload: listener '%s' is closed", cnfnode_getname(before));
+        cb->state = FD_CALLBACK_FINISHED;
+    }
+    cb->data = made;
+    if (!made) return;
+    for (const char *key : {"type:", "path:", "mode:", "ip:", "host:", "port:", "tls:"}) {
+        const std::string_view old = setting(before, key, "");
+        if (old != setting(made, key, ""))
+            daemon_log(LOG_NOTICE, "reload: listener '%s': %s counts from the next start on",
+                       cnfnode_getname(made), key);
+    }
+}
+
+bool is_open(const cnfnode *listener) {
+    for (const fd_callback *cb = g_cb_list; cb; cb = cb->next)
+        if (cb->cb == listen_callback && cb->data == listener) return true;
+    return false;
+}
+
 }  // namespace
 
 int listen_setup(const cnfnode *section) {
@@ -175,6 +198,17 @@ int listen_setup(const cnfnode *section) {
     int fd = daemon_signal_fd();
     if (fd >= 0) watch(fd, signal_callback, nullptr);
     return 0;
+}
+
+void listen_take_up(cnfnode *section) {
+    const cnfnode *first = section ? section->first_child : nullptr;
+    for (fd_callback *cb = g_cb_list; cb; cb = cb->next)
+        if (cb->cb == listen_callback && cb->state == FD_CALLBACK_ACTIVE && cb->data)
+            go_by(cb, find_node(first, cnfnode_getname(static_cast<const cnfnode *>(cb->data))));
+    for (const cnfnode *listener = first; listener; listener = listener->next)
+        if (!cnfnode_is_formatting(listener) && !is_open(listener))
+            daemon_log(LOG_NOTICE, "reload: listener '%s' is opened at the next start",
+                       cnfnode_getname(listener));
 }
 
 int listen_sock_un(const char *path, int mode) {

@@ -20,6 +20,11 @@ struct cnfnode;
  * as the loop runs. */
 int listen_setup(const struct cnfnode *section);
 
+/* Goes by another listen section from now on; null is one without listeners. How clients log in is
+ * what it says; listeners that are not in it are closed. What would take a new socket is logged and
+ * waits for the next start. The section must live as long as the one before. */
+void listen_take_up(struct cnfnode *section);
+
 /* A local socket at path (under the root prefix) with these permission bits; what is there is
  * replaced. */
 int listen_sock_un(const char *path, int mode);

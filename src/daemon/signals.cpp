@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <syslog.h>
 
+#include "daemon/reload.h"
 #include "daemon/stop.h"
 #include "daemon/trace.h"
 #include "session/session.h"
@@ -27,15 +28,10 @@ struct signal_action {
     void (*act)();
 };
 
-/* A terminal that goes, or somebody who expects a reload, must not end the daemon. */
-void say_what_reads() {
-    daemon_log(LOG_NOTICE, "the configuration is read at the start only; restart to read it again");
-}
-
 constexpr signal_action k_actions[] = {
     {SIGINT, stop_begin},        {SIGQUIT, stop_begin},    {SIGTERM, stop_begin},
     {SIGUSR1, trace_everything}, {SIGUSR2, trace_nothing}, {SIGCHLD, reap},
-    {SIGHUP, say_what_reads},
+    {SIGHUP, reload_begin},
 };
 
 }  // namespace

@@ -19,36 +19,27 @@
 #include "archive/put_back.h"
 #include "archive/trials.h"
 #include "auth/session_auth.h"
-#include "backend/ll_trns.h"
 #include "backend/name_checks.h"
-#include "backend/registry.h"
 #include "backend/whole_commit.h"
 #include "daemon/config.h"
+#include "daemon/definitions.h"
 #include "daemon/dirs.h"
 #include "daemon/dump.h"
 #include "daemon/log.h"
 #include "daemon/options.h"
 #include "daemon/pid_file.h"
+#include "daemon/reload.h"
 #include "daemon/service.h"
 #include "daemon/trace.h"
 #include "fe/fe.h"
-#include "functions/functions.h"
 #include "llconf/modules.h"
 #include "llconf/nodes.h"
-#include "session/commit_orders.h"
-#include "session/commit_preview.h"
-#include "session/daemonfuncs.h"
-#include "session/history_functions.h"
 #include "session/session.h"
-#include "session/trial_functions.h"
 #include "tavevent/tavevent.h"
 #include "tree/ccdtree.h"
 #include "tree/definition.h"
-#include "tree/features.h"
 #include "tree/trns.h"
 #include "ucfgd/owners.h"
-
-felib_base *g_fel_base = nullptr;
 
 namespace {
 
@@ -57,21 +48,6 @@ constexpr int k_kill_wait_seconds = 5;
 
 /* The child of a commit may have outlived the daemon that started it. */
 constexpr long k_longest_commit_ms = 30'000;
-
-using function_family = fe_def *(*)(fe_def *list);
-
-/* A later family wins where two have the same name. */
-constexpr function_family k_families[] = {
-    fe_register_felib_funcs,   fe_register_network_sanity_funcs, fe_register_llfuncs,
-    fe_register_llmiscfuncs,   fe_register_llmgettyfuncs,        fe_register_lltavfuncs,
-    fe_register_paramfuncs,    fe_register_adm_network_funcs,    fe_register_adm_misc_funcs,
-    fe_register_typefuncs,     fe_register_daemonfuncs,          fe_register_history_functions,
-    fe_register_commit_orders, fe_register_commit_preview,       fe_register_trialfuncs,
-};
-
-void done() {
-    daemon_log(LOG_INFO, "\tdone.");
-}
 
 void report_configuration(int priority, const char *text, void * /*data*/) {
     daemon_log(priority, "%s", text);
@@ -84,13 +60,6 @@ void report_expression(const char *text) {
     }
     const reading_entry here{fe_reported_entry()};
     complain(LOG_ERR, "%s", text);
-}
-
-/* What the start cannot do without. */
-template <class made>
-made *needed(made *thing) {
-    if (!thing) throw std::bad_alloc{};
-    return thing;
 }
 
 /* A relative prefix would lead elsewhere once the daemon has left its directory. */
@@ -134,7 +103,7 @@ bool read_main_configuration(const char *filename) {
     const reading_file reading{full.get()};
     g_conftree = cnfmodule_parse_file(tavconf, full.get());
     if (g_conftree) {
-        done();
+        definitions_step_done();
         complain_of_unknown_keys(g_conftree);
         parse_config(g_conftree); /* before the first pattern, whose memory it bounds */
         return true;
@@ -142,16 +111,6 @@ bool read_main_configuration(const char *filename) {
     daemon_log(LOG_ERR, "Unable to read configuration from '%s'.  Terminating.", filename);
     daemon_log(LOG_ERR, "%s", cnf_error_text());
     return false;
-}
-
-void read_functions(const config_files &files, bool dumping) {
-    daemon_log(LOG_INFO, "initializing felib...");
-    g_fel_base = needed(init_felib());
-    done();
-    if (files.features && !dumping) config_feature_modules_lib(g_fel_base, files.features);
-    daemon_log(LOG_INFO, "parsing functions...");
-    ccdtree_readconf_functions(files.functions, g_fel_base->fed_list);
-    done();
 }
 
 /* Before the modules are read the files of an interrupted commit and of a trial that is over are
@@ -165,39 +124,6 @@ void open_archive(const config_files &files, bool dumping) {
     if (trial_left() == 0) trial_put_back_files(k_longest_commit_ms);
 }
 
-void read_backends(const config_files &files, bool dumping) {
-    ll_register_tctx_interface();
-    g_trns_ctx = needed(trns_create_ctx());
-    if (!dumping) {
-        daemon_log(LOG_INFO, "parsing modules configuration...");
-        owned_str name{needed(prefix_ucfgdconffilename(files.modules))};
-        register_llconf_all(name.get(), g_fel_base->fed_list);
-        put_back_set_commands(put_back_commands);
-        name.reset();
-        done();
-    }
-    daemon_log(LOG_INFO, "initializing backend transaction management...");
-    done();
-}
-
-void read_trees(const config_files &files, bool dumping) {
-    daemon_log(LOG_INFO, "loading types...");
-    g_types = types_readconf(files.types, g_fel_base->fed_list);
-    done();
-    daemon_log(LOG_INFO, "parsing parameter tree...");
-    g_ccdtree = needed(create_ccdtree());
-    ccdtree_readconf(g_ccdtree, files.param, g_fel_base->fed_list);
-    done();
-    daemon_log(LOG_INFO, "parsing management tree from '%s'...", files.management);
-    g_mgmttree = needed(create_ccdtree());
-    ccdtree_readconf(g_mgmttree, files.management, g_fel_base->fed_list);
-    done();
-    if (files.features)
-        config_feature_modules(g_ccdtree, g_mgmttree, g_fel_base, files.features, !dumping);
-    ccdtree_postprocess(g_ccdtree, 0, 0);
-    ccdtree_postprocess(g_mgmttree, 1, 0);
-}
-
 /* Everything that lives as long as the daemon. False when it cannot be made. */
 bool build(const options &given) {
     bool dumping = given.dump_path != nullptr;
@@ -207,10 +133,10 @@ bool build(const options &given) {
     }
     if (!read_main_configuration(given.config_file)) return false;
     config_files files = read_config_files(g_conftree);
-    read_functions(files, dumping);
+    definitions_read_functions(files, dumping);
     open_archive(files, dumping);
-    read_backends(files, dumping);
-    read_trees(files, dumping);
+    definitions_read_modules(files, dumping);
+    definitions_read_trees(files, dumping);
     return true;
 }
 
@@ -266,6 +192,7 @@ int run(int argc, char **argv) {
         return 1;
     }
     set_up_process(given);
+    reload_keep_options(given);
     if (given.check) return check(given);
     if (!build(given)) return 1;
     if (given.dump_path) {
@@ -278,14 +205,6 @@ int run(int argc, char **argv) {
 }
 
 }  // namespace
-
-felib_base *init_felib(void) {
-    felib_base *base = create_felib_base();
-    if (!base) return nullptr;
-    for (function_family add : k_families)
-        base->fed_list = add(base->fed_list);
-    return base;
-}
 
 int ucfgd_main(int argc, char **argv) {
     fill_standard_descriptors();

@@ -152,6 +152,12 @@ fe_node *fe_func_commitend(fe_context * /*ctx*/, fe_node * /*call*/) try {
     return nullptr;
 }
 
+std::string g_reload;
+
+fe_node *fe_func_reloadstatus(fe_context * /*ctx*/, fe_node * /*call*/) {
+    return const_node(g_reload.c_str());
+}
+
 struct native_function {
     const char *name;
     fe_function function;
@@ -165,6 +171,7 @@ constexpr native_function k_functions[] = {
     {"daemoncount", fe_func_daemoncount},
     {"commitstatus", fe_func_commitstatus},
     {"commitend", fe_func_commitend},
+    {"reloadstatus", fe_func_reloadstatus},
 };
 
 }  // namespace
@@ -173,4 +180,8 @@ fe_def *fe_register_daemonfuncs(fe_def *list) {
     for (const native_function &function : k_functions)
         list = fe_register_func(list, function.name, function.function, nullptr);
     return list;
+}
+
+void daemonfuncs_note_reload(const char *result) {
+    g_reload = result;
 }

@@ -12,6 +12,9 @@ struct fe_def;
 /* Adds the functions behind the definitions built so far; returns the longer list. */
 struct fe_def *fe_register_daemonfuncs(struct fe_def *list);
 
+/* What the function reloadstatus answers from now on. Throws std::bad_alloc. */
+void daemonfuncs_note_reload(const char *result);
+
 #ifdef __cplusplus
 }
 #endif

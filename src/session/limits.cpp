@@ -205,3 +205,8 @@ int limits_read(const struct cnfnode *section) {
         if (!cnfnode_is_formatting(node) && !read_limit(node)) result = -1;
     return result;
 }
+
+void limits_reset(void) {
+    for (const limit_row &row : k_rows)
+        g_states[row.id].value = row.otherwise;
+}

@@ -78,6 +78,9 @@ int limit_read_amount(const char *text, long *value);
  * accepted. Returns 0, or -1 when anything was logged. */
 int limits_read(const struct cnfnode *section);
 
+/* Every limit is its default again. What was counted stays. */
+void limits_reset(void);
+
 #ifdef __cplusplus
 }
 #endif

@@ -43,7 +43,7 @@ ccd_session *g_session_list = nullptr;
 ccd_session *g_current_session = nullptr;
 long request_time = 0;
 int g_session_sweep_needed = 0;
-int g_session_timeout = 1800;
+int g_session_timeout = k_default_session_timeout;
 int g_access_override = 0;
 
 namespace {

@@ -42,6 +42,8 @@ enum session_reason { k_reason_logout = 0, k_reason_forced = 1, k_reason_timeout
 enum { k_session_locked = 1 };                               /* bit of `flags` */
 enum { k_perm_exec = 1, k_perm_write = 2, k_perm_read = 4 }; /* bits of `perms` */
 
+enum { k_default_session_timeout = 1800 }; /* seconds */
+
 /* Pending output from which on a session's input is no longer read. */
 enum { k_session_output_limit = 1048576 };
 

@@ -84,10 +84,7 @@ path_list below(const path_list &paths, std::string_view name, bool &found) {
     path_list rest;
     for (std::string_view path : paths) {
         const std::string_view first = take_name(path);
-        if (first == "**") {
-            found = true;
-            rest.push_back("**");
-        } else if (first == name || (first == "*" && !name.ends_with(':'))) {
+        if (first == name || (first == "*" && !name.ends_with(':'))) {
             found = true;
             if (!path.empty()) rest.push_back(path);
         }

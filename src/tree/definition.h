@@ -64,8 +64,7 @@ void complain_of_silent();
 void complain_of_unknown(const cnfnode *entry, std::span<const std::string_view> known);
 
 /* Complains of everything below root that none of the paths leads to. Paths are names joined with
- * "/"; a name may be "*", and "**" at the end stands for everything from there on. A name that
- * begins with "." is nobody's. */
+ * "/"; a name may be "*". A name that begins with "." is nobody's. */
 void complain_of_unknown_paths(const cnfnode *root, std::span<const std::string_view> paths);
 
 /* Whether the files are only looked at: nothing of the machine is changed, and nothing is run. */

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -156,6 +157,8 @@ owned_tree parse_backend_file(cnfmodule *tavconf, const char *file, const owned_
 /* A copy of a system (--root) brings its own plug-ins, or takes those of the machine. One that is
  * there and out of reach is no reason to take another. */
 void register_plugin(const char *name, const char *library) {
+    static std::set<std::string, std::less<>> loaded;
+    if (!loaded.emplace(name).second) return; /* it stays, whatever is read again */
     owned_str path{prefix_ucfgdconffilename(library)};
     if (!path) {
         daemon_log(LOG_ERR, "Error: Plug-in '%s' is not loaded: %s", name, std::strerror(ENOMEM));

@@ -119,12 +119,21 @@ void document_test::restart() {
     start();
 }
 
+void document_test::reload() {
+    if (pid() == 0) start();
+    const size_t before = log().size();
+    kill(pid(), SIGHUP);
+    EXPECT_TRUE(eventually([&] { return log().find("reload: done", before) != std::string::npos; }))
+        << log();
+}
+
 void document_test::run_console(const std::string &text) {
     std::istringstream lines{text};
     std::string command;
     std::string expected;
     const auto run = [&] {
         if (command == "systemctl restart ucfgd") return restart();
+        if (command == "systemctl reload ucfgd") return reload();
         if (command.empty()) return;
         if (pid() == 0 && command.find("ucfgsh ") != std::string::npos) start();
         const std::string printed =

@@ -41,6 +41,7 @@ class document_test : public daemon_test {
 
   private:
     void restart();
+    void reload();
 };
 
 #endif

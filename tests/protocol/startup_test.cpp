@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <regex>
 #include <thread>
 
 #include "daemon_fixture.h"
@@ -485,6 +486,46 @@ TEST_F(Startup, EveryStopSignalEndsItInOrder) {
     }
 }
 
+TEST_F(Startup, AReloadTakesUpWhatPassesTheCheckAndSessionsLiveOn) {
+    append("/etc/ucfgd/management.conf", "reload {\n info: reloadstatus()\n}\n");
+    start();
+    client keeper = logged_in();
+    client loser = logged_in();
+    const auto reload = [this](std::string_view result) {
+        const std::size_t before = log().size();
+        kill(pid(), SIGHUP);
+        EXPECT_TRUE(eventually([&] { return log().find(result, before) != std::string::npos; }))
+            << log();
+    };
+    EXPECT_EQ(keeper.ask("a SET level 6"), "a OK\n");
+    EXPECT_EQ(loser.ask("a SET hosts.192%2e0%2e2%2e11.name x"), "a OK\n");
+    const std::string good = file("/etc/ucfgd/param.conf");
+    put("/etc/ucfgd/param.conf", good + "odd {\n sanitty: '1'\n}\n");
+    reload("reload: refused: ");
+    const std::string told = keeper.ask("a INFO reload");
+    EXPECT_NE(told.find("/param%2econf:29:2:"), std::string::npos) << told;
+    put("/etc/ucfgd/functions.conf", "extra {\n args: key\n expr: llget('extra', $key)\n}\n");
+    put("/etc/ucfgd/param.conf",
+        good + "odd {\n get: extra('a')\n set: llset('extra', 'a', $_)\n}\n");
+    put("/etc/hosts.new", "192.0.2.1\tnew\n");
+    put("/etc/extra", "a 1\n");
+    std::string modules = file("/etc/ucfgd/modules.conf");
+    modules.replace(modules.find("/etc/hosts\n"), 10, "/etc/hosts.new");
+    put("/etc/ucfgd/modules.conf", modules + "extra {\n module: keyvalue\n file: /etc/extra\n}\n");
+    put("/etc/ucfgd/ucfgd.conf",
+        std::regex_replace(file("/etc/ucfgd/ucfgd.conf"), std::regex{"access: rwx"}, "access: r"));
+    reload("reload: done");
+    EXPECT_NE(loser.ask("b GET level").find("b INUSE"), std::string::npos);
+    EXPECT_EQ(keeper.ask("b GET level"), "b.1 6\nb OK\n");
+    EXPECT_EQ(keeper.ask("c SET odd 2"), "c OK\n");
+    EXPECT_EQ(keeper.ask("d LIST hosts"), "d.1 192%2e0%2e2%2e1\nd OK\n");
+    EXPECT_EQ(keeper.ask("e COMMIT").substr(0, 4), "e OK");
+    EXPECT_EQ(file("/etc/extra"), "a 2\n");
+    EXPECT_EQ(file("/etc/box.conf"), "# the box\nname = alpha\nlevel = 6\n");
+    EXPECT_EQ(file("/etc/hosts.new"), "192.0.2.1\tnew\n");
+    EXPECT_EQ(logged_in().ask("f SET level 7"), "f NO permission denied\n");
+}
+
 TEST_F(Startup, SignalsSwitchTracingOnAndOff) {
     start();
     client c = connect();
@@ -493,8 +534,6 @@ TEST_F(Startup, SignalsSwitchTracingOnAndOff) {
     EXPECT_EQ(c.ask("a NOOP"), "a OK\n");
     EXPECT_TRUE(eventually([&] { return logged("state=[unknown], idle 0 sec of 1800 timeout."); }))
         << log();
-    kill(pid(), SIGHUP);
-    EXPECT_TRUE(eventually([&] { return logged("the configuration is read at the start only"); }));
     kill(pid(), SIGUSR2);
     EXPECT_TRUE(eventually([&] { return logged("received signal 12\n"); }));
     c.ask("a NOOP");
