@@ -50,12 +50,9 @@ std::string told_change(shell &sh, const order &what, const std::string &subject
 
 /* A single change: of a set, asking twice does no harm. */
 int make_change(shell &sh, const order &what, bool one_word = false) {
-    bool of_list = what.op != k_ucfg_set;
     attempt tried{*word_of(what.op), k_ucfg_parameters, what.path, what.value, one_word};
-    std::string subject = print_path(what.path);
-    if (of_list)
-        subject = print_path(take_text(ucfg_path_append(what.path.c_str(), what.value.c_str())));
-    after_loss policy = of_list ? after_loss::report : after_loss::repeat;
+    std::string subject = subject_of(what);
+    after_loss policy = what.op == k_ucfg_set ? after_loss::repeat : after_loss::report;
     int code = run_step(sh, policy, {what});
     if (code != k_ucfg_ok) return report_failure(sh, subject, code, tried);
     return report_done(sh, tells(sh) ? told_change(sh, what, subject) : "",

@@ -45,16 +45,28 @@ std::optional<std::string> read_lines(shell &sh, const std::string &end) {
     return std::nullopt;
 }
 
-std::optional<entry> take_entry(shell &sh, const std::vector<word> &typed) {
-    auto path = take_path(sh, typed[0]);
-    if (!path) return std::nullopt;
+std::optional<entry> find_entry(const shell &sh, const std::vector<word> &typed,
+                                std::string &reason) {
+    const char *problem = nullptr;
+    auto path = resolve_path(sh, typed[0].raw, k_ucfg_parameters, &problem);
+    if (!path) {
+        reason = typed[0].raw + ": " + (problem ? problem : "not a path");
+        return std::nullopt;
+    }
     if (typed.size() > 1) return entry{*path, typed[1].text};
     size_t dot = path->rfind('.');
     if (dot == std::string::npos) {
-        complain_usage(sh, typed[0].raw + ": the name of an entry is missing");
+        reason = typed[0].raw + ": the name of an entry is missing";
         return std::nullopt;
     }
     return entry{path->substr(0, dot), take_text(ucfg_unescape(path->c_str() + dot + 1))};
+}
+
+std::optional<entry> take_entry(shell &sh, const std::vector<word> &typed) {
+    std::string reason;
+    auto found = find_entry(sh, typed, reason);
+    if (!found) complain_usage(sh, reason);
+    return found;
 }
 
 }  // namespace ucfgsh

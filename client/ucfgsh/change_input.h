@@ -15,7 +15,11 @@ struct entry {
     std::string list, name;
 };
 
-/* Complains and returns nothing when the words hold none. */
+/* Nothing, with the reason, when the words hold none. */
+std::optional<entry> find_entry(const shell &sh, const std::vector<word> &typed,
+                                std::string &reason);
+
+/* The same with a complaint. */
 std::optional<entry> take_entry(shell &sh, const std::vector<word> &typed);
 
 /* A whole file; "-" is standard input. Nothing, with a complaint, when it cannot be read. */

@@ -76,6 +76,11 @@ std::string typed_order(const order &what) {
     return what.op == k_ucfg_move ? text + " " + quote_word(what.second) : text;
 }
 
+std::string subject_of(const order &what) {
+    if (what.op == k_ucfg_set) return print_path(what.path);
+    return print_path(take_text(ucfg_path_append(what.path.c_str(), what.value.c_str())));
+}
+
 int run_step(shell &sh, after_loss policy, order_step step, ucfg_batch **answer) {
     if (sh.lines)
         for (const order &what : step)

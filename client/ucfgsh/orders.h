@@ -34,6 +34,9 @@ struct order_book {
 /* The order as one would type it. */
 std::string typed_order(const order &what);
 
+/* The parameter or the entry that it changes, as one types its path. */
+std::string subject_of(const order &what);
+
 const char *word_of(ucfg_op op);
 
 /* Asks for a step, and keeps it when that went well, or when the session went away with it.
