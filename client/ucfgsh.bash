@@ -56,6 +56,16 @@ _ucfgsh() {
         return
     fi
 
+    case ${words[0]-} in
+        load | save | source)
+            if ((${#words[@]} == 1)) && [[ $cur != -* ]]; then
+                mapfile -t COMPREPLY < <(compgen -f -- "$cur")
+                compopt -o filenames 2>/dev/null
+                return
+            fi
+            ;;
+    esac
+
     # A quote that was opened for the shell is not part of the word.
     local quote=
     case $cur in

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 #include <map>
 #include <set>
 
@@ -64,20 +65,6 @@ class present_state {
     std::map<std::string, std::set<std::string>> lists_;
 };
 
-/* The items without those that are refused although they hold; the same ones when another is
- * refused, too. */
-std::vector<batch_item> without_needless(shell &sh, const batch_outcome &outcome) {
-    present_state state{sh.link};
-    std::vector<batch_item> rest;
-    for (size_t i = 0; i < outcome.items.size(); i++) {
-        bool refused = i < outcome.answer->count && outcome.answer->results[i].code != k_ucfg_ok;
-        if (refused && state.holds(outcome.items[i].what)) continue;
-        if (refused) return outcome.items;
-        rest.push_back(outcome.items[i]);
-    }
-    return rest;
-}
-
 }  // namespace
 
 std::optional<batch_item> read_item(const shell &sh, const std::string &line, std::string &reason) {
@@ -131,21 +118,24 @@ std::optional<std::vector<batch_item>> read_items(const shell &sh, const std::st
     return items;
 }
 
-batch_outcome apply_items(shell &sh, std::vector<batch_item> items, bool make_so) {
+batch_outcome apply_items(shell &sh, std::vector<batch_item> items) {
     batch_outcome outcome{k_ucfg_ok, std::move(items), nullptr};
-    while (!outcome.items.empty()) {
-        order_step step;
-        for (const batch_item &item : outcome.items)
-            step.push_back(item.what);
-        ucfg_batch *answer = nullptr;
-        outcome.code = run_step(sh, after_loss::report, std::move(step), &answer);
-        outcome.answer.reset(answer);
-        if (outcome.applied() || !answer || !make_so) break;
-        std::vector<batch_item> rest = without_needless(sh, outcome);
-        if (rest.size() == outcome.items.size()) break;
-        outcome = {k_ucfg_ok, std::move(rest), nullptr};
-    }
+    if (outcome.items.empty()) return outcome;
+    order_step step;
+    for (const batch_item &item : outcome.items)
+        step.push_back(item.what);
+    ucfg_batch *answer = nullptr;
+    outcome.code = run_step(sh, after_loss::report, std::move(step), &answer);
+    outcome.answer.reset(answer);
     return outcome;
+}
+
+std::vector<batch_item> not_yet_so(shell &sh, const std::vector<batch_item> &items) {
+    present_state state{sh.link};
+    std::vector<batch_item> rest;
+    std::copy_if(items.begin(), items.end(), std::back_inserter(rest),
+                 [&](const batch_item &item) { return !state.holds(item.what); });
+    return rest;
 }
 
 std::string item_reason(const ucfg_item_result &result) {

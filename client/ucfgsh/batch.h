@@ -37,9 +37,12 @@ struct batch_outcome {
     bool applied() const { return code == k_ucfg_ok; }
 };
 
-/* Applies the items, all or none. With `make_so`, those that are refused because it is so already,
- * like adding an entry that is there, are left out. Without items there is nothing to ask. */
-batch_outcome apply_items(shell &sh, std::vector<batch_item> items, bool make_so);
+/* Applies the items, all or none. Without items there is nothing to ask. */
+batch_outcome apply_items(shell &sh, std::vector<batch_item> items);
+
+/* Those of the items that would change something now: values that differ, entries that are not
+ * there or that are to go, and every move. */
+std::vector<batch_item> not_yet_so(shell &sh, const std::vector<batch_item> &items);
 
 /* Why an item was refused: the text, and the error record in brackets. */
 std::string item_reason(const ucfg_item_result &result);

@@ -47,7 +47,7 @@ void print_batch(shell &sh, const batch_outcome &outcome) {
 int run_submit(shell &sh, const arguments &args) {
     auto items = take_items(sh, args);
     if (!items) return g_interrupted ? k_exit_interrupted : k_exit_usage;
-    batch_outcome outcome = apply_items(sh, std::move(*items), false);
+    batch_outcome outcome = apply_items(sh, std::move(*items));
     if (!outcome.answer && !outcome.applied()) return report_failure(sh, "submit", outcome.code);
     if (sh.out.json()) {
         tell_batch_json(sh, outcome, "");

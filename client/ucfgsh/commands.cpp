@@ -44,8 +44,8 @@ constexpr std::array k_commands{
             "move or rename an entry, as the list defines it"},
     command{"list", run_list, "rm", "p", 0, 1, k_r, false, "[-r] [-m] [PATH]",
             "names below a node (-r: all levels, -m: management tree)"},
-    command{"show", run_show, "m", "p", 0, 1, k_x, false, "[-m] [PATH]",
-            "a tree with its values (-m: management tree)"},
+    command{"show", run_show, "mc", "p", 0, 1, k_x, false, "[-m] [--commands] [PATH]",
+            "a tree with its values (-m: management tree), or the commands that make it"},
     command{"cd", run_cd, "", "p", 0, 1, k_r, false, "[PATH]",
             "begin paths at a section; .PATH begins at the root, \"..\" is one level up"},
     command{"up", run_up, "", "", 0, 0, k_r, false, "", "begin paths one level higher"},
@@ -75,8 +75,12 @@ constexpr std::array k_commands{
             "make the changes again on what others have committed, or in a new session"},
     command{"history", run_history, "a", "n", 0, 1, k_all, false, "[-a] [N]",
             "the latest commits (-a: all), or everything about commit N"},
-    command{"load", run_load, "", "n", 1, 1, k_all, true, "N",
-            "bring the files back to what they were after commit N, as changes"},
+    command{"load", run_load, "", "n", 1, 1, k_all, true, "N | FILE",
+            "bring the files back to what they were after commit N, or give FILE's commands"},
+    command{"save", run_save, "f", ".p", 1, 2, k_r, false, "[-f] FILE [PATH]",
+            "write the commands that make a tree to a file (-f: also one that exists)"},
+    command{"edit", run_edit, "", "p", 0, 1, k_w, true, "[PATH]",
+            "the commands that make a tree in an editor; what differs then is applied"},
     command{"undo", run_undo, "", "n", 1, 1, k_all, true, "N",
             "take what commit N alone has changed back, as changes"},
     command{"watch", run_watch, "", "n", 0, 1, k_x, false, "[N]",
@@ -114,7 +118,8 @@ struct long_flag {
     char letter;
 };
 
-constexpr std::array k_long_flags{long_flag{"--message", 'm'}, long_flag{"--trial", 't'}};
+constexpr std::array k_long_flags{long_flag{"--commands", 'c'}, long_flag{"--message", 'm'},
+                                  long_flag{"--trial", 't'}};
 
 const long_flag *find_long_flag(const command &row, const std::string &text) {
     for (const long_flag &flag : k_long_flags)

@@ -189,6 +189,12 @@ std::optional<std::string> take_path(shell &sh, const word &typed,
 /* Whether the session holds changes; false too when that cannot be learnt. */
 bool is_dirty(shell &sh);
 
+/* The commands that make a part of the tree. */
+int show_tree_commands(shell &sh, const std::string &path);
+
+/* Gives the commands of a file, all or none, as far as they change anything. */
+int load_file(shell &sh, const std::string &file);
+
 int run_cd(shell &sh, const arguments &args);
 int run_up(shell &sh, const arguments &args);
 int run_get(shell &sh, const arguments &args);
@@ -203,6 +209,8 @@ int run_set(shell &sh, const arguments &args);
 int run_add(shell &sh, const arguments &args);
 int run_del(shell &sh, const arguments &args);
 int run_move(shell &sh, const arguments &args);
+int run_save(shell &sh, const arguments &args);
+int run_edit(shell &sh, const arguments &args);
 int run_submit(shell &sh, const arguments &args);
 int run_changes(shell &sh, const arguments &args);
 int run_diff(shell &sh, const arguments &args);

@@ -282,6 +282,7 @@ int run_history(shell &sh, const arguments &args) {
 }
 
 int run_load(shell &sh, const arguments &args) {
+    if (!is_number(args.text(0))) return load_file(sh, args.text(0));
     return take_back(sh, "load", k_load_parameter, args.text(0), "the files are as after commit ");
 }
 

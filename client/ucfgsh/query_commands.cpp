@@ -188,6 +188,10 @@ std::vector<std::string> notes_on_empty(shell &sh, ucfg_tree tree,
 int run_show(shell &sh, const arguments &args) {
     auto path = optional_path(sh, args);
     if (!path) return k_exit_usage;
+    if (args.has('c')) {
+        if (!args.has('m')) return show_tree_commands(sh, *path);
+        return complain_usage(sh, "no commands make the management tree");
+    }
     ucfg_strings *found = nullptr;
     int code = sh.link.call(after_loss::repeat, [&](ucfg_conn *conn) {
         return ucfg_list_all(conn, tree_of(args), path->c_str(), &found);

@@ -1,5 +1,6 @@
 // The client program's parts, with a small daemon in memory behind them.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <map>
 #include <set>
@@ -110,6 +111,7 @@ class toy_tree {
         if (!known || (path.starts_with("commits.") && nodes.empty())) return {" ERR no such node"};
         if (path == "hosts") return {".ops adl", " OK"};
         bool children = list(path, false).size() > 1;
+        if (path == "hosts") return {".ops adl", " OK"};
         if (path != "net.mode") return {children ? ".ops l" : ".ops gs", " OK"};
         return {".ops gs", ".choices.1 dhcp", ".choices.2 fixed+address", " OK"};
     }
@@ -252,6 +254,7 @@ TEST_F(ShellTest, EveryCommandAnswersInJsonAsTheSchemaSays) {
                  {"commits.watch", {".1 line", ".2 oops", " OK"}}};
     opts.go_on = true;
     output json{true, false, false, false};
+    setenv("EDITOR", "true", 1);
     shell answering{opts, link, json, changes, nullptr, "", false, false, 0};
     std::string lines =
         "frob\nget 'x\nget\nget net.name nosuch net.mode\ncd nosuch.\nset net.name bad\n"
@@ -265,7 +268,8 @@ TEST_F(ShellTest, EveryCommandAnswersInJsonAsTheSchemaSays) {
         "7\nhistory 5\n"
         "admin commits.watch\nadmin "
         "commits.confirm\nrevert\nupdate\ncurrent\ndirty\nwhoami\n"
-        "source /nosuch\nlogin\nraw\nquit\n";
+        "show --commands net\nsave /nosuch/x\nsave /dev/null\nload /nosuch\nload /dev/null\nedit "
+        "net\nsource /nosuch\nlogin\nraw\nquit\n";
     std::istringstream in{lines};
     script_source source{in, "s"};
     testing::internal::CaptureStdout();
@@ -405,6 +409,40 @@ TEST_F(ShellTest, OneCommandTriesAgainButNeverCarriesAnOrderOutTwice) {
         EXPECT_EQ(commit_once(sh, k_exit_done), repeatable ? k_exit_done : k_exit_unreachable);
         EXPECT_EQ(toy.commits.size(), repeatable ? 1U : 0U);
     }
+}
+
+TEST_F(ShellTest, ATreeIsSavedAsTheCommandsThatMakeItAgain) {
+    toy.values["hosts.a"] = "a+b";
+    const std::string file = daemon.path() + ".saved";
+    auto [status, said] = script("show --commands hosts\nsave " + file + "\nsave " + file + "\n");
+    EXPECT_EQ(said,
+              "add hosts a\nset hosts.a \"a b\"\nadd hosts my.host\n"
+              "set hosts.\"my.host\" 10.0.0.2\ns:3: save: " +
+                  file + " exists; -f replaces it\n");
+    struct stat made {};
+    ASSERT_EQ(stat(file.c_str(), &made), 0);
+    EXPECT_EQ(made.st_mode & 0777U, 0600U);
+    const std::string before = script("show\n").second;
+    script("del hosts a\nset net.name other\ncd net\nload " + file + "\n");
+    EXPECT_EQ(script("show\n").second, before);
+    const unsigned sets = toy.sets;
+    script("load " + file + "\n");
+    EXPECT_EQ(toy.sets, sets);
+    unlink(file.c_str());
+
+    setenv("EDITOR", "sed -i -e /hosts.a/d -e s/dhcp/fixed/", 1);
+    unsetenv("VISUAL");
+    script("edit\n");
+    EXPECT_FALSE(toy.values.contains("hosts.a"));
+    EXPECT_EQ(toy.values["net.mode"], "fixed");
+    for (const char *editor : {"true", "truncate -s 0", "sed -i s/^set/sset/"}) {
+        setenv("EDITOR", editor, 1);
+        std::tie(status, said) = script("edit net\n");
+        EXPECT_EQ(toy.sets, sets + 1);
+        EXPECT_EQ(status == k_exit_done, editor[0] == 't') << said;
+    }
+    const std::string kept = said.substr(said.rfind(' ') + 1);
+    EXPECT_EQ(unlink(kept.substr(0, kept.size() - 1).c_str()), 0) << said;
 }
 
 TEST_F(ShellTest, ACommitTellsWhatItDidAndWhatFailed) {
