@@ -17,6 +17,7 @@
 #include "daemon/dirs.h"
 #include "daemon/listen.h"
 #include "daemon/loop.h"
+#include "daemon/notify.h"
 #include "daemon/signals.h"
 #include "daemon/startup.h"
 #include "daemon/stop.h"
@@ -150,6 +151,7 @@ void do_loop(const cnfnode *root) {
     signal(SIGPIPE, SIG_IGN);
     loop_set_hooks(sweep, listen_resume);
     restore_begin();
+    notify_ready();
     loop(0);
 }
 

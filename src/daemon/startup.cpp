@@ -26,6 +26,7 @@
 #include "daemon/dirs.h"
 #include "daemon/dump.h"
 #include "daemon/log.h"
+#include "daemon/notify.h"
 #include "daemon/options.h"
 #include "daemon/pid_file.h"
 #include "daemon/reload.h"
@@ -194,6 +195,7 @@ int run(int argc, char **argv) {
     set_up_process(given);
     reload_keep_options(given);
     if (given.check) return check(given);
+    notify_begin();
     if (!build(given)) return 1;
     if (given.dump_path) {
         int result = dump_trees(given.dump_path);

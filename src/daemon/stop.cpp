@@ -5,6 +5,7 @@
 
 #include "daemon/listen.h"
 #include "daemon/loop.h"
+#include "daemon/notify.h"
 #include "session/bgexec.h"
 #include "session/limits.h"
 #include "session/session.h"
@@ -46,6 +47,7 @@ void close_the_house() {
 }  // namespace
 
 void stop_begin(void) {
+    notify_stopping();
     const bgexec_ctx *commit = bgexec_running_writer();
     const long patience = limit_value(k_limit_stop_time);
     if (loop_stopping() || !commit || patience == 0) {

@@ -1,8 +1,10 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <regex>
 #include <thread>
@@ -261,6 +263,31 @@ TEST_F(Startup, MissingDefinitionFilesAreNoMoreThanReported) {
     start();
     EXPECT_TRUE(logged("param.conf': No such file or directory\n"));
     EXPECT_EQ(logged_in().ask("a LIST"), "a OK\n");
+}
+
+TEST_F(Startup, ItsServiceManagerHearsWhenClientsMayComeAndWhenTheEndBegins) {
+    const unique_fd manager{socket(AF_UNIX, SOCK_DGRAM, 0)};
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path("/manager").copy(address.sun_path, sizeof address.sun_path - 1);
+    ASSERT_EQ(bind(manager.get(), reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    const auto heard = [&](int flags) {
+        char text[64];
+        const ssize_t size = recv(manager.get(), text, sizeof text, flags);
+        return std::string(text, static_cast<size_t>(std::max<ssize_t>(size, 0)));
+    };
+    environment = {{"NOTIFY_SOCKET", address.sun_path}, {"WATCHDOG_USEC", "20000"}};
+    append("/etc/ucfgd/param.conf", "told {\n get: readlinespipe('echo x$NOTIFY_SOCKET')\n}\n");
+    launch({"-n"});
+    EXPECT_EQ(heard(0), "READY=1");
+    EXPECT_EQ(logged_in().ask("a GET told"), "a.1 x\na OK\n");
+    for (int i = 0; i < 3; i++)
+        EXPECT_EQ(heard(0), "WATCHDOG=1");
+    stop();
+    std::string last;
+    for (std::string text = heard(MSG_DONTWAIT); !text.empty(); text = heard(MSG_DONTWAIT))
+        last = text;
+    EXPECT_EQ(last, "STOPPING=1");
 }
 
 TEST_F(Startup, WithoutItsMainFileItDoesNotStart) {
