@@ -17,6 +17,7 @@
 #include "fe/pattern.h"
 #include "llconf/nodes.h"
 #include "llconf/path.h"
+#include "session/commit_log.h"
 #include "session/limits.h"
 #include "session/session.h"
 #include "tree/definition.h"
@@ -71,6 +72,7 @@ int decimal(const char *text) {
 constexpr std::string_view k_other_paths[] = {
     "config/timeout:",
     "config/access-override:", /* k_numbers */
+    "config/log-changes:",
     "config/commits-kept:",
     "config/commits-size:", /* archive */
     "users/*/access:",
@@ -88,6 +90,12 @@ constexpr std::string_view k_other_paths[] = {
     "listen/*/authtype:", /* and log-in */
     "authtype:",
 };
+
+void read_log_changes(std::string_view value) {
+    g_log_changes = value == "yes" ? 1 : 0;
+    if (value != "yes" && value != "no")
+        daemon_log(LOG_WARNING, "Warning: config/log-changes: is 'yes' or 'no'; 'no' is used");
+}
 
 }  // namespace
 
@@ -141,6 +149,7 @@ void parse_config(const cnfnode *root) {
         static_cast<size_t>(limit_value(k_limit_pattern_memory)), [](const char *pattern) {
             limit_met(k_limit_pattern_memory, "a pattern needs more: %s", pattern);
         });
+    if (const char *value = entry_of(root, "config/log-changes:")) read_log_changes(value);
     const cnfnode *section = find_node(root->first_child, "config");
     if (!section) return;
     for (const cnfnode *node = section->first_child; node; node = node->next)

@@ -26,6 +26,7 @@
 #include "archive/trials.h"
 #include "backend/ll_trns.h"
 #include "session/bgexec.h"
+#include "session/commit_log.h"
 #include "session/commit_report.h"
 #include "session/limits.h"
 #include "session/method_context.h"
@@ -73,9 +74,10 @@ void log_waiting(const bgexec_ctx *waiting, const bgexec_ctx *running) {
 
 /* The child's end: what went wrong as an error number, which has one byte to pass through, and in
  * words for the client. */
-[[noreturn]] void run_commit(const ccd_session *session) {
+[[noreturn]] void run_commit(ccd_session *session) {
     owned_context context = make_session_context(session);
     g_trns_fe_context = context.get();
+    commit_log_look(session);
     commit_report_author(session);
     ccd_clear_error();
     llconf_use_tried();
@@ -84,6 +86,7 @@ void log_waiting(const bgexec_ctx *waiting, const bgexec_ctx *running) {
     const int result = ccd_commit(session->backend_ctx);
     const int status = result != 0 ? result : errno;
     if (status != 0) commit_report_leave();
+    if (status == 0) commit_log_tell(session);
     /* The time of a trial begins when its services have been told. */
     if (status == 0 && archive_is_on() && session->commit_trial > 0)
         trial_extend(session->commit_trial);

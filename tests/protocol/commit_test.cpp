@@ -1,5 +1,7 @@
 #include <sys/mount.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -92,6 +94,33 @@ TEST_F(Commit, OnlyTheLinesThatWereChangedDiffer) {
     EXPECT_EQ(status("/etc/sysctl.conf").st_ino, untouched);
     EXPECT_EQ(c.ask("3 GET network.hosts.192%2e0%2e2%2e11.name"),
               "3.1 post%2eexample%2enet\n3 OK\n");
+}
+
+TEST_F(Commit, TheLogTellsWhoChangedWhichParameterAndKeepsSecrets) {
+    append("/etc/ucfgd/ucfgd.conf", "config {\n log-changes: yes\n}\n");
+    append("/etc/box.conf", "key = x\n");
+    const unique_fd journal{socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0)};
+    sockaddr_un address{AF_UNIX, "/run/systemd/journal/socket"};
+    fs::create_directories("/run/systemd/journal");
+    ASSERT_EQ(bind(journal.get(), reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    append("/etc/ucfgd/param.conf",
+           "key {\n get: llget('box', 'key')\n set: llset('box', 'key', $_)\n flags: 'secret'\n"
+           " access: in($perm, 'r', 'w')\n}\n");
+    start({"-l"});
+    a = logged_in();
+    EXPECT_EQ(a.ask("1 SET name beta"), "1 OK\n");
+    EXPECT_EQ(a.ask("2 SET key sesame"), "2 OK\n");
+    EXPECT_EQ(a.ask("3 DEL hosts 127%2e0%2e0%2e1"), "3 OK\n");
+    EXPECT_EQ(a.ask("4 COMMIT"), "4 OK\n");
+    std::string all;
+    char text[2048];
+    for (ssize_t size = 0; (size = recv(journal.get(), text, sizeof text, 0)) > 0;)
+        all.append(text, static_cast<size_t>(size));
+    for (const char *said : {": name: 'alpha' -> 'beta'\n", ": key: changed\n",
+                             ": hosts.127%2e0%2e0%2e1: removed\n", "\nUCFGD_USER=root\n",
+                             "\nUCFGD_PARAMETER=name\n", "MESSAGE=commit of user 'root', session "})
+        EXPECT_NE(all.find(said), std::string::npos) << said << all;
+    EXPECT_EQ(all.find("sesame"), std::string::npos) << all;
 }
 
 TEST_F(Commit, EntriesComeGoAndMoveWithTheirLines) {
