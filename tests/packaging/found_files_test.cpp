@@ -114,9 +114,10 @@ TEST(Apply, TriesAValueInANetworkOfItsOwn) {
 std::string name_of(const testing::TestParamInfo<found_case> &found) {
     std::string name;
     bool begins = true;
-    for (unsigned char c : found.param.title) {
-        if (std::isalnum(c)) name += static_cast<char>(begins ? std::toupper(c) : c);
-        begins = !std::isalnum(c);
+    for (char c : found.param.title) {
+        const int code = static_cast<unsigned char>(c);
+        if (std::isalnum(code)) name += static_cast<char>(begins ? std::toupper(code) : code);
+        begins = !std::isalnum(code);
     }
     return name;
 }
