@@ -208,7 +208,7 @@ int isinsubnet(const char *subnet, const char *ip) {
     errno_guard keep;
     const std::string_view text{subnet};
     const size_t slash = text.find('/');
-    if (slash == text.npos || slash > k_longest_ipv6) return 0;
+    if (slash > k_longest_ipv6) return 0; /* or there is none */
     const std::string_view digits = text.substr(slash + 1);
     if (digits.empty() || !std::all_of(digits.begin(), digits.end(), is_digit)) return 0;
     const int family = text.find(':') == text.npos ? AF_INET : AF_INET6;

@@ -131,7 +131,7 @@ TEST_F(Interfaces, AreWhatIfupdownMakesOfAllFiles) {
 
 TEST_F(Interfaces, RefuseWhatWouldHaveNoEffect) {
     put("/run/network/interfaces.d/tap0", "iface tap0 inet static\n address 192.0.2.65/26\n");
-    put_network("source-directory /run/network/interfaces.d\n" + std::string{k_main} +
+    put_network("source-directory /run//network/interfaces.d/\n" + std::string{k_main} +
                     "auto /eth2\niface eth0-x inet dhcp\niface wlan0 inet dhcp\n",
                 k_included);
     start();
@@ -153,7 +153,8 @@ TEST_F(Interfaces, RefuseWhatWouldHaveNoEffect) {
          {"SET network.interfaces.tap0.mtu 1400", "is set up in /run/network/interfaces.d/tap0:"},
          {"SET network.interfaces.wlan0.auto yes", "ERR the machine has no interface wlan0"},
          {"ADD network.interfaces eth9", "ERR the machine has no interface eth9"},
-         {"ADD network.interfaces.eth0.stanzas 4", "the next stanza of eth0 is number 3"}});
+         {"ADD network.interfaces.eth0.stanzas 4", "the next stanza of eth0 is number 3"},
+         {"SET network.interfaces.eth0.stanzas.3.address 192.0.2.9/24", "has no stanza 3"}});
 }
 
 }  // namespace
