@@ -149,7 +149,8 @@ void parse_config(const cnfnode *root) {
         static_cast<size_t>(limit_value(k_limit_pattern_memory)), [](const char *pattern) {
             limit_met(k_limit_pattern_memory, "a pattern needs more: %s", pattern);
         });
-    if (const char *value = entry_of(root, "config/log-changes:")) read_log_changes(value);
+    const char *log_changes = entry_of(root, "config/log-changes:");
+    read_log_changes(log_changes ? log_changes : "no");
     const cnfnode *section = find_node(root->first_child, "config");
     if (!section) return;
     for (const cnfnode *node = section->first_child; node; node = node->next)

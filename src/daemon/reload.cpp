@@ -34,6 +34,7 @@
 #include "daemon/dirs.h"
 #include "daemon/listen.h"
 #include "daemon/loop.h"
+#include "daemon/notify.h"
 #include "daemon/options.h"
 #include "llconf/modules.h"
 #include "llconf/nodes.h"
@@ -74,6 +75,7 @@ std::string now() {
 void end_with(int priority, const std::string &result) {
     daemon_log(priority, "reload: %s", result.c_str());
     daemonfuncs_note_reload((now() + ": " + result).c_str());
+    notify_ready();
     g_step = reload_step::none;
     if (std::exchange(g_again, false)) reload_begin();
 }
@@ -252,6 +254,7 @@ void reload_begin(void) {
         return;
     }
     g_step = reload_step::checking;
+    notify_reloading();
     daemon_log(LOG_NOTICE, "reload: checking");
     try {
         start_check();

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <set>
 #include <regex>
 #include <thread>
 
@@ -283,6 +284,11 @@ TEST_F(Startup, ItsServiceManagerHearsWhenClientsMayComeAndWhenTheEndBegins) {
     EXPECT_EQ(logged_in().ask("a GET told"), "a.1 x\na OK\n");
     for (int i = 0; i < 3; i++)
         EXPECT_EQ(heard(0), "WATCHDOG=1");
+    kill(pid(), SIGHUP);
+    std::set<std::string> all;
+    while (!all.contains("READY=1"))
+        all.insert(heard(0).substr(0, 11));
+    EXPECT_TRUE(all.contains("RELOADING=1"));
     stop();
     std::string last;
     for (std::string text = heard(MSG_DONTWAIT); !text.empty(); text = heard(MSG_DONTWAIT))
