@@ -115,7 +115,8 @@ TEST_F(Sshd, SaysOfWhateverFilesAfterwardsWhatWasSet) {
         const std::string name = "ssh." + std::string{row.parameter};
         std::string value{row.value};
         if (value.find(' ') != std::string::npos) value[value.find(' ')] = '+';
-        const std::string reply = c.ask("a SET " + name + ' ' + value);
+        const std::string reply =
+            c.ask(std::string{"a SET "}.append(name).append(" ").append(value));
         if (row.keyword.empty()) {
             EXPECT_NE(reply.find(row.result), std::string::npos) << row.main << reply;
             continue;
