@@ -34,8 +34,10 @@ TEST_F(Type, AValidationRunsInTheTransactionAndABadPatternAcceptsNothing) {
     EXPECT_EQ(text_of(ccd_param_get(g_ccdtree, transaction, "a")), "1");
     EXPECT_EQ(evaluate("istype('a', 'bad')") + evaluate("istype('a', 'none')"), "01");
     EXPECT_EQ(log(), (log_lines{"Error: Parsing tree failed at 'bad'.",
-                                "column 7: expected a pattern for \"match\" (a ( that is not "
-                                "closed), found \"'^(a'\""}));
+                                ucfgd_conffilesprefix +
+                                    std::string{"/etc/types.conf:5:20: column 7: expected a "
+                                                "pattern for \"match\" (a ( that is not "
+                                                "closed), found \"'^(a'\""}}));
 }
 
 TEST_F(Type, ACircleOfParentsEndsTheSearch) {
