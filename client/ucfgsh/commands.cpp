@@ -102,6 +102,8 @@ constexpr std::array k_commands{
 
 constexpr const char *k_trial_advice =
     "\"confirm\" or \"cancel\" ends that; its user may join it by \"commit --trial\"";
+/* Without an archive the daemon answers with the system's words alone. */
+constexpr const char *k_commit_advice = "the daemon's log names the file or the command";
 constexpr const char *k_lost = "not answered, the connection or the session was lost";
 
 constexpr std::array k_results{
@@ -314,6 +316,8 @@ static problem about_failure(shell &sh, const std::string &subject, int code, co
     if (!names_command) found.path = subject;
     if (trial) found.hint = k_trial_advice;
     if (found.hint.empty() && answered(code)) found.hint = next_step(sh, what);
+    if (first == "commit" && code == k_ucfg_failed && !conflict && found.id.empty())
+        found.hint = k_commit_advice;
     if (found.hint.empty())
         found.hint = advice(code, text);
     else if (!trial && says_little(code, text))

@@ -59,7 +59,7 @@ std::optional<bool> known_names::has(session &link, ucfg_tree tree, const std::s
                                      const std::string &name) {
     auto at = lists_.find({tree, path});
     bool fresh = at != lists_.end() && clock::now() - at->second.asked < k_fresh;
-    if (fresh && at->second.names.contains(name)) return true;
+    if (fresh && (at->second.any || at->second.names.contains(name))) return true;
     ucfg_strings *found = nullptr;
     link.quietly([&](ucfg_conn *conn) { return ucfg_list(conn, tree, path.c_str(), &found); });
     owned_strings names{found};
@@ -67,9 +67,10 @@ std::optional<bool> known_names::has(session &link, ucfg_tree tree, const std::s
     if (lists_.size() >= k_listings) lists_.clear();
     listing &now = lists_[{tree, path}];
     now.asked = clock::now();
-    now.names.clear();
-    now.names.insert(names->items, names->items + names->count);
-    return now.names.contains(name);
+    now.names = {names->items, names->items + names->count};
+    now.any = std::any_of(names->items, names->items + names->count,
+                          [](const char *each) { return *each == '*'; });
+    return now.any || now.names.contains(name);
 }
 
 std::vector<std::string> known_names::below(session &link, ucfg_tree tree,

@@ -18,7 +18,8 @@ namespace ucfgsh {
  * for the whole of it at every step. */
 class known_names {
   public:
-    /* Whether the listing of a node (a wire path) shows the name; nothing when there is none. */
+    /* Whether the listing of a node (a wire path) shows the name, or is none of entries: one that
+     * nobody defined shows the "*" that stands for any name. Nothing when there is no listing. */
     std::optional<bool> has(session &link, ucfg_tree tree, const std::string &path,
                             const std::string &name);
 
@@ -32,6 +33,7 @@ class known_names {
     using clock = std::chrono::steady_clock;
     struct listing {
         std::unordered_set<std::string> names;
+        bool any = false;
         clock::time_point asked;
     };
     std::map<std::pair<ucfg_tree, std::string>, listing> lists_;

@@ -397,7 +397,10 @@ int run_info(shell &sh, const arguments &args) {
     int code = sh.link.call(after_loss::repeat, [&](ucfg_conn *conn) {
         return ucfg_info(conn, path->c_str(), rest.data(), rest.size(), &text);
     });
-    return print_answer(sh, {'I', k_ucfg_management, *path}, "text", code, text);
+    owned_str said{text};
+    int status = code == k_ucfg_ok ? refuse_stray(sh, k_ucfg_management, *path) : k_exit_done;
+    if (status != k_exit_done) return status;
+    return print_answer(sh, {'I', k_ucfg_management, *path}, "text", code, said.release());
 }
 
 namespace {

@@ -65,6 +65,7 @@ std::string use_of(const shell &sh, ucfg_tree tree, const owned_attr &attr,
 
 std::string quote_names(const std::vector<std::string> &names) {
     std::vector<std::string> quoted;
+    quoted.reserve(names.size());
     for (const std::string &name : names)
         quoted.push_back(take_text(ucfg_path_quote(name.c_str())));
     return did_you_mean(quoted);
@@ -85,6 +86,13 @@ std::string about_stray(shell &sh, ucfg_tree tree, const stray &missing, const s
     std::vector<std::string> names = sh.names.below(sh.link, tree, missing.above);
     if (std::string quoted = with_quotes(missing, names); !quoted.empty())
         return "a name with dots stands in quotes: " + typed_path(sh, tree, quoted);
+    if (missing.name.find('.') != std::string::npos) {
+        owned_str parts{ucfg_path_parse(missing.name.c_str(), nullptr)};
+        std::string whole = parts ? join_path(missing.above, parts.get()) : "";
+        whole = join_path(whole, missing.rest);
+        if (parts && look_at(sh.link, tree, whole))
+            return "these dots stand outside of quotes: " + typed_path(sh, tree, whole);
+    }
     std::string text = describe(missing);
     if (names.empty() && !missing.entry && !missing.above.empty())
         return text + ": nothing is below it";
@@ -102,6 +110,13 @@ std::string about_stray(shell &sh, ucfg_tree tree, const stray &missing, const s
     const char *list = tree == k_ucfg_management ? "list -m" : "list";
     std::string line = missing.above.empty() ? "" : " " + typed_path(sh, tree, missing.above);
     return text + "; \"" + list + line + "\" shows what there is";
+}
+
+std::string about_arguments(shell &sh, const attempt &what) {
+    std::string arguments = arguments_of(sh.link, what.path);
+    if (arguments.empty()) return "";
+    const char *command = what.op == 'I' ? "info " : "admin ";
+    return std::string{"usage: "} + command + print_path(what.path) + " " + arguments;
 }
 
 /* The words of a value that would do. */
@@ -141,6 +156,7 @@ std::string next_step(shell &sh, const attempt &what) {
     if (!attr) return "";
     if (can(attr, what.op)) {
         if (what.op == 's') return about_value(*attr, what.value);
+        if (what.op == 'I' || what.op == 'A') return about_arguments(sh, what);
         return what.op == 'd' || what.op == 'm' ? about_entry(sh, what) : "";
     }
     if (what.op == 's' && can(attr, 'g')) return "it can only be read";

@@ -496,6 +496,7 @@ TEST_F(ShellTest, ARefusalSaysWhatToDoNextAndAnEntryThatIsNotThereIsOne) {
         {"show hosts.b", "no entry b in hosts: did you mean hosts.a?"},
         {"attr hosts.no-such-name", "no entry no-such-name in hosts"},
         {"get net.nmae", "net.nmae: there is no nmae in net: did you mean net.name?"},
+        {"get 'net.name'", "these dots stand outside of quotes: net.name"},
         {"get net", "net: a section: use \"show net\""},
         {"get net.ping", "an action: use \"admin net.ping\""},
         {"info net.name", "a parameter: use \"get net.name\""},
