@@ -88,6 +88,7 @@ function words_of(text,    i, c, quote, depth, part, made, level) {
         else if (c == "," && depth == level && level > 0) break
         else if (c == "$" && depth == level) made = made "..."
     }
+    gsub(/ \(\.\.\.\)/, "", made)
     sub(/[.]+$/, "", made)
     return made
 }
