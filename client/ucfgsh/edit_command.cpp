@@ -24,9 +24,9 @@ namespace {
 
 constexpr const char *k_mark = "#! ";
 constexpr const char *k_heading =
-    "# What differs when you leave the editor is applied, all or nothing; \"commit\" writes it.\n"
-    "# An entry whose \"add\" is taken away is deleted; a parameter whose \"set\" is taken away\n"
-    "# keeps its value. An empty text changes nothing.\n";
+    "# What differs when you leave the editor is applied, all or nothing.\n"
+    "# An entry whose \"add\" is taken away is deleted; a parameter whose \"set\" is\n"
+    "# taken away keeps its value. An empty text changes nothing.\n";
 
 /* Those that understand "+12" as the line to begin at. */
 constexpr std::array k_line_editors{"vi",     "vim", "nvim",  "view", "nano",      "emacs",

@@ -108,7 +108,9 @@ int run_save(shell &sh, const arguments &args) {
     owned_json members = json_object_of({{"file", file}});
     json_put(members, "count", owned_json{json_integer(count)});
     std::string done = "saved " + std::to_string(count) + " commands in " + file;
-    if (hidden > 0) done += "; " + std::to_string(hidden) + " values cannot be read";
+    if (hidden > 0)
+        done += "; " + std::to_string(hidden) + (hidden == 1 ? " value" : " values") +
+                " cannot be read";
     return report_done(sh, done, std::move(members));
 }
 
