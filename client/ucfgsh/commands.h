@@ -205,6 +205,8 @@ int run_help(shell &sh, const arguments &args);
 int run_access(shell &sh, const arguments &args);
 int run_info(shell &sh, const arguments &args);
 int run_admin(shell &sh, const arguments &args);
+int run_eval(shell &sh, const arguments &args);
+int run_tree(shell &sh, const arguments &args);
 int run_set(shell &sh, const arguments &args);
 int run_add(shell &sh, const arguments &args);
 int run_del(shell &sh, const arguments &args);

@@ -422,21 +422,31 @@ void take_admin_line(int stream, const char *text, void *data) {
         sink->sh.out.complain(text);
 }
 
+int run_action(shell &sh, const std::string &path, const std::vector<const char *> &rest) {
+    admin_sink sink{sh};
+    int code = sh.link.call(after_loss::report, [&](ucfg_conn *conn) {
+        return ucfg_admin(conn, path.c_str(), rest.data(), rest.size(), take_admin_line, &sink);
+    });
+    if (sh.out.json()) sh.out.document(json_object_of({{"path", print_path(path)}}));
+    if (code == k_ucfg_ok) return k_exit_done;
+    bool said = sink.complained && !sh.out.json() && !is_reason(ucfg_text(sh.link.conn()));
+    if (code == k_ucfg_failed && said) return k_exit_failed;
+    return report_failure(sh, print_path(path), code, {'A', k_ucfg_management, path});
+}
+
 }  // namespace
 
 int run_admin(shell &sh, const arguments &args) {
     auto path = take_path(sh, args.words[0], k_ucfg_management);
-    if (!path) return k_exit_usage;
-    std::vector<const char *> rest = rest_of(args, 1);
-    admin_sink sink{sh};
-    int code = sh.link.call(after_loss::report, [&](ucfg_conn *conn) {
-        return ucfg_admin(conn, path->c_str(), rest.data(), rest.size(), take_admin_line, &sink);
-    });
-    if (sh.out.json()) sh.out.document(json_object_of({{"path", print_path(*path)}}));
-    if (code == k_ucfg_ok) return k_exit_done;
-    bool said = sink.complained && !sh.out.json() && !is_reason(ucfg_text(sh.link.conn()));
-    if (code == k_ucfg_failed && said) return k_exit_failed;
-    return report_failure(sh, print_path(*path), code, {'A', k_ucfg_management, *path});
+    return path ? run_action(sh, *path, rest_of(args, 1)) : k_exit_usage;
+}
+
+int run_eval(shell &sh, const arguments &args) {
+    return run_action(sh, "daemon.eval", rest_of(args, 0));
+}
+
+int run_tree(shell &sh, const arguments &args) {
+    return run_action(sh, "daemon.tree", rest_of(args, 0));
 }
 
 }  // namespace ucfgsh

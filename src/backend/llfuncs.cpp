@@ -24,7 +24,7 @@
 namespace {
 
 /* In the order of registration. */
-constexpr std::array<ll_row, 25> k_rows = {{
+constexpr std::array<ll_row, 27> k_rows = {{
     {"llget", fe_func_ll, func_llget},
     {"llgetname", fe_func_ll, func_llgetname},
     {"llgetdefault", fe_func_ll, func_llgetdefault},
@@ -50,6 +50,8 @@ constexpr std::array<ll_row, 25> k_rows = {{
     {"llmodsetpostcommit", fe_func_llmodsethook, nullptr, func_llmodset_post_commit},
     {"llmodsetprecommit", fe_func_llmodsethook, nullptr, func_llmodset_pre_commit},
     {"llmove", fe_func_ll, func_llmove},
+    {"lltree", fe_func_lltree, nullptr},
+    {"llmodules", fe_func_llmodules, nullptr},
 }};
 
 unsigned long g_nodes_found = 0;

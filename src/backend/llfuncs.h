@@ -90,6 +90,8 @@ fe_node *fe_func_llcopy(fe_context *ctx, fe_node *call);
 fe_node *fe_func_lladdmulti(fe_context *ctx, fe_node *call);
 fe_node *fe_func_lladdbefore(fe_context *ctx, fe_node *call);
 fe_node *fe_func_llswap(fe_context *ctx, fe_node *call);
+fe_node *fe_func_lltree(fe_context *ctx, fe_node *call);
+fe_node *fe_func_llmodules(fe_context *ctx, fe_node *call);
 fe_node *fe_func_llmodcreate(fe_context *ctx, fe_node *call);
 fe_node *fe_func_llmoddelete(fe_context *ctx, fe_node *call);
 fe_node *fe_func_llmodsethook(fe_context *ctx, fe_node *call);

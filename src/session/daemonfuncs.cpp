@@ -15,6 +15,7 @@
 #include "fe/fe.h"
 #include "session/bgexec.h"
 #include "session/commit.h"
+#include "session/evaluate.h"
 #include "session/limits.h"
 #include "session/session.h"
 #include "tree/arguments.h"
@@ -152,6 +153,15 @@ fe_node *fe_func_commitend(fe_context * /*ctx*/, fe_node * /*call*/) try {
     return nullptr;
 }
 
+/* The user of the session that the method runs for. */
+fe_node *fe_func_sessionuser(fe_context *ctx, fe_node * /*call*/) {
+    const char *sid = fe_get(ctx, "sid");
+    for (const ccd_session *session = g_session_list; sid && session; session = session->next)
+        if (session->sessionid && strcmp(session->sessionid, sid) == 0 && session->username)
+            return const_node(session->username);
+    return const_node("");
+}
+
 std::string g_reload;
 
 fe_node *fe_func_reloadstatus(fe_context * /*ctx*/, fe_node * /*call*/) {
@@ -172,13 +182,15 @@ constexpr native_function k_functions[] = {
     {"commitstatus", fe_func_commitstatus},
     {"commitend", fe_func_commitend},
     {"reloadstatus", fe_func_reloadstatus},
+    {"sessionuser", fe_func_sessionuser},
+    {"evaluate", fe_func_evaluate},
 };
 
 }  // namespace
 
 fe_def *fe_register_daemonfuncs(fe_def *list) {
     for (const native_function &function : k_functions)
-        list = fe_register_func(list, function.name, function.function, nullptr);
+        list = fe_register_func(list, function.name, function.function, list);
     return list;
 }
 

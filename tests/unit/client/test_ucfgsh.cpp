@@ -267,7 +267,7 @@ TEST_F(ShellTest, EveryCommandAnswersInJsonAsTheSchemaSays) {
         "changes\nchanges -f\ndiff\nrebase\ncommit -m x\nconfirm\ncancel\nhistory\nhistory "
         "7\nhistory 5\n"
         "admin commits.watch\nadmin "
-        "commits.confirm\nrevert\nupdate\ncurrent\ndirty\nwhoami\n"
+        "commits.confirm\neval 1\ntree\nrevert\nupdate\ncurrent\ndirty\nwhoami\n"
         "show --commands net\nsave /nosuch/x\nsave /dev/null\nload /nosuch\nload /dev/null\nedit "
         "net\nsource /nosuch\nlogin\nraw\nquit\n";
     std::istringstream in{lines};
