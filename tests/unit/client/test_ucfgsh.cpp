@@ -1,7 +1,10 @@
 // The client program's parts, with a small daemon in memory behind them.
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 
+#include <fstream>
 #include <map>
 #include <set>
 #include <sstream>
@@ -54,6 +57,7 @@ class toy_tree {
         if (hang_ups > 0 && hang_ups-- > 0) return {"!close"};
         if (r.word == "LIST" || r.word == "LISTR") return list(path, r.word == "LISTR");
         if (r.word == "ATTR") return attr(path);
+        if (r.word == "ACCESS") return {path.starts_with("net.secret") ? ".1 0" : ".1 1", " OK"};
         if (r.word == "HELP" && path == "hosts") return {".1 not+installed", " OK"};
         if (r.word == "GET")
             return values.contains(path)    ? fake_reply{".1 " + values[path], " OK"}
@@ -443,6 +447,58 @@ TEST_F(ShellTest, ATreeIsSavedAsTheCommandsThatMakeItAgain) {
     }
     const std::string kept = said.substr(said.rfind(' ') + 1);
     EXPECT_EQ(unlink(kept.substr(0, kept.size() - 1).c_str()), 0) << said;
+}
+
+TEST_F(ShellTest, ATerminalKeepsItsHistoryAndAsksBeforeChangesAreDropped) {
+    link.close();
+    toy.values["net.secret"] = "";
+    const std::string home = daemon.path() + ".home", history = home + "/.ucfgsh_history";
+    ASSERT_EQ(mkdir(home.c_str(), 0700), 0);
+    int terminal = -1;
+    const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
+    if (child == 0) {
+        setenv("HOME", home.c_str(), 1);
+        execl(UCFGSH, "ucfgsh", "--plain", "--socket", daemon.path().c_str(), nullptr);
+        _exit(1);
+    }
+    ASSERT_GT(child, 0);
+    unique_fd owner{terminal};
+    auto type = [&](const std::string &keys, const std::string &until) {
+        std::string said;
+        EXPECT_EQ(write(terminal, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
+        for (pollfd watch{terminal, POLLIN, 0}; poll(&watch, 1, 5000) > 0;) {
+            char chunk[512];
+            const ssize_t got = read(terminal, chunk, sizeof chunk);
+            if (got <= 0) break;
+            said.append(chunk, static_cast<size_t>(got));
+            if (said.find(until) != std::string::npos) return;
+        }
+        ADD_FAILURE() << keys << " gave " << said;
+    };
+    type("", "ucfg*> ");
+    type("cd net\n", "ucfg net*> ");
+    type("set secret abcd\n", "set net.secret\r\n");
+    type("set .motd <<E\n", "[up to E] ");
+    type("lost\n", "[up to E] ");
+    type("\x03", "ucfg net*> ");
+    type("login\n", "Drop them? [y/N] ");
+    type("n\n", "ucfg net*> ");
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    EXPECT_EQ(toy.values["motd"], "one%0atwo%0athree");
+    const strings seen = daemon.seen();
+    EXPECT_EQ(std::count_if(seen.begin(), seen.end(),
+                            [](const std::string &line) { return line.find(" LOGIN ") < 9; }),
+              2);
+    std::ifstream file{history};
+    std::stringstream kept;
+    kept << file.rdbuf();
+    EXPECT_EQ(kept.str(), "_HiStOrY_V2_\ncd\\040net\nset\\040.motd\\040<<E\nlogin\n");
+    struct stat made {};
+    ASSERT_EQ(stat(history.c_str(), &made), 0);
+    EXPECT_EQ(made.st_mode & 0777U, 0600U);
+    unlink(history.c_str());
+    rmdir(home.c_str());
 }
 
 TEST_F(ShellTest, ACommitTellsWhatItDidAndWhatFailed) {
