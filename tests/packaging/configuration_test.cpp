@@ -64,7 +64,6 @@ class Configuration : public daemon_test {
     void put_system() const {
         put("/etc/hostname", "# set by the installer\nold\n");
         put("/etc/hosts", k_hosts);
-        put("/etc/resolv.conf", "nameserver 192.0.2.53\n");
         put("/etc/network/interfaces", k_interfaces);
         put("/etc/systemd/timesyncd.conf", "[Time]\n#NTP=\n");
         put("/etc/systemd/timesyncd.conf.d/10-site.conf", "[Time]\nFallbackNTP=b.example\n");
@@ -86,7 +85,6 @@ class Configuration : public daemon_test {
         put("/etc/ssh/sshd_config.d/site.conf", "banner=/etc/issue.net\n");
         put("/etc/pam.d/sshd", "#session x pam_motd.so\nsession optional pam_motd.so noupdate\n");
         put("/etc/motd.d/x", "");
-        put("/etc/aliases", "postmaster:    root\n");
         put("/etc/motd", "\nwelcome\n\nall\n");
     }
 
@@ -107,8 +105,6 @@ constexpr change k_changes[] = {
     {"SET network.hosts.192%2e0%2e2%2e1.aliases a+gw_b", "/etc/hosts",
      "127.0.0.1\tlocalhost new # and so\n127.0.1.1\tnew.example.net new\n192.0.2.1\tgw a # the "
      "gateway\n192.0.2.8\told.example.org\n192.0.2.1\tgw_b # again\n"},
-    {"ADD network.resolver.nameservers 2001:db8::53", "/etc/resolv.conf",
-     "nameserver 192.0.2.53\nnameserver 2001:db8::53\n"},
     {"SET time.zone Europe/Vienna", "/etc/timezone", "Europe/Vienna\n"},
     {"SET time.ntp.servers a.example.net+192.0.2.1", "/etc/systemd/timesyncd.conf",
      "[Time]\n#NTP=\nNTP=a.example.net 192.0.2.1\n"},
@@ -122,8 +118,6 @@ constexpr change k_changes[] = {
      "*.warning @@[2001:db8::1]:514\n"},
     {"SET kernel.forwarding on", "/etc/sysctl.conf",
      "#kernel.sysrq=438\nvm.swappiness=10\nnet.ipv4.ip_forward=1\n"},
-    {"SET mail.root ops@example.net", "/etc/aliases",
-     "postmaster:    root\nroot: ops@example.net\n"},
     {"SET system.banner.welcome one%0a%0athree", "/etc/motd", "one\n\nthree\n"},
     {"SET network.interfaces.eth0.address 198.51.100.2/24", "", ""},
     {"SET network.interfaces.eth0.gateway 198.51.100.1", "", ""},
@@ -221,9 +215,6 @@ TEST_F(Configuration, RefusalsSayWhatIsWrong) {
         {"SET network.interfaces.eth0.method static", "give eth0 an address"},
         {"ADD network.interfaces a/b", "a/b is not the name of an interface"},
         {"SET log.forward.port 515", "set log.forward.host first"},
-        {"SET kernel.swappiness 999", "swappiness must be a number from 0 to 200, not 999"},
-        {"ADD kernel.settings a+b", "a b is not the name of a parameter"},
-        {"SET mail.root a+b", "a b is neither an account nor an address"},
     };
     for (const auto &[request, reason] : k_refused) {
         const std::string reply = c.ask("a " + std::string{request});
