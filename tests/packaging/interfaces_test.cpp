@@ -105,7 +105,8 @@ TEST_F(Interfaces, AreWhatIfupdownMakesOfAllFiles) {
           "SET network.interfaces.eth1.auto no", "ADD network.interfaces.eth1.stanzas 3",
           "SET network.interfaces.eth1.stanzas.3.address 2001:db8:1::1/48",
           "SET network.interfaces.eth2.auto yes", "ADD network.interfaces eth0.5",
-          "SET network.interfaces.eth0%2e5.ipv6.method auto", "ADD network.hotplug usb0"})
+          "SET network.interfaces.eth0%2e5.ipv6.method auto", "ADD network.hotplug usb0",
+          "SET network.interfaces.usb0.ipv6.address", "SET network.interfaces.lo.address"})
         EXPECT_EQ(c.ask("b " + std::string{request}), "b OK\n") << request;
     EXPECT_EQ(c.ask("c COMMIT").substr(0, 5), "c OK\n");
     EXPECT_EQ(ask_ifupdown("--list"), "lo eth2 eth0.5 ");
@@ -119,6 +120,7 @@ TEST_F(Interfaces, AreWhatIfupdownMakesOfAllFiles) {
     EXPECT_EQ(ask_ifupdown("eth2"),
               "netmask: 255.255.255.128 gateway: 203.0.113.1 address: "
               "203.0.113.5 broadcast: 203.0.113.127 ");
+    EXPECT_EQ(ask_ifupdown("usb0"), "");
     EXPECT_NE(file("/etc/network/interfaces").find("\t# the branch\n"), std::string::npos);
     EXPECT_EQ(c.ask("d DEL network.interfaces eth1"), "d OK\n");
     EXPECT_EQ(c.ask("d SET network.interfaces.eth0%2e5.ipv6.method none"), "d OK\n");
