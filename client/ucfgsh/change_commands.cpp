@@ -55,6 +55,8 @@ int make_change(shell &sh, const order &what, bool one_word = false) {
     after_loss policy = what.op == k_ucfg_set ? after_loss::repeat : after_loss::report;
     int code = run_step(sh, policy, {what});
     if (code != k_ucfg_ok) return report_failure(sh, subject, code, tried);
+    if (what.op == k_ucfg_add) sh.names.added(what.path, what.value);
+    if (what.op == k_ucfg_del) sh.names.deleted(what.path, what.value);
     return report_done(sh, tells(sh) ? told_change(sh, what, subject) : "",
                        json_object_of({{"path", subject}}));
 }

@@ -227,8 +227,9 @@ int run_command(shell &sh, const std::vector<word> &line) {
     if (args.words.size() < row->least || args.words.size() > row->most)
         return complain_usage(sh, "usage: " + usage_of(*row));
     sh.changes.follow(sh.link);
-    /* A set changes no list; a script may give thousands of them. */
-    if (row->perms != k_r && row->run != run_set) sh.names.forget();
+    /* Single changes tell what they have done to a list: a script may make thousands of them. */
+    bool single = row->run == run_set || row->run == run_add || row->run == run_del;
+    if (row->perms != k_r && !single) sh.names.forget();
     status = row->run(sh, args);
     if (status != k_exit_done && sh.out.json() && !sh.out.has_errors())
         report_failure(sh, std::string{row->name}, ucfg_last(sh.link.conn()));

@@ -15,7 +15,7 @@ namespace ucfgsh {
 namespace {
 
 constexpr std::chrono::seconds k_fresh{2};
-constexpr size_t k_listings = 64;
+constexpr size_t k_listings = 1000;
 constexpr size_t k_similar = 3;
 constexpr const char *k_made_up = "no-such-name";
 
@@ -71,6 +71,16 @@ std::optional<bool> known_names::has(session &link, ucfg_tree tree, const std::s
     now.any = std::any_of(names->items, names->items + names->count,
                           [](const char *each) { return *each == '*'; });
     return now.any || now.names.contains(name);
+}
+
+void known_names::added(const std::string &path, const std::string &name) {
+    auto at = lists_.find({k_ucfg_parameters, path});
+    if (at != lists_.end()) at->second.names.insert(name);
+}
+
+void known_names::deleted(const std::string &path, const std::string &name) {
+    auto at = lists_.find({k_ucfg_parameters, path});
+    if (at != lists_.end()) at->second.names.erase(name);
 }
 
 std::vector<std::string> known_names::below(session &link, ucfg_tree tree,

@@ -29,6 +29,10 @@ class known_names {
     /* Something may have changed. */
     void forget() { lists_.clear(); }
 
+    /* An entry of a parameter has been added or deleted from here. */
+    void added(const std::string &path, const std::string &name);
+    void deleted(const std::string &path, const std::string &name);
+
   private:
     using clock = std::chrono::steady_clock;
     struct listing {

@@ -552,6 +552,7 @@ TEST_F(ShellTest, ARefusalSaysWhatToDoNextAndAnEntryThatIsNotThereIsOne) {
         {"show hosts.b", "no entry b in hosts: did you mean hosts.a?"},
         {"attr hosts.no-such-name", "no entry no-such-name in hosts"},
         {"get net.nmae", "net.nmae: there is no nmae in net: did you mean net.name?"},
+        {"add hosts x\nset hosts.x 1\ndel hosts x\nset hosts.x 2", "s:4: hosts.x: no entry x in"},
         {"get 'net.name'", "these dots stand outside of quotes: net.name"},
         {"get net", "net: a section: use \"show net\""},
         {"get net.ping", "an action: use \"admin net.ping\""},
@@ -566,7 +567,7 @@ TEST_F(ShellTest, ARefusalSaysWhatToDoNextAndAnEntryThatIsNotThereIsOne) {
         EXPECT_NE(said.find(text), std::string::npos) << line << "\n" << said;
     }
     EXPECT_EQ(script("get hosts.\"my.host\"\n").second, "10.0.0.2\n");
-    EXPECT_EQ(toy.sets, 1U);
+    EXPECT_EQ(toy.sets, 2U);
     std::erase_if(toy.values, [](const auto &item) { return item.first.starts_with("hosts."); });
     EXPECT_EQ(script("show hosts\nset hosts.a 1\n").second,
               "hosts  # not installed\ns:2: hosts.a: no entry a in hosts: not installed\n");
