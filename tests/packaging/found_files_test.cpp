@@ -24,6 +24,8 @@ namespace fs = std::filesystem;
 struct found_case {
     std::string title;
     std::vector<std::string> lines;
+
+    friend void PrintTo(const found_case &found, std::ostream *out) { *out << found.title; }
 };
 
 std::vector<found_case> read_cases() {
