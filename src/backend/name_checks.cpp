@@ -17,7 +17,7 @@
 
 namespace {
 
-/* A name, and where it stands. Definitions may come behind their use. */
+/* A name that is not defined yet, and where it stands. Definitions may come behind their use. */
 struct named {
     std::string name;
     std::string place;
@@ -28,6 +28,11 @@ struct {
     std::vector<named> types;
     std::set<std::string, std::less<>> made; /* modules that an expression makes */
 } g_names;
+
+bool is_module(const char *name) {
+    llconf_item *items = g_trns_ctx ? lli_list_from_trns_ctx(g_trns_ctx) : nullptr;
+    return items && find_llconf_item(items, name);
+}
 
 const char *constant(const fe_node *argument) {
     return argument && argument->fed == g_fed_const ? argument->text : nullptr;
@@ -42,9 +47,10 @@ void look_at_call(const fe_node *call) {
     if (is_ll_function(call->fed)) {
         const char *module = constant(first);
         if (module && call->fed->function == fe_func_llmodcreate) g_names.made.insert(module);
-        if (module) g_names.modules.push_back({module, reading_place(0)});
+        if (module && !is_module(module)) g_names.modules.push_back({module, reading_place(0)});
     } else if (call->fed->function == fe_func_istype) {
-        if (const char *type = constant(first ? first->next : nullptr))
+        const char *type = constant(first ? first->next : nullptr);
+        if (type && !find_ccd_type(g_types, type))
             g_names.types.push_back({type, reading_place(0)});
     }
 }
@@ -83,9 +89,8 @@ void name_checks_begin(void) {
 
 void name_checks_finish(void) {
     fe_set_parse_observer(nullptr);
-    llconf_item *items = lli_list_from_trns_ctx(g_trns_ctx);
-    complain_of(g_names.modules, "module", [items](const std::string &name) {
-        return find_llconf_item(items, name.c_str()) || g_names.made.contains(name);
+    complain_of(g_names.modules, "module", [](const std::string &name) {
+        return is_module(name.c_str()) || g_names.made.contains(name);
     });
     complain_of(g_names.types, "type",
                 [](const std::string &name) { return find_ccd_type(g_types, name.c_str()); });

@@ -39,9 +39,11 @@ class document_test : public daemon_test {
     std::string shell(std::string command) const;
     void run_console(const std::string &text);
 
+    /* SIGHUP, up to the end of what it asks for. */
+    void reload();
+
   private:
     void restart();
-    void reload();
 };
 
 #endif
