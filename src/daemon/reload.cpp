@@ -223,6 +223,7 @@ std::vector<std::string> command_line() {
 void start_check() {
     std::vector<std::string> words = command_line();
     std::vector<char *> argv;
+    argv.reserve(words.size() + 1);
     for (std::string &word : words)
         argv.push_back(word.data());
     argv.push_back(nullptr);

@@ -1,12 +1,15 @@
 """Years of use in minutes: log-ins, reads, changes, batches, commits, refused requests, dropped
-connections and resumed sessions in a random mix, while memory, descriptors and children are watched.
+connections, resumed sessions and reloads in a random mix, while memory, descriptors and children are
+watched.
 
 usage: soak.py UCFGD SECONDS
 
 Ends with a table; fails when an answer is none that fits, or when something has grown from the first
 third (when everything that is made once has been made) to the end."""
 
+import os
 import random
+import signal
 import sys
 import time
 
@@ -98,14 +101,18 @@ class User:
         self.client.session = session
         self.counts["resumed"] = self.counts.get("resumed", 0) + 1
 
+    def reload(self):
+        os.kill(self.daemon.pid, signal.SIGHUP)
+        self.counts["reload"] = self.counts.get("reload", 0) + 1
+
     def log_out(self):
         self.expect("log-out", "LOGOUT", "OK")
         self.client = None
 
 
 ACTIONS = (User.read, User.change, User.list_entry, User.submit, User.commit, User.refused, User.guess,
-           User.drop, User.resume, User.log_out)
-WEIGHTS = (40, 15, 5, 8, 4, 10, 2, 3, 3, 3)
+           User.drop, User.resume, User.log_out, User.reload)
+WEIGHTS = (40, 15, 5, 8, 4, 10, 2, 3, 3, 3, 1)
 
 
 def main():
