@@ -195,6 +195,7 @@ std::string unknown_command(const std::string &name) {
             fitting += (fitting.empty() ? "" : ", ") + std::string{row.name};
     if (!fitting.empty()) return "\"" + name + "\" could be " + fitting;
     std::vector<std::string> names;
+    names.reserve(k_commands.size());
     for (const command &row : k_commands)
         names.emplace_back(row.name);
     std::vector<std::string> near = similar_names(names, name);
