@@ -91,19 +91,19 @@ TEST_F(Interfaces, AreWhatIfupdownMakesOfAllFiles) {
                    {{"LIST network.interfaces", "a.1 lo\na.1 eth0\na.1 base\na.1 eth2\na.1 eth1\n"},
                     {"GET network.interfaces.eth0.auto", "both"},
                     {"GET network.interfaces.eth0.address", "192%2e0%2e2%2e7/24"},
-                    {"GET network.interfaces.eth0.stanzas.2.address", "192%2e0%2e2%2e8/24"},
+                    {"GET network.interfaces.eth0.further.1.address", "192%2e0%2e2%2e8/24"},
                     {"GET network.interfaces.eth1.address", "a.1 \n"},
                     {"GET network.interfaces.eth1.ipv6.address", "2001:db8::2/64"},
-                    {"GET network.interfaces.eth1.stanzas.2.file", "interfaces%2ed/eth1"},
+                    {"GET network.interfaces.eth1.ipv6.file", "interfaces%2ed/eth1"},
                     {"GET network.interfaces.eth2.address", "203%2e0%2e113%2e5/25"},
                     {"GET network.interfaces.eth2.gateway", "203%2e0%2e113%2e1"}});
     for (std::string_view request :
          {"SET network.interfaces.eth0.gateway", "SET network.interfaces.eth0.address 192.0.2.9/28",
           "SET network.interfaces.eth0.gateway 192.0.2.2", "SET network.interfaces.eth0.mtu 1400",
           "SET network.interfaces.eth0.auto hotplug",
-          "SET network.interfaces.eth0.stanzas.2.address 10.0.0.1/8",
-          "SET network.interfaces.eth1.auto no", "ADD network.interfaces.eth1.stanzas 3",
-          "SET network.interfaces.eth1.stanzas.3.address 2001:db8:1::1/48",
+          "SET network.interfaces.eth0.further.1.address 10.0.0.1/8",
+          "SET network.interfaces.eth1.auto no", "ADD network.interfaces.eth1.further 1",
+          "SET network.interfaces.eth1.further.1.address 2001:db8:1::1/48",
           "SET network.interfaces.eth2.auto yes", "ADD network.interfaces eth0.5",
           "SET network.interfaces.eth0%2e5.ipv6.method auto", "ADD network.hotplug usb0",
           "SET network.interfaces.usb0.ipv6.address", "SET network.interfaces.lo.address"})
@@ -154,9 +154,11 @@ TEST_F(Interfaces, RefuseWhatWouldHaveNoEffect) {
          {"GET network.interfaces.tap0.address", "192%2e0%2e2%2e65/26"},
          {"SET network.interfaces.tap0.mtu 1400", "is set up in /run/network/interfaces.d/tap0:"},
          {"SET network.interfaces.wlan0.auto yes", "ERR the machine has no interface wlan0"},
+         {"SET network.interfaces.eth2.method none", "ERR eth2 has no other setting"},
          {"ADD network.interfaces eth9", "ERR the machine has no interface eth9"},
-         {"ADD network.interfaces.eth0.stanzas 4", "the next stanza of eth0 is number 3"},
-         {"SET network.interfaces.eth0.stanzas.3.address 192.0.2.9/24", "has no stanza 3"}});
+         {"ADD network.interfaces.eth0.further 4", "the next further stanza of eth0 is number 2"},
+         {"SET network.interfaces.eth0.further.3.address 192.0.2.9/24",
+          "has no further stanza 3"}});
 }
 
 }  // namespace
