@@ -1,6 +1,7 @@
 #include "ucfgsh/commits.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 
 namespace ucfgsh {
@@ -15,6 +16,12 @@ std::string quiet_info(session &link, const std::string &path) {
 }
 
 }  // namespace
+
+bool is_commit_order(const std::string &path) {
+    constexpr std::array k_orders{k_comment_parameter, k_trial_parameter, k_load_parameter,
+                                  k_undo_parameter};
+    return std::find(k_orders.begin(), k_orders.end(), path) != k_orders.end();
+}
 
 bool has_node(session &link, ucfg_tree tree, const char *path) {
     ucfg_attr *attr = nullptr;

@@ -22,6 +22,9 @@ inline constexpr const char *k_trial_parameter = "commits.trial";
 inline constexpr const char *k_load_parameter = "commits.load";
 inline constexpr const char *k_undo_parameter = "commits.undo";
 
+/* Whether setting the parameter is an order to the session, and no setting of the machine. */
+bool is_commit_order(const std::string &path);
+
 /* Without asking for more than what the session may see anyway; nothing is said of a failure. */
 bool has_node(session &link, ucfg_tree tree, const char *path);
 

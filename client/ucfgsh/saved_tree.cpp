@@ -3,6 +3,7 @@
 #include <cstring>
 #include <map>
 
+#include "ucfgsh/commits.h"
 #include "ucfgsh/secrets.h"
 
 namespace ucfgsh {
@@ -44,7 +45,7 @@ void add_entry(node_operations &nodes, const std::string &path, std::vector<save
 
 void add_value(shell &sh, node_operations &nodes, const std::string &path,
                const std::optional<std::string> &value, std::vector<saved_line> &lines) {
-    if (!nodes.has(path, 's')) return;
+    if (is_commit_order(path) || !nodes.has(path, 's')) return;
     if (value)
         lines.push_back({{k_ucfg_set, path, *value}});
     else if (nodes.has(path, 'g') && is_secret(sh.link, path))
