@@ -115,7 +115,8 @@ class command_source {
     name_list told_;  /* by the command, when it was run last */
     files_look seen_; /* of the tree */
     bool is_current_ = false;
-    files_look started_; /* of the command that runs */
+    bool is_being_read_ = false; /* hooks may read it meanwhile */
+    files_look started_;         /* of the command that runs */
     std::unique_ptr<command_ahead> running_;
     fd_callback *waiting_ = nullptr; /* the loop's */
 };
@@ -170,8 +171,9 @@ int command_source::ended(int /*fd*/, void *item) {
 }
 
 void command_source::read(item_record *item) {
-    if (is_current_) return;
-    is_current_ = true; /* also for hooks that read it meanwhile */
+    if (is_current_ || std::exchange(is_being_read_, true)) return;
+    const std::unique_ptr<bool, void (*)(bool *)> over{&is_being_read_,
+                                                       [](bool *on) { *on = false; }};
     cnfnode *tree = nullptr;
     if (running_ && running_->is_ours()) {
         std::string text;
@@ -183,13 +185,14 @@ void command_source::read(item_record *item) {
     }
     stop_waiting();
     take_tree(item, tree);
+    is_current_ = true;
 }
 
 /* The old tree tells what is not so any more: without a new one there is none. */
 void command_source::take_tree(item_record *item, cnfnode *tree) {
     const bool failed = tree == nullptr;
     if (failed) tree = create_cnfnode("(root)");
-    if (!tree) return;
+    if (!tree) throw std::bad_alloc{};
     llconf_install_cnftree(item, tree);
     item->is_dirty = 0;
     item->serial = llconf_trns_ctx_serial();
