@@ -48,6 +48,8 @@ constexpr int64_t k_grace = 500;             /* milliseconds to end in, once ask
 constexpr int k_tick = 10;                   /* milliseconds between two looks */
 
 bool g_in_child = false;
+unsigned long g_ahead_started = 0;
+unsigned long g_ahead_over = 0;
 bool g_in_request = false;
 bool g_overran = false;
 
@@ -307,6 +309,15 @@ command_ahead::command_ahead() = default;
 
 command_ahead::~command_ahead() {
     if (!is_ours()) parts_->running->disown();
+    if (parts_ && parts_->running) g_ahead_over++;
+}
+
+unsigned long command_ahead::started() {
+    return g_ahead_started;
+}
+
+unsigned long command_ahead::running() {
+    return g_ahead_started - g_ahead_over;
 }
 
 std::unique_ptr<command_ahead> command_ahead::start(const char *command) {
@@ -327,6 +338,7 @@ std::unique_ptr<command_ahead> command_ahead::start(const char *command) {
         errno = plan.start(command, pid);
         if (errno != 0) return nullptr;
         made->parts_->running.emplace(pid);
+        g_ahead_started++;
         return made;
     } catch (const std::bad_alloc &) {
         errno = ENOMEM;

@@ -48,6 +48,9 @@ class command_ahead {
 
     /* Readable when it has ended; -1 where the system has no such descriptors. */
     int descriptor() const;
+    /* How many have been started, and how many of those are there still. */
+    static unsigned long started();
+    static unsigned long running();
     /* Whether it is this process that can wait for it. */
     bool is_ours() const;
     bool is_late() const;

@@ -141,8 +141,11 @@ void command_source::revert(item_record *item) {
  * cannot be started ahead is run when it is read. */
 void command_source::run_ahead(item_record *item) {
     if (command_may_wait() || g_cb_list == nullptr || loop_stopping() != 0) return;
+    files_look now = look();
+    const bool runs = running_ && running_->is_ours() && !running_->is_late();
+    if (runs && now.same_as(started_)) return;
     stop_waiting();
-    started_ = look();
+    started_ = std::move(now);
     running_ = command_ahead::start(item->pipe_in);
     if (!running_ || running_->descriptor() < 0) return;
     unique_fd fd{fcntl(running_->descriptor(), F_DUPFD_CLOEXEC, 0)};

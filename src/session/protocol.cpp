@@ -9,6 +9,7 @@
 #include <cstring>
 #include <new>
 
+#include "backend/command.h"
 #include "daemon/log.h"
 #include "daemon/trace.h"
 #include "session/chars.h"
@@ -110,12 +111,15 @@ int frame_lines(ccd_session *session) {
                     : session->scanned;
         if (length >= k_line_size - 1) return refuse(session, "line too long, closing session");
         if (!newline) break;
-        if (turn.is_over() || databuf_pending(session->outbuf) >= k_session_output_limit) {
+        if (turn.is_over() || turn_awaits_commands(session) ||
+            databuf_pending(session->outbuf) >= k_session_output_limit) {
             session_stall(session);
             break;
         }
         if (session->state != k_session_logged && login_must_wait(session, newline)) break;
+        const unsigned long before = command_ahead::started();
         execute_line(session, newline);
+        if (command_ahead::started() != before) turn_await_commands(session);
     }
     return session->inbuf ? 0 : -1;
 }

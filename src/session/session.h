@@ -80,6 +80,7 @@ typedef struct ccd_session {
     int filtered;               /* bytes of inbuf that are free of control characters */
     int scanned;                /* bytes of inbuf that hold no newline */
     int stalled;                /* session_sweep processes its input */
+    int64_t awaits;             /* loop_now until which commands that run ahead are waited for */
     int heavy;                  /* its last turn was a long one */
     unsigned long queue;        /* its place among the stalled ones */
     unsigned long login_ticket; /* its place among those whose log-in has to wait; 0: it has not */

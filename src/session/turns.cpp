@@ -1,5 +1,6 @@
 #include "session/turns.h"
 
+#include "backend/command.h"
 #include "session/input.h"
 
 namespace {
@@ -10,12 +11,17 @@ using clock_type = std::chrono::steady_clock;
 constexpr clock_type::duration k_turn = std::chrono::milliseconds{10};
 constexpr clock_type::duration k_round = std::chrono::milliseconds{20};
 
+constexpr long k_await_ms = 1000;
+
+/* For the loop to come back to who has waited long enough. */
+loop_timer g_waited{};
+
 /* What the turns of this round have taken; the sweep counts its own anew. */
 clock_type::duration g_used{};
 
 bool can_go_on(const ccd_session *session) {
-    return session->stalled && !session->discarded && session->inbuf &&
-           (session->flags & k_session_locked) == 0 &&
+    return session->stalled && !turn_awaits_commands(session) && !session->discarded &&
+           session->inbuf && (session->flags & k_session_locked) == 0 &&
            databuf_pending(session->outbuf) < k_session_output_limit;
 }
 
@@ -42,6 +48,16 @@ bool any_stalled() {
 }
 
 }  // namespace
+
+bool turn_awaits_commands(const ccd_session *session) {
+    return session->awaits != 0 && command_ahead::running() != 0 && loop_now() < session->awaits;
+}
+
+void turn_await_commands(ccd_session *session) {
+    session->awaits = loop_now() + k_await_ms;
+    loop_set_timer(
+        &g_waited, k_await_ms, [](void *) { g_session_sweep_needed = 1; }, nullptr);
+}
 
 session_turn::session_turn(ccd_session *session) : session_(session), begin_(clock_type::now()) {}
 

@@ -35,6 +35,12 @@ class session_turn {
 /* Whether the session's input has to wait for the sweep. */
 bool turn_must_wait(const ccd_session *session);
 
+/* A line that finds a file changed may have started a command that runs ahead (a log-in, mostly).
+ * The lines behind it are likely to ask what that prints, and whoever asks too early makes
+ * everybody wait. So they stay until it has ended, but not for long. Tells whether they have to. */
+bool turn_awaits_commands(const ccd_session *session);
+void turn_await_commands(ccd_session *session);
+
 /* Gives the stalled sessions that can go on their turns, as long as a round may last, and tells the
  * loop when some are left. For the sweep. */
 void turn_round(void);
