@@ -91,6 +91,10 @@ void auth_log(const char *format, ...) {
     va_end(arguments);
 }
 
+int session_auth_knows(const char *method) {
+    return find_method(method) ? 1 : 0;
+}
+
 int session_auth(ccd_session *session, const char *user, const char *pass) {
     trace(4, "%s, user=%s, pass=%s\n", __func__, user, pass);
     free(g_auth_message);

@@ -34,6 +34,9 @@ void auth_log(const char *format, ...)
 /* The main configuration. Set and destroyed by the start-up code. */
 extern struct cnfnode *g_conftree;
 
+/* Not 0 for the name of a method. */
+int session_auth_knows(const char *method);
+
 /* Tries the methods of the session's listener in their order. The first that accepts is noted in
  * the session's auth_method. Returns 0; otherwise the last tried method's refusal, or -1 when none
  * was tried. */

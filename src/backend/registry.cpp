@@ -137,6 +137,8 @@ void read_flags(module_entry &entry, const char *value) {
         }
         entry.flags |= flag_named({words, length});
     }
+    if (g_only_checking && length > 0 && entry.flags == 0)
+        complain(LOG_WARNING, "Warning: '%s' is none of create, always-revert, readonly", value);
     if (entry.flags == LLI_FLAG_ALWAYS_REVERT) entry.flags |= before;
     entry.flags |= before & LLI_FLAG_ALWAYS_REVERT;
 }

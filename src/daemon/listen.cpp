@@ -200,6 +200,10 @@ int listen_setup(const cnfnode *section) {
     return 0;
 }
 
+int listen_knows_type(const char *type) {
+    return find_type(type) ? 1 : 0;
+}
+
 void listen_take_up(cnfnode *section) {
     const cnfnode *first = section ? section->first_child : nullptr;
     for (fd_callback *cb = g_cb_list; cb; cb = cb->next)

@@ -20,6 +20,9 @@ struct cnfnode;
  * as the loop runs. */
 int listen_setup(const struct cnfnode *section);
 
+/* Not 0 for a type of listeners. */
+int listen_knows_type(const char *type);
+
 /* Goes by another listen section from now on; null is one without listeners. How clients log in is
  * what it says; listeners that are not in it are closed. What would take a new socket is logged and
  * waits for the next start. The section must live as long as the one before. */

@@ -22,6 +22,7 @@
 #include "backend/name_checks.h"
 #include "backend/whole_commit.h"
 #include "daemon/config.h"
+#include "daemon/config_check.h"
 #include "daemon/definitions.h"
 #include "daemon/dirs.h"
 #include "daemon/dump.h"
@@ -175,6 +176,9 @@ int check(const options &given) {
     name_checks_begin();
     const bool built = build(given);
     name_checks_finish();
+    owned_str name{needed(prefix_ucfgdconffilename(given.config_file))};
+    const reading_file reading{name.get()};
+    if (built) config_check_values(g_conftree);
     shut_down();
     return built && check_complaints() == 0 ? 0 : 1;
 }

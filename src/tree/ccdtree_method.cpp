@@ -117,6 +117,7 @@ void narrow_access(const method_entry &entry) {
 }
 
 void store_len(const method_entry &entry) {
+    complain_of_no_number(entry.value());
     entry.node->len = std::atoi(entry.value());
 }
 

@@ -94,6 +94,8 @@ void include_files(ccdtree_node *target, const char *value, const definition_sou
     std::array<char, 256> pattern;
     std::snprintf(pattern.data(), pattern.size(), "%s/%s", source.dir, value);
     root_glob files{pattern.data()};
+    if (g_only_checking && files.count() == 0 && !std::strpbrk(value, "*?["))
+        complain(LOG_WARNING, "Warning: there is no file '%s'", files.pattern());
     for (size_t i = 0; i < files.count() && count_include(); i++) {
         ccdtree_readconf(target, files.given(i), source.fed_list);
     }

@@ -164,6 +164,12 @@ void complain_of_silent() {
         complain_of_expression(errno == ENOMEM ? "out of memory" : fe_error_text());
 }
 
+void complain_of_no_number(const char *value) {
+    const std::string_view text = value;
+    const bool number = !text.empty() && text.find_first_not_of("0123456789") == text.npos;
+    if (g_only_checking && !number) complain(LOG_WARNING, "Warning: '%s' is no number", value);
+}
+
 void complain_of_unknown(const cnfnode *entry, std::span<const std::string_view> known) {
     const reading_entry here{entry};
     try {

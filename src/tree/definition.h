@@ -60,6 +60,9 @@ void complain_of_expression(const char *error_text);
 /* The same for one that is left out without a word, except when files are only looked at. */
 void complain_of_silent();
 
+/* Complains of a value that is read as a number and is none, when files are only looked at. */
+void complain_of_no_number(const char *value);
+
 /* Logs a warning of an entry that nobody reads, with the word that was probably meant. */
 void complain_of_unknown(const cnfnode *entry, std::span<const std::string_view> known);
 

@@ -64,6 +64,7 @@ void read_help(ccd_type *type, const char *value, fe_def *fed_list) {
 }
 
 void read_len(ccd_type *type, const char *value, fe_def *) {
+    complain_of_no_number(value);
     type->len = std::atoi(value);
 }
 

@@ -327,17 +327,21 @@ TEST_F(Startup, BrokenExpressionsAndModulesCostOnlyThemselves) {
 }
 
 TEST_F(Startup, ACheckTellsTheFileLineAndColumnOfEveryComplaintAndTouchesNothing) {
-    append("/etc/ucfgd/ucfgd.conf", "confg {\n timeout: 5\n}\nconfig {\n commits: /archive\n}\n");
     put("/etc/ucfgd/functions.conf",
         "f {\n agrs: a\n expr: $a\n}\ng {\n expr: f(1, 2) .. substr()\n}\n");
+    append("/etc/ucfgd/ucfgd.conf",
+           "confg {\n timeout: 5\n}\nconfig {\n commits: /archive\n}\n"
+           "listen {\n o {\n  type: unx\n  authtype: pan\n }\n}\nusers {\n u {\n  access: rq\n "
+           "}\n}\n");
     put("/etc/ucfgd/types.conf", "t {\n validtion: 1\n parent-type: no\n}\n");
     append("/etc/ucfgd/modules.conf",
-           "late {\n module: lines\n file: /etc/late\n}\n"
+           "late {\n module: lines\n file: /etc/late\n flags: creat\n}\n"
            "box2 {\n module: keyvalue\n file: /etc/box.conf\n flgs: create\n pre-read: "
            "system('touch ' .. '/x')\n}\n");
     put("/etc/ucfgd/param.conf",
         "access: in($perm, 'r', 'w')\nodd {\n type: nosuch\n get: llget('bx', 'name')\n set: '1'\n"
-        " santiy: \"istype($_, 'x')\"\n help: ('ä' ..\n   x)\n}\n");
+        " santiy: \"istype($_, 'x')\"\n help: ('ä' ..\n   x)\n"
+        " choices: \"list(\\\"ä\\\\n\\\" 'b')\"\n len: x\n include: more.conf\n}\n");
     const std::string conf = path("/etc/ucfgd/");
     const std::vector<std::string> expected = {
         "ucfgd.conf:",
@@ -351,6 +355,13 @@ TEST_F(Startup, ACheckTellsTheFileLineAndColumnOfEveryComplaintAndTouchesNothing
         "flgs:' is unknown and has no effect; did you mean 'flags:'?",
         "param.conf:3:2: Warning: Nonexistent type 'nosuch' referred to by 'odd.type:'.  Ignoring.",
         "param.conf:6:2: Warning: 'santiy:' is unknown and has no effect; did you mean 'sanity:'?",
+        "type: 'unx' is not unix, tcp or tcp6",
+        "authtype: 'pan' is not a way to log in",
+        "access: 'rq' is not made of the letters r, w and x",
+        "param.conf:9:26: column 12: expected",
+        "param.conf:10:2: Warning: 'x' is no number",
+        "param.conf:11:2: Warning: there is no file '" + path("/etc/ucfgd/more.conf"),
+        "Warning: 'creat' is none of create, always-revert, readonly",
         "param.conf:8:5: column 10: expected",
         "param.conf:4:7: Warning: there is no module 'bx'"};
     const program_result result = run({"--check"});
@@ -522,7 +533,8 @@ TEST_F(Startup, EveryStopSignalEndsItInOrder) {
 }
 
 TEST_F(Startup, AReloadTakesUpWhatPassesTheCheckAndSessionsLiveOn) {
-    append("/etc/ucfgd/management.conf", "reload {\n info: reloadstatus()\n}\n");
+    append("/etc/ucfgd/management.conf",
+           "reload {\n info: reloadstatus()\n}\nuser {\n info: sessionuser()\n}\n");
     start();
     client keeper = logged_in();
     client loser = logged_in();
@@ -532,6 +544,7 @@ TEST_F(Startup, AReloadTakesUpWhatPassesTheCheckAndSessionsLiveOn) {
         EXPECT_TRUE(eventually([&] { return log().find(result, before) != std::string::npos; }))
             << log();
     };
+    EXPECT_EQ(keeper.ask("a INFO user"), "a.1 root\na OK\n");
     EXPECT_EQ(keeper.ask("a SET level 6"), "a OK\n");
     EXPECT_EQ(loser.ask("a SET hosts.192%2e0%2e2%2e11.name x"), "a OK\n");
     const std::string good = file("/etc/ucfgd/param.conf");
