@@ -7,6 +7,7 @@
 #include <set>
 
 #include "ucfgsh/change_input.h"
+#include "ucfgsh/teach.h"
 
 namespace ucfgsh {
 
@@ -118,8 +119,35 @@ std::optional<std::vector<batch_item>> read_items(const shell &sh, const std::st
     return items;
 }
 
+namespace {
+
+constexpr size_t k_hints = 10;
+
+/* Advice on the first items that were refused. What an entry lacks is not known where the batch was
+ * to make some. */
+std::vector<std::string> advise(shell &sh, const batch_outcome &outcome) {
+    std::vector<std::string> hints(outcome.items.size());
+    bool makes =
+        std::any_of(outcome.items.begin(), outcome.items.end(), [](const batch_item &item) {
+            return item.what.op != k_ucfg_set && item.what.op != k_ucfg_del;
+        });
+    size_t given = 0;
+    for (size_t i = 0; i < outcome.answer->count && given < k_hints; i++) {
+        if (outcome.answer->results[i].code == k_ucfg_ok) continue;
+        const order &what = outcome.items[i].what;
+        attempt tried{*word_of(what.op), k_ucfg_parameters, what.path, what.value};
+        tried.knows_entries = !makes;
+        hints[i] = next_step(sh, tried);
+        given++;
+    }
+    return hints;
+}
+
+}  // namespace
+
 batch_outcome apply_items(shell &sh, std::vector<batch_item> items) {
-    batch_outcome outcome{k_ucfg_ok, std::move(items), nullptr};
+    batch_outcome outcome;
+    outcome.items = std::move(items);
     if (outcome.items.empty()) return outcome;
     order_step step;
     for (const batch_item &item : outcome.items)
@@ -127,6 +155,8 @@ batch_outcome apply_items(shell &sh, std::vector<batch_item> items) {
     ucfg_batch *answer = nullptr;
     outcome.code = run_step(sh, after_loss::report, std::move(step), &answer);
     outcome.answer.reset(answer);
+    outcome.text = ucfg_text(sh.link.conn());
+    if (outcome.answer && !outcome.applied()) outcome.hints = advise(sh, outcome);
     return outcome;
 }
 
@@ -138,13 +168,17 @@ std::vector<batch_item> not_yet_so(shell &sh, const std::vector<batch_item> &ite
     return rest;
 }
 
-std::string item_reason(const ucfg_item_result &result) {
+std::string item_reason(const batch_outcome &outcome, size_t number) {
+    const ucfg_item_result &result = outcome.answer->results[number];
     std::string reason = readable(result.text);
-    if (!result.id) return reason;
-    reason += std::string{" ("} + result.id;
-    for (size_t i = 0; i < result.args->count; i++)
-        reason += std::string{i == 0 ? ": " : ", "} + result.args->items[i];
-    return reason + ")";
+    if (result.id) {
+        reason += std::string{" ("} + result.id;
+        for (size_t i = 0; i < result.args->count; i++)
+            reason += std::string{i == 0 ? ": " : ", "} + result.args->items[i];
+        reason += ")";
+    }
+    bool advised = number < outcome.hints.size() && !outcome.hints[number].empty();
+    return advised ? reason + "; " + outcome.hints[number] : reason;
 }
 
 void tell_batch_json(shell &sh, const batch_outcome &outcome, const std::string &file) {
@@ -162,6 +196,7 @@ void tell_batch_json(shell &sh, const batch_outcome &outcome, const std::string 
                        .path = subject_of(outcome.items[i].what),
                        .id = result->id ? result->id : "",
                        .args = to_vector(result->args),
+                       .hint = i < outcome.hints.size() ? outcome.hints[i] : "",
                        .file = file,
                        .line = file.empty() ? 0 : outcome.items[i].line});
     }

@@ -34,6 +34,8 @@ struct batch_outcome {
     int code = 0;
     std::vector<batch_item> items;
     owned_batch answer;
+    std::string text;               /* what was said of the batch as a whole */
+    std::vector<std::string> hints; /* what to do about each item; empty when all went well */
     bool applied() const { return code == k_ucfg_ok; }
 };
 
@@ -44,8 +46,8 @@ batch_outcome apply_items(shell &sh, std::vector<batch_item> items);
  * there or that are to go, and every move. */
 std::vector<batch_item> not_yet_so(shell &sh, const std::vector<batch_item> &items);
 
-/* Why an item was refused: the text, and the error record in brackets. */
-std::string item_reason(const ucfg_item_result &result);
+/* Why that item was refused: the text, the error record in brackets, and what to do next. */
+std::string item_reason(const batch_outcome &outcome, size_t number);
 
 /* The items and errors in JSON; `file` is where the items' lines stand. */
 void tell_batch_json(shell &sh, const batch_outcome &outcome, const std::string &file);

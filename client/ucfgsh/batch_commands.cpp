@@ -37,7 +37,7 @@ void print_batch(shell &sh, const batch_outcome &outcome) {
         std::string line =
             sh.out.paint(fine ? style::good : style::bad, fine ? "ok      " : "refused ");
         line += sh.out.paint(style::value, outcome.items[i].typed);
-        if (!fine) line += ": " + sh.out.paint(style::bad, item_reason(outcome.answer->results[i]));
+        if (!fine) line += ": " + sh.out.paint(style::bad, item_reason(outcome, i));
         sh.out.line(line);
     }
 }
@@ -55,7 +55,7 @@ int run_submit(shell &sh, const arguments &args) {
     }
     if (outcome.answer) print_batch(sh, outcome);
     if (outcome.applied()) return report_done(sh, count_changes(outcome.items.size()));
-    std::string text = ucfg_text(sh.link.conn());
+    const std::string &text = outcome.text;
     sh.out.complain(sh.prefix + "nothing of the batch was applied" +
                     (text.empty() ? "" : ": " + readable(text)));
     return k_exit_failed;

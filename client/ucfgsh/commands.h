@@ -105,7 +105,8 @@ struct attempt {
     ucfg_tree tree = k_ucfg_parameters;
     std::string path = {};
     std::string value = {};
-    bool one_word = false; /* the list and its entry were typed as one path */
+    bool one_word = false;     /* the list and its entry were typed as one path */
+    bool knows_entries = true; /* false: those that are missing were to be made */
 };
 
 /* Reports a request that ended with `code`: the subject, the daemon's text, its error record and

@@ -186,12 +186,11 @@ attempt_to_apply try_text(shell &sh, const std::vector<saved_line> &before,
         return tried;
     }
     for (size_t i = 0; i < tried.outcome.answer->count; i++) {
-        const ucfg_item_result &result = tried.outcome.answer->results[i];
-        if (result.code == k_ucfg_ok) continue;
+        if (tried.outcome.answer->results[i].code == k_ucfg_ok) continue;
         const batch_item &item = tried.outcome.items[i];
         std::string &why = tried.why[item.line];
         why += (why.empty() ? "" : "; ") + (item.line == 0 ? item.typed + ": " : "") +
-               item_reason(result);
+               item_reason(tried.outcome, i);
     }
     return tried;
 }

@@ -46,8 +46,7 @@ int tell_refusals(shell &sh, const std::string &file, const batch_outcome &outco
     for (size_t i = 0; i < outcome.answer->count; i++)
         if (outcome.answer->results[i].code != k_ucfg_ok)
             sh.out.complain(sh.prefix + file + ":" + std::to_string(outcome.items[i].line) + ": " +
-                            outcome.items[i].typed + ": " +
-                            item_reason(outcome.answer->results[i]));
+                            outcome.items[i].typed + ": " + item_reason(outcome, i));
     sh.out.complain(sh.prefix + "nothing of " + file + " was applied");
     return status_of(outcome.code, "");
 }

@@ -150,8 +150,9 @@ std::string next_step(shell &sh, const attempt &what) {
             return "a name is missing: " + std::string{what.op == 'a' ? "add " : "del "} +
                    typed_path(sh, what.tree, whole) + " NAME";
     }
-    if (auto missing = find_stray(sh.link, sh.names, what.tree, what.path))
-        return about_stray(sh, what.tree, *missing, what.path);
+    auto missing = find_stray(sh.link, sh.names, what.tree, what.path);
+    if (missing && missing->entry && !what.knows_entries) return "";
+    if (missing) return about_stray(sh, what.tree, *missing, what.path);
     owned_attr attr = look_at(sh.link, what.tree, what.path);
     if (!attr) return "";
     if (can(attr, what.op)) {
