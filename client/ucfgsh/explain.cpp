@@ -83,7 +83,8 @@ std::string explain_node(shell &sh, const typed_line &typed, char kind) {
     if (tree == k_ucfg_management) return usage_of(sh.link, *attr, *path) + text;
     text += attr_lines(sh.link, *attr);
     if (kind != 'v' || !has_letter(*attr, "g")) return text;
-    return text + "now: " + (says_secret(*attr) ? "(secret)" : value_of(sh.link, *path)) + "\n";
+    std::string value = says_secret(*attr) ? "(secret)" : value_of(sh.link, *path);
+    return value.empty() ? text : text + "now: " + value + "\n";
 }
 
 }  // namespace
