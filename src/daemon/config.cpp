@@ -70,24 +70,13 @@ int decimal(const char *text) {
 
 /* What else the main configuration may hold, by whom it is read. */
 constexpr std::string_view k_other_paths[] = {
-    "config/timeout:",
-    "config/access-override:", /* k_numbers */
-    "config/log-changes:",
-    "config/commits-kept:",
-    "config/commits-size:", /* archive */
-    "users/*/access:",
-    "users/*/exec-user:", /* session_users */
-    "groups/*/access:",
-    "groups/*/exec-user:",
-    "groups/*/members:", /* session_users */
-    "listen/*/type:",
-    "listen/*/path:",
-    "listen/*/mode:", /* listen.cpp */
-    "listen/*/ip:",
-    "listen/*/host:",
-    "listen/*/port:", /* listen.cpp */
-    "listen/*/tls:",
-    "listen/*/authtype:", /* and log-in */
+    "config/timeout:",     "config/access-override:",                         /* k_numbers */
+    "config/log-changes:", "config/commits-kept:",    "config/commits-size:", /* archive */
+    "users/*/access:",     "users/*/exec-user:",                              /* session_users */
+    "groups/*/access:",    "groups/*/exec-user:",     "groups/*/members:",    /* session_users */
+    "listen/*/type:",      "listen/*/path:",          "listen/*/mode:",       /* listen.cpp */
+    "listen/*/ip:",        "listen/*/host:",          "listen/*/port:",       /* listen.cpp */
+    "listen/*/tls:",       "listen/*/authtype:",                              /* and log-in */
     "authtype:",
 };
 
@@ -101,6 +90,7 @@ void read_log_changes(std::string_view value) {
 
 void complain_of_unknown_keys(const cnfnode *root) {
     std::vector<std::string> limits;
+    limits.reserve(k_limit_count);
     for (int id = 0; id < k_limit_count; id++)
         limits.push_back(std::string{"limits/"} + limit_key(static_cast<limit_id>(id)));
     std::vector<std::string_view> known{limits.begin(), limits.end()};
