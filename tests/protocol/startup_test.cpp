@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <regex>
 #include <set>
 #include <thread>
 
@@ -535,6 +534,13 @@ TEST_F(Startup, EveryStopSignalEndsItInOrder) {
 TEST_F(Startup, AReloadTakesUpWhatPassesTheCheckAndSessionsLiveOn) {
     append("/etc/ucfgd/management.conf",
            "reload {\n info: reloadstatus()\n}\nuser {\n info: sessionuser()\n}\n");
+    const auto main_file = [this](const std::string &listener, const std::string &rights) {
+        configure("", "root {\n access: " + rights + "\n}\n");
+        put("/etc/ucfgd/ucfgd.conf", "listen {\n " + listener +
+                                         " {\n type: unix\n path: /dev/gone\n }\n" +
+                                         file("/etc/ucfgd/ucfgd.conf").substr(9));
+    };
+    main_file("gone", "rwx");
     start();
     client keeper = logged_in();
     client loser = logged_in();
@@ -560,9 +566,11 @@ TEST_F(Startup, AReloadTakesUpWhatPassesTheCheckAndSessionsLiveOn) {
     std::string modules = file("/etc/ucfgd/modules.conf");
     modules.replace(modules.find("/etc/hosts\n"), 10, "/etc/hosts.new");
     put("/etc/ucfgd/modules.conf", modules + "extra {\n module: keyvalue\n file: /etc/extra\n}\n");
-    put("/etc/ucfgd/ucfgd.conf",
-        std::regex_replace(file("/etc/ucfgd/ucfgd.conf"), std::regex{"access: rwx"}, "access: r"));
+    EXPECT_TRUE(connect("/dev/gone").fd() >= 0);
+    main_file("fresh", "r");
     reload("reload: done");
+    EXPECT_TRUE(logged("reload: listener 'gone' is closed"));
+    EXPECT_TRUE(logged("reload: listener 'fresh' is opened at the next start"));
     EXPECT_NE(loser.ask("b GET level").find("b INUSE"), std::string::npos);
     EXPECT_EQ(keeper.ask("b GET level"), "b.1 6\nb OK\n");
     EXPECT_EQ(keeper.ask("c SET odd 2"), "c OK\n");
@@ -572,6 +580,24 @@ TEST_F(Startup, AReloadTakesUpWhatPassesTheCheckAndSessionsLiveOn) {
     EXPECT_EQ(file("/etc/box.conf"), "# the box\nname = alpha\nlevel = 6\n");
     EXPECT_EQ(file("/etc/hosts.new"), "192.0.2.1\tnew\n");
     EXPECT_EQ(logged_in().ask("f SET level 7"), "f NO permission denied\n");
+}
+
+TEST_F(Startup, AnExpressionIsTriedByRootAloneAndChangesNothing) {
+    configure("authtype: debug\n", "root {\n access: rwx\n}\nop {\n access: rwx\n}\n");
+    std::filesystem::copy_file(SOURCE_DIR "/packaging/etc/ucfgd/features/daemon/management",
+                               path("/etc/ucfgd/management.conf"),
+                               std::filesystem::copy_options::overwrite_existing);
+    append("/etc/ucfgd/management.conf", "access: in($perm, 'r', 'x')\n");
+    start();
+    client root = logged_in("l LOGIN root root");
+    EXPECT_EQ(root.ask("a ADMIN daemon.eval llset('box',+'name',+'x')"),
+              "a.1 1\na.1 \na.2 \na OK\n");
+    EXPECT_EQ(root.ask("a ADMIN daemon.eval llget('box',+'name')+..+$_ !"),
+              "a.1 alpha!\na.1 \na.2 \na OK\n");
+    EXPECT_EQ(root.ask("a ADMIN daemon.tree box level"), "a.1 5\na.1 \na.2 \na OK\n");
+    client op = logged_in("l LOGIN op op");
+    for (std::string_view node : {"eval 1", "tree"})
+        EXPECT_EQ(op.ask("a ADMIN daemon." + std::string{node}), "a NO permission denied\n");
 }
 
 TEST_F(Startup, SignalsSwitchTracingOnAndOff) {
