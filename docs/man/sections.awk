@@ -1,9 +1,9 @@
 # Fills the sections of guides into a manual page, so that each is written once:
 #
-#     awk -v guides=DIRECTORY -f sections.awk page.7.in
+#     awk -v guides=DIRECTORY -v plugins=DIRECTORY -f sections.awk page.7.in
 #
 # A line "@section FILE.md HEADING" in the page stands for the part of that guide below "## HEADING";
-# everything else is copied. Of Markdown it knows what the guides use: paragraphs, bullets, tables,
+# everything else is copied, with the directory of the parser plug-ins for "@plugins@". Of Markdown it knows what the guides use: paragraphs, bullets, tables,
 # code blocks, third-level headings, code, bold and links inside a line.
 
 # Text as roff reads it: no backslash is an escape, and code and bold are set in bold.
@@ -148,4 +148,4 @@ $1 == "@section" {
     section(guides "/" file, $0)
     next
 }
-{ print }
+{ gsub(/@plugins@/, plugins); print }
