@@ -24,9 +24,9 @@ int g_log_changes = 0;
 
 namespace {
 
-/* What may be asked for and read before a commit that is only logged: some tenths of a second. */
-constexpr long k_most_values = 20'000;
-constexpr size_t k_most_bytes = 1 << 20;
+/* What may be asked for and read before a commit that is only logged: a tenth of a second. */
+constexpr long k_most_values = 5'000;
+constexpr size_t k_most_bytes = 512 << 10;
 
 constexpr size_t k_session_mark_length = 12;
 
