@@ -92,7 +92,11 @@ constexpr setting k_settings[] = {
     {"MaxAuthTries 4\nmaxauthtries 5\n", "", "max-tries", "2", "maxauthtries",
      "MaxAuthTries 2\nmaxauthtries 5\n"},
     {"UsePAM yes\n\"X11Forwarding\" yes\n", "", "x11", "no", "x11forwarding",
-     "X11Forwarding no\nUsePAM yes\n\"X11Forwarding\" yes\n"},
+     "UsePAM yes\n\"X11Forwarding\" no\n"},
+    {"UsePAM yes\n\"Match\" user git\nMaxAuthTries 5\n", "", "max-tries", "2", "maxauthtries",
+     "UsePAM yes\nMaxAuthTries 2\n\"Match\" user git\nMaxAuthTries 5\n"},
+    {"Include \"/etc/ssh/a b\"\nX11Forwarding no\n", "", "x11", "no", "x11forwarding",
+     "X11Forwarding no\nInclude \"/etc/ssh/a b\"\nX11Forwarding no\n"},
     {"# nothing\n", "", "key-login", "yes", "pubkeyauthentication",
      "# nothing\nPubkeyAuthentication yes\n"},
     {"Match user git\n Include /etc/ssh/sshd_config.d/*.conf\n", "X11Forwarding yes\n", "x11", "no",
@@ -106,6 +110,7 @@ constexpr setting k_settings[] = {
 TEST_F(Sshd, SaysOfWhateverFilesAfterwardsWhatWasSet) {
     put(k_main, k_debian);
     put("/etc/ssh/a.inc", "Include /etc/ssh/deep/*\n");
+    put("/etc/ssh/a b", "X11Forwarding yes\n");
     put("/etc/ssh/deep/b", "ClientAliveInterval 5m\n");
     start({"--root="});
     for (const setting &row : k_settings) {

@@ -30,7 +30,7 @@ struct keyvalue_data {
     bool trailing = false;             /* a comment may stand behind the rest */
     bool bare = false;                 /* a new key without a value stands alone */
     bool equals = false;               /* a "=" may stand in place of blanks, or among them */
-    bool quoted = false;               /* quotes around all of a value are no part of it */
+    bool quoted = false;               /* quotes around a key or all of a value are no part of it */
     std::vector<std::string> spelling; /* how new keys are written */
 
     bool cuts(std::string_view key) const {
@@ -76,7 +76,8 @@ std::string kernel_name(std::string_view key, bool alone) {
 /* What the node of a key is called. alone: nothing parts it from a rest. */
 std::string name_of(const keyvalue_data &options, std::string_view key, bool alone) {
     if (options.kernel_names) return kernel_name(key, alone);
-    std::string name{key};
+    const bool quoted = options.quoted && key.size() > 2 && key[0] == '"' && key.ends_with('"');
+    std::string name{quoted ? key.substr(1, key.size() - 2) : key};
     if (options.nocase) {
         for (char &c : name)
             c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
