@@ -99,7 +99,7 @@ listing list_names(const listed_tree &tree, const char *path, visitor visit) {
     owned_path resolved{find_ccd_param(path, tree.root)};
     if (!resolved) return errno == ENOMEM ? listing::failed : listing::unresolved;
     const ccdtree_node *node = resolved->first->ccd;
-    /* Most nodes of a recursive listing have no method for which "common:" ones would have to run. */
+    /* Most nodes of a recursive listing have no method for which "common:" had to run. */
     if (!node->func_list && !node->func_flags) return give_children(node, visit);
     owned_context own = create_method_context(tree.ctx, tree.parent);
     if (!own || !enter_path(own.get(), resolved.get())) return listing::failed;
