@@ -1,6 +1,9 @@
 #include "ucfgsh/about.h"
 
+#include <algorithm>
 #include <cstring>
+
+#include "ucfgsh/words.h"
 
 namespace ucfgsh {
 
@@ -32,6 +35,14 @@ std::string arguments_of(session &link, const std::string &path) {
 
 std::string describe_type(session &link, const std::string &name) {
     return ask(link, k_type_node, name);
+}
+
+std::string list_choices(const std::vector<std::string> &choices) {
+    std::string text = "choices:";
+    for (size_t i = 0; i < std::min(choices.size(), k_many_choices); i++)
+        text += " " + quote_word(choices[i]);
+    if (choices.size() <= k_many_choices) return text;
+    return text + " and " + std::to_string(choices.size() - k_many_choices) + " more";
 }
 
 std::string usage_of(session &link, const ucfg_attr &attr, const std::string &path) {

@@ -4,6 +4,7 @@
 #define UCFGSH_ABOUT_H
 
 #include <string>
+#include <vector>
 
 #include "ucfgsh/session.h"
 
@@ -17,6 +18,12 @@ std::string arguments_of(session &link, const std::string &path);
 
 /* What the values of a type are. */
 std::string describe_type(session &link, const std::string &name);
+
+/* More choices than this are no line to read. */
+constexpr size_t k_many_choices = 20;
+
+/* "choices: on off", the first of many. */
+std::string list_choices(const std::vector<std::string> &choices);
 
 /* "admin network.ping ADDRESS": how a management node is used, a line each way. */
 std::string usage_of(session &link, const ucfg_attr &attr, const std::string &path);

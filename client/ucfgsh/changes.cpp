@@ -1,5 +1,8 @@
 #include "ucfgsh/changes.h"
 
+#include "ucfgsh/commands.h"
+#include "ucfgsh/terminal.h"
+
 namespace ucfgsh {
 
 namespace {
@@ -35,6 +38,15 @@ std::vector<std::optional<std::string>> read_values(session &link,
         return ucfg_get_many(conn, pointers.data(), pointers.size(), take_value, &values);
     });
     return values;
+}
+
+std::string why_unreadable(session &link, const std::string &path) {
+    char *text = nullptr;
+    int code = link.quietly([&](ucfg_conn *conn) { return ucfg_get(conn, path.c_str(), &text); });
+    owned_str owner{text};
+    if (code == k_ucfg_ok || !link.logged_in()) return "";
+    std::string said = readable(ucfg_text(link.conn()));
+    return printable(said.substr(0, said.find('\n')));
 }
 
 std::vector<std::string> subtree(session &link, const std::string &path) {

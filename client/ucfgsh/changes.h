@@ -67,6 +67,9 @@ class change_log {
 std::vector<std::optional<std::string>> read_values(session &link,
                                                     const std::vector<std::string> &paths);
 
+/* Why a value could not be read, in a line; "" where the daemon does not say. */
+std::string why_unreadable(session &link, const std::string &path);
+
 /* A node and everything below it. */
 std::vector<std::string> subtree(session &link, const std::string &path);
 

@@ -299,6 +299,18 @@ bool on_trial(ucfg_conn *conn) {
     return id && std::string_view{id} == "error.trial" && ucfg_error_arg(conn, 2);
 }
 
+static std::string first_word(const std::string &text) {
+    return text.substr(0, text.find(' '));
+}
+
+/* Other subjects than a path begin with a command. */
+static std::string path_in(const std::string &subject) {
+    bool names_command = std::any_of(
+        k_commands.begin(), k_commands.end(),
+        [first = first_word(subject)](const command &row) { return row.name == first; });
+    return names_command ? "" : subject;
+}
+
 /* Advice asks the daemon, so that what the last call has said is read first. */
 static problem about_failure(shell &sh, const std::string &subject, int code, const attempt &what) {
     ucfg_conn *conn = sh.link.conn();
@@ -315,13 +327,14 @@ static problem about_failure(shell &sh, const std::string &subject, int code, co
     if (const char *id = ucfg_error_id(conn)) found.id = id;
     for (size_t i = 0; ucfg_error_arg(conn, i); i++)
         found.args.emplace_back(ucfg_error_arg(conn, i));
-    /* Other subjects than a path begin with a command. */
-    std::string first = subject.substr(0, subject.find(' '));
-    bool names_command = std::any_of(k_commands.begin(), k_commands.end(),
-                                     [&](const command &row) { return row.name == first; });
-    if (!names_command) found.path = subject;
+    std::string first = first_word(subject);
+    found.path = path_in(subject);
     if (trial) found.hint = k_trial_advice;
     if (found.hint.empty() && answered(code)) found.hint = next_step(sh, what);
+    constexpr std::string_view k_choices = "choices: ";
+    if (found.hint.starts_with(k_choices) &&
+        found.message.find(found.hint.substr(k_choices.size())) != std::string::npos)
+        found.hint.clear();
     if (first == "commit" && code == k_ucfg_failed && !conflict && found.id.empty())
         found.hint = k_commit_advice;
     if (found.hint.empty())
@@ -353,7 +366,7 @@ int report_failure(shell &sh, const std::string &subject, int code, const attemp
 
 int complain_failed(shell &sh, const std::string &subject, const std::string &text) {
     if (sh.out.json())
-        add_error(sh, {.status = "failed", .message = text, .path = subject});
+        add_error(sh, {.status = "failed", .message = text, .path = path_in(subject)});
     else
         sh.out.complain(sh.prefix + subject + ": " + text);
     return k_exit_failed;

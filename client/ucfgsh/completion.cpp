@@ -156,6 +156,7 @@ void complete_command(const std::string &typed, candidates &found) {
     for (const command &row : all_commands())
         names.emplace_back(row.name);
     keep(found, names, typed, "", quote_word);
+    found.commands = found.items.size();
     found.final = true;
 }
 

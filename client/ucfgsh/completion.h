@@ -16,6 +16,7 @@ struct candidates {
     size_t count = 0;              /* with those that were too many */
     bool final = false;            /* a blank belongs behind a single one */
     size_t shown = 0;              /* how much of each is known to who typed it */
+    size_t commands = 0;           /* the first ones are commands */
     std::optional<ucfg_tree> tree; /* where they are paths: of which tree, */
     std::string above;             /* and below which node */
 };

@@ -63,12 +63,10 @@ std::string attr_lines(session &link, const ucfg_attr &attr) {
                 "\n";
     }
     if (attr.length > 0) text += "at most " + std::to_string(attr.length) + " characters\n";
-    if (attr.choices->count > 0) {
-        text += "choices:";
-        for (const std::string &choice : to_vector(attr.choices))
-            text += " " + quote_word(choice);
-        text += "\n";
-    }
+    size_t choices = attr.choices->count;
+    if (choices > k_many_choices) text += "one of these " + std::to_string(choices) + ":\n";
+    if (choices > 0 && choices <= k_many_choices)
+        text += list_choices(to_vector(attr.choices)) + "\n";
     return text;
 }
 
@@ -81,10 +79,10 @@ std::string explain_node(shell &sh, const typed_line &typed, char kind) {
     std::string text = help_of(sh.link, tree, *path);
     if (!text.empty()) text += "\n";
     if (tree == k_ucfg_management) return usage_of(sh.link, *attr, *path) + text;
-    text += attr_lines(sh.link, *attr);
-    if (kind != 'v' || !has_letter(*attr, "g")) return text;
+    if (kind != 'v' || !has_letter(*attr, "g")) return text + attr_lines(sh.link, *attr);
     std::string value = says_secret(*attr) ? "(secret)" : value_of(sh.link, *path);
-    return value.empty() ? text : text + "now: " + value + "\n";
+    if (!value.empty()) text += "now: " + value + "\n";
+    return text + attr_lines(sh.link, *attr);
 }
 
 }  // namespace
@@ -93,13 +91,17 @@ std::string show_candidates(shell &sh, const candidates &found, const page &size
     std::vector<std::string> labels;
     for (const std::string &item : found.items)
         labels.push_back(item.substr(std::min(found.shown, item.size())));
+    /* A single one leads on. */
+    if (found.tree && labels.size() == 1 && labels[0].ends_with('.')) labels[0].pop_back();
     size_t fits = std::max<size_t>(size.rows, 5) - 4;
     allowance left{k_requests, k_time};
     std::vector<described> rows;
     bool plain = true;
     for (size_t i = 0; found.tree && i < std::min(labels.size(), fits); i++) {
         rows.push_back({printable(labels[i]), "", ""});
-        if (auto path = resolve_path(sh, found.items[i], *found.tree))
+        if (i < found.commands)
+            rows.back().help = find_command(found.items[i])->summary;
+        else if (auto path = resolve_path(sh, found.items[i], *found.tree))
             describe(sh.link, *found.tree, *path, left, rows.back());
         plain = plain && rows.back().value.empty() && rows.back().help.empty();
     }
@@ -118,7 +120,7 @@ std::string explain(shell &sh, std::string_view line, const page &size) {
     char kind = kind_of(typed);
     if (kind != 0 && strchr("ve.", kind) && !typed.args.words.empty())
         text += explain_node(sh, typed, kind);
-    if (kind == 'v') return text;
+    if (kind == 'v' && found.count <= k_many_choices) return text;
     if (found.tree && found.items.empty()) {
         /* Where an area is not installed, its help says so. */
         std::string help = help_of(sh.link, *found.tree, found.above);

@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "ucfgsh/commands.h"
+#include "ucfgsh/teach.h"
 
 namespace ucfgsh {
 
@@ -38,7 +39,10 @@ int run_cd(shell &sh, const arguments &args) {
             return ucfg_attr_of(conn, k_ucfg_parameters, path->c_str(), &found);
         });
         owned_attr attr{found};
-        if (code != k_ucfg_ok) return report_failure(sh, print_path(*path), code);
+        if (code != k_ucfg_ok)
+            return report_failure(sh, print_path(*path), code, {'l', k_ucfg_parameters, *path});
+        int status = refuse_stray(sh, k_ucfg_parameters, *path);
+        if (status != k_exit_done) return status;
         if (!strpbrk(attr->ops, "la"))
             return complain_usage(sh, print_path(*path) + " has nothing below it");
     }

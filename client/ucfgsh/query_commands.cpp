@@ -166,7 +166,8 @@ owned_json values_json(const std::vector<std::string> &paths,
     return list;
 }
 
-/* The help of sections and lists that show nothing, of the first ones when there are many. */
+/* The help of sections and lists that show nothing, and why a value cannot be told; of the first
+ * ones when there are many. */
 std::vector<std::string> notes_on_empty(shell &sh, ucfg_tree tree,
                                         const std::vector<std::string> &paths,
                                         const std::vector<std::optional<std::string>> &values) {
@@ -176,7 +177,10 @@ std::vector<std::string> notes_on_empty(shell &sh, ucfg_tree tree,
         bool leads_on = i + 1 < paths.size() && paths[i + 1].starts_with(paths[i] + ".");
         if (values[i] || leads_on || !left.take()) continue;
         owned_attr attr = look_at(sh.link, tree, paths[i]);
-        if (!attr || has_letter(*attr, "gsIA") || !left.take()) continue;
+        if (!attr || !left.take()) continue;
+        if (tree == k_ucfg_parameters && has_letter(*attr, "g"))
+            notes[i] = why_unreadable(sh.link, paths[i]);
+        if (has_letter(*attr, "gsIA")) continue;
         std::string help = help_of(sh.link, tree, paths[i]);
         notes[i] = help.substr(0, help.find('\n'));
     }
@@ -409,11 +413,13 @@ namespace {
 struct admin_sink {
     shell &sh;
     bool complained = false;
+    std::string last = {};
 };
 
 void take_admin_line(int stream, const char *text, void *data) {
     auto *sink = static_cast<admin_sink *>(data);
     sink->complained |= stream != 1;
+    sink->last = text;
     if (sink->sh.out.json())
         sink->sh.out.stream(stream == 1 ? "out" : "err", text);
     else if (stream == 1)
@@ -429,8 +435,11 @@ int run_action(shell &sh, const std::string &path, const std::vector<const char 
     });
     if (sh.out.json()) sh.out.document(json_object_of({{"path", print_path(path)}}));
     if (code == k_ucfg_ok) return k_exit_done;
-    bool said = sink.complained && !sh.out.json() && !is_reason(ucfg_text(sh.link.conn()));
-    if (code == k_ucfg_failed && said) return k_exit_failed;
+    if (code == k_ucfg_failed && !sink.last.empty() && !is_reason(ucfg_text(sh.link.conn()))) {
+        if (sh.out.json()) return complain_failed(sh, print_path(path), sink.last);
+        if (sink.complained) return k_exit_failed;
+        return complain_failed(sh, print_path(path), "failed; what it printed may say why");
+    }
     return report_failure(sh, print_path(path), code, {'A', k_ucfg_management, path});
 }
 

@@ -4,7 +4,6 @@
 #include <map>
 
 #include "ucfgsh/commits.h"
-#include "ucfgsh/secrets.h"
 
 namespace ucfgsh {
 
@@ -48,8 +47,8 @@ void add_value(shell &sh, node_operations &nodes, const std::string &path,
     if (is_commit_order(path) || !nodes.has(path, 's')) return;
     if (value)
         lines.push_back({{k_ucfg_set, path, *value}});
-    else if (nodes.has(path, 'g') && is_secret(sh.link, path))
-        lines.push_back({{k_ucfg_set, path, ""}, path});
+    else if (nodes.has(path, 'g'))
+        lines.push_back({{k_ucfg_set, path, ""}, path, why_unreadable(sh.link, path)});
 }
 
 }  // namespace
@@ -85,7 +84,8 @@ std::vector<std::string> print_saved(const std::vector<saved_line> &lines) {
     for (const saved_line &line : lines)
         text.push_back(line.unreadable.empty()
                            ? typed_order(line.what)
-                           : "# " + print_path(line.unreadable) + " cannot be read");
+                           : "# " + print_path(line.unreadable) + " cannot be read" +
+                                 (line.reason.empty() ? "" : ": " + line.reason));
     return text;
 }
 

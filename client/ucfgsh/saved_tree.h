@@ -9,10 +9,11 @@
 
 namespace ucfgsh {
 
-/* One command, or of a parameter that can be set and not be read its path. */
+/* One command, or of a parameter that can be set and not be read its path, and why that is. */
 struct saved_line {
     order what;
     std::string unreadable = {};
+    std::string reason = {};
 };
 
 /* The commands for everything below `path`, itself included: entries are added in their order, and

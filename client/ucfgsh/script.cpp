@@ -65,6 +65,7 @@ int run_script(shell &sh, script_source &source) {
         sh.place = {source.name(), source.line()};
         words split = split_words(line);
         int status = k_exit_done;
+        if (!split.list.empty()) sh.out.begin_answer(split.list.front().text);
         if (source.too_long())
             status = complain_usage(sh, "the line is too long");
         else if (split.open)

@@ -77,7 +77,12 @@ int run_login(shell &sh, const arguments &args) {
 }
 
 int run_source(shell &sh, const arguments &args) {
-    return run_script_file(sh, args.text(0));
+    int status = run_script_file(sh, args.text(0));
+    if (!sh.out.json() || sh.out.has_errors()) return status;
+    /* The commands of the file have had their answers. */
+    sh.out.begin_answer("source");
+    if (status != k_exit_done) complain_failed(sh, "source", args.text(0) + " was left unfinished");
+    return status;
 }
 
 int run_quit(shell &sh, const arguments &) {

@@ -13,6 +13,8 @@ namespace ucfgsh {
 
 namespace {
 
+constexpr int k_most_dots = 20;
+
 /* How that path is typed here. */
 std::string typed_path(const shell &sh, ucfg_tree tree, const std::string &path) {
     bool leads = !sh.here.empty() && tree == k_ucfg_parameters;
@@ -36,6 +38,23 @@ std::string with_quotes(const stray &missing, const std::vector<std::string> &na
         return join_path(path, rest);
     }
     return "";
+}
+
+/* The same for a name that is not there yet: as many of its dots are quoted as it takes until the
+ * rest leads somewhere. */
+std::string with_new_quotes(shell &sh, ucfg_tree tree, const stray &missing) {
+    std::string name = missing.name;
+    std::string rest = missing.rest;
+    for (int dots = 0; missing.entry && !rest.empty() && dots < k_most_dots; dots++) {
+        std::string path = take_text(ucfg_path_append(missing.above.c_str(), name.c_str()));
+        if (look_at(sh.link, tree, join_path(path, rest))) break;
+        size_t dot = std::min(rest.find('.'), rest.size());
+        name += "." + take_text(ucfg_unescape(rest.substr(0, dot).c_str()));
+        rest.erase(0, dot + 1);
+    }
+    if (name == missing.name) return "";
+    std::string path = take_text(ucfg_path_append(missing.above.c_str(), name.c_str()));
+    return join_path(path, rest);
 }
 
 struct command_of {
@@ -83,8 +102,15 @@ std::string about_stray(shell &sh, ucfg_tree tree, const stray &missing, const s
     ucfg_tree other = tree == k_ucfg_parameters ? k_ucfg_management : k_ucfg_parameters;
     owned_attr there = missing.entry ? nullptr : look_at(sh.link, other, path);
     if (std::string use = use_of(sh, other, there, path); !use.empty()) return use;
+    std::string below_here = sh.here + ".";
+    if (tree == k_ucfg_parameters && !sh.here.empty() && path.starts_with(below_here))
+        if (std::string rest = path.substr(below_here.size()); look_at(sh.link, tree, rest))
+            return describe(missing) + "; from the root it is " + typed_path(sh, tree, rest);
     std::vector<std::string> names = sh.names.below(sh.link, tree, missing.above);
-    if (std::string quoted = with_quotes(missing, names); !quoted.empty())
+    std::string quoted = with_quotes(missing, names);
+    if (quoted.empty() && !look_at(sh.link, tree, path))
+        quoted = with_new_quotes(sh, tree, missing);
+    if (!quoted.empty())
         return "a name with dots stands in quotes: " + typed_path(sh, tree, quoted);
     if (missing.name.find('.') != std::string::npos) {
         owned_str parts{ucfg_path_parse(missing.name.c_str(), nullptr)};
@@ -126,10 +152,9 @@ std::string about_value(const ucfg_attr &attr, const std::string &value) {
     bool is_long = attr.length > 0 && value.size() > static_cast<size_t>(attr.length);
     if (choices.empty())
         return is_long ? "at most " + std::to_string(attr.length) + " characters" : "";
-    std::string text = "choices:";
-    for (const std::string &choice : choices)
-        text += " " + quote_word(choice);
-    return text;
+    std::vector<std::string> near = similar_names(choices, value);
+    if (choices.size() <= k_many_choices || near.empty()) return list_choices(choices);
+    return did_you_mean(near).substr(strlen(": "));
 }
 
 }  // namespace
@@ -151,6 +176,11 @@ std::string next_step(shell &sh, const attempt &what) {
                    typed_path(sh, what.tree, whole) + " NAME";
     }
     auto missing = find_stray(sh.link, sh.names, what.tree, what.path);
+    if (missing && what.one_word) {
+        std::string name = take_text(ucfg_path_append("", what.value.c_str()));
+        missing->rest = join_path(missing->rest, name);
+        return about_stray(sh, what.tree, *missing, join_path(what.path, name));
+    }
     if (missing && missing->entry && !what.knows_entries) return "";
     if (missing) return about_stray(sh, what.tree, *missing, what.path);
     owned_attr attr = look_at(sh.link, what.tree, what.path);

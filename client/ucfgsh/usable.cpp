@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <set>
 
 #include "ucfgsh/lookup.h"
 
@@ -13,7 +14,7 @@ constexpr size_t k_requests = 600;
 constexpr std::chrono::milliseconds k_time{400};
 constexpr size_t k_depth = 5;
 constexpr size_t k_most_names = 100;
-/* The entries of a list are alike. */
+/* The entries of a list have the same names below them, and the first ones tell of all. */
 constexpr size_t k_samples = 12;
 
 struct need {
@@ -44,10 +45,15 @@ class search {
             [&](ucfg_conn *conn) { return ucfg_list(conn, tree_, path.c_str(), &found); });
         owned_strings names{found};
         if (!names) return true;
-        for (size_t i = 0; i < std::min(names->count, k_samples); i++)
+        std::set<std::vector<std::string>> kinds;
+        for (size_t i = 0; i < std::min(names->count, k_samples); i++) {
+            below_.clear();
             if (leads_on(take_text(ucfg_path_append(path.c_str(), names->items[i])), depth - 1))
                 return true;
-        return names->count > k_samples;
+            kinds.insert(below_);
+        }
+        below_ = to_vector(names.get());
+        return names->count > k_samples && kinds.size() > 1;
     }
 
   private:
@@ -55,6 +61,7 @@ class search {
     ucfg_tree tree_;
     std::string_view letters_;
     allowance left_{k_requests, k_time};
+    std::vector<std::string> below_; /* what the node that was looked at last has below it */
 };
 
 }  // namespace

@@ -60,7 +60,8 @@ class toy_tree {
         if (r.word == "ACCESS") return {path.starts_with("net.secret") ? ".1 0" : ".1 1", " OK"};
         if (r.word == "HELP" && path == "hosts") return {".1 not+installed", " OK"};
         if (r.word == "GET")
-            return values.contains(path)    ? fake_reply{".1 " + values[path], " OK"}
+            return value_at(path) == "dark" ? fake_reply{" ERR too dark"}
+                   : values.contains(path)  ? fake_reply{".1 " + values[path], " OK"}
                    : path == "hosts.nosuch" ? fake_reply{".1 ", " OK"}
                                             : fake_reply{" ERR Success"};
         if (r.word == "SET") return set(path, value);
@@ -77,6 +78,10 @@ class toy_tree {
 
   private:
     std::map<std::string, std::string> committed = values;
+
+    std::string value_at(const std::string &path) const {
+        return values.contains(path) ? values.at(path) : "";
+    }
 
     fake_reply commit() {
         if (conflicts > 0 && conflicts-- > 0) return {" ERR commit conflict"};
@@ -110,8 +115,9 @@ class toy_tree {
     }
 
     fake_reply attr(const std::string &path) {
-        bool known = path.starts_with("hosts") || path.starts_with("commits.") ||
-                     list(path, false).size() > 1 || values.contains(path);
+        bool entry = path.starts_with("hosts") && std::count(path.begin(), path.end(), '.') < 2;
+        bool known = entry || path.starts_with("commits.") || list(path, false).size() > 1 ||
+                     values.contains(path);
         if (!known || (path.starts_with("commits.") && nodes.empty())) return {" ERR no such node"};
         if (path == "hosts") return {".ops adl", " OK"};
         bool children = list(path, false).size() > 1;
@@ -273,7 +279,7 @@ TEST_F(ShellTest, EveryCommandAnswersInJsonAsTheSchemaSays) {
         "admin commits.watch\nadmin "
         "commits.confirm\neval 1\ntree\nrevert\nupdate\ncurrent\ndirty\nwhoami\n"
         "show --commands net\nsave /nosuch/x\nsave /dev/null\nload /nosuch\nload /dev/null\nedit "
-        "net\nsource /nosuch\nlogin\nraw\nquit\n";
+        "net\nsource /nosuch\nsource " SOURCE_DIR "/LICENSE\nlogin\nraw\nquit\n";
     std::istringstream in{lines};
     script_source source{in, "s"};
     testing::internal::CaptureStdout();
@@ -292,6 +298,7 @@ TEST_F(ShellTest, EveryCommandAnswersInJsonAsTheSchemaSays) {
     }
     for (const command &row : all_commands())
         EXPECT_TRUE(answered.contains(std::string{row.name})) << row.name;
+    EXPECT_FALSE(answered.contains(""));
     EXPECT_FALSE(schema.fits(json_object_of({{"command", "get"}}).get()));
 }
 
@@ -416,6 +423,10 @@ TEST_F(ShellTest, OneCommandTriesAgainButNeverCarriesAnOrderOutTwice) {
 }
 
 TEST_F(ShellTest, ATreeIsSavedAsTheCommandsThatMakeItAgain) {
+    toy.values["motd"] = "dark";
+    EXPECT_EQ(script("show motd\nshow --commands motd\n").second,
+              "motd  # too dark\n# motd cannot be read: too dark\n");
+    toy.values["motd"] = "";
     toy.values["hosts.a"] = "a+b";
     const std::string file = daemon.path() + ".saved";
     auto [status, said] = script("show --commands hosts\nsave " + file + "\nsave " + file + "\n");
@@ -559,6 +570,10 @@ TEST_F(ShellTest, ARefusalSaysWhatToDoNextAndAnEntryThatIsNotThereIsOne) {
         {"info net.name", "a parameter: use \"get net.name\""},
         {"sohw net", "unknown command \"sohw\": did you mean show?"},
         {"cd hosts\nget .net.nmae", "did you mean .net.name?"},
+        {"cd .\ncd hsots", "there is no hsots: did you mean hosts?"},
+        {"cd hosts.nosuch", "no entry nosuch in hosts"},
+        {"get hosts.9.8", "a name with dots stands in quotes: hosts.\"9.8\""},
+        {"cd hosts\nget net.name", "no entry net in hosts; from the root it is .net.name"},
         {"cd .\nset net.mode bad", "choices: dhcp \"fixed address\""},
     };
     for (const auto &[line, text] : k_lines) {
