@@ -200,7 +200,7 @@ int run_commit(shell &sh, const arguments &args) {
         if (!minutes) return k_exit_usage;
         wish.trial_seconds = *minutes * 60;
     }
-    return commit_changes(sh, wish, telling::everything);
+    return commit_changes(sh, wish, sh.opts.quiet ? telling::failures : telling::everything);
 }
 
 int run_rebase(shell &sh, const arguments &) {

@@ -533,6 +533,8 @@ TEST_F(ShellTest, ACommitTellsWhatItDidAndWhatFailed) {
     EXPECT_EQ(status, k_exit_usage);
     std::tie(status, said) = script("commit --trial 6\n");
     EXPECT_TRUE(said.starts_with("nothing was to be written\non trial, ")) << said;
+    opts.quiet = true;
+    EXPECT_EQ(script("commit\n").second, "");
     toy.nodes["commits.history.8.time"] = {" NO permission denied"};
     EXPECT_EQ(script("history\n").first, k_exit_failed);
 }
