@@ -4,6 +4,7 @@
 #include <map>
 
 #include "ucfgsh/commits.h"
+#include "ucfgsh/teach.h"
 
 namespace ucfgsh {
 
@@ -63,6 +64,8 @@ int read_tree(shell &sh, const char *command, const std::string &path,
     if (code != k_ucfg_ok)
         return report_failure(sh, path.empty() ? command : print_path(path), code,
                               {'l', k_ucfg_parameters, path});
+    int status = refuse_stray(sh, k_ucfg_parameters, path);
+    if (status != k_exit_done) return status;
     std::vector<std::string> paths;
     if (!path.empty()) paths.push_back(path);
     for (const std::string &relative : to_vector(below.get()))

@@ -563,6 +563,7 @@ TEST_F(ShellTest, ARefusalSaysWhatToDoNextAndAnEntryThatIsNotThereIsOne) {
         {"get hosts.nosuch", "hosts.nosuch: no entry nosuch in hosts; \"list hosts\" shows"},
         {"set hosts.my.host 1", "a name with dots stands in quotes: hosts.\"my.host\""},
         {"show hosts.b", "no entry b in hosts: did you mean hosts.a?"},
+        {"show --commands hosts.nosuch", "no entry nosuch in hosts"},
         {"attr hosts.no-such-name", "no entry no-such-name in hosts"},
         {"get net.nmae", "net.nmae: there is no nmae in net: did you mean net.name?"},
         {"add hosts x\nset hosts.x 1\ndel hosts x\nset hosts.x 2", "s:4: hosts.x: no entry x in"},
