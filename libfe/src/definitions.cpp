@@ -191,11 +191,18 @@ void destroy_fe_def_list(fe_def *list) {
 }
 
 fe_def *fe_register_func(fe_def *list, const char *name, fe_function function, void *user_data) {
+    return fe_register_counted_func(list, name, function, user_data, 0, -1);
+}
+
+fe_def *fe_register_counted_func(fe_def *list, const char *name, fe_function function,
+                                 void *user_data, int least, int most) {
     if (find_definition(list, name) != nullptr) report_redefinition(name);
     fe_def_internal *made = add(list, name, false);
     if (made == nullptr) return list;
     made->def.function = function;
     made->def.user_data = user_data;
+    made->least = least;
+    made->most = most;
     return list;
 }
 

@@ -32,6 +32,8 @@ struct fe_def_internal {
     struct fe_list_state *list;  // null once it has been taken out
     std::vector<fe_symbol_record *> parameters;
     fe_node *body;
+    int least = 0;  // arguments of a native function, as its owner has said
+    int most = -1;  // -1: what it likes
 };
 
 // The identity of a list, and its end. Lives as long as the list has members.

@@ -102,8 +102,8 @@ fe_node *call_builtin(fe_context *ctx, fe_node *call) {
     }
 }
 
-// The fewest and the most values that a function takes; false when nobody knows.
-bool bounds_of(const fe_def *fed, size_t &least, size_t &most) {
+// The fewest and the most values that a function takes.
+void bounds_of(const fe_def *fed, size_t &least, size_t &most) {
     least = 0;
     most = builtin::k_any;
     if (fed->function == call_builtin) {
@@ -115,9 +115,9 @@ bool bounds_of(const fe_def *fed, size_t &least, size_t &most) {
     } else if (fed->function == call_user_function) {
         most = fed->private_data->parameters.size();
     } else {
-        return false;
+        least = static_cast<size_t>(fed->private_data->least);
+        if (fed->private_data->most >= 0) most = static_cast<size_t>(fed->private_data->most);
     }
-    return true;
 }
 
 bool is_lazy(const fe_def *fed) {
@@ -133,7 +133,8 @@ extern "C" int fe_count_fits(const fe_node *call) {
     using namespace fe;
     size_t least = 0;
     size_t most = 0;
-    if (call->fed->private_kind != k_kind_call || !bounds_of(call->fed, least, most)) return 0;
+    if (call->fed->private_kind != k_kind_call) return 0;
+    bounds_of(call->fed, least, most);
     size_t count = 0;
     bool may_grow = false;
     for (const fe_node *arg = call->first_child; arg != nullptr; arg = arg->next) {

@@ -23,35 +23,37 @@
 
 namespace {
 
-/* In the order of registration. */
+constexpr int k_any = -1;
+
+/* In the order of registration, with the fewest and the most arguments. */
 constexpr std::array<ll_row, 27> k_rows = {{
-    {"llget", fe_func_ll, func_llget},
-    {"llgetname", fe_func_ll, func_llgetname},
-    {"llgetdefault", fe_func_ll, func_llgetdefault},
-    {"llset", fe_func_ll, func_llset},
-    {"llcopy", fe_func_llcopy, nullptr},
-    {"lladd", fe_func_ll, func_lladd},
-    {"lladdne", fe_func_ll, func_lladdne},
-    {"lldel", fe_func_ll, func_lldel},
-    {"llrename", fe_func_ll, func_llrename},
-    {"llexists", fe_func_ll, func_llexists},
-    {"llisdirty", fe_func_llisdirty, nullptr},
-    {"llcompare", fe_func_llcompare, nullptr},
-    {"lllist", fe_func_ll, func_lllist},
-    {"lllistindexed", fe_func_ll, func_lllistindexed},
-    {"llpaths", fe_func_ll, func_llpaths},
-    {"lladdmulti", fe_func_lladdmulti, nullptr},
-    {"lladdbefore", fe_func_lladdbefore, nullptr},
-    {"llswap", fe_func_llswap, nullptr},
-    {"lllistmatch", fe_func_lllistmatch, nullptr},
-    {"llfindindex", fe_func_llfindindex, nullptr},
-    {"llmodcreate", fe_func_llmodcreate, nullptr},
-    {"llmoddelete", fe_func_llmoddelete, nullptr},
-    {"llmodsetpostcommit", fe_func_llmodsethook, nullptr, func_llmodset_post_commit},
-    {"llmodsetprecommit", fe_func_llmodsethook, nullptr, func_llmodset_pre_commit},
-    {"llmove", fe_func_ll, func_llmove},
-    {"lltree", fe_func_lltree, nullptr},
-    {"llmodules", fe_func_llmodules, nullptr},
+    {"llget", 2, 2, fe_func_ll, func_llget},
+    {"llgetname", 2, 2, fe_func_ll, func_llgetname},
+    {"llgetdefault", 3, 3, fe_func_ll, func_llgetdefault},
+    {"llset", 3, 3, fe_func_ll, func_llset},
+    {"llcopy", 4, 5, fe_func_llcopy, nullptr},
+    {"lladd", 3, 3, fe_func_ll, func_lladd},
+    {"lladdne", 3, 3, fe_func_ll, func_lladdne},
+    {"lldel", 3, 3, fe_func_ll, func_lldel},
+    {"llrename", 3, 3, fe_func_ll, func_llrename},
+    {"llexists", 2, 2, fe_func_ll, func_llexists},
+    {"llisdirty", 1, 1, fe_func_llisdirty, nullptr},
+    {"llcompare", 2, 4, fe_func_llcompare, nullptr},
+    {"lllist", 2, 2, fe_func_ll, func_lllist},
+    {"lllistindexed", 2, 2, fe_func_ll, func_lllistindexed},
+    {"llpaths", 2, 2, fe_func_ll, func_llpaths},
+    {"lladdmulti", 3, k_any, fe_func_lladdmulti, nullptr},
+    {"lladdbefore", 4, 4, fe_func_lladdbefore, nullptr},
+    {"llswap", 4, 4, fe_func_llswap, nullptr},
+    {"lllistmatch", 3, 3, fe_func_lllistmatch, nullptr},
+    {"llfindindex", 4, 4, fe_func_llfindindex, nullptr},
+    {"llmodcreate", 3, 5, fe_func_llmodcreate, nullptr},
+    {"llmoddelete", 1, 1, fe_func_llmoddelete, nullptr},
+    {"llmodsetpostcommit", 2, 2, fe_func_llmodsethook, nullptr, func_llmodset_post_commit},
+    {"llmodsetprecommit", 2, 2, fe_func_llmodsethook, nullptr, func_llmodset_pre_commit},
+    {"llmove", 3, 3, fe_func_ll, func_llmove},
+    {"lltree", 1, 2, fe_func_lltree, nullptr},
+    {"llmodules", 0, 0, fe_func_llmodules, nullptr},
 }};
 
 unsigned long g_nodes_found = 0;
@@ -206,6 +208,7 @@ bool is_ll_function(const fe_def *fed) {
 
 fe_def *fe_register_llfuncs(fe_def *list) {
     for (const ll_row &row : k_rows)
-        list = fe_register_func(list, row.name, row.handler, const_cast<ll_row *>(&row));
+        list = fe_register_counted_func(list, row.name, row.handler, const_cast<ll_row *>(&row),
+                                        row.least, row.most);
     return list;
 }

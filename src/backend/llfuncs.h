@@ -25,6 +25,8 @@ using ll_function = fe_node *(*)(llconf_item *lli, const char *path, const char 
 /* One function of the language; the record is what is registered as its data. */
 struct ll_row {
     const char *name;
+    int least; /* arguments */
+    int most;  /* -1: any number */
     fe_function handler;
     ll_function function;                                        /* of a generic row */
     void (*set_hook)(llconf_item *lli, fe_node *hook) = nullptr; /* of a hook setter */

@@ -2,6 +2,7 @@
 
 #include <syslog.h>
 
+#include <cstdlib>
 #include <string_view>
 
 #include "auth/session_auth.h"
@@ -25,6 +26,21 @@ bool is_rights(const char *value) {
     return std::string_view{value}.find_first_not_of("rwx") == std::string_view::npos;
 }
 
+/* Read as C writes numbers: without the 0 in front it would be decimal. */
+bool is_mode(const char *value) {
+    const std::string_view text{value};
+    return text.starts_with('0') && text.size() < 6 &&
+           text.find_first_not_of("01234567") == std::string_view::npos;
+}
+
+/* A name is for the system to look up. */
+bool is_port(const char *value) {
+    const std::string_view text{value};
+    if (text.find_first_not_of("0123456789") != std::string_view::npos) return !text.empty();
+    const long port = std::strtol(value, nullptr, 10);
+    return port > 0 && port <= 65535;
+}
+
 bool is_number(const char *value) {
     long number = 0;
     return limit_read_amount(value, &number) == 0;
@@ -42,10 +58,14 @@ struct value_rule {
 constexpr value_rule k_rules[] = {
     {"listen", true, "type:", is_listener_type, "unix, tcp or tcp6"},
     {"listen", true, "authtype:", is_way_to_log_in, "a way to log in"},
+    {"listen", true, "mode:", is_mode, "an octal number with a 0 in front"},
+    {"listen", true, "port:", is_port, "a port"},
     {"users", true, "access:", is_rights, "made of the letters r, w and x"},
     {"groups", true, "access:", is_rights, "made of the letters r, w and x"},
     {"config", false, "timeout:", is_number, "a number"},
     {"config", false, "access-override:", is_number, "a number"},
+    {"config", false, "commits-kept:", is_number, "a number"},
+    {"config", false, "commits-size:", is_number, "a number"},
 };
 
 void check_keys(const cnfnode *row, const value_rule &rule) {

@@ -80,6 +80,7 @@ bool read_whole_number(const char *text, long &number) {
 
 fe_def *fe_register_llmiscfuncs(fe_def *list) {
     for (const auto &row : k_functions)
-        list = fe_register_func(list, row.name, call_llmisc, const_cast<function_row *>(&row));
+        list = fe_register_counted_func(list, row.name, call_llmisc,
+                                        const_cast<function_row *>(&row), row.least, row.most);
     return list;
 }

@@ -4,6 +4,7 @@
 #include <libdaemon/dlog.h>
 #include <sys/stat.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstdio>
@@ -223,7 +224,12 @@ int config_feature_modules(ccdtree_node *param_root, ccdtree_node *mgmt_root, fe
         [&](const char *file) {
             return config_feature_module(param_root, mgmt_root, base, file, with_backends);
         },
-        [](int, const char *) {});
+        [](int count, const char *pattern) {
+            const std::string place{pattern, strrchr(pattern, '/')};
+            if (count == 0 && access(place.c_str(), F_OK) != 0)
+                daemon_log(LOG_ERR, "Error: No feature modules are loaded: %s: %s", place.c_str(),
+                           std::strerror(errno));
+        });
 }
 
 int config_feature_module(ccdtree_node *param_root, ccdtree_node *mgmt_root, felib_base *base,

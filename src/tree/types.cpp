@@ -105,6 +105,11 @@ ccd_type *read_types(const cnfnode *tree, fe_def *fed_list) {
         if (cn->name[0] == '%') continue;
         ccd_type *type = create_ccd_type(cn->name);
         if (!type) break;
+        if (find_node(tree->first_child, cn->name) != cn) {
+            const reading_entry here{cn};
+            complain(LOG_WARNING, "Warning: type '%s' is defined again: the first definition holds",
+                     cn->name);
+        }
         types.append(type);
         for (const cnfnode *entry = cn->first_child; entry; entry = entry->next) {
             read_entry(type, entry, fed_list);

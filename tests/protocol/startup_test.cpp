@@ -327,12 +327,13 @@ TEST_F(Startup, BrokenExpressionsAndModulesCostOnlyThemselves) {
 
 TEST_F(Startup, ACheckTellsTheFileLineAndColumnOfEveryComplaintAndTouchesNothing) {
     put("/etc/ucfgd/functions.conf",
-        "f {\n agrs: a\n expr: $a\n}\ng {\n expr: f(1, 2) .. substr()\n}\n");
+        "f {\n agrs: a\n expr: $a\n}\ng {\n expr: f(1, 2) .. substr() .. llset('box', 1)\n}\n");
     append("/etc/ucfgd/ucfgd.conf",
            "confg {\n timeout: 5\n}\nconfig {\n commits: /archive\n}\n"
-           "listen {\n o {\n  type: unx\n  authtype: pan\n }\n}\nusers {\n u {\n  access: rq\n "
+           "listen {\n o {\n  type: unx\n  authtype: pan\n  mode: 600\n }\n}\nusers {\n u {\n  "
+           "access: rq\n "
            "}\n}\n");
-    put("/etc/ucfgd/types.conf", "t {\n validtion: 1\n parent-type: no\n}\n");
+    put("/etc/ucfgd/types.conf", "t {\n validtion: 1\n parent-type: no\n}\nt {\n}\n");
     append("/etc/ucfgd/modules.conf",
            "late {\n module: lines\n file: /etc/late\n flags: creat\n}\n"
            "box2 {\n module: keyvalue\n file: /etc/box.conf\n flgs: create\n pre-read: "
@@ -348,14 +349,17 @@ TEST_F(Startup, ACheckTellsTheFileLineAndColumnOfEveryComplaintAndTouchesNothing
         "functions.conf:2:2: function 'f': unknown field 'agrs:'; did you mean 'args:'?",
         "functions.conf:6:2: Warning: function 'f' takes fewer arguments than are given here",
         "functions.conf:6:2: Warning: function 'substr' takes more arguments than are given here",
+        "functions.conf:6:2: Warning: function 'llset' takes more arguments than are given here",
         "types.conf:2:2: Warning: 'validtion:' is unknown and has no effect; did you mean "
         "'validation:'?",
+        "types.conf:5:1: Warning: type 't' is defined again",
         "types.conf:1:1: Warning: type 't' has parent 'no', which is not defined",
         "flgs:' is unknown and has no effect; did you mean 'flags:'?",
         "param.conf:3:2: Warning: Nonexistent type 'nosuch' referred to by 'odd.type:'.  Ignoring.",
         "param.conf:6:2: Warning: 'santiy:' is unknown and has no effect; did you mean 'sanity:'?",
         "type: 'unx' is not unix, tcp or tcp6",
         "authtype: 'pan' is not a way to log in",
+        "mode: '600' is not an octal number",
         "access: 'rq' is not made of the letters r, w and x",
         "param.conf:9:26: column 12: expected",
         "param.conf:10:2: Warning: 'x' is no number",

@@ -43,6 +43,11 @@ fe_def *fe_register_felib_funcs(fe_def *list);
  * report. */
 fe_def *fe_register_func(fe_def *list, const char *name, fe_function function, void *user_data);
 
+/* The same for one that takes from least to most arguments (most -1: any number), which
+ * fe_count_fits goes by; the function itself is called with whatever there is. */
+fe_def *fe_register_counted_func(fe_def *list, const char *name, fe_function function,
+                                 void *user_data, int least, int most);
+
 /*
  * Puts a function without parameters in front of a list, hiding one of that name. Its body is
  * `expression` (a chain runs in order and the last result counts), which belongs to the definition

@@ -32,7 +32,7 @@ void fe_set_parse_observer(fe_parse_observer observer);
 
 /* 0 when a call has as many arguments as its function takes, as far as that can be told without an
  * evaluation (an argument may give several values, never none). Otherwise -1 for too few, 1 for too
- * many. Functions of others take what they like. */
+ * many. */
 int fe_count_fits(const fe_node *call);
 
 /* Why the last parse that failed did so; the empty text when none has. Lives until the next
