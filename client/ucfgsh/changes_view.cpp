@@ -3,6 +3,8 @@
 
 #include "ucfgsh/commands.h"
 #include "ucfgsh/commits.h"
+#include "ucfgsh/lookup.h"
+#include "ucfgsh/usable.h"
 
 namespace ucfgsh {
 
@@ -129,6 +131,43 @@ change_set read_changes(const std::vector<std::string> &lines) {
     return set;
 }
 
+std::vector<std::string> plain_names(const std::string &list) {
+    std::vector<std::string> names;
+    for (const word &name : split_words(list).list)
+        names.push_back(take_text(ucfg_unescape(name.raw.c_str())));
+    return names;
+}
+
+/* Of a list whose entries were moved the daemon tells the names as they stand in paths, parted by
+ * blanks, as if they were its value. */
+bool is_order(shell &sh, const value_change &change, order_change &order) {
+    if (!change.before || !change.after) return false;
+    order = {change.path, plain_names(*change.before), plain_names(*change.after)};
+    if (!std::is_permutation(order.before.begin(), order.before.end(), order.after.begin(),
+                             order.after.end()))
+        return false;
+    owned_str path{ucfg_path_parse(change.path.c_str(), nullptr)};
+    owned_attr attr = path ? look_at(sh.link, k_ucfg_parameters, path.get()) : nullptr;
+    return attr && has_letter(*attr, "lm") && !has_letter(*attr, "g");
+}
+
+change_set with_orders(shell &sh, change_set set) {
+    order_change order;
+    std::erase_if(set.values, [&](const value_change &change) {
+        if (!is_order(sh, change, order)) return false;
+        set.orders.push_back(order);
+        return true;
+    });
+    return set;
+}
+
+void print_set(shell &sh, const change_set &set) {
+    for (const value_change &change : set.values)
+        print_change(sh, change);
+    for (const order_change &change : set.orders)
+        print_order(sh, change);
+}
+
 /* For an older daemon, or a user who may not ask: only what was changed from here is looked at. */
 int compare_here(shell &sh, bool dirty) {
     sh.changes.follow(sh.link);
@@ -137,10 +176,7 @@ int compare_here(shell &sh, bool dirty) {
         sh.out.document(changes_json(set, dirty));
         return k_exit_done;
     }
-    for (const value_change &change : set.values)
-        print_change(sh, change);
-    for (const order_change &change : set.orders)
-        print_order(sh, change);
+    print_set(sh, set);
     if (sh.link.resumed_foreign())
         sh.out.line("changes from before this program took the session up are not shown");
     else if (set.empty() && dirty)
@@ -160,9 +196,8 @@ int compare_there(shell &sh, bool dirty) {
     int code = collect_action(sh, k_changes_node, found);
     if (code == k_ucfg_refused) return compare_here(sh, dirty);
     if (code != k_ucfg_ok) return report_action(sh, "changes", code, found);
-    change_set set = read_changes(found.lines);
     if (sh.out.json())
-        sh.out.document(changes_json(set, dirty));
+        sh.out.document(changes_json(with_orders(sh, read_changes(found.lines)), dirty));
     else if (found.lines.empty())
         sh.out.line("no changes");
     else
@@ -175,8 +210,7 @@ int compare_there(shell &sh, bool dirty) {
 void print_changes(shell &sh, const std::vector<std::string> &lines) {
     for (const std::string &line : lines)
         if (!line.empty() && !is_change_line(line)) sh.out.line(sh.out.paint(style::faint, line));
-    for (const value_change &change : read_changes(lines).values)
-        print_change(sh, change);
+    print_set(sh, with_orders(sh, read_changes(lines)));
 }
 
 int run_changes(shell &sh, const arguments &args) {

@@ -218,7 +218,11 @@ int run_command(shell &sh, const std::vector<word> &line) {
     if (line.empty()) return k_exit_done;
     const command *row = find_command(line.front().text);
     sh.out.begin_answer(row ? row->name : line.front().text);
-    if (!row) return complain_usage(sh, unknown_command(line.front().text));
+    if (!row) {
+        std::string use = path_for_command(sh, line.front());
+        return complain_usage(
+            sh, use.empty() ? unknown_command(line.front().text) : line.front().raw + ": " + use);
+    }
     arguments args;
     size_t at = 0;
     int status = take_flags(sh, *row, line, at, args);

@@ -196,6 +196,16 @@ std::string next_step(shell &sh, const attempt &what) {
     return use_of(sh, what.tree, attr, what.path);
 }
 
+std::string path_for_command(shell &sh, const word &typed) {
+    if (!sh.interactive || !sh.link.logged_in()) return "";
+    for (ucfg_tree tree : {k_ucfg_parameters, k_ucfg_management}) {
+        auto path = resolve_path(sh, typed.raw, tree);
+        if (!path || path->empty() || find_stray(sh.link, sh.names, tree, *path)) continue;
+        return use_of(sh, tree, look_at(sh.link, tree, *path), *path);
+    }
+    return "";
+}
+
 int refuse_stray(shell &sh, ucfg_tree tree, const std::string &path) {
     auto missing = find_stray(sh.link, sh.names, tree, path);
     if (!missing) return k_exit_done;

@@ -369,6 +369,8 @@ TEST_F(ShellTest, ChangesComparesWithWhatWasThereBefore) {
 
     toy.nodes["commits.changes"] = {R"(.1 - motd: a\nb)", R"(.1 + motd: c\\n\\)", " OK"};
     EXPECT_EQ(script("changes\n").second, "  motd: line 1\n-   a\n-   b\n+   c\\n\\\n");
+    toy.nodes["commits.changes"] = {".1 - hosts: a my%2ehost", ".1 + hosts: my%2ehost a", " OK"};
+    EXPECT_EQ(script("changes\n").second, "  hosts: order\n- a\n+ my.host\n- my.host\n+ a\n");
     toy.no_actions = true;
     EXPECT_EQ(script("set net.name z\nchanges\n").second, "- net.name: third\n+ net.name: z\n");
 }
