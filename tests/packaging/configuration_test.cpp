@@ -75,14 +75,14 @@ class Configuration : public daemon_test {
         put("/usr/share/zoneinfo/leapseconds", "# none\n");
         fs::create_symlink("../usr/share/zoneinfo/Europe/Berlin", path("/etc/localtime"));
         put("/usr/share/zoneinfo/zone1970.tab", "# codes\nAT\t+4813+01620\tEurope/Vienna\n");
-        put("/etc/ssh/sshd_config", "#Port 22\nX11Forwarding yes\nMatch User git\n\tPort 1\n");
+        put("/etc/ssh/sshd_config", "#Port 22\nbanner=/etc/issue.net\nMatch User git\n\tPort 1\n");
         put("/etc/rsyslog.conf", "$IncludeConfig /etc/rsyslog.d/*.conf\n#*.* @no\n*.* @@x;F\n");
         put("/etc/rsyslog.d/10-site.conf", "mail.* /m\naction(type=\"omfwd\" target=\"c\")\n");
         for (const char *program : {"/usr/sbin/sendmail", "/usr/sbin/rsyslogd", "/usr/sbin/sshd",
                                     "/sbin/ifup", "/lib/systemd/systemd-timesyncd"})
             put(program, "");
         put("/etc/sysctl.conf", "#kernel.sysrq=438\nvm.swappiness=10\n");
-        put("/etc/ssh/sshd_config.d/site.conf", "banner=/etc/issue.net\n");
+        put("/etc/ssh/sshd_config.d/site.conf", "Banner none\n");
         put("/etc/pam.d/sshd", "#session x pam_motd.so\nsession optional pam_motd.so noupdate\n");
         put("/etc/motd.d/x", "");
         put("/etc/motd", "\nwelcome\n\nall\n");
@@ -111,7 +111,7 @@ constexpr change k_changes[] = {
     {"SET time.ntp.fallback d.example", "/etc/systemd/timesyncd.conf.d/zz-ucfgd.conf",
      "[Time]\nFallbackNTP=\nFallbackNTP=d.example\n"},
     {"SET ssh.port 2222", "/etc/ssh/sshd_config",
-     "#Port 22\nX11Forwarding yes\nPort 2222\nMatch User git\n\tPort 1\n"},
+     "#Port 22\nbanner=/etc/issue.net\nPort 2222\nMatch User git\n\tPort 1\n"},
     {"SET log.forward.host 2001:db8::1", "", ""},
     {"SET log.forward.level warning", "", ""},
     {"SET log.forward.protocol tcp", "/etc/rsyslog.d/60-ucfgd-forward.conf",
@@ -170,7 +170,6 @@ TEST_F(Configuration, ReadsWhatTheFilesSayAndOtherwiseWhatHoldsWithoutThem) {
         {"network.interfaces.eth1.address", "192%2e0%2e2%2e7/23"},
         {"network.interfaces.eth0.ipv6.method", "none"},
         {"ssh.port", "22"},
-        {"ssh.x11", "yes"},
         {"system.banner.welcome", "%0awelcome%0a%0aall"},
         {"kernel.settings.vm%2eswappiness.value", "10"},
         {"log.forward.level", "info"},
@@ -193,6 +192,16 @@ TEST_F(Configuration, ReadsWhatTheFilesSayAndOtherwiseWhatHoldsWithoutThem) {
               "b.ops gsh\nb.len 64\nb.choices.1 Etc/UTC\nb.choices.2 Europe/Vienna\nb OK\n");
     EXPECT_EQ(c.ask("c MLIST services"), "c OK\n");
     EXPECT_EQ(c.ask("d ATTR users.root.shell"), "d.ops gh\nd OK\n");
+    put("/etc/ssh/sshd_config", "Include /etc/ssh/sshd_config.d/*.conf\nBanner /etc/issue.net\n");
+    put("/etc/hosts", "127.0.0.1 localhost localhost.localdomain\n127.0.1.1 localhost\n");
+    put("/etc/hostname", "localhost\n");
+    fs::remove_all(path("/usr/share/zoneinfo/Europe"));
+    c = logged_in();
+    EXPECT_NE(c.ask("e GET system.banner.shown-by").find("network:+nothing"), std::string::npos);
+    EXPECT_NE(c.ask("f GET time.zone").find("which is no time zone"), std::string::npos);
+    EXPECT_EQ(c.ask("g SET system.hostname new"), "g OK\n");
+    EXPECT_EQ(c.ask("h COMMIT").substr(0, 5), "h OK\n");
+    EXPECT_EQ(file("/etc/hosts"), "127.0.0.1 localhost localhost.localdomain\n127.0.1.1 new\n");
 }
 
 TEST_F(Configuration, RefusalsSayWhatIsWrong) {
