@@ -30,7 +30,7 @@ setting up daemon environment... done.
 )";
 
 constexpr std::string_view k_hosts = R"(127.0.0.1	localhost old # and so
-127.0.1.1	old.example.net old
+127.0.1.1	Old.example.net old
 192.0.2.1	gw # the gateway
 192.0.2.8	old.example.org
 192.0.2.1	gw.example.net	gw_b # again
