@@ -119,6 +119,8 @@ constexpr std::array k_results{
     "this node does not support that",
 };
 
+constexpr size_t k_no_parameter = 3;
+
 struct long_flag {
     std::string_view name;
     char letter;
@@ -265,7 +267,8 @@ std::string readable(const std::string &text) {
     if (number == 0 || number >= k_results.size() || text[k_result.size() + 1] != ' ') return text;
     std::string reason = text.substr(k_result.size() + 2);
     /* EINVAL is what the daemon says when a method says nothing. */
-    bool empty = reason == "Success" || reason == "Invalid argument";
+    bool empty = reason == "Success" || reason == "Invalid argument" ||
+                 (number == k_no_parameter && reason == "No such file or directory");
     return empty ? k_results[number] : std::string{k_results[number]} + ": " + reason;
 }
 

@@ -181,7 +181,7 @@ TEST(Words, QuotesBackslashesAndCommentsMeanWhatTheySay) {
 }
 
 TEST(Words, TheDaemonsResultNumbersBecomeWords) {
-    EXPECT_EQ(readable("result=3 Success"), "no such parameter");
+    EXPECT_EQ(readable("result=3 No such file or directory"), "no such parameter");
     EXPECT_EQ(readable("result=2 No space left on device"),
               "refused by the node's method: No space left on device");
     EXPECT_EQ(readable("result=9 x"), "result=9 x");
