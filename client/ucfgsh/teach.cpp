@@ -191,6 +191,7 @@ std::string next_step(shell &sh, const attempt &what) {
         return what.op == 'd' || what.op == 'm' ? about_entry(sh, what) : "";
     }
     if (what.op == 's' && can(attr, 'g')) return "it can only be read";
+    if (what.op == 'm' && (can(attr, 'a') || can(attr, 'd'))) return "its entries are not moved";
     if (strchr("adm", what.op) && can(attr, 'l'))
         return "a section, and no list that can be changed like that";
     return use_of(sh, what.tree, attr, what.path);
