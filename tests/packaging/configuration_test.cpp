@@ -33,7 +33,7 @@ constexpr std::string_view k_hosts = R"(127.0.0.1	localhost old # and so
 127.0.1.1	Old.example.net old
 192.0.2.1	gw # the gateway
 192.0.2.8	old.example.org
-192.0.2.1	gw.example.net	gw_b # again
+192.0.2.1	gw.example.net	gw_b gw_c # again
 192.0.2.1	x
 )";
 
@@ -65,7 +65,7 @@ class Configuration : public daemon_test {
         put("/etc/hostname", "# set by the installer\nold\n");
         put("/etc/hosts", k_hosts);
         put("/etc/network/interfaces", k_interfaces);
-        put("/etc/systemd/timesyncd.conf", "[Time]\n#NTP=\n");
+        put("/etc/systemd/timesyncd.conf", "[Time]\n#NTP=\nNTP=x\nNTP=y\n");
         put("/etc/systemd/timesyncd.conf.d/10-site.conf", "[Time]\nFallbackNTP=b.example\n");
         put("/usr/lib/systemd/timesyncd.conf.d/10-site.conf", "[Time]\nFallbackNTP=hidden\n");
         put("/usr/lib/systemd/timesyncd.conf.d/20.conf", "[Time]\nFallbackNTP=c.example\n");
@@ -82,7 +82,7 @@ class Configuration : public daemon_test {
                                     "/sbin/ifup", "/lib/systemd/systemd-timesyncd"})
             put(program, "");
         put("/etc/sysctl.conf", "#kernel.sysrq=438\nvm.swappiness=10\n");
-        put("/etc/ssh/sshd_config.d/site.conf", "Banner none\n");
+        put("/etc/ssh/sshd_config.d/site.conf", "Banner none\n\n# no\n");
         put("/etc/pam.d/sshd", "#session x pam_motd.so\nsession optional pam_motd.so noupdate\n");
         put("/etc/motd.d/x", "");
         put("/etc/motd", "\nwelcome\n\nall\n");
@@ -102,9 +102,9 @@ struct change {
 
 constexpr change k_changes[] = {
     {"SET system.hostname new", "/etc/hostname", "# set by the installer\nnew\n"},
-    {"SET network.hosts.192%2e0%2e2%2e1.aliases a+gw_b", "/etc/hosts",
+    {"SET network.hosts.192%2e0%2e2%2e1.aliases a+gw_b+gw_c", "/etc/hosts",
      "127.0.0.1\tlocalhost new # and so\n127.0.1.1\tnew.example.net new\n192.0.2.1\tgw a # the "
-     "gateway\n192.0.2.8\told.example.org\n192.0.2.1\tgw_b # again\n"},
+     "gateway\n192.0.2.8\told.example.org\n192.0.2.1\tgw_b\tgw_c # again\n"},
     {"SET time.zone Europe/Vienna", "/etc/timezone", "Europe/Vienna\n"},
     {"SET time.ntp.servers a.example.net+192.0.2.1", "/etc/systemd/timesyncd.conf",
      "[Time]\n#NTP=\nNTP=a.example.net 192.0.2.1\n"},
@@ -176,7 +176,7 @@ TEST_F(Configuration, ReadsWhatTheFilesSayAndOtherwiseWhatHoldsWithoutThem) {
         {"log.forward.elsewhere",
          "rsyslog%2econf:+*%2e*+@@x;F%0a10-site%2econf:+action(type=\"omfwd\"+target=\"c\")"},
         {"system.hostname", "old"},
-        {"network.hosts.192%2e0%2e2%2e1.aliases", "gw%2eexample%2enet+gw_b+x"},
+        {"network.hosts.192%2e0%2e2%2e1.aliases", "gw%2eexample%2enet+gw_b+gw_c+x"},
         {"time.zone", "Europe/Berlin"},
         {"time.ntp.fallback", "b%2eexample+c%2eexample"},
         {"users.man.name", "man"},
