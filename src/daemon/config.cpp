@@ -134,7 +134,11 @@ archive_bounds read_archive_bounds(const cnfnode *root) {
 }
 
 void parse_config(const cnfnode *root) {
-    limits_read(find_node(root->first_child, "limits"));
+    const cnfnode *limits = find_node(root->first_child, "limits");
+    for (const cnfnode *node = limits ? limits->first_child : nullptr; node; node = node->next) {
+        const reading_entry here{node};
+        limit_read(node);
+    }
     fe_set_pattern_memory(
         static_cast<size_t>(limit_value(k_limit_pattern_memory)), [](const char *pattern) {
             limit_met(k_limit_pattern_memory, "a pattern needs more: %s", pattern);

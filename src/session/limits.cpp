@@ -197,13 +197,9 @@ int limit_read_amount(const char *text, long *value) {
     return -1;
 }
 
-int limits_read(const struct cnfnode *section) {
-    if (!section) return 0;
+int limit_read(const struct cnfnode *entry) {
     errno_guard keep;
-    int result = 0;
-    for (const cnfnode *node = section->first_child; node; node = node->next)
-        if (!cnfnode_is_formatting(node) && !read_limit(node)) result = -1;
-    return result;
+    return cnfnode_is_formatting(entry) || read_limit(entry) ? 0 : -1;
 }
 
 void limits_reset(void) {

@@ -73,10 +73,10 @@ unsigned long limit_met_count(enum limit_id id);
 /* A whole number that is not negative, with K, M or G behind it or without. 0, or -1 (EINVAL). */
 int limit_read_amount(const char *text, long *value);
 
-/* Takes the values of a `limits` section: whole numbers, sizes also with K, M or G behind them. An
- * unknown key and a value that is none or out of range are logged, and the default stays. Null is
- * accepted. Returns 0, or -1 when anything was logged. */
-int limits_read(const struct cnfnode *section);
+/* Takes an entry of the `limits` section: a whole number, a size also with K, M or G behind it. An
+ * unknown key and a value that is none or out of range are logged, and the default stays. Returns
+ * 0, or -1 when anything was logged. */
+int limit_read(const struct cnfnode *entry);
 
 /* Every limit is its default again. What was counted stays. */
 void limits_reset(void);

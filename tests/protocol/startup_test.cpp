@@ -329,7 +329,7 @@ TEST_F(Startup, ACheckTellsTheFileLineAndColumnOfEveryComplaintAndTouchesNothing
     put("/etc/ucfgd/functions.conf",
         "f {\n agrs: a\n expr: $a\n}\ng {\n expr: f(1, 2) .. substr() .. llset('box', 1)\n}\n");
     append("/etc/ucfgd/ucfgd.conf",
-           "confg {\n timeout: 5\n}\nconfig {\n commits: /archive\n}\n"
+           "confg {\n timeout: 5\n}\nconfig {\n commits: /archive\n}\nlimits {\n jobs: 0\n}\n"
            "listen {\n o {\n  type: unx\n  authtype: pan\n  mode: 600\n }\n}\nusers {\n u {\n  "
            "access: rq\n "
            "}\n}\n");
@@ -358,6 +358,7 @@ TEST_F(Startup, ACheckTellsTheFileLineAndColumnOfEveryComplaintAndTouchesNothing
         "param.conf:3:2: Warning: Nonexistent type 'nosuch' referred to by 'odd.type:'.  Ignoring.",
         "param.conf:6:2: Warning: 'santiy:' is unknown and has no effect; did you mean 'sanity:'?",
         "type: 'unx' is not unix, tcp or tcp6",
+        "ucfgd.conf:19:2: Warning: limits: jobs: '0' is no number",
         "authtype: 'pan' is not a way to log in",
         "mode: '600' is not an octal number",
         "access: 'rq' is not made of the letters r, w and x",

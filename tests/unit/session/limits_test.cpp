@@ -8,13 +8,15 @@ using owned_tree = owned<cnfnode, destroy_cnftree>;
 
 int read_section(const std::string &text) {
     owned_tree tree{conf_text("limits {\n" + text + "}\n")};
-    return limits_read(find_node(tree->first_child, "limits"));
+    int result = 0;
+    for (const cnfnode *node = tree->first_child->first_child; node; node = node->next)
+        result |= limit_read(node);
+    return result;
 }
 
 TEST(Limits, ValuesComeFromTheirSectionAndWhatCannotBeReadIsSaid) {
     daemon_log_use = DAEMON_LOG_STDERR;
     const long jobs = limit_value(k_limit_jobs);
-    EXPECT_EQ(limits_read(nullptr), 0);
     EXPECT_EQ(read_section(" # of our own\n commit-time: 90\n log-queue: 1M\n"), 0);
     EXPECT_EQ(limit_value(k_limit_commit_time), 90);
     EXPECT_EQ(limit_value(k_limit_log_queue), 1048576);
