@@ -244,7 +244,8 @@ TEST_F(Configuration, WhatIsNotInstalledIsNoTroubleUntilItIsSet) {
         const std::string reply = c.ask("b " + std::string{request});
         EXPECT_NE(reply.find(" is not installed here: "), std::string::npos) << reply;
     }
-    for (std::string_view name : {"ssh.port", "time.ntp.servers", "log.forward.level"}) {
+    for (std::string_view name :
+         {"ssh.port", "time.ntp.servers", "log.forward.level", "mail.aliases.x.to"}) {
         const std::string reply = c.ask("b GET " + std::string{name});
         EXPECT_NE(reply.find("b ERR the package "), std::string::npos) << reply;
     }
