@@ -62,8 +62,8 @@ DIR *place_opendir(const char *path);
 int place_unlink(const char *path);
 int place_symlink(const char *target, const char *path);
 
-/* Makes path a symbolic link, in the place of the link or file that is there: at every moment there is
- * one or the other. */
+/* Makes path a symbolic link, in the place of the link or file that is there: at every moment there
+ * is one or the other. */
 int place_relink(const char *target, const char *path);
 
 #endif
