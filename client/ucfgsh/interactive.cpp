@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <histedit.h>
 #include <poll.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -21,7 +22,8 @@ namespace ucfgsh {
 
 namespace {
 
-constexpr int k_tick = 1000;
+constexpr timespec k_tick{1, 0};
+constexpr wchar_t k_cancel_key = 3;
 constexpr size_t k_room_for_time = 20;
 constexpr int k_history_size = 1000;
 constexpr const char *k_history_name = "/.ucfgsh_history";
@@ -153,11 +155,29 @@ void editor::show_time_left(long seconds) {
     prompt_ = (colored ? "\1\033[1m\1" + text + "\1\033[0m\1" : text) + " ";
 }
 
+/* Ctrl-C waits as long as this lives, but for the time of a ppoll with `before`. */
+class interrupts_held {
+  public:
+    interrupts_held() {
+        sigset_t interrupt;
+        sigemptyset(&interrupt);
+        sigaddset(&interrupt, SIGINT);
+        sigprocmask(SIG_BLOCK, &interrupt, &before);
+    }
+    interrupts_held(const interrupts_held &) = delete;
+    interrupts_held &operator=(const interrupts_held &) = delete;
+    ~interrupts_held() { sigprocmask(SIG_SETMASK, &before, nullptr); }
+
+    sigset_t before;
+};
+
 /* While a commit is on trial, the prompt counts its seconds down; a line that has grown longer than
  * the screen is left alone. */
 void editor::wait_for_key() {
+    const interrupts_held held;
     pollfd watch{STDIN_FILENO, POLLIN, 0};
-    while (poll(&watch, 1, trial_end_ && completing_ ? k_tick : -1) == 0) {
+    while (!g_interrupted &&
+           ppoll(&watch, 1, trial_end_ && completing_ ? &k_tick : nullptr, &held.before) == 0) {
         long left =
             std::chrono::ceil<std::chrono::seconds>(*trial_end_ - std::chrono::steady_clock::now())
                 .count();
@@ -180,6 +200,12 @@ int editor::read_character(wchar_t *to) {
     mbstate_t state{};
     for (;;) {
         wait_for_key();
+        /* Typed before the terminal was the editor's, it came as a signal. */
+        if (g_interrupted) {
+            g_interrupted = 0;
+            *to = k_cancel_key;
+            return 1;
+        }
         char c = 0;
         ssize_t got = read(STDIN_FILENO, &c, 1);
         if (got < 0 && errno == EINTR) continue;

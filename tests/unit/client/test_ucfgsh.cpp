@@ -229,6 +229,9 @@ TEST_F(ShellTest, ATerminalKeepsItsHistoryAndAsksBeforeChangesAreDropped) {
     type("set .motd <<E\n", "[up to E] ");
     type("lost\n", "[up to E] ");
     type("\x03", "ucfg net*> ");
+    type("set .motd <<E\n", "[up to E] ");
+    kill(child, SIGINT); /* as the terminal does between two lines */
+    type("", "ucfg net*> ");
     type("login\n", "Drop them? [y/N] ");
     type("n\n", "ucfg net*> ");
     kill(child, SIGKILL);
@@ -241,7 +244,8 @@ TEST_F(ShellTest, ATerminalKeepsItsHistoryAndAsksBeforeChangesAreDropped) {
     std::ifstream file{history};
     std::stringstream kept;
     kept << file.rdbuf();
-    EXPECT_EQ(kept.str(), "_HiStOrY_V2_\ncd\\040net\nset\\040.motd\\040<<E\nlogin\n");
+    EXPECT_EQ(kept.str(),
+              "_HiStOrY_V2_\ncd\\040net\nset\\040.motd\\040<<E\nset\\040.motd\\040<<E\nlogin\n");
     struct stat made {};
     ASSERT_EQ(stat(history.c_str(), &made), 0);
     EXPECT_EQ(made.st_mode & 0777U, 0600U);
