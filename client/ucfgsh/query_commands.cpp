@@ -13,6 +13,8 @@ namespace ucfgsh {
 
 namespace {
 
+constexpr size_t k_longest_section = 100;
+
 ucfg_tree tree_of(const arguments &args) {
     return args.has('m') ? k_ucfg_management : k_ucfg_parameters;
 }
@@ -102,6 +104,23 @@ void say_why_empty(shell &sh, ucfg_tree tree, const std::string &path) {
     if (!help.empty()) sh.out.complain(sh.prefix + print_path(path) + ": " + help);
 }
 
+bool has_flag(const ucfg_attr &attr, std::string_view flag) {
+    const std::vector<std::string> flags = to_vector(attr.flags);
+    return std::find(flags.begin(), flags.end(), flag) != flags.end();
+}
+
+/* Takes out what is there for those who know it; an area that is not installed stays, and says so.
+ * The entries of a list are never hidden, and long listings are lists. */
+void leave_hidden_out(shell &sh, ucfg_tree tree, const std::string &path,
+                      std::vector<std::string> &names) {
+    if (names.size() > k_longest_section) return;
+    std::erase_if(names, [&](const std::string &name) {
+        owned_attr attr =
+            look_at(sh.link, tree, take_text(ucfg_path_append(path.c_str(), name.c_str())));
+        return attr && has_flag(*attr, "hidden") && !has_flag(*attr, "absent");
+    });
+}
+
 }  // namespace
 
 int run_list(shell &sh, const arguments &args) {
@@ -119,6 +138,7 @@ int run_list(shell &sh, const arguments &args) {
     int status = refuse_stray(sh, tree_of(args), *path);
     if (status != k_exit_done) return status;
     std::vector<std::string> items = to_vector(names.get());
+    if (!all) leave_hidden_out(sh, tree_of(args), *path, items);
     for (std::string &item : items)
         if (all) item = print_path(join_path(*path, item));
     if (sh.out.json()) {

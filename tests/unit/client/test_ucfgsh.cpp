@@ -56,6 +56,9 @@ TEST_F(ShellTest, CompletesWhatBelongsWhereTheCursorStands) {
     EXPECT_EQ(completed("del hosts.m"), strings{"hosts.\"my.host\""});
     EXPECT_EQ(completed("list "), (strings{"hosts", "net"}));
     EXPECT_EQ(script("list net.\n").second, "mode\nname\n");
+    toy.values["makers.level"] = "7"; /* hidden */
+    EXPECT_EQ(script("list\nlist makers\n").second, "hosts\nmotd\nnet\nlevel\n");
+    toy.values.erase("makers.level");
     EXPECT_EQ(common_prefix({"n\xc3\xa9", "n\xc3\xa8"}), "n");
     EXPECT_TRUE(asks_for_help("get net."));
     EXPECT_FALSE(asks_for_help("set motd what"));

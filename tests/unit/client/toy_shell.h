@@ -116,7 +116,7 @@ class toy_tree {
         bool known = entry || path.starts_with("commits.") || list(path, false).size() > 1 ||
                      values.contains(path);
         if (!known || (path.starts_with("commits.") && nodes.empty())) return {" ERR no such node"};
-        if (path == "hosts") return {".ops adl", " OK"};
+        if (path == "makers") return {".ops l", ".flags.1 hidden", " OK"};
         bool children = list(path, false).size() > 1;
         if (path == "hosts") return {".ops adl", " OK"};
         if (path != "net.mode") return {children ? ".ops l" : ".ops gs", " OK"};
