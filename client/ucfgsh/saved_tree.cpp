@@ -46,10 +46,11 @@ void add_entry(node_operations &nodes, const std::string &path, std::vector<save
 void add_value(shell &sh, node_operations &nodes, const std::string &path,
                const std::optional<std::string> &value, std::vector<saved_line> &lines) {
     if (is_commit_order(path) || !nodes.has(path, 's')) return;
-    if (value)
-        lines.push_back({{k_ucfg_set, path, *value}});
-    else if (nodes.has(path, 'g'))
-        lines.push_back({{k_ucfg_set, path, ""}, path, why_unreadable(sh.link, path)});
+    if (!value && !nodes.has(path, 'g')) return;
+    lines.push_back({{k_ucfg_set, path, value.value_or("")}});
+    if (value) return;
+    lines.back().unreadable = path;
+    lines.back().reason = why_unreadable(sh.link, path);
 }
 
 }  // namespace
