@@ -57,8 +57,9 @@ struct builtin {
     using strict_function = fe_node *(*)(const arguments &args);
     using lazy_function = fe_node *(*)(fe_context *ctx, const fe_node *call);
 
-    constexpr builtin(const char *n, size_t least, size_t most, strict_function f)
-        : name(n), least_arguments(least), most_arguments(most), strict(f) {}
+    constexpr builtin(const char *n, size_t least, size_t most, strict_function f,
+                      bool is_pure = true)
+        : name(n), least_arguments(least), most_arguments(most), strict(f), pure(is_pure) {}
     constexpr builtin(const char *n, size_t least, size_t most, lazy_function f)
         : name(n), least_arguments(least), most_arguments(most), lazy(f) {}
 
@@ -67,6 +68,7 @@ struct builtin {
     size_t most_arguments;
     strict_function strict = nullptr;
     lazy_function lazy = nullptr;
+    bool pure = true;  // as purity.h means it
 };
 
 // The groups, in the order in which they are registered.

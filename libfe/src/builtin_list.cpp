@@ -226,7 +226,7 @@ constexpr builtin k_list_rows[] = {
 constexpr builtin k_variable_rows[] = {
     {"set", 2, 2, func_set<method_context>},
     {"local", 2, 2, func_set<function_context>},
-    {"defined", 1, 1, func_defined},
+    {"defined", 1, 1, func_defined, false},
 };
 
 }  // namespace

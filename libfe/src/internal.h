@@ -34,6 +34,8 @@ struct fe_def_internal {
     fe_node *body;
     int least = 0;  // arguments of a native function, as its owner has said
     int most = -1;  // -1: what it likes
+    bool pure = false;
+    uint64_t seen_by_walk = 0;  // the last walk that looked at its body
 };
 
 // The identity of a list, and its end. Lives as long as the list has members.

@@ -151,6 +151,7 @@ extern "C" fe_def *fe_register_felib_funcs(fe_def *list) {
                        k_list_functions, k_variable_functions}) {
         for (const builtin &row : group) {
             list = fe_register_func(list, row.name, call_builtin, const_cast<builtin *>(&row));
+            if (row.pure) fe_mark_pure(list, row.name);
         }
     }
     return list;

@@ -3,7 +3,8 @@
  *
  * This header brings the whole interface: nodes.h (what an expression is made of), context.h
  * (variables), functions.h (the functions that expressions may call), parse.h (from text to
- * expression), eval.h (from expression to result) and failure.h (why there is none).
+ * expression), eval.h (from expression to result), failure.h (why there is none), pattern.h
+ * (patterns) and purity.h (whether a result may be kept).
  *
  * Rules that hold for every function of the library:
  *
@@ -34,5 +35,6 @@
 #include "fe/nodes.h"
 #include "fe/parse.h"
 #include "fe/pattern.h"
+#include "fe/purity.h"
 
 #endif

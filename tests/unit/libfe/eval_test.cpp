@@ -1,5 +1,6 @@
 // Evaluation: contexts, laziness, user functions, limits, and who keeps what alive.
 #include <stdexcept>
+#include <tuple>
 
 #include "fe_fixture.h"
 #include "llconf/nodes.h"
@@ -177,6 +178,37 @@ TEST_F(FeEval, UserFunctionsRunInAContextOfTheirOwn) {
     EXPECT_EQ(fe_get(ctx, "n"), nullptr);
     EXPECT_EQ(eval("own() .. defined('own') .. defined('both')"), "ab01");
     EXPECT_TRUE(reports().empty());
+}
+
+TEST_F(FeEval, AnExpressionIsPureWhenAllThatItReachesIs) {
+    functions_file file;
+    file.add("fact", {"args: n", "expr: $n <= 1 ? 1 : $n * fact($n - 1)"})
+        .add("clock", {"args: n", "expr: counted() + $n"})
+        .add("twice", {"args: n", "expr: 1", "expr: fact($n) + clock($n)"});
+    register_native("counted", count_call);
+    register_native("known", count_call);
+    register_native("stated", count_call);
+    fe_mark_pure(base->fed_list, "stated");
+    base->fed_list = felib_parse_functions_cn(file.root, base->fed_list);
+    fe_purity_judge judge = [](const fe_node *node, void *) {
+        return std::string(node->text ? node->text : node->fed->name) == "sid" ||
+                       node->fed->name == std::string("counted")
+                   ? 0
+                   : 1;
+    };
+    for (const auto &[text, alone, judged] :
+         std::initializer_list<std::tuple<const char *, int, int>>{
+             {"in($perm, 'r', 'w') && seq(set('x', 1), fact($x))", 1, 1},
+             {"if(1, 'a', cat('b', $sid))", 1, 0},
+             {"stated(known())", 0, 1},
+             {"defined('a')", 0, 1},
+             {"clock(1)", 0, 0},
+             {"fact(1) .. twice(1)", 0, 0}}) {
+        fe_node *expression = parse(text);
+        EXPECT_EQ(fe_is_pure(expression, nullptr, nullptr), alone) << text;
+        EXPECT_EQ(fe_is_pure(expression, judge, nullptr), judged) << text;
+        destroy_fe_node_tree(expression);
+    }
 }
 
 TEST_F(FeEval, AFailureTellsTheInnermostCallAndWhatWasWrongWithIt) {
