@@ -3,7 +3,6 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <libdaemon/dlog.h>
-#include <openssl/evp.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -12,6 +11,7 @@
 #include <new>
 #include <string_view>
 
+#include "daemon/crypto.h"
 #include "daemon/dirs.h"
 #include "daemon/place.h"
 #include "ucfgd/owners.h"
@@ -145,9 +145,11 @@ bool same_state(const file_state &a, const file_state &b) {
 
 std::string digest_of(std::string_view text) {
     static constexpr char k_digits[] = "0123456789abcdef";
+    const crypto_library *crypto = load_crypto();
+    if (!crypto) return {};
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned int length = 0;
-    if (EVP_Digest(text.data(), text.size(), digest, &length, EVP_sha256(), nullptr) != 1) {
+    if (crypto->digest(text.data(), text.size(), digest, &length, crypto->sha256(), nullptr) != 1) {
         errno = ENOMEM;
         return {};
     }

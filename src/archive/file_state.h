@@ -46,7 +46,7 @@ std::string real_path(const place &at);
 /* Two states of which a reader of the file cannot tell one from the other. */
 bool same_state(const file_state &a, const file_state &b);
 
-/* The digest of a text, as in file_state; empty with errno ENOMEM. */
+/* The digest of a text, as in file_state; empty with errno ENOMEM, or that of load_crypto. */
 std::string digest_of(std::string_view text);
 
 /* Reads what stands under path, its contents (or link target) into text, which is empty for an

@@ -4,10 +4,7 @@
  * is fixed, the vector is zero, and equal texts give equal results. Files in the field hold such
  * values, so cipher, key and mode stay. */
 
-#define OPENSSL_SUPPRESS_DEPRECATED
-
 #include <libdaemon/dlog.h>
-#include <openssl/blowfish.h>
 
 #include <array>
 #include <cstring>
@@ -15,6 +12,7 @@
 #include <string_view>
 
 #include "backend/contexts.h"
+#include "daemon/crypto.h"
 #include "daemon/trace.h"
 #include "functions/functions.h"
 #include "llconf/nodes.h"
@@ -27,15 +25,18 @@ namespace {
 
 constexpr std::string_view k_key = "Tiqaeb7uRoskel4u";
 
-/* Runs the bytes of text through the cipher, in place; it keeps their number. */
+/* Runs the bytes of text through the cipher, in place; it keeps their number. Without the library
+ * nothing is left. */
 void run_cipher(std::string &text, int direction) {
+    const crypto_library *crypto = load_crypto();
+    if (!crypto) return text.clear();
     BF_KEY schedule;
-    BF_set_key(&schedule, static_cast<int>(k_key.size()),
-               reinterpret_cast<const unsigned char *>(k_key.data()));
+    crypto->blowfish_key(&schedule, static_cast<int>(k_key.size()),
+                         reinterpret_cast<const unsigned char *>(k_key.data()));
     std::array<unsigned char, 8> vector{};
     int position = 0;
     auto *bytes = reinterpret_cast<unsigned char *>(text.data());
-    BF_cfb64_encrypt(bytes, bytes, static_cast<long>(text.size()), &schedule, vector.data(),
+    crypto->blowfish(bytes, bytes, static_cast<long>(text.size()), &schedule, vector.data(),
                      &position, direction);
     guaranteed_memset(&schedule, 0, sizeof(schedule));
 }

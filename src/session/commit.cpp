@@ -25,6 +25,7 @@
 #include "archive/archive.h"
 #include "archive/trials.h"
 #include "backend/ll_trns.h"
+#include "daemon/crypto.h"
 #include "session/bgexec.h"
 #include "session/commit_log.h"
 #include "session/commit_report.h"
@@ -111,6 +112,7 @@ bool start(owned_job &job, bool is_tried = false) {
     const bool tries = !is_tried && llconf_has_long_try(session->backend_ctx);
     if (tries) job->cb_exit = cb_tried;
     commit_report_begin();
+    if (archive_is_on() || g_log_changes) load_crypto(); /* once here, or once in each child */
     errno = 0;
     const pid_t pid = bgfork(nullptr, job->cb_out, job->cb_err);
     if (pid == 0 && tries) run_try(session);

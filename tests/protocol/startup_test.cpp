@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <set>
 #include <thread>
 
@@ -160,6 +162,21 @@ TEST_F(Startup, WithoutStandardDescriptorsMessagesGoNowhere) {
     for (const char *fd : {"0", "1", "2"})
         EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(pid()) + "/fd/" + fd),
                   "/dev/null");
+}
+
+TEST_F(Startup, TheLargestLibraryIsLoadedWhenItIsNeeded) {
+    put("/etc/ucfgd/param.conf", "access: '1'\nsecret {\n get: tav_encrypt('a')\n}\n");
+    start();
+    const auto is_mapped = [this] {
+        std::ifstream maps{"/proc/" + std::to_string(pid()) + "/maps"};
+        const std::string text{std::istreambuf_iterator<char>{maps}, {}};
+        return text.find("libcrypto") != std::string::npos;
+    };
+    client someone = connect();
+    someone.login();
+    EXPECT_FALSE(is_mapped());
+    EXPECT_NE(someone.ask("a GET secret"), "a value \na OK\n");
+    EXPECT_TRUE(is_mapped());
 }
 
 TEST_F(Startup, AnotherUserHasAPidFileOfTheirOwn) {
