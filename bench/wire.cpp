@@ -69,6 +69,13 @@ std::string_view wire::ask(std::string_view request) {
     }
 }
 
+void wire::skip(std::string_view bytes) const {
+    for (char wanted : bytes) {
+        char got = 0;
+        if (read(fd_.get(), &got, 1) != 1 || got != wanted) give_up("not the answer expected");
+    }
+}
+
 void wire::login() {
     ask("t LOGIN root\n");
 }

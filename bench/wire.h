@@ -20,6 +20,9 @@ class wire {
      * The reply is valid until the next call. */
     std::string_view ask(std::string_view request);
 
+    /* Reads exactly that. */
+    void skip(std::string_view bytes) const;
+
     /* Logs in as the account that runs the program. */
     void login();
 
