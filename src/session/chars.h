@@ -5,6 +5,7 @@
 #    error "chars.h is for C++ sources"
 #endif
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -42,8 +43,16 @@ inline size_t run_without_controls(const char *text, size_t length) {
     return at;
 }
 
-constexpr char upper(char c) {
-    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+inline constexpr auto k_capitals = [] {
+    std::array<char, 256> capitals{};
+    for (size_t c = 'A'; c <= 'Z'; ++c)
+        capitals[c] = capitals[c - 'A' + 'a'] = static_cast<char>(c);
+    return capitals;
+}();
+
+/* The capital of a letter, NUL for what is none. */
+constexpr char capital(char c) {
+    return k_capitals[static_cast<unsigned char>(c)];
 }
 
 /* The length of the leading run of a class, at most limit. */

@@ -117,7 +117,7 @@ constexpr bool words_are_upper_case_letters() {
         const std::string_view word = command.word;
         if (word.empty() || !command.help) return false;
         for (char c : word) {
-            if (!is_letter(c) || upper(c) != c) return false;
+            if (capital(c) != c || c == '\0') return false;
         }
     }
     return true;
@@ -134,13 +134,13 @@ constexpr session_command k_unknown = {"", session_process_invalid, 1, 1, ""};
 const session_command &find_command(const char *text, const char **rest) {
     uint32_t hash = k_index.seed;
     const char *end = text;
-    for (; is_letter(*end); ++end)
-        hash = add_to_hash(hash, upper(*end));
+    for (; capital(*end) != '\0'; ++end)
+        hash = add_to_hash(hash, capital(*end));
     *rest = end;
     const uint8_t row = k_index.row[slot_of(hash)];
     if (row == k_no_command) return k_unknown;
     const char *word = k_commands[row].word;
-    while (text < end && upper(*text) == *word) {
+    while (text < end && capital(*text) == *word) {
         ++text;
         ++word;
     }

@@ -208,7 +208,7 @@ void take_over(ccd_session *session, ccd_session *found) {
 }  // namespace
 
 int session_process_noop(ccd_session *session, const char *id, const char *) {
-    session_writef(session, "%s OK\n", id);
+    session_write_reply(session, id, " OK", "");
     return 0;
 }
 

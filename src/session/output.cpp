@@ -173,25 +173,24 @@ int session_writef(ccd_session *session, const char *format, ...) {
 
 int session_write_reply(ccd_session *session, const char *id, const char *literal,
                         const char *text) {
-    const size_t id_length = strlen(id);
-    const size_t literal_length = strlen(literal);
-    const size_t text_length = strlen(text);
-    const size_t size = id_length + literal_length + text_length + 1;
+    const std::string_view parts[] = {id, literal, text};
+    const size_t size = parts[0].size() + parts[1].size() + parts[2].size() + 1;
     databuf *out = session->outbuf;
     if (!out) return 0;
     if (session->output_lost) return lose_output(session);
     if (log_protocol_is_open() || size > k_reply_max) {
         return session_writef(session, "%s%s%s\n", id, literal, text);
     }
-    make_room(out, static_cast<int>(size));
-    if (databuf_reserve(out, static_cast<int>(size)) < static_cast<int>(size))
+    const int length = static_cast<int>(size);
+    make_room(out, length);
+    if (out->size - out->end < length && databuf_reserve(out, length) < length)
         return lose_output(session);
-    char *to = std::copy_n(id, id_length, out->buf + out->end);
-    to = std::copy_n(literal, literal_length, to);
-    std::copy_n(text, text_length, to);
-    blank_control_characters(to, text_length);
-    to[text_length] = '\n';
-    out->end += static_cast<int>(size);
+    char *to = out->buf + out->end;
+    for (std::string_view part : parts)
+        to = static_cast<char *>(mempcpy(to, part.data(), part.size()));
+    *to = '\n';
+    blank_control_characters(to - parts[2].size(), parts[2].size());
+    out->end += length;
     if (session->fdcb_out) session->fdcb_out->type |= FD_CALLBACK_WRITE;
     return 0;
 }
