@@ -261,8 +261,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const cnfmodule *module = lli->module;
     tree_ptr tree{cnfmodule_parse_text(module, "FILE", text.data(), text.size())};
     if (!tree) return 0;
-    destroy_cnftree(lli->cn_root);
-    lli->cn_root = tree.release();
+    llconf_install_cnftree(lli, tree.release());
     std::vector<edit> edits = read_edits(rest);
     for (const edit &e : edits)
         evaluate(*g_state, call_of(e, lli->cn_root, lli->name));

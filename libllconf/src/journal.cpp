@@ -71,6 +71,7 @@ void undo_name(edit &e) {
 
 /* Takes one step back. Returns a tree that nobody has a use for any more, or null. */
 node_record *undo(journal_log *log, edit &e) {
+    g_edit_count++;
     node_record *node = e.node;
     switch (e.what) {
         case step::flags:

@@ -129,6 +129,9 @@ node_record *clone_alone(const node_record *node);
 /* Frees a detached tree without a look at journals. */
 void free_tree(node_record *top);
 
+/* What cnf_edit_count answers: counted by whatever touches a name, a value or a link. */
+extern uint64_t g_edit_count;
+
 /* Link and unlink without journal or marks; the index follows. position null: at the end. */
 void link_node(node_record *parent, node_record *node, node_record *position);
 void take_out(node_record *node);

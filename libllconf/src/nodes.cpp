@@ -29,6 +29,8 @@
 
 static_assert(offsetof(cnfnode, next) == 0);
 
+uint64_t g_edit_count = 0;
+
 namespace {
 
 char *copy_text(char *to, std::string_view text) {
@@ -46,6 +48,7 @@ size_t marks_needed(const node_record *node) {
 }
 
 void mark_changed(journal_log *log, node_record *node, uint32_t flags) {
+    g_edit_count++;
     if (node == nullptr) return;
     bool marked_above = node->has(k_changed);
     if ((node->flags & flags) != flags) {
@@ -189,6 +192,7 @@ void free_tree(node_record *top) {
 }
 
 void link_node(node_record *parent, node_record *node, node_record *position) {
+    g_edit_count++;
     node_record *before = position != nullptr ? position->prev : parent->last_child;
     node->parent = parent;
     node->prev = before;
@@ -207,6 +211,7 @@ void link_node(node_record *parent, node_record *node, node_record *position) {
 }
 
 void take_out(node_record *node) {
+    g_edit_count++;
     node_record *parent = node->up();
     node_record *next = node->next_node();
     index_remove(node);
@@ -381,6 +386,10 @@ cnfnode *find_node(const cnfnode *first_sibling, const char *name) {
         if (std::strcmp(node->name, name) == 0) return node;
     }
     return nullptr;
+}
+
+uint64_t cnf_edit_count(void) {
+    return g_edit_count;
 }
 
 int cnfnode_is_changed(const cnfnode *node) {

@@ -25,6 +25,7 @@ llconf_item *list_of(const trns_ctx_item *item) {
 }
 
 void unlink_from(trns_ctx_item *item, llconf_item *lli) {
+    trns_note_change();
     item->data = slist_unlink(list_of(item), lli);
     lli->next = nullptr;
     llconf_forget_lookups();
@@ -77,6 +78,7 @@ int register_llconf_module(llconf_item *lli) {
     trns_ctx_item *item = master_item();
     if (!item) return -1;
     item->data = slist_append(list_of(item), lli);
+    trns_note_change();
     return 0;
 }
 

@@ -80,6 +80,12 @@ size_t ll_trns_size_ctx(const trns_ctx_item *item) {
     return llconf_shadow_list_size(list_of(item));
 }
 
+int ll_trns_differs(const trns_ctx_item *item) {
+    for (const llconf_item *lli = list_of(item); lli; lli = lli->next)
+        if (lli->cn_root) return 1;
+    return 0;
+}
+
 /* A tree of this size is tried within a few milliseconds. A larger one is, when no line of its file
  * depends on another, as soon as the fork behind it; any other is read back whole. */
 constexpr size_t k_quickly_tried = size_t{4} << 20;
@@ -128,7 +134,9 @@ trns_interface *ll_register_tctx_interface(void) {
     trns_interface *tiface = register_trns_interface(
         k_ll_trns_id, ll_trns_create_ctx, ll_trns_destroy_ctx, ll_trns_copy_ctx, ll_trns_submit_ctx,
         ll_trns_cancel_ctx, ll_trns_commit_ctx, ll_trns_revert_ctx, ll_trns_isdirty_ctx);
-    if (tiface) tiface->size = ll_trns_size_ctx;
+    if (!tiface) return nullptr;
+    tiface->size = ll_trns_size_ctx;
+    tiface->differs = ll_trns_differs;
     return tiface;
 }
 

@@ -36,12 +36,14 @@
 #include <cstring>
 #include <new>
 #include <string_view>
+#include <utility>
 
 #include "backend/items.h"
 #include "daemon/trace.h"
 #include "fe/fe.h"
 #include "llconf/modules.h"
 #include "llconf/nodes.h"
+#include "tree/trns.h"
 #include "ucfgd/owners.h"
 
 static_assert(offsetof(llconf_item, next) == 0);
@@ -173,7 +175,7 @@ llconf_item *create_llconf_item(const char *name, const char *modname, const cha
         !attach_source(lli.get(), filename, pipe_in, pipe_out, pattern)) {
         return nullptr;
     }
-    lli->cn_root = create_cnfnode("(root)");
+    llconf_exchange_tree(lli.get(), create_cnfnode("(root)"));
     if (!lli->cn_root) return nullptr;
     lli->is_dirty = 1;
     return lli.release();
@@ -263,6 +265,11 @@ llconf_item *create_llconf_shadow_list(llconf_item *list) {
         shadows.append(shadow);
     }
     return shadows.release();
+}
+
+cnfnode *llconf_exchange_tree(llconf_item *lli, cnfnode *tree) {
+    if (tree != lli->cn_root) trns_note_change();
+    return std::exchange(lli->cn_root.tree_, tree);
 }
 
 llconf_item *llconf_primary_item(llconf_item *lli) {

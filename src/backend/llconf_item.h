@@ -46,6 +46,29 @@ typedef struct llconf_file {
     uint64_t st_ino; /* inode at the last parse */
 } llconf_file;
 
+#ifdef __cplusplus
+}
+
+/* The tree of an item: a pointer that everybody may read and llconf_exchange_tree alone sets, since
+ * answers are kept for as long as all trees are what they were (tree/kept.h). */
+class item_tree {
+  public:
+    item_tree() = default;
+    item_tree(const item_tree &) = delete;
+    item_tree &operator=(const item_tree &) = delete;
+    operator cnfnode *() const { return tree_; }
+    cnfnode *operator->() const { return tree_; }
+
+  private:
+    friend cnfnode *llconf_exchange_tree(struct llconf_item *lli, cnfnode *tree);
+    cnfnode *tree_ = nullptr;
+};
+
+extern "C" {
+#else
+typedef struct cnfnode *item_tree;
+#endif
+
 /* One backend module instance, or the shadow of one in a transaction copy. The record goes on
  * behind these fields: only the functions below make one. */
 typedef struct llconf_item {
@@ -57,7 +80,7 @@ typedef struct llconf_item {
     char *pipe_in;            /* command whose output is parsed, when there is no file */
     char *pipe_out;           /* command that receives the unparsed text */
     unsigned int flags;       /* LLI_FLAG_ bits */
-    struct cnfnode *cn_root;  /* the tree, its top named "(root)" */
+    item_tree cn_root;        /* the tree, its top named "(root)" */
     int is_dirty;             /* the tree differs from the source */
     int delete_me;            /* commit removes the file and releases the item */
     struct llconf_item *item_orig;  /* the item that this one shadows; null for a primary */
@@ -137,6 +160,16 @@ struct cnfnode *llconf_get_cnftree_read(llconf_item *lli);
  * it can be taken back. Marks nothing dirty: who edits does. Null when there is no tree at all, or
  * memory is exhausted (ENOMEM). */
 struct cnfnode *llconf_get_cnftree_write(llconf_item *lli);
+
+#ifdef __cplusplus
+}
+
+/* Sets the tree and nothing else, for whoever keeps the item's records true to it. The one that
+ * stood there, which is the caller's. */
+cnfnode *llconf_exchange_tree(llconf_item *lli, cnfnode *tree);
+
+extern "C" {
+#endif
 
 /* The primary item at the end of the item_orig links: the one that has a source. */
 llconf_item *llconf_primary_item(llconf_item *lli);

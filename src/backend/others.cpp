@@ -78,8 +78,9 @@ int take_in_file(item_record *item) {
     if (!path) return ENOMEM;
     others_work work;
     const bool goes = item->delete_me || item_means_no_file(item);
-    const cnfnode *tree = goes ? nullptr : item->cn_root;
-    const int reason = look_for_others(item->module, path.get(), *item->seen, tree, work);
+    const cnfnode *tree = item->cn_root;
+    const int reason =
+        look_for_others(item->module, path.get(), *item->seen, goes ? nullptr : tree, work);
     if (reason != 0 || !work.now) return reason;
     auto now = std::make_shared<const seen_file>(std::move(*work.now));
     if (work.merged) llconf_install_cnftree(item, work.merged.release());

@@ -27,7 +27,7 @@ void end_loan(item_record *borrower) {
     item_record *lender = record_of(borrower->item_orig);
     lender->borrower = nullptr;
     borrower->journal = nullptr;
-    borrower->cn_root = nullptr;
+    llconf_exchange_tree(borrower, nullptr);
     item_enter(lender, tree_event::given_back);
     item_enter(borrower, tree_event::given_back);
 }
@@ -42,7 +42,7 @@ recorded_tree detach_tree(item_record *item) {
     if (item->state == tree_state::borrowed) return_borrowed_tree(item);
     if (item->state == tree_state::lent) return_borrowed_tree(item->borrower);
     if (item->state == tree_state::own) item_enter(item, tree_event::dropped);
-    return {std::exchange(item->cn_root, nullptr), std::exchange(item->record, nullptr),
+    return {llconf_exchange_tree(item, nullptr), std::exchange(item->record, nullptr),
             std::exchange(item->seen, nullptr)};
 }
 
@@ -69,7 +69,7 @@ void borrow_tree(item_record *item, item_record *lender) {
     item->journal = cnf_journal_begin(lender->cn_root);
     if (!item->journal) return;
     item->archived = lender->archived;
-    item->cn_root = lender->cn_root;
+    llconf_exchange_tree(item, lender->cn_root);
     lender->borrower = item;
     item_enter(item, tree_event::borrows);
     item_enter(lender, tree_event::lends);
@@ -77,7 +77,7 @@ void borrow_tree(item_record *item, item_record *lender) {
 
 void copy_tree(item_record *item, const item_record *from) {
     trace(4, "%s: cloning tree %s\n", "llconf_get_cnftree_write", item->name);
-    item->cn_root = clone_cnftree(from->cn_root);
+    llconf_exchange_tree(item, clone_cnftree(from->cn_root));
     if (!item->cn_root) return;
     item->record = from->record;
     item->seen = from->seen;
@@ -118,7 +118,7 @@ void move_tree_up(item_record *shadow) {
         } else {
             put_aside(orig, std::move(old));
         }
-        orig->cn_root = tree.tree;
+        llconf_exchange_tree(orig, tree.tree);
         orig->record = std::move(tree.record);
         orig->seen = std::move(tree.seen);
     }
@@ -150,7 +150,7 @@ void llconf_install_cnftree(llconf_item *lli, cnfnode *tree) {
     drop(item->replaced);
     recorded_tree old = detach_tree(item);
     recorded_tree parsed = std::exchange(item->parsed, {});
-    item->cn_root = tree;
+    llconf_exchange_tree(item, tree);
     if (tree && parsed.tree == tree) {
         item->record = std::move(parsed.record);
         item->seen = std::move(parsed.seen);
@@ -165,7 +165,7 @@ void item_put_back(item_record *primary) {
     recorded_tree back = std::exchange(primary->replaced, {});
     recorded_tree edits = detach_tree(primary);
     drop(edits);
-    primary->cn_root = back.tree;
+    llconf_exchange_tree(primary, back.tree);
     primary->record = std::move(back.record);
     primary->seen = std::move(back.seen);
     primary->archived.reset();
@@ -179,7 +179,8 @@ void item_drop_replaced(item_record *primary) {
 
 cnfnode *llconf_get_cnftree_read(llconf_item *lli) {
     const llconf_item *item = nearest_with_tree(lli);
-    return item ? item->cn_root : nullptr;
+    if (!item) return nullptr;
+    return item->cn_root;
 }
 
 cnfnode *llconf_get_cnftree_write(llconf_item *lli) {

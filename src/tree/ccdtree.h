@@ -63,8 +63,8 @@ typedef struct ccdtree_node {
 extern ccdtree_node *g_ccdtree;
 extern ccdtree_node *g_mgmttree;
 
-/* Grows whenever a node of any tree is linked, unlinked or destroyed: what was found out about a
- * tree before may not hold any more. */
+/* Grows whenever a node of any tree is linked, unlinked, destroyed or given a method: what was
+ * found out about a tree before may not hold any more. */
 extern unsigned int g_ccdtree_changes;
 
 /* A new root without children. */

@@ -158,6 +158,7 @@ constexpr method_key k_method_keys[] = {
 
 void ccdtree_parse_tree_func(ccdtree_node *node, const cnfnode *entry, fe_def *fed_list,
                              method_tails *tails) {
+    g_ccdtree_changes++;
     const reading_entry here{entry};
     for (const method_key &key : k_method_keys) {
         if (key.name == entry->name) {

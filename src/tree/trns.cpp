@@ -19,12 +19,15 @@
 #include <new>
 
 #include "daemon/trace.h"
+#include "llconf/nodes.h"
 #include "ucfgd/owners.h"
 #include "ucfgd/slist.h"
 
 trns_interface *g_trns_iface_list = nullptr;
 trns_ctx *g_trns_ctx = nullptr;
 struct fe_context *g_trns_fe_context = nullptr;
+
+static uint64_t g_changes = 1;
 
 static_assert(offsetof(trns_interface, next) == 0);
 static_assert(offsetof(trns_ctx_item, next) == 0);
@@ -74,6 +77,13 @@ owned_ctx make_ctx(trns_ctx *parent) {
     return ctx;
 }
 
+/* Shadows of items that come later are no difference: they have no state before an edit. */
+bool differs_from_parent(const trns_ctx *ctx) {
+    for (const trns_ctx_item *item = ctx->item_list; item; item = item->next)
+        if (!item->tiface->differs || item->tiface->differs(item)) return true;
+    return false;
+}
+
 void append_item(trns_ctx *ctx, owned_item item) {
     ctx->item_list = slist_append(ctx->item_list, item.release());
 }
@@ -89,9 +99,9 @@ trns_interface *register_trns_interface(
     int (*copy)(trns_ctx_item *, trns_ctx_item *), int (*submit)(trns_ctx_item *),
     int (*cancel)(trns_ctx_item *), int (*commit)(trns_ctx_item *), int (*revert)(trns_ctx_item *),
     int (*isdirty)(trns_ctx_item *)) {
-    auto *tiface =
-        new (std::nothrow) trns_interface{nullptr, id,     create, destroy, copy,    submit,
-                                          cancel,  commit, revert, isdirty, nullptr, nullptr};
+    auto *tiface = new (std::nothrow)
+        trns_interface{nullptr, id,     create,  destroy, copy,    submit, cancel,
+                       commit,  revert, isdirty, nullptr, nullptr, nullptr};
     if (!tiface) {
         errno = ENOMEM;
         return nullptr;
@@ -180,8 +190,26 @@ size_t trns_ctx_size(const trns_ctx *ctx) {
     return size;
 }
 
+uint64_t trns_version(void) {
+    return g_changes + cnf_edit_count();
+}
+
+void trns_note_change(void) {
+    g_changes++;
+}
+
+const trns_ctx *trns_seen_ctx(trns_ctx *ctx) {
+    const uint64_t version = trns_version();
+    if (ctx->seen_version != version) {
+        ctx->seen = !ctx->parent || differs_from_parent(ctx) ? ctx : trns_seen_ctx(ctx->parent);
+        ctx->seen_version = version;
+    }
+    return ctx->seen;
+}
+
 void trns_destroy_ctx(trns_ctx *ctx) {
     if (!ctx) return;
+    if (ctx->seen == ctx) trns_note_change(); /* its place may be another's soon */
     for (trns_ctx_item *item : removal_safe(ctx->item_list)) {
         item->tiface->destroy(item);
         delete item;

@@ -13,6 +13,7 @@
  */
 
 #include <stddef.h>
+#include <stdint.h>
 
 #ifdef __cplusplus
 extern "C" {
@@ -46,6 +47,9 @@ typedef struct trns_interface {
     /* About how many bytes the state of a copied context holds of its own. May be null; set behind
      * registration. */
     size_t (*size)(const struct trns_ctx_item *item);
+    /* Whether reads of a copied context may find something else than those of its parent. May be
+     * null, which counts as yes; set behind registration. */
+    int (*differs)(const struct trns_ctx_item *item);
 } trns_interface;
 
 /* One backend's state within one context. */
@@ -61,6 +65,8 @@ typedef struct trns_ctx {
     trns_ctx_item *item_list; /* in the order of registration */
     struct trns_ctx *parent;  /* the context that it was copied from, or null */
     int serial;
+    const struct trns_ctx *seen; /* private: what trns_seen_ctx has answered, */
+    uint64_t seen_version;       /* and at which version */
 } trns_ctx;
 
 /* The name under which operations take the caller's transaction context. */
@@ -109,6 +115,16 @@ int trns_get_ctx_serial(const trns_ctx *ctx);
 /* About how many bytes of memory a copied context holds of its own; 0 for null. It costs what the
  * backends' size operations cost. */
 size_t trns_ctx_size(const trns_ctx *ctx);
+
+/* Grows whenever a read in any context might find something else than before: with each edit of a
+ * tree, and each trns_note_change, which is for backends that exchange a tree for another or have
+ * other state than trees. Never 0. */
+uint64_t trns_version(void);
+void trns_note_change(void);
+
+/* Whose state reads in ctx find: ctx itself, or where it has none of its own the nearest one that
+ * has. Two contexts with the same answer read the same until the version changes. */
+const trns_ctx *trns_seen_ctx(trns_ctx *ctx);
 
 /* Null is accepted. */
 void trns_destroy_ctx(trns_ctx *ctx);

@@ -91,6 +91,10 @@ int cnfnode_is_formatting(const struct cnfnode *node);
  */
 int cnfnode_is_changed(const struct cnfnode *node);
 
+/* Grows with every edit: whenever a node of any tree is linked, taken out, named or given a value,
+ * also by an undo. While it stays, a tree says what it said before. */
+uint64_t cnf_edit_count(void);
+
 /* The number of the text that node was read from, the same for all nodes of one parse and for their
  * clones, and never used again; 0 for a node that no parser read. */
 uint64_t cnfnode_source(const struct cnfnode *node);
