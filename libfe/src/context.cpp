@@ -189,6 +189,7 @@ int set_variable(fe_context *ctx, symbol_ptr name, std::string_view value) {
 }
 
 bool get_variable(const fe_context *ctx, const fe_symbol_record *name, std::string_view &value) {
+    if (name->impure) ++g_impure_count;
     for (; ctx != nullptr; ctx = ctx->parent) {
         const value_slot *slot = find_slot(record_of(const_cast<fe_context *>(ctx)), name);
         if (slot != nullptr) {

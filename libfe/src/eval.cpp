@@ -48,7 +48,14 @@ constinit fe_def g_def_const = {nullptr,      "const", evaluate_nothing, nullptr
 constinit fe_def g_def_unparsed = {nullptr,     "unparsed", evaluate_nothing, nullptr, nullptr,
                                    k_kind_call, 0};
 
+// What is pure in a function with a body, its calls tell one by one.
+bool is_pure(const fe_def *fed) {
+    return fed->private_data != nullptr &&
+           (fed->private_data->pure || fed->function == call_user_function);
+}
+
 fe_node *evaluate_call(fe_context *ctx, const fe_node *call) {
+    if (!is_pure(call->fed)) ++g_impure_count;
     if (g_run.depth >= k_max_nested_calls) {
         stop_run("an expression was stopped: more than 256 nested calls", ELOOP);
         return nullptr;

@@ -21,6 +21,7 @@ struct fe_symbol_record {
     uint32_t hash;
     uint32_t uses;
     uint32_t length;
+    bool impure;   // as purity.h means it
     char name[8];  // longer names go on behind the record
 };
 
@@ -32,10 +33,9 @@ struct fe_def_internal {
     struct fe_list_state *list;  // null once it has been taken out
     std::vector<fe_symbol_record *> parameters;
     fe_node *body;
-    int least = 0;  // arguments of a native function, as its owner has said
-    int most = -1;  // -1: what it likes
-    bool pure = false;
-    uint64_t seen_by_walk = 0;  // the last walk that looked at its body
+    int least = 0;      // arguments of a native function, as its owner has said
+    int most = -1;      // -1: what it likes
+    bool pure = false;  // as purity.h means it
 };
 
 // The identity of a list, and its end. Lives as long as the list has members.
@@ -229,6 +229,8 @@ inline bool charge(size_t nodes) {
 inline bool charge_text(size_t length) {
     return length < 256 || charge(length / 256);
 }
+
+extern unsigned long g_impure_count;
 
 fe_node *evaluate(fe_context *ctx, const fe_node *node);
 fe_node *evaluate_list(fe_context *ctx, const fe_node *first);

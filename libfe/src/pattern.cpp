@@ -123,6 +123,7 @@ pattern::pattern(pattern_kind kind, std::string_view text, std::string &what)
     const RE2::ErrorCode error = regex_->error_code();
     what = reason_of(error);
     if (error == RE2::ErrorPatternTooLarge && g_memory_met != nullptr) {
+        fe_note_impure();
         g_memory_met(std::string(text).c_str());
     }
     regex_.reset();

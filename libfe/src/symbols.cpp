@@ -152,6 +152,7 @@ symbol_ptr acquire_symbol(std::string_view name) {
     }
     symbol->hash = hash;
     symbol->uses = 1;
+    symbol->impure = false;
     symbol->length = static_cast<uint32_t>(name.size());
     memcpy(reinterpret_cast<char *>(symbol) + offsetof(fe_symbol_record, name), name.data(),
            name.size());
