@@ -14,6 +14,7 @@
 #include <string_view>
 #include <vector>
 
+#include "daemon/log.h"
 #include "fe/pattern.h"
 #include "llconf/nodes.h"
 #include "llconf/path.h"
@@ -71,6 +72,7 @@ int decimal(const char *text) {
 /* What else the main configuration may hold, by whom it is read. */
 constexpr std::string_view k_other_paths[] = {
     "config/timeout:",     "config/access-override:",                         /* k_numbers */
+    "config/log-level:",                                                      /* read_log_level */
     "config/log-changes:", "config/commits-kept:",    "config/commits-size:", /* archive */
     "users/*/access:",     "users/*/exec-user:",                              /* session_users */
     "groups/*/access:",    "groups/*/exec-user:",     "groups/*/members:",    /* session_users */
@@ -79,6 +81,24 @@ constexpr std::string_view k_other_paths[] = {
     "listen/*/tls:",       "listen/*/authtype:",                              /* and log-in */
     "authtype:",
 };
+
+/* By priority. */
+constexpr std::string_view k_levels[] = {"emerg",   "alert",  "crit", "err",
+                                         "warning", "notice", "info", "debug"};
+
+void read_log_level(const cnfnode *entry) {
+    const char *value = cnfnode_getval(entry) ? cnfnode_getval(entry) : "";
+    const auto *level = std::ranges::find(k_levels, value);
+    if (level != std::end(k_levels)) {
+        log_set_level(static_cast<int>(level - k_levels));
+        return;
+    }
+    const reading_entry here{entry};
+    complain(LOG_WARNING,
+             "Warning: log-level: '%s' is not emerg, alert, crit, err, warning, notice, info or "
+             "debug; everything is logged",
+             value);
+}
 
 void read_log_changes(std::string_view value) {
     g_log_changes = value == "yes" ? 1 : 0;
@@ -145,8 +165,10 @@ void parse_config(const cnfnode *root) {
         });
     const char *log_changes = entry_of(root, "config/log-changes:");
     read_log_changes(log_changes ? log_changes : "no");
+    log_set_level(LOG_DEBUG);
     const cnfnode *section = find_node(root->first_child, "config");
     if (!section) return;
+    if (const cnfnode *level = find_node(section->first_child, "log-level:")) read_log_level(level);
     for (const cnfnode *node = section->first_child; node; node = node->next)
         for (const number_entry &entry : k_numbers)
             if (entry.name == cnfnode_getname(node))

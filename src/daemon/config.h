@@ -33,8 +33,8 @@ struct archive_bounds {
 };
 archive_bounds read_archive_bounds(const cnfnode *root);
 
-/* Takes the idle limit and the access override from the first `config` section, and the limits from
- * the first `limits` section. */
+/* Takes the idle limit, the access override and the log level from the first `config` section, and
+ * the limits from the first `limits` section. */
 void parse_config(const cnfnode *root);
 
 #endif

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <string_view>
 
+#include "daemon/log.h"
 #include "ucfgd/owners.h"
 
 namespace {
@@ -36,6 +37,7 @@ bool send_to_journal(const std::string &message) {
 }  // namespace
 
 void log_with_fields(int priority, const std::string &text, const std::vector<log_field> &fields) {
+    if (log_takes(priority) == 0) return;
     const errno_guard keep;
     const auto ways = daemon_log_use;
     if ((ways & DAEMON_LOG_SYSLOG) != 0) {

@@ -3,7 +3,9 @@
 #include <libdaemon/dlog.h>
 #include <poll.h>
 #include <pthread.h>
+#include <signal.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -12,6 +14,7 @@
 #include <cstring>
 #include <new>
 #include <string_view>
+#include <utility>
 
 #include "daemon/log_sink.h"
 #include "daemon/loop.h"
@@ -22,6 +25,10 @@
  * for it. So every line leaves through a sink (log_sink.h) that gives what is taken at once and
  * keeps the rest; a timer of the loop tries again, ever more seldom while nothing moves. A process
  * without a loop, before the start or in a forked child, tries again with each line and at its end.
+ *
+ * A line is short and a system call is not, so the lines of a round are gathered in the sinks and
+ * leave with one write. A process that is killed takes with it what it did for requests that it had
+ * not answered; one that crashes still writes what is gathered, since those lines tell why.
  *
  * The names of the C library and of libdaemon are taken over here, not wrapped: what PAM's modules
  * and libdaemon itself have to say blocks as well as our own lines, and the program's definitions
@@ -48,7 +55,14 @@ struct outlets {
     log_sink *all[4] = {&output, &error, &protocol, &syslog};
 };
 
+constexpr int k_crashes[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT};
+
 bool g_is_child = false;
+bool g_gathering = false;
+bool g_gathered = false; /* since the last log_flush */
+bool g_catching = false;
+struct sigaction g_before_crash[std::size(k_crashes)];
+int g_level = LOG_DEBUG;
 loop_timer g_retry{};
 long g_retry_ms = k_first_retry_ms;
 
@@ -67,13 +81,14 @@ outlets &outs();
 
 void forget_in_child() {
     g_is_child = true;
+    g_gathering = false;
     for (log_sink *sink : outs().all)
         sink->forget();
 }
 
 outlets &outs() {
     static outlets *const made = [] {
-        pthread_atfork(nullptr, nullptr, forget_in_child);
+        pthread_atfork(log_flush, nullptr, forget_in_child);
         return new outlets;
     }();
     return *made;
@@ -103,11 +118,54 @@ void retry(void * /*data*/) {
     loop_set_timer(&g_retry, g_retry_ms, retry, nullptr);
 }
 
-void put(log_sink &sink, std::string_view message) {
-    sink.put(message);
+void retry_later(const log_sink &sink) {
     if (!sink.waits() || g_retry.due != 0) return;
     g_retry_ms = k_first_retry_ms;
     loop_set_timer(&g_retry, g_retry_ms, retry, nullptr);
+}
+
+void put(log_sink &sink, std::string_view message) {
+    sink.put(message);
+    retry_later(sink);
+}
+
+/* Whole lines, and not of an error. */
+void put_soon(log_sink &sink, std::string_view lines) {
+    if (!g_gathering) {
+        put(sink, lines);
+        return;
+    }
+    sink.gather(lines);
+    g_gathered = true;
+}
+
+/* Looks at plain memory and calls nothing that a crash could have left in a bad state. */
+void write_gathered(const log_sink &sink) {
+    std::string_view left = sink.gathered();
+    pollfd waiting{sink.descriptor(), POLLOUT, 0};
+    while (!left.empty() && poll(&waiting, 1, 0) > 0) {
+        const ssize_t written = write(waiting.fd, left.data(), left.size());
+        if (written <= 0) return;
+        left.remove_prefix(static_cast<size_t>(written));
+    }
+}
+
+/* What was to happen otherwise happens when this returns. */
+void act_on_crash(int signal_number) {
+    for (size_t i = 0; i < std::size(k_crashes); i++)
+        sigaction(k_crashes[i], &g_before_crash[i], nullptr);
+    write_gathered(outs().error);
+    write_gathered(outs().output);
+    write_gathered(outs().protocol);
+    raise(signal_number);
+}
+
+void catch_crashes() {
+    outs(); /* made now and not in the handler */
+    struct sigaction action {};
+    action.sa_handler = act_on_crash;
+    for (size_t i = 0; i < std::size(k_crashes); i++)
+        sigaction(k_crashes[i], &action, &g_before_crash[i]);
 }
 
 /* One line of text out of a format, with room for a newline behind it. */
@@ -212,6 +270,7 @@ void own_checked_syslog(int priority, int, const char *format, ...) {
 }  // extern "C"
 
 void daemon_logv(int priority, const char *format, va_list arguments) {
+    if (log_takes(priority) == 0) return;
     const errno_guard keep;
     const log_line line{format, arguments};
     if (g_observer && g_observer(priority, std::string{line.text()}.c_str())) return;
@@ -219,8 +278,33 @@ void daemon_logv(int priority, const char *format, va_list arguments) {
         send_to_syslog(priority | LOG_DAEMON, daemon_log_ident ? daemon_log_ident : "UNKNOWN",
                        getpid(), line.text());
     if (priority > g_verbosity) return;
-    if ((daemon_log_use & DAEMON_LOG_STDERR) != 0) put(outs().error, line.with_newline());
-    if ((daemon_log_use & DAEMON_LOG_STDOUT) != 0) put(outs().output, line.with_newline());
+    if ((daemon_log_use & DAEMON_LOG_STDERR) != 0) put_soon(outs().error, line.with_newline());
+    if ((daemon_log_use & DAEMON_LOG_STDOUT) != 0) put_soon(outs().output, line.with_newline());
+    if (priority <= LOG_ERR) log_flush();
+}
+
+void log_set_level(int priority) {
+    g_level = priority;
+}
+
+int log_takes(int priority) {
+    return priority <= g_level || g_observer ? 1 : 0;
+}
+
+void log_gather(int on) {
+    log_flush();
+    if (on != 0 && !std::exchange(g_catching, true)) catch_crashes();
+    g_gathering = on != 0;
+}
+
+void log_flush(void) {
+    if (!g_gathered) return;
+    const errno_guard keep;
+    g_gathered = false;
+    for (log_sink *sink : outs().all) {
+        sink->give_gathered();
+        retry_later(*sink);
+    }
 }
 
 void log_set_observer(log_observer observer) {
@@ -240,6 +324,7 @@ void daemon_log(int priority, const char *format, ...) {
 
 void log_text(int fd, const char *text, size_t size) {
     const errno_guard keep;
+    log_flush();
     if (size > 0) put(fd == 2 ? outs().error : outs().output, {text, size});
 }
 
@@ -257,7 +342,7 @@ void log_protocol(const char *prefix, const char *text, size_t size) {
     try {
         std::string message = std::string{prefix}.append(text, size);
         if (!message.ends_with('\n')) message += '\n';
-        put(outs().protocol, message);
+        put_soon(outs().protocol, message);
     } catch (const std::bad_alloc &) {
         /* A line less. */
     }

@@ -14,9 +14,12 @@
  *     goes the same way.
  *  3. A log line is one line: control characters in it become blanks, so that no text from outside
  *     can pass for a line of its own. What is longer than 16 KiB is cut.
- *  4. A forked child has queues of its own, empty at first. Whoever ends a process calls
+ *  4. While the loop runs, lines that no error is among are gathered and leave together, at the
+ *     latest before the loop waits, before a reply is sent and before a fork: what a client has been
+ *     told of is in the log. Those for the system log leave at once.
+ *  5. A forked child has queues of its own, empty at first. Whoever ends a process calls
  *     log_finish.
- *  5. errno is kept by all functions that do not return a result.
+ *  6. errno is kept by all functions that do not return a result.
  */
 
 #ifdef __cplusplus
@@ -27,6 +30,19 @@ extern "C" {
  * that is answered with true goes no further. */
 typedef bool (*log_observer)(int priority, const char *text);
 void log_set_observer(log_observer observer);
+
+/* The least important priority, as syslog numbers them, whose lines are logged: LOG_DEBUG until it
+ * is set. Others are not even formatted. What is not written with daemon_log does not go by it. */
+void log_set_level(int priority);
+
+/* Whether a line of that priority is logged, for callers that would make a text in vain. */
+int log_takes(int priority);
+
+/* From now on gathers lines, or not (0) any more. Whoever turns it on sees to log_flush. */
+void log_gather(int on);
+
+/* Lets the lines that are gathered leave. Costs nothing when there are none. */
+void log_flush(void);
 
 /* Writes text, whole lines, to standard output (1) or standard error (2). */
 void log_text(int fd, const char *text, size_t size);

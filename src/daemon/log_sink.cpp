@@ -39,6 +39,41 @@ std::string loss_text(unsigned long count) {
 
 }  // namespace
 
+void log_sink::gather(std::string_view line) {
+    if (!lines_) lines_.reset(new (std::nothrow) char[k_gathered_max]);
+    if (line.size() > k_gathered_max - gathered_) give_gathered();
+    if (!lines_ || line.size() > k_gathered_max) {
+        put(line);
+        return;
+    }
+    line.copy(lines_.get() + gathered_, line.size());
+    gathered_ += line.size();
+}
+
+/* What is not taken at once is queued, dropped and counted line by line. */
+void log_sink::give_gathered() {
+    if (gathered_ == 0) return;
+    std::string_view lines = gathered();
+    gathered_ = 0; /* before flush looks */
+    size_t given = 0;
+    const fate result = flush() ? give_all(lines, given) : fate::waits;
+    if (result == fate::given) return;
+    if (given > 0) {
+        const size_t begun = lines.rfind('\n', given - 1) + 1;
+        lines.remove_prefix(begun);
+        given -= begun;
+    }
+    while (!lines.empty()) {
+        const size_t size = lines.find('\n') + 1;
+        if (result == fate::waits)
+            enqueue(lines.substr(0, size), given);
+        else
+            lose();
+        lines.remove_prefix(size);
+        given = 0;
+    }
+}
+
 void log_sink::put(std::string_view message) {
     size_t given = 0;
     if (flush()) {
@@ -56,6 +91,7 @@ void log_sink::put(std::string_view message) {
 }
 
 bool log_sink::flush() {
+    give_gathered();
     while (!queue_.empty()) {
         const std::string &first = queue_.front();
         const fate result = give_all(first, given_);
@@ -118,7 +154,8 @@ void log_sink::lose() {
     limit_count(k_limit_log_queue, 1);
 }
 
-void log_sink::drop_queue() {
+void log_sink::drop_all() {
+    gathered_ = 0;
     queue_.clear();
     queued_ = 0;
     given_ = 0;
@@ -265,7 +302,7 @@ void syslog_sink::move_errors(log_sink &other) {
         if (LOG_PRI(std::atoi(message.c_str() + 1)) <= LOG_ERR)
             other.put(message.substr(end + 1) + '\n');
     }
-    drop_queue();
+    drop_all();
 }
 
 std::string syslog_sink::loss_notice(unsigned long count) const {

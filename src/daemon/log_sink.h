@@ -5,10 +5,12 @@
 #    error "log_sink.h is for C++ sources"
 #endif
 
+#include <limits.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 
 #include <list>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -25,6 +27,11 @@ class log_sink {
 
     /* Gives a message to the reader, or queues or drops it. */
     void put(std::string_view message);
+    /* The same for a whole line, which may wait for others until give_gathered, put, flush, or the
+     * crash of the process: all leave at once. */
+    void gather(std::string_view line);
+    void give_gathered();
+    std::string_view gathered() const { return {lines_.get(), gathered_}; }
     /* Gives what is queued; true when nothing is left. */
     bool flush();
     bool waits() const { return !queue_.empty(); }
@@ -33,7 +40,7 @@ class log_sink {
     /* What to wait for while something is queued; -1 where waiting does not help. */
     virtual int descriptor() const = 0;
     /* In a forked child: what is queued is the parent's, and so is the way out. */
-    virtual void forget() { drop_queue(); }
+    virtual void forget() { drop_all(); }
 
   protected:
     /* Gives bytes without waiting: how many were taken; -1 (EAGAIN) when the message has to wait,
@@ -42,7 +49,7 @@ class log_sink {
     /* The message that tells of lost ones. */
     virtual std::string loss_notice(unsigned long count) const = 0;
     const std::list<std::string> &queue() const { return queue_; }
-    void drop_queue();
+    void drop_all();
 
   private:
     enum class fate { given, waits, lost };
@@ -52,6 +59,11 @@ class log_sink {
     void note_losses();
     void lose();
 
+    /* What a pipe takes whole: no line of a child comes in between. */
+    static constexpr size_t k_gathered_max = PIPE_BUF;
+
+    std::unique_ptr<char[]> lines_; /* made when the first line is gathered */
+    size_t gathered_ = 0;
     std::list<std::string> queue_; /* which takes no memory while it is empty */
     size_t queued_ = 0;            /* bytes of all */
     size_t given_ = 0;             /* bytes of the first that are out already */

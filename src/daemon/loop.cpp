@@ -71,6 +71,7 @@ bool g_stopping = false;
 
 void (*g_sweep)(void) = nullptr;
 void (*g_closed)(void) = nullptr;
+void (*g_before_wait)(void) = nullptr;
 
 /* The descriptors that are waited for. */
 struct watch_sets {
@@ -253,6 +254,10 @@ void loop_set_hooks(void (*sweep)(void), void (*closed)(void)) {
     g_closed = closed;
 }
 
+void loop_set_before_wait(void (*before_wait)(void)) {
+    g_before_wait = before_wait;
+}
+
 void loop_stop(void) {
     g_stopping = true;
 }
@@ -304,6 +309,7 @@ void loop_work_left(void) {
 void loop(int /*timeout*/) {
     watch_sets wanted = collect();
     for (;;) {
+        if (g_before_wait) g_before_wait();
         watch_sets sets = wanted;
         timeval wait;
         timeval *limit = next_wait(wait);

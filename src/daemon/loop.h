@@ -97,6 +97,9 @@ void loop_work_left(void);
  * that closed a descriptor. */
 void loop_set_hooks(void (*sweep)(void), void (*closed)(void));
 
+/* The same for one that the loop calls before each wait. It may set timers, and nothing else. */
+void loop_set_before_wait(void (*before_wait)(void));
+
 /* From now on until the loop returns it stops: nothing is registered, and whoever would start
  * something asks loop_stopping first. What is registered goes on until its owner finishes it. */
 void loop_stop(void);

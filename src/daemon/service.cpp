@@ -16,6 +16,7 @@
 #include "auth/session_users.h"
 #include "daemon/dirs.h"
 #include "daemon/listen.h"
+#include "daemon/log.h"
 #include "daemon/loop.h"
 #include "daemon/notify.h"
 #include "daemon/signals.h"
@@ -152,7 +153,10 @@ void do_loop(const cnfnode *root) {
     loop_set_hooks(sweep, listen_resume);
     restore_begin();
     notify_ready();
+    loop_set_before_wait(log_flush);
+    log_gather(1);
     loop(0);
+    log_gather(0);
 }
 
 void shut_down(void) {

@@ -91,6 +91,12 @@ class wide_text {
 
     /* False at the end, and at a character that is none. */
     bool next(wchar_t &c) {
+        if (!rest_.empty() &&
+            static_cast<signed char>(rest_.front()) > 0) { /* ASCII is the same in all locales */
+            c = static_cast<wchar_t>(rest_.front());
+            rest_.remove_prefix(1);
+            return true;
+        }
         size_t n = mbrtowc(&c, rest_.data(), rest_.size() + 1, &state_);
         broken_ = n > rest_.size();
         if (n == 0 || broken_) return false;

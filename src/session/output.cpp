@@ -223,6 +223,7 @@ int session_write_databuf(ccd_session *session, const char *id, databuf *buffer,
 
 int session_flushout(ccd_session *session, int fd) {
     if (!session->outbuf) return 0;
+    log_flush(); /* what is answered is logged */
     int result = databuf_sendout(session->outbuf, fd);
     if (result < 0 && errno == ENOTSOCK) result = databuf_flushout(session->outbuf, fd);
     if (result > 0) release_idle_storage(session->outbuf);

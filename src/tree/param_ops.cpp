@@ -53,13 +53,23 @@ int run_verdict(fe_context *ctx, const fe_node *method, const char *key, const p
     return k_refused;
 }
 
+/* -1 for a text that is none in the present locale. ASCII is the same in all of them. */
+size_t count_characters(const char *text) {
+    const char *rest = text;
+    while (static_cast<signed char>(*rest) > 0)
+        rest++;
+    if (*rest == '\0') return static_cast<size_t>(rest - text);
+    const size_t count = std::mbstowcs(nullptr, rest, 0);
+    return count == static_cast<size_t>(-1) ? count : count + static_cast<size_t>(rest - text);
+}
+
 /* Counts characters. A value that is no text in the present locale cannot be counted and fits. */
 bool fits_limit(const ccdtree_node *node, const char *value) {
     int limit = param_limit(node);
     if (limit <= 0) return true;
     errno_guard keep;
     daemon_log(LOG_INFO, "Locale is: %s\n", setlocale(LC_ALL, nullptr));
-    size_t count = std::mbstowcs(nullptr, value, 0);
+    size_t count = count_characters(value);
     if (count == static_cast<size_t>(-1)) {
         daemon_log(LOG_INFO, "Value has no characters of this locale\n");
         return true;

@@ -59,7 +59,8 @@ TEST_F(Definitions, ACheckTellsTheFileLineAndColumnOfEveryComplaintAndTouchesNot
     put("/etc/ucfgd/functions.conf",
         "f {\n agrs: a\n expr: $a\n}\ng {\n expr: f(1, 2) .. substr() .. llset('box', 1)\n}\n");
     append("/etc/ucfgd/ucfgd.conf",
-           "confg {\n timeout: 5\n}\nconfig {\n commits: /archive\n}\nlimits {\n jobs: 0\n}\n"
+           "confg {\n timeout: 5\n}\nconfig {\n commits: /archive\n log-level: loud\n}\nlimits {\n "
+           "jobs: 0\n}\n"
            "listen {\n o {\n  type: unx\n  authtype: pan\n  mode: 600\n }\n}\nusers {\n u {\n  "
            "access: rq\n "
            "}\n}\n");
@@ -88,7 +89,8 @@ TEST_F(Definitions, ACheckTellsTheFileLineAndColumnOfEveryComplaintAndTouchesNot
         "param.conf:3:2: Warning: Nonexistent type 'nosuch' referred to by 'odd.type:'.  Ignoring.",
         "param.conf:6:2: Warning: 'santiy:' is unknown and has no effect; did you mean 'sanity:'?",
         "type: 'unx' is not unix, tcp or tcp6",
-        "ucfgd.conf:19:2: Warning: limits: jobs: '0' is no number",
+        "ucfgd.conf:17:2: Warning: log-level: 'loud' is not emerg",
+        "ucfgd.conf:20:2: Warning: limits: jobs: '0' is no number",
         "authtype: 'pan' is not a way to log in",
         "mode: '600' is not an octal number",
         "access: 'rq' is not made of the letters r, w and x",
@@ -176,12 +178,15 @@ TEST_F(Definitions, AReloadTakesUpWhatPassesTheCheckAndSessionsLiveOn) {
     put("/etc/ucfgd/modules.conf", modules + "extra {\n module: keyvalue\n file: /etc/extra\n}\n");
     EXPECT_TRUE(connect("/dev/gone").fd() >= 0);
     main_file("fresh", "r");
+    append("/etc/ucfgd/ucfgd.conf", "config {\n log-level: notice\n}\n");
     reload("reload: done");
     EXPECT_TRUE(logged("reload: listener 'gone' is closed"));
     EXPECT_TRUE(logged("reload: listener 'fresh' is opened at the next start"));
     EXPECT_NE(loser.ask("b GET level").find("b INUSE"), std::string::npos);
     EXPECT_EQ(keeper.ask("b GET level"), "b.1 6\nb OK\n");
     EXPECT_EQ(keeper.ask("c SET odd 2"), "c OK\n");
+    EXPECT_TRUE(logged("set level 6"));
+    EXPECT_FALSE(logged("set odd 2"));
     EXPECT_EQ(keeper.ask("d LIST hosts"), "d.1 192%2e0%2e2%2e1\nd OK\n");
     EXPECT_EQ(keeper.ask("e COMMIT").substr(0, 4), "e OK");
     EXPECT_EQ(file("/etc/extra"), "a 2\n");

@@ -99,6 +99,52 @@ TEST_F(Log, HurriesOnceItsReaderIsBack) {
     EXPECT_EQ(got, 101'000U);
 }
 
+TEST_F(Log, GathersLinesUntilOneIsUrgent) {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_NONBLOCK), 0);
+    const unique_fd reader{ends[0]};
+    const unique_fd before{dup(2)};
+    dup2(ends[1], 2);
+    close(ends[1]);
+    log_gather(1);
+    daemon_log(LOG_INFO, "one");
+    EXPECT_EQ(take(reader.get()), "");
+    daemon_log(LOG_ERR, "two");
+    EXPECT_EQ(take(reader.get()), "one\ntwo\n");
+    log_set_level(LOG_NOTICE);
+    daemon_log(LOG_INFO, "below the level");
+    daemon_log(LOG_NOTICE, "three");
+    log_set_level(LOG_DEBUG);
+    const pid_t child = fork();
+    if (child == 0) {
+        daemon_log(LOG_INFO, "of a child, at once");
+        log_gather(1);
+        daemon_log(LOG_INFO, "crashing");
+        signal(SIGABRT, SIG_DFL);
+        raise(SIGSEGV);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_NE(status, 0);
+    EXPECT_EQ(take(reader.get()), "three\nof a child, at once\ncrashing\n");
+
+    const unsigned long met = limit_met_count(k_limit_log_queue);
+    const std::string line(99, '.');
+    for (int i = 0; i < 1000; i++)
+        daemon_log(LOG_INFO, "%s", line.c_str());
+    std::string all = take(reader.get());
+    log_flush();
+    all += take(reader.get());
+    log_gather(0);
+    daemon_log(LOG_INFO, "last");
+    all += take(reader.get());
+    dup2(before.get(), 2);
+    const unsigned long lost = limit_met_count(k_limit_log_queue) - met;
+    const std::string notice = "Warning: " + std::to_string(lost) + " messages lost\n";
+    EXPECT_NE(all.find(".\n" + notice), std::string::npos);
+    EXPECT_EQ(all.size(), (1000 - lost) * 100 + notice.size() + 5);
+}
+
 TEST_F(Log, SendsToTheSystemLogWhenSomebodyListensThere) {
     const std::string name = "/tmp/log-test-" + std::to_string(getpid());
     g_log_socket = name.c_str();
