@@ -1,6 +1,7 @@
 #include "backend/directory.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <fnmatch.h>
 #include <glob.h>
 #include <libdaemon/dlog.h>
@@ -8,7 +9,6 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
-#include <set>
 #include <span>
 #include <string_view>
 
@@ -93,6 +93,24 @@ bool is_name_below(std::string_view rest) {
     }
 }
 
+/* Looks at the members of a directory, which is looked up once for all of them. */
+class directory_look {
+  public:
+    explicit directory_look(const char *directory)
+        : fd_(place_open(directory, O_PATH | O_DIRECTORY)) {}
+
+    /* identity_at of a path whose name below the directory is that. */
+    file_identity at(const char *path, const char *name) const {
+        struct stat st {};
+        const bool is_found = fd_ && !std::strchr(name, '/') &&
+                              fstatat(fd_.get(), name, &st, AT_SYMLINK_NOFOLLOW) == 0;
+        return is_found && !S_ISLNK(st.st_mode) ? identity_of(st) : identity_at(path);
+    }
+
+  private:
+    unique_fd fd_;
+};
+
 /* Reads one member into a tree, and its record; null with errno. */
 owned_tree read_member(const cnfmodule *module, const char *path, const char *name,
                        member_record &member) {
@@ -104,6 +122,19 @@ owned_tree read_member(const cnfmodule *module, const char *path, const char *na
     errno = reason;
     if (tree && cnfnode_setname(tree.get(), name) != 0) tree.reset();
     return tree;
+}
+
+/* The same without reading, where the item's tree has what the file certainly still holds; else
+ * null. */
+owned_tree keep_member(const item_record *item, const char *name, const file_identity &now,
+                       member_record &member) {
+    const member_record *known = item->record ? item->record->named(name) : nullptr;
+    if (!known || known->state != member_state::read || !known->seen.is_still(now)) return {};
+    const cnfnode *first = item->cn_root ? item->cn_root->first_child : nullptr;
+    const cnfnode *node = first ? find_node(first, name) : nullptr;
+    if (!node || cnfnode_is_changed(node) || cnfnode_source(node) != known->source) return {};
+    member = *known;
+    return owned_tree{clone_cnftree(node)};
 }
 
 void remember_gone(const directory_record *earlier, directory_record &record) {
@@ -277,19 +308,21 @@ bool is_member_name(const char *pattern, const char *name) {
            fnmatch(pattern, name, FNM_PATHNAME | FNM_PERIOD) == 0;
 }
 
-int read_directory(const cnfmodule *module, const char *dirpath, const char *pattern,
-                   const directory_record *earlier, owned_tree &tree, shared_record &record) {
+int read_directory(const item_record *item, const char *dirpath, const char *pattern,
+                   owned_tree &tree, shared_record &record) {
     try {
         auto made = std::make_shared<directory_record>();
         owned_tree root{create_cnfnode("(root)")};
         directory_glob matches(dirpath, pattern);
+        const directory_look look(dirpath);
         if (!root || matches.reason() == ENOMEM) return ENOMEM;
         made->blocked = matches.reason();
         for (const char *path : matches.paths()) {
             const char *name = name_below(dirpath, path);
             if (!name || is_temporary_name(name)) continue;
             member_record &member = made->members[name];
-            owned_tree file = read_member(module, path, name, member);
+            owned_tree file = keep_member(item, name, look.at(path, name), member);
+            if (!file) file = read_member(item->module, path, name, member);
             if (!file && errno == ENOMEM) return ENOMEM;
             if (!file) continue;
             if (append_node(root.get(), file.get()) != 0) return ENOMEM;
@@ -297,7 +330,7 @@ int read_directory(const cnfmodule *module, const char *dirpath, const char *pat
             member.source = cnfnode_source(file.release());
             made->sources[member.source] = name;
         }
-        remember_gone(earlier, *made);
+        remember_gone(item->record.get(), *made);
         record = std::move(made);
         tree = std::move(root);
         return 0;
@@ -309,6 +342,7 @@ int read_directory(const cnfmodule *module, const char *dirpath, const char *pat
 bool same_members(const char *dirpath, const char *pattern, const directory_record &record) {
     directory_glob matches(dirpath, pattern);
     if (record.blocked != 0 || matches.reason() != 0) return false;
+    const directory_look look(dirpath);
     size_t same = 0;
     try {
         for (const char *path : matches.paths()) {
@@ -316,7 +350,7 @@ bool same_members(const char *dirpath, const char *pattern, const directory_reco
             if (!name || is_temporary_name(name)) continue;
             const member_record *known = record.named(name);
             if (!known || known->state != member_state::read) return false;
-            if (!known->seen.is_still(identity_at(path))) return false;
+            if (!known->seen.is_still(look.at(path, name))) return false;
             same++;
         }
     } catch (const std::bad_alloc &) {

@@ -9,10 +9,10 @@
 
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "backend/files.h"
 #include "backend/llconf_item.h"
@@ -27,6 +27,8 @@
  *     meanwhile.
  *  2. A commit writes the members that have changed, and removes those that were read and are not
  *     in the tree any more. Every other file in the directory is somebody else's. */
+
+struct item_record;
 
 enum class member_state : unsigned char {
     read,
@@ -59,11 +61,11 @@ using shared_record = std::shared_ptr<const directory_record>;
 /* Whether name can be that of a member of a directory with this pattern. */
 bool is_member_name(const char *pattern, const char *name);
 
-/* Reads the members that match pattern below dirpath. Those that cannot be parsed are logged and
- * become unread; what earlier (null: nothing) knew besides becomes gone. 0, or ENOMEM. */
-int read_directory(const cnfmodule *module, const char *dirpath, const char *pattern,
-                   const directory_record *earlier, owned<cnfnode, destroy_cnftree> &tree,
-                   shared_record &record);
+/* Reads the members of an item's directory, dirpath, that match pattern; those that stand in its
+ * tree as they are in their files are taken from there. Those that cannot be parsed are logged and
+ * become unread; what the item's records knew besides becomes gone. 0, or ENOMEM. */
+int read_directory(const item_record *item, const char *dirpath, const char *pattern,
+                   owned<cnfnode, destroy_cnftree> &tree, shared_record &record);
 
 /* Whether reading them again would find the same. */
 bool same_members(const char *dirpath, const char *pattern, const directory_record &record);
@@ -106,7 +108,7 @@ class directory_write {
     const llconf_item *lli_;
     directory_record record_;
     std::string directory_;
-    std::set<std::string_view> names_;
+    std::unordered_set<std::string_view> names_;
 };
 
 /* All of it, all or nothing as far as file_batch goes; the records become those of the files as

@@ -250,8 +250,7 @@ cnfnode *llconf_parse_file_pattern(llconf_item *lli, const char *dirpath, const 
     run_hook(lli, &llconf_item::func_pre_read);
     owned_tree root;
     shared_record record;
-    int reason =
-        read_directory(lli->module, dirpath, pattern, record_of(lli)->record.get(), root, record);
+    const int reason = read_directory(record_of(lli), dirpath, pattern, root, record);
     if (reason != 0) {
         daemon_log(LOG_WARNING, "parsing %s failed: %s\n", dirpath, std::strerror(reason));
         errno = reason;

@@ -327,6 +327,26 @@ TEST_F(file_io, ACommitTouchesOnlyThoseMembersThatWereChangedInItsSession) {
     EXPECT_EQ(mode("d/m.c"), 0600U) << "it has come back";
 }
 
+TEST_F(file_io, OnlyMembersThatHaveChangedAreReadAgain) {
+    std::filesystem::create_directory(path("d"));
+    for (std::string name : {"a.c", "b.c", "c.c"})
+        put("d/" + name, name + "\n");
+    usleep(30'000); /* so that they count as settled */
+    llconf_item *lli = lines("d", " dir: /d\n pattern: *.c\n");
+    const auto source = [lli](const char *name) {
+        return cnfnode_source(find_node(lli->cn_root->first_child, name));
+    };
+    const uint64_t before[] = {source("a.c"), source("b.c"), source("c.c")};
+    put("d/b.c", "edited\n");
+    EXPECT_EQ(eval("llset('d', 'c.c/line', 'lost')"), "1");
+    trns_revert_ctx(g_trns_ctx);
+    EXPECT_EQ(source("a.c"), before[0]);
+    EXPECT_TRUE(source("b.c") != before[1] && source("c.c") != before[2]);
+    EXPECT_EQ(eval("list(llget('d', 'a.c/line'), llget('d', 'b.c/line'), llget('d', 'c.c/line'))"),
+              "a.c edited c.c");
+    EXPECT_EQ(lli->is_dirty, 0);
+}
+
 TEST_F(file_io, NoMemberGoesBehindAFailedWriteNorComesBeforeOneThatCannotGo) {
     std::filesystem::create_directories(path("d/m.c.ucfgd-tmp"));
     for (std::string name : {"a.c", "b.c"})
