@@ -2,6 +2,7 @@
 #include <string>
 #include <string_view>
 
+#include "char_set.h"
 #include "guarded.h"
 #include "line_tokens.h"
 #include "llconf/nodes.h"
@@ -14,7 +15,6 @@ namespace {
 
 constexpr const char *k_name = "name";
 constexpr const char *k_alias = "alias";
-constexpr std::string_view k_blanks = " \t";
 
 const char *comments(const void *) {
     return "#";
@@ -22,12 +22,8 @@ const char *comments(const void *) {
 
 /* Takes the first word off a line; empty at its end. */
 std::string_view take_word(std::string_view &line) {
-    size_t start = 0;
-    while (start < line.size() && k_blanks.find(line[start]) != std::string_view::npos)
-        start++;
-    size_t end = start;
-    while (end < line.size() && k_blanks.find(line[end]) == std::string_view::npos)
-        end++;
+    const size_t start = k_blank_set.skip(line);
+    const size_t end = k_blank_set.find(line, start);
     std::string_view word = line.substr(start, end - start);
     line.remove_prefix(end);
     return word;

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "char_set.h"
+
 namespace llconf {
 namespace {
 
@@ -81,7 +83,7 @@ void scan_value(std::string_view text, std::size_t begin, std::string_view line,
 
 void scan_key(std::string_view text, std::size_t pos, std::string_view line, ini_item &item,
               const ini_syntax &syntax) {
-    std::size_t start = std::min(line.find_first_not_of(k_blanks), line.size());
+    std::size_t start = k_blank_set.skip(line);
     bool blank = syntax.separator.empty();
     std::size_t found =
         blank ? line.find_first_of(k_blanks, start) : line.find(syntax.separator, start);
@@ -99,7 +101,7 @@ void scan_key(std::string_view text, std::size_t pos, std::string_view line, ini
         return;
     }
     std::size_t behind = blank ? found : found + syntax.separator.size();
-    std::size_t value = std::min(line.find_first_not_of(k_blanks, behind), line.size());
+    std::size_t value = k_blank_set.skip(line, behind);
     item.between = line.substr(name_end, value - name_end);
     scan_value(text, pos + value, line.substr(value), item, syntax);
 }
@@ -131,8 +133,10 @@ bool ini_accepts_key(std::string_view name, bool has_value, const ini_syntax &sy
         return false;
     }
     bool blank = syntax.separator.empty();
-    std::string_view unfit = blank || !has_value ? " \t\r\n" : "\r\n";
-    if (name.find_first_of(unfit) != std::string_view::npos) return false;
+    constexpr char_set k_line_ends{"\r\n"};
+    constexpr char_set k_gaps{" \t\r\n"};
+    const char_set &unfit = blank || !has_value ? k_gaps : k_line_ends;
+    if (unfit.find(name) < name.size()) return false;
     if (!has_value && name.back() == '\\') return false;
     return blank || name.find(syntax.separator) == std::string_view::npos;
 }

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 
+#include "char_set.h"
+
 namespace llconf {
 namespace {
 
@@ -81,7 +83,7 @@ if_line if_scan_line(std::string_view text, std::size_t pos) {
     if_line line;
     std::string_view content = cut_line(text, pos, line.end);
     std::size_t raw_end = pos + content.size();
-    line.lead = content.substr(0, std::min(content.find_first_not_of(" \t"), content.size()));
+    line.lead = content.substr(0, k_blank_set.skip(content));
     std::string joined;
     if (trim(content).starts_with('#')) {
         line.kind = if_kind::comment;
@@ -97,7 +99,7 @@ if_line if_scan_line(std::string_view text, std::size_t pos) {
         }
         if (!joined.empty() && !trim(content).empty()) joined += ' ';
         joined += trim(content);
-        std::size_t word_end = std::min(joined.find_first_of(" \t"), joined.size());
+        std::size_t word_end = k_blank_set.find(joined);
         line.word = joined.substr(0, word_end);
         line.rest = trim(std::string_view(joined).substr(word_end));
         line.kind = joined.empty() ? if_kind::empty : if_kind_of_word(line.word);
@@ -176,7 +178,7 @@ std::vector<std::string_view> if_interfaces(const if_line &line, if_reading read
 std::vector<std::string_view> if_words(std::string_view text) {
     std::vector<std::string_view> words;
     for (text = trim(text); !text.empty(); text = trim(text)) {
-        std::size_t end = std::min(text.find_first_of(" \t"), text.size());
+        std::size_t end = k_blank_set.find(text);
         words.push_back(text.substr(0, end));
         text.remove_prefix(end);
     }
@@ -204,7 +206,7 @@ std::optional<if_head> if_read_head(std::string_view rest, if_reading reading) {
 }
 
 bool if_is_word(std::string_view text) {
-    return !text.empty() && text.find_first_of(" \t") == std::string_view::npos && if_is_rest(text);
+    return !text.empty() && k_blank_set.find(text) == text.size() && if_is_rest(text);
 }
 
 bool if_is_rest(std::string_view text) {

@@ -1,6 +1,7 @@
 #include "line_tokens.h"
 
 #include "../engine.h"
+#include "char_set.h"
 
 line_tokens::line_tokens(std::string_view line, std::string_view comment, size_t most) {
     size_t end = line.find_first_of(comment);
@@ -8,11 +9,10 @@ line_tokens::line_tokens(std::string_view line, std::string_view comment, size_t
     size_t at = 0;
     size_t behind = 0;
     while (true) {
-        size_t start = words.find_first_not_of(" \t", at);
-        if (start == std::string_view::npos) break;
+        size_t start = k_blank_set.skip(words, at);
+        if (start == words.size()) break;
         bool last = most > 0 && tokens.size() + 1 == most;
-        size_t stop = last ? words.find_last_not_of(" \t") + 1 : words.find_first_of(" \t", start);
-        if (stop == std::string_view::npos) stop = words.size();
+        size_t stop = last ? words.find_last_not_of(" \t") + 1 : k_blank_set.find(words, start);
         tokens.push_back({words.substr(at, start - at), words.substr(start, stop - start)});
         at = behind = stop;
     }

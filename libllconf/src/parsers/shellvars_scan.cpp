@@ -2,28 +2,23 @@
 
 #include <algorithm>
 
+#include "char_set.h"
+
 namespace llconf {
 namespace {
 
-constexpr std::string_view k_letters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ_";
-constexpr std::string_view k_digits = "0123456789";
-constexpr std::string_view k_plain_marks = "_./:,@%+=-";
-constexpr std::string_view k_ends_word = " \t\r\n";
-constexpr std::string_view k_unreadable = ";&|<>()`";
+constexpr char_set k_letters{"abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ_"};
+constexpr char_set k_name = k_letters.with("0123456789");
+constexpr char_set k_plain = k_name.with("./:,@%+=-");
+constexpr char_set k_ends_word{" \t\r\n"};
+constexpr char_set k_unreadable{";&|<>()`"};
+constexpr char_set k_special_in_quotes{"'\"\\\r"};
 /* What is left of a file behind a line whose quote is never closed, up to which it is passed over
  * and the lines behind it are read for themselves. */
 constexpr std::size_t k_rest = std::size_t{1} << 14;
 
-bool contains(std::string_view set, char c) {
-    return set.find(c) != std::string_view::npos;
-}
-
-bool is_plain(char c) {
-    return contains(k_letters, c) || contains(k_digits, c) || contains(k_plain_marks, c);
-}
-
 std::size_t skip_blanks(std::string_view text, std::size_t pos) {
-    return std::min(text.find_first_not_of(" \t", pos), text.size());
+    return k_blank_set.skip(text, pos);
 }
 
 struct line_span {
@@ -57,13 +52,13 @@ class word_scanner {
 
     /* False where the word holds what has no text of its own, or a quote stays open. */
     bool run(std::string &value) {
-        while (pos_ < text_.size() && !contains(k_ends_word, text_[pos_])) {
+        while (pos_ < text_.size() && !k_ends_word.has(text_[pos_])) {
             char c = text_[pos_];
             if (c == '\'' || c == '"') {
                 if (!quoted(value)) return false;
             } else if (c == '\\') {
                 if (!backslash(value, false)) return false;
-            } else if (contains(k_unreadable, c) || opens_expansion()) {
+            } else if (k_unreadable.has(c) || opens_expansion()) {
                 return false;
             } else {
                 value += c;
@@ -75,7 +70,8 @@ class word_scanner {
 
   private:
     bool opens_expansion() const {
-        return text_[pos_] == '$' && pos_ + 1 < text_.size() && contains("('\"", text_[pos_ + 1]);
+        constexpr char_set k_opens{"('\""};
+        return text_[pos_] == '$' && pos_ + 1 < text_.size() && k_opens.has(text_[pos_ + 1]);
     }
 
     std::size_t line_end_length(std::size_t pos) const {
@@ -92,7 +88,9 @@ class word_scanner {
             } else if (text_[pos_] == '\r' && line_end_length(pos_) > 0) {
                 ++pos_;
             } else {
-                value += text_[pos_++];
+                const std::size_t end = k_special_in_quotes.find(text_, pos_ + 1);
+                value += text_.substr(pos_, end - pos_);
+                pos_ = end;
             }
         }
         return pos_++ < text_.size();
@@ -106,7 +104,8 @@ class word_scanner {
             return pos_ < text_.size();
         }
         if (pos_ + 1 >= text_.size()) return false;
-        if (in_quotes && !contains("$`\"\\", text_[pos_ + 1])) value += '\\';
+        constexpr char_set k_escaped{"$`\"\\"};
+        if (in_quotes && !k_escaped.has(text_[pos_ + 1])) value += '\\';
         value += text_[pos_ + 1];
         pos_ += 2;
         return true;
@@ -152,13 +151,11 @@ bool scan_assignment(std::string_view text, std::size_t line_end, shell_item &it
 }  // namespace
 
 bool shell_is_name(std::string_view name) {
-    return !name.empty() && contains(k_letters, name.front()) &&
-           std::all_of(name.begin(), name.end(),
-                       [](char c) { return contains(k_letters, c) || contains(k_digits, c); });
+    return !name.empty() && k_letters.has(name.front()) && k_name.holds_all(name);
 }
 
 void shell_write_value(std::string_view value, std::string &out) {
-    if (std::all_of(value.begin(), value.end(), is_plain)) {
+    if (k_plain.holds_all(value)) {
         out += value;
         return;
     }

@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "char_set.h"
+
 namespace llconf {
 namespace {
 
@@ -34,8 +36,7 @@ std::size_t fields_end(const row_syntax &syntax, std::string_view line) {
     std::size_t end = line.size();
     if (!syntax.separator.empty()) return end;
     for (std::size_t i = 1; i < line.size(); ++i) {
-        bool sign = syntax.comment.find(line[i]) != std::string::npos;
-        if (sign && is_blank(line[i - 1])) {
+        if (is_blank(line[i - 1]) && syntax.comment.find(line[i]) != std::string::npos) {
             end = i;
             break;
         }
@@ -46,13 +47,12 @@ std::size_t fields_end(const row_syntax &syntax, std::string_view line) {
 }
 
 std::size_t field_end(const row_syntax &syntax, std::string_view line, std::size_t pos) {
-    std::size_t found = syntax.separator.empty() ? line.find_first_of(" \t", pos)
-                                                 : line.find(syntax.separator, pos);
-    return std::min(found, line.size());
+    if (syntax.separator.empty()) return k_blank_set.find(line, pos);
+    return std::min(line.find(syntax.separator, pos), line.size());
 }
 
 std::size_t behind_blanks(std::string_view line, std::size_t pos) {
-    return std::min(line.find_first_not_of(" \t", pos), line.size());
+    return k_blank_set.skip(line, pos);
 }
 
 /* Lets the next to last column take along the word that belongs to it. */

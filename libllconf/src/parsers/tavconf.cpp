@@ -55,7 +55,7 @@ int kind_of_item(const tav_item &item) {
 
 /* What is wrong with a piece is told when it is read: only there a message may be made up. */
 int cut_piece(cnf_cut *cut) {
-    tav_item item = llconf::tav_scan({cut->text, cut->length}, 0);
+    tav_item item = llconf::tav_scan({cut->text, cut->length}, 0, llconf::tav_wanted::extent);
     cut->kind = kind_of_item(item);
     cut->piece = item.end;
     if (std::memchr(cut->text, '\0', cut->piece) != nullptr) {

@@ -5,10 +5,14 @@
 #include <iterator>
 #include <vector>
 
+#include "char_set.h"
+
 namespace llconf {
 namespace {
 
-constexpr std::size_t k_shown = 40;  // bytes of a faulty line that a message shows
+constexpr char_set k_ends_name{" \t{}'\""};
+constexpr char_set k_marks{"'\"#()"};  // what counts in a value
+constexpr std::size_t k_shown = 40;    // bytes of a faulty line that a message shows
 
 bool is_blank(char c) {
     return c == ' ' || c == '\t';
@@ -83,8 +87,9 @@ std::string unescape(std::string_view text, bool with_controls) {
 /* Scans a value line by line; a parenthesis or a backslash makes it go on. */
 class value_scanner {
   public:
-    value_scanner(std::string_view text, tav_item &item, bool traced = false)
-        : text_(text), item_(item), traced_(traced) {}
+    value_scanner(std::string_view text, tav_item &item, tav_wanted wanted = tav_wanted::all,
+                  bool traced = false)
+        : text_(text), item_(item), wanted_(wanted), traced_(traced) {}
 
     /* Where the byte of the value with that number stands. Only once a run has found a value. */
     std::size_t source_of(std::size_t at) const {
@@ -123,13 +128,12 @@ class value_scanner {
   private:
     /* True when the value goes on with the next line. */
     bool scan_line(std::size_t pos) {
-        line_span line = line_at(text_, pos);
+        const line_span line = line_at(text_, pos);
         std::string_view content = text_.substr(pos, line.end - pos);
         std::size_t comment_at = find_comment(content, pos);
         bool goes_on = depth_ > 0;
         if (comment_at < content.size()) {
-            if (!item_.comment.empty()) item_.comment += ' ';
-            item_.comment += trim(content.substr(comment_at));
+            add_comment(trim(content.substr(comment_at)));
             content = content.substr(0, comment_at);
         } else if (!content.empty() && content.back() == '\\') {
             content.remove_suffix(1);
@@ -141,8 +145,14 @@ class value_scanner {
         return goes_on;
     }
 
+    void add_comment(std::string_view piece) {
+        if (wanted_ != tav_wanted::all) return;
+        if (!item_.comment.empty()) item_.comment += ' ';
+        item_.comment += piece;
+    }
+
     void append(std::string_view piece) {
-        if (piece.empty()) return;
+        if (piece.empty() || wanted_ != tav_wanted::all) return;
         one_string_ = item_.value.empty() && piece.size() > 1 && piece.front() == '"' &&
                       closing_quote(piece, 0) == piece.size() - 1;
         if (!item_.value.empty()) item_.value += ' ';
@@ -158,7 +168,8 @@ class value_scanner {
     std::size_t find_comment(std::string_view content, std::size_t pos) {
         bool open_single = false;
         bool open_double = false;
-        for (std::size_t i = 0; i < content.size(); ++i) {
+        for (std::size_t i = k_marks.find(content); i < content.size();
+             i = k_marks.find(content, i + 1)) {
             char c = content[i];
             if (c == '\'' || c == '"') {
                 bool &unclosed = c == '"' ? open_double : open_single;
@@ -184,6 +195,7 @@ class value_scanner {
 
     std::string_view text_;
     tav_item &item_;
+    tav_wanted wanted_;
     bool traced_;
     std::vector<segment> segments_;
     std::size_t depth_ = 0;
@@ -195,8 +207,9 @@ class value_scanner {
 /* One line that is no comment and not empty. */
 class line_scanner {
   public:
-    line_scanner(std::string_view text, std::size_t pos, tav_item &item)
-        : text_(text), item_(item), pos_(pos), line_(line_at(text, pos)) {}
+    line_scanner(std::string_view text, std::size_t pos, line_span line, tav_item &item,
+                 tav_wanted wanted)
+        : text_(text), item_(item), wanted_(wanted), pos_(pos), line_(line) {}
 
     void run() {
         item_.end = line_.next;
@@ -234,7 +247,7 @@ class line_scanner {
     }
 
     bool plain_name() {
-        std::size_t length = std::min(rest().find_first_of(" \t{}'\""), rest().size());
+        std::size_t length = k_ends_name.find(rest());
         if (length == 0) return fail("expected a name, found ");
         item_.name = rest().substr(0, length);
         pos_ += length;
@@ -249,7 +262,7 @@ class line_scanner {
         } else if (colon_ends && at_blank_or_end()) {
             item_.kind = tav_kind::key;
             item_.value_at = pos_;
-            value_scanner(text_, item_).run(pos_);
+            value_scanner(text_, item_, wanted_).run(pos_);
         } else if (colon_ends) {
             fail_with("a blank is missing behind the \":\" of " + quoted_for_message(item_.name));
         } else {
@@ -292,6 +305,7 @@ class line_scanner {
 
     std::string_view text_;
     tav_item &item_;
+    tav_wanted wanted_;
     std::size_t pos_;
     line_span line_;
     bool plain_ = false;
@@ -299,7 +313,7 @@ class line_scanner {
 
 }  // namespace
 
-tav_item tav_scan(std::string_view text, std::size_t pos) {
+tav_item tav_scan(std::string_view text, std::size_t pos, tav_wanted wanted) {
     tav_item item;
     item.end = pos;
     if (pos >= text.size()) return item;
@@ -312,9 +326,9 @@ tav_item tav_scan(std::string_view text, std::size_t pos) {
         item.kind = tav_kind::empty;
     } else if (text[start] == '#') {
         item.kind = tav_kind::comment;
-        item.value = text.substr(start, line.end - start);
+        if (wanted == tav_wanted::all) item.value = text.substr(start, line.end - start);
     } else {
-        line_scanner(text, start, item).run();
+        line_scanner(text, start, line, item, wanted).run();
     }
     return item;
 }
@@ -324,7 +338,7 @@ std::size_t tav_value_source(std::string_view text, std::size_t at) {
     if (item.kind != tav_kind::key) return 0;
     item.value.clear();
     item.comment.clear();
-    value_scanner scanner(text, item, true);
+    value_scanner scanner(text, item, tav_wanted::all, true);
     scanner.run(item.value_at);
     return std::min(scanner.source_of(at), text.size());
 }

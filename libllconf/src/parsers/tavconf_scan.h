@@ -26,8 +26,10 @@ struct tav_item {
     size_t error_at = 0;  // and where
 };
 
+enum class tav_wanted { all, extent /* no texts, which cost most: a value and a comment */ };
+
 /* The item that begins at pos, which is the start of a line. */
-tav_item tav_scan(std::string_view text, size_t pos);
+tav_item tav_scan(std::string_view text, size_t pos, tav_wanted wanted = tav_wanted::all);
 
 /* The offset in the text of a key at which byte number `at` of its value stands. */
 size_t tav_value_source(std::string_view text, size_t at);
