@@ -4,7 +4,6 @@
 #ifndef FE_ARGUMENTS_H
 #define FE_ARGUMENTS_H
 
-#include <array>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -13,41 +12,92 @@
 
 namespace fe {
 
+// As a function sees them.
 class arguments {
   public:
-    explicit arguments(fe_context *ctx) : ctx_(ctx) {}
-    arguments(const arguments &) = delete;
-    arguments &operator=(const arguments &) = delete;
-
-    // False when one of them fails.
-    bool evaluate_all(const fe_node *first);
+    arguments(fe_context *ctx, const std::string_view *texts, size_t size)
+        : ctx_(ctx), texts_(texts), size_(size) {}
 
     fe_context *context() const { return ctx_; }
     size_t size() const { return size_; }
     // Every view ends in NUL.
-    std::string_view operator[](size_t index) const { return data_[index]; }
+    std::string_view operator[](size_t index) const { return texts_[index]; }
     std::span<const std::string_view> from(size_t index) const {
-        return {data_ + index, size_ - index};
+        return {texts_ + index, size_ - index};
     }
 
   private:
-    bool push(std::string_view text) {
-        if (size_ < few_.size()) {
-            few_[size_++] = text;
-            return charge_text(text.size());
+    fe_context *ctx_;
+    const std::string_view *texts_;
+    size_t size_;
+};
+
+// Room for as many as most calls have; nothing is in it that has not been put there.
+struct few_texts {
+    static constexpr size_t k_most = 8;
+    few_texts() {}
+    union {
+        std::string_view at[k_most];
+    };
+};
+
+// Arguments of any number and kind, with the results that they are views of.
+class evaluated_arguments {
+  public:
+    explicit evaluated_arguments(fe_context *ctx) : ctx_(ctx) {}
+    evaluated_arguments(const evaluated_arguments &) = delete;
+    evaluated_arguments &operator=(const evaluated_arguments &) = delete;
+
+    // False when one of them fails.
+    bool evaluate_all(const fe_node *first);
+    arguments view() const { return {ctx_, texts_, size_}; }
+
+  private:
+    void push(std::string_view text) {
+        if (size_ < few_texts::k_most) {
+            few_.at[size_++] = text;
+        } else {
+            push_to_many(text);
         }
-        return push_to_many(text);
     }
-    bool push_to_many(std::string_view text);
-    bool push_result(const fe_node *node);
+    void push_to_many(std::string_view text);
+    bool push_result_of(const fe_node *node);
+    bool copy_from(size_t index);
+    void own(fe_node *node);
 
     fe_context *ctx_;
     size_t size_ = 0;
-    std::array<std::string_view, 8> few_;
-    const std::string_view *data_ = few_.data();
+    few_texts few_;
     std::vector<std::string_view> many_;
+    std::string_view *texts_ = few_.at;
     node_list owned_;
+    fe_node *last_owned_ = nullptr;
 };
+
+// The text of a constant or a variable; counts what it costs.
+inline std::string_view read_leaf(const fe_context *ctx, const fe_node *node, size_t &price) {
+    const std::string_view text =
+        node->fed->private_kind == k_kind_const ? view_of(node) : variable_text(ctx, node);
+    price += 1 + text.size() / k_text_of_a_node;
+    return text;
+}
+
+// What `use` makes of the arguments; null when one of them fails. Most calls have constants and
+// variables only, which are read without anything that would have to be released.
+template <class function>
+fe_node *with_arguments(fe_context *ctx, const fe_node *first, function use) {
+    few_texts texts;
+    size_t count = 0;
+    size_t price = 0;
+    const fe_node *node = first;
+    for (; node != nullptr && node->fed->private_kind != k_kind_call; node = node->next) {
+        if (count == few_texts::k_most) break;
+        texts.at[count++] = read_leaf(ctx, node, price);
+    }
+    if (node == nullptr) return charge(price) ? use(arguments(ctx, texts.at, count)) : nullptr;
+    evaluated_arguments all(ctx);
+    return all.evaluate_all(first) ? use(all.view()) : nullptr;
+}
 
 // One function of the library: its name, how many arguments it takes, what it does. A strict
 // function gets its arguments evaluated and counted; a lazy one gets its call, whose written
@@ -89,6 +139,18 @@ inline fe_node *new_truth(bool truth) {
     return new_const(truth ? "1" : "0");
 }
 
+// Most texts that differ do so in their lengths or first characters, and that needs no call.
+inline bool same_text(std::string_view a, std::string_view b) {
+    return a.size() == b.size() && (a.empty() || (a[0] == b[0] && a == b));
+}
+inline bool is_true(std::string_view text) {
+    return text.size() == 1 && text[0] == '1';
+}
+
+// For an operand whose last text is all that is wanted, so that a constant or a variable makes no
+// node. The view's data is null when it fails; it lives as long as the owner, the expression, and
+// the variable's value.
+std::string_view evaluate_text(fe_context *ctx, const fe_node *node, node_list &owner);
 // Evaluates an operand of a function that takes failure for an answer: null then, errno unchanged.
 fe_node *try_evaluate(fe_context *ctx, const fe_node *node);
 // An operand is true when the last text of its result is "1".

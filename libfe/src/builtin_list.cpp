@@ -76,9 +76,10 @@ fe_node *func_uniq(const arguments &args) {
 }
 
 fe_node *func_in(const arguments &args) {
-    auto items = args.from(1);
-    bool found = std::find(items.begin(), items.end(), args[0]) != items.end();
-    return new_truth(found && !args[0].empty());
+    for (std::string_view item : args.from(1)) {
+        if (same_text(item, args[0])) return new_truth(!args[0].empty());
+    }
+    return new_truth(false);
 }
 
 fe_node *func_range(const arguments &args) {

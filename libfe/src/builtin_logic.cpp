@@ -39,9 +39,10 @@ fe_node *func_switch(fe_context *ctx, const fe_node *call) {
     const std::string_view text = fe_last_text(subject.get());
     const fe_node *key = call->first_child->next;
     while (key != nullptr && key->next != nullptr) {
-        node_list value(evaluate(ctx, key));
-        if (value == nullptr) return nullptr;
-        if (text == fe_last_text(value.get())) break;
+        node_list owner;
+        const std::string_view value = evaluate_text(ctx, key, owner);
+        if (value.data() == nullptr) return nullptr;
+        if (text == value) break;
         key = key->next->next;
     }
     if (key == nullptr) return new_const({});

@@ -26,10 +26,10 @@ fe_node *no_number(std::string_view text) {
 namespace {
 
 fe_node *func_eq(const arguments &args) {
-    return new_truth(args[0] == args[1]);
+    return new_truth(same_text(args[0], args[1]));
 }
 fe_node *func_ne(const arguments &args) {
-    return new_truth(args[0] != args[1]);
+    return new_truth(!same_text(args[0], args[1]));
 }
 
 // accepted is a predicate over the order of the two numbers, such as std::is_lt

@@ -4,6 +4,7 @@
 #include "fe/context.h"
 
 #include <array>
+#include <bit>
 #include <cerrno>
 #include <cstdlib>
 #include <new>
@@ -20,9 +21,9 @@ constexpr unsigned int k_most_kept_contexts = 64;
 constexpr size_t k_map_entry_bytes = 128;
 
 struct value_slot {
-    char *text;
+    const char *text;
     uint32_t length;
-    uint32_t capacity;  // of a text outside the slot; 0 for one inside
+    uint32_t capacity;  // of a text that is the slot's own but outside it; 0 for others
     std::array<char, 24> inside;
 };
 
@@ -31,6 +32,8 @@ using variable_map = std::unordered_map<symbol_ptr, value_slot>;
 struct context_record {
     fe_context base;
     unsigned int count;
+    uint32_t counted_names;  // one bit for each that is to be given back
+    bool owns_texts;
     context_kind kind;
     uint64_t seen;  // one bit for every name, so that most misses need no search
     variable_map *more;
@@ -48,54 +51,57 @@ context_record *record_of(fe_context *ctx) {
 }
 
 uint64_t bit_of(const fe_symbol_record *name) {
-    return uint64_t{1} << (name->hash % 64);
+    return uint64_t{1} << (name->number % 64);
 }
 
-value_slot *find_slot(context_record *record, const fe_symbol_record *name) {
-    if ((record->seen & bit_of(name)) == 0) return nullptr;
+value_slot *search_slot(context_record *record, symbol_ptr name) {
     for (unsigned int i = 0; i < record->count; ++i) {
-        if (record->names[i] == name) return &record->values[i];
+        if (record->names[i] != name) continue;
+        name->place = i;
+        return &record->values[i];
     }
     if (record->more == nullptr) return nullptr;
-    auto found = record->more->find(const_cast<symbol_ptr>(name));
+    auto found = record->more->find(name);
     return found == record->more->end() ? nullptr : &found->second;
+}
+
+value_slot *find_slot(context_record *record, symbol_ptr name) {
+    if ((record->seen & bit_of(name)) == 0) return nullptr;
+    const uint32_t place = name->place;
+    if (place < record->count && record->names[place] == name) return &record->values[place];
+    return search_slot(record, name);
 }
 
 void clear_slot(value_slot &slot) {
     if (slot.capacity == 0) return;
     release_bytes(slot.capacity);
-    free(slot.text);
-}
-
-void init_slot(value_slot &slot) {
-    slot.text = slot.inside.data();
-    slot.length = 0;
+    free(const_cast<char *>(slot.text));
     slot.capacity = 0;
-    slot.inside[0] = '\0';
 }
 
 // The new value may be part of the old one.
 int assign_slot(value_slot &slot, std::string_view value) {
-    size_t room = slot.capacity == 0 ? slot.inside.size() : slot.capacity;
+    char *to = slot.capacity == 0 ? slot.inside.data() : const_cast<char *>(slot.text);
+    const size_t room = slot.capacity == 0 ? slot.inside.size() : slot.capacity;
     if (value.size() >= room) {
-        size_t bytes = value.size() + value.size() / 4 + 1;
+        const size_t bytes = value.size() + value.size() / 4 + 1;
         if (value.size() > k_max_text || reserve_bytes(bytes) != 0) {
             errno = ENOMEM;
             return -1;
         }
-        auto *text = static_cast<char *>(malloc(bytes));
-        if (text == nullptr) {
+        to = static_cast<char *>(malloc(bytes));
+        if (to == nullptr) {
             release_bytes(bytes);
             return -1;
         }
-        memcpy(text, value.data(), value.size());
+        memcpy(to, value.data(), value.size());
         clear_slot(slot);
-        slot.text = text;
         slot.capacity = static_cast<uint32_t>(bytes);
     } else {
-        copy_text(slot.text, value);
+        copy_text(to, value);
     }
-    slot.text[value.size()] = '\0';
+    to[value.size()] = '\0';
+    slot.text = to;
     slot.length = static_cast<uint32_t>(value.size());
     return 0;
 }
@@ -105,7 +111,7 @@ value_slot *add_to_map(context_record *record, symbol_ptr name) {
     try {
         if (record->more == nullptr) record->more = new variable_map;
         value_slot &slot = (*record->more)[name];
-        init_slot(slot);
+        slot.text = "";
         return &slot;
     } catch (const std::bad_alloc &) {
         release_bytes(k_map_entry_bytes);
@@ -114,18 +120,55 @@ value_slot *add_to_map(context_record *record, symbol_ptr name) {
     }
 }
 
-// Takes one use of the name over, also when it fails.
-value_slot *add_slot(context_record *record, symbol_ptr name) {
+// For a name that the context does not have; whoever calls it counts the use of the name.
+value_slot *append_slot(context_record *record, symbol_ptr name) {
     record->seen |= bit_of(name);
-    if (record->count < k_own_variables) {
-        record->names[record->count] = name;
-        value_slot &slot = record->values[record->count++];
-        init_slot(slot);
-        return &slot;
-    }
-    value_slot *slot = add_to_map(record, name);
-    if (slot == nullptr) release_symbol(name);
+    const unsigned int place = record->count++;
+    record->names[place] = name;
+    value_slot *slot = &record->values[place];
+    slot->text = "";
+    slot->length = 0;
+    slot->capacity = 0;
     return slot;
+}
+
+value_slot *find_or_add_slot(context_record *record, symbol_ptr name) {
+    if (value_slot *slot = find_slot(record, name)) return slot;
+    retain_symbol(name);
+    if (record->count == k_own_variables) {
+        record->seen |= bit_of(name);
+        value_slot *slot = add_to_map(record, name);
+        if (slot == nullptr) release_symbol(name);
+        return slot;
+    }
+    if (!is_permanent(name)) record->counted_names |= uint32_t{1} << record->count;
+    return append_slot(record, name);
+}
+
+// Whether a variable goes straight to a slot of its own: those of a request are new to their
+// context, and their names are never released.
+bool is_simple(const context_record *record, const fe_symbol_record *name) {
+    return (record->seen & bit_of(name)) == 0 && record->count < k_own_variables &&
+           is_permanent(name);
+}
+
+void lend(value_slot &slot, const char *value, size_t length) {
+    slot.text = value;
+    slot.length = static_cast<uint32_t>(length);
+}
+
+[[gnu::noinline]] int lend_again(context_record *record, symbol_ptr name, const char *value,
+                                 size_t length) {
+    value_slot *slot = find_or_add_slot(record, name);
+    if (slot == nullptr) return -1;
+    clear_slot(*slot);
+    lend(*slot, value, length);
+    return 0;
+}
+
+void clear_texts(context_record *record) {
+    for (unsigned int i = 0; i < record->count; ++i)
+        clear_slot(record->values[i]);
 }
 
 void drop_map(context_record *record) {
@@ -153,6 +196,8 @@ fe_context *new_context(fe_context *parent, void *user_data, context_kind kind) 
     record->base.parent = parent;
     record->base.user_data = user_data;
     record->count = 0;
+    record->counted_names = 0;
+    record->owns_texts = false;
     record->seen = 0;
     record->kind = kind;
     record->more = nullptr;
@@ -179,19 +224,18 @@ fe_context *function_context(fe_context *ctx) {
 
 int set_variable(fe_context *ctx, symbol_ptr name, std::string_view value) {
     context_record *record = record_of(ctx);
-    value_slot *slot = find_slot(record, name);
-    if (slot == nullptr) {
-        retain_symbol(name);
-        slot = add_slot(record, name);
-        if (slot == nullptr) return -1;
-    }
-    return assign_slot(*slot, value);
+    value_slot *slot =
+        is_simple(record, name) ? append_slot(record, name) : find_or_add_slot(record, name);
+    if (slot == nullptr || assign_slot(*slot, value) != 0) return -1;
+    if (slot->capacity != 0) record->owns_texts = true;
+    return 0;
 }
 
 bool get_variable(const fe_context *ctx, const fe_symbol_record *name, std::string_view &value) {
     if (name->impure) ++g_impure_count;
     for (; ctx != nullptr; ctx = ctx->parent) {
-        const value_slot *slot = find_slot(record_of(const_cast<fe_context *>(ctx)), name);
+        const value_slot *slot =
+            find_slot(record_of(const_cast<fe_context *>(ctx)), const_cast<symbol_ptr>(name));
         if (slot != nullptr) {
             value = {slot->text, slot->length};
             return true;
@@ -213,10 +257,9 @@ fe_context *create_fe_context(fe_context *parent, void *user_data) {
 void destroy_fe_context(fe_context *ctx) {
     if (ctx == nullptr) return;
     context_record *record = record_of(ctx);
-    for (unsigned int i = 0; i < record->count; ++i) {
-        clear_slot(record->values[i]);
-        release_symbol(record->names[i]);
-    }
+    if (record->owns_texts) clear_texts(record);
+    for (uint32_t names = record->counted_names; names != 0; names &= names - 1)
+        release_symbol(record->names[static_cast<size_t>(std::countr_zero(names))]);
     if (record->more != nullptr) drop_map(record);
     if (k_recycle && g_kept_count < k_most_kept_contexts) {
         record->next_kept = g_kept_contexts;
@@ -246,6 +289,14 @@ const char *fe_get(const fe_context *ctx, const char *name) {
 int fe_set_symbol(fe_context *ctx, fe_symbol name, const char *value) {
     if (value == nullptr) value = "";
     return set_variable(ctx, const_cast<symbol_ptr>(name), value);
+}
+
+int fe_lend_symbol(fe_context *ctx, fe_symbol name, const char *value, size_t length) {
+    context_record *record = record_of(ctx);
+    auto *symbol = const_cast<symbol_ptr>(name);
+    if (!is_simple(record, symbol)) return lend_again(record, symbol, value, length);
+    lend(*append_slot(record, symbol), value, length);
+    return 0;
 }
 
 const char *fe_get_symbol(const fe_context *ctx, fe_symbol name) {

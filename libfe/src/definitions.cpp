@@ -84,16 +84,11 @@ void destroy_definition(fe_def_internal *dead) {
 
 }  // namespace
 
-void retain_definition(fe_def *fed) {
-    if (fed->private_data != nullptr) ++fed->private_uses;
-}
-
 // A body may hold the last use of another definition, and so on through as many as there were
 // overridden methods, so the dead wait in line instead of being destroyed inside each other.
-void release_definition(fe_def *fed) {
+void bury_definition(fe_def *fed) {
     static fe_def_internal *dead = nullptr;
     static bool burying = false;
-    if (fed->private_data == nullptr || --fed->private_uses != 0) return;
     fed->private_data->older = dead;
     dead = fed->private_data;
     if (burying) return;

@@ -29,6 +29,7 @@
 #include <new>
 #include <string>
 
+#include "arguments.h"
 #include "internal.h"
 
 namespace fe {
@@ -43,8 +44,6 @@ fe_node *evaluate_nothing(fe_context *, fe_node *node) {
     return fe_fail(EINVAL, node->text, "an expression that could not be read");
 }
 
-constinit fe_def g_def_const = {nullptr,      "const", evaluate_nothing, nullptr, nullptr,
-                                k_kind_const, 0};
 constinit fe_def g_def_unparsed = {nullptr,     "unparsed", evaluate_nothing, nullptr, nullptr,
                                    k_kind_call, 0};
 
@@ -90,7 +89,7 @@ fe_node *evaluate_call(fe_context *ctx, const fe_node *call) {
 template <class evaluation>
 fe_node *run(evaluation evaluate_it) {
     if (g_run.active) return evaluate_it();
-    g_run = {true, 0, 0, 0};
+    g_run = {true, 0, 0, k_max_evaluated_nodes};
     g_failure_state = failure_state::none;
     int saved = errno;
     errno = 0;
@@ -120,22 +119,21 @@ fe_node *evaluate_quietly(fe_context *ctx, const fe_node *first) {
     return result;
 }
 
-int set_parameters(fe_context *inner, const fe_def_internal *def, const fe_node *argument) {
-    for (symbol_ptr parameter : def->parameters) {
-        std::string_view value;
-        if (argument != nullptr) {
-            value = view_of(argument);
-            argument = argument->next;
-        }
-        if (set_variable(inner, parameter, value) != 0) return -1;
+int set_parameters(fe_context *inner, const fe_def_internal *def, const arguments &args) {
+    const size_t count = def->parameters.size();
+    for (size_t i = 0; i < count; ++i) {
+        const std::string_view value = i < args.size() ? args[i] : std::string_view("", 0);
+        if (set_variable(inner, def->parameters[i], value) != 0) return -1;
     }
-    if (argument == nullptr) return 0;
-    fe_fail(EINVAL, nullptr, "more arguments than the %zu that it takes", def->parameters.size());
+    if (args.size() <= count) return 0;
+    fe_fail(EINVAL, nullptr, "more arguments than the %zu that it takes", count);
     return -1;
 }
 
 }  // namespace
 
+constinit fe_def g_def_const = {nullptr,      "const", evaluate_nothing, nullptr, nullptr,
+                                k_kind_const, 0};
 constinit fe_def g_def_variable = {nullptr,         "variable", evaluate_nothing, nullptr, nullptr,
                                    k_kind_variable, 0};
 
@@ -167,8 +165,14 @@ void stop_run(const char *reason, int error) {
         report(reason);
         fe_fail(error, nullptr, "%s", reason);
     }
-    g_run.nodes = k_max_evaluated_nodes + 1;
+    g_run.nodes_left = 0;
     errno = g_run.stopped;
+}
+
+bool charge_too_many() {
+    if (!g_run.active) return true;
+    stop_run("an expression was stopped: more than 10000000 evaluated nodes", ELOOP);
+    return false;
 }
 
 void stop_out_of_memory() {
@@ -180,9 +184,7 @@ fe_node *evaluate(fe_context *ctx, const fe_node *node) {
     if (!charge(1)) return nullptr;
     if (node->fed->private_kind == k_kind_call) return evaluate_call(ctx, node);
     if (node->fed->private_kind == k_kind_const) return new_const(view_of(node));
-    std::string_view value;
-    get_variable(ctx, symbol_of_name(node->text), value);
-    return new_const(value);
+    return new_const(variable_text(ctx, node));
 }
 
 fe_node *evaluate_list(fe_context *ctx, const fe_node *first) {
@@ -198,17 +200,16 @@ fe_node *evaluate_list(fe_context *ctx, const fe_node *first) {
 
 fe_node *call_user_function(fe_context *ctx, fe_node *call) {
     const fe_def_internal *def = call->fed->private_data;
-    node_list arguments(evaluate_list(ctx, call->first_child));
-    if (call->first_child != nullptr && arguments == nullptr) return nullptr;
-    context_owner inner(create_inner_context(ctx, context_kind::function));
-    if (inner == nullptr) return nullptr;
-    if (set_parameters(inner.get(), def, arguments.get()) != 0) return nullptr;
-    node_list result;
-    for (const fe_node *line = def->body; line != nullptr; line = line->next) {
-        result.reset(evaluate(inner.get(), line));
-        if (result == nullptr) return nullptr;
-    }
-    return result.release();
+    return with_arguments(ctx, call->first_child, [ctx, def](const arguments &args) -> fe_node * {
+        context_owner inner(create_inner_context(ctx, context_kind::function));
+        if (inner == nullptr || set_parameters(inner.get(), def, args) != 0) return nullptr;
+        node_list result;
+        for (const fe_node *line = def->body; line != nullptr; line = line->next) {
+            result.reset(evaluate(inner.get(), line));
+            if (result == nullptr) return nullptr;
+        }
+        return result.release();
+    });
 }
 
 }  // namespace fe

@@ -21,8 +21,10 @@ struct fe_symbol_record {
     uint32_t hash;
     uint32_t uses;
     uint32_t length;
-    bool impure;   // as purity.h means it
-    char name[8];  // longer names go on behind the record
+    uint32_t number;  // as they came: tells the few of a request apart better than a hash does
+    uint32_t place;   // in the context that it was found in last, where it is most often again
+    bool impure;      // as purity.h means it
+    char name[8];     // longer names go on behind the record
 };
 
 // What a definition is beside its public fields.
@@ -77,8 +79,19 @@ using symbol_ptr = fe_symbol_record *;
 symbol_ptr find_symbol(std::string_view name);
 // With one more use, to be given back with release_symbol.
 symbol_ptr acquire_symbol(std::string_view name);
-void release_symbol(symbol_ptr symbol);
-void retain_symbol(symbol_ptr symbol);
+// Those of one character, and those that are interned, are never released, so nobody counts them.
+constexpr uint32_t k_permanent = 0x4000'0000;
+inline bool is_permanent(const fe_symbol_record *symbol) {
+    return symbol->uses >= k_permanent;
+}
+void add_use(symbol_ptr symbol);
+void drop_use(symbol_ptr symbol);
+inline void retain_symbol(symbol_ptr symbol) {
+    if (!is_permanent(symbol)) add_use(symbol);
+}
+inline void release_symbol(symbol_ptr symbol) {
+    if (!is_permanent(symbol)) drop_use(symbol);
+}
 inline symbol_ptr symbol_of_name(const char *name) {
     return reinterpret_cast<symbol_ptr>(const_cast<char *>(name) -
                                         offsetof(fe_symbol_record, name));
@@ -94,7 +107,9 @@ inline void copy_text(char *to, std::string_view from) {
         memcpy(to, &head, sizeof(word));
         memcpy(to + from.size() - sizeof(word), &tail, sizeof(word));
     };
-    if (from.size() > 16) {
+    if (from.size() == 1) {
+        to[0] = from[0];
+    } else if (from.size() > 16) {
         memmove(to, from.data(), from.size());
     } else if (from.size() >= 8) {
         copy_ends(uint64_t{});
@@ -123,11 +138,8 @@ inline std::string_view view_of(const fe_node *node) {
     return {node->text, node->private_length};
 }
 
-inline fe_node *new_const(std::string_view text) {
-    fe_node *node = allocate_node(g_fed_const, text.size());
-    if (node != nullptr) copy_text(node_text(node), text);
-    return node;
-}
+// A new constant.
+fe_node *new_const(std::string_view text);
 
 struct node_list_deleter {
     void operator()(fe_node *list) const { destroy_fe_node_list(list); }
@@ -170,10 +182,17 @@ class result_list {
 
 // --- definitions --------------------------------------------------------------------------------
 
+extern fe_def g_def_const;
 extern fe_def g_def_variable;
 
-void retain_definition(fe_def *fed);
-void release_definition(fe_def *fed);
+// Those of the language itself, such as that of constants, have no private data and live forever.
+inline void retain_definition(fe_def *fed) {
+    if (fed->private_data != nullptr) ++fed->private_uses;
+}
+void bury_definition(fe_def *fed);
+inline void release_definition(fe_def *fed) {
+    if (fed->private_data != nullptr && --fed->private_uses == 0) bury_definition(fed);
+}
 fe_def *find_definition(fe_def *list, std::string_view name);
 
 // A function with parameters at the end of a list; the body comes later. Null without memory.
@@ -193,6 +212,12 @@ fe_context *function_context(fe_context *ctx);
 int set_variable(fe_context *ctx, symbol_ptr name, std::string_view value);
 // False when no context of the chain has it. The view ends in NUL.
 bool get_variable(const fe_context *ctx, const fe_symbol_record *name, std::string_view &value);
+// The same for a variable of an expression, which is the empty text when it is not set.
+inline std::string_view variable_text(const fe_context *ctx, const fe_node *variable) {
+    std::string_view value("", 0);
+    get_variable(ctx, symbol_of_name(variable->text), value);
+    return value;
+}
 
 struct context_deleter {
     void operator()(fe_context *ctx) const { destroy_fe_context(ctx); }
@@ -205,7 +230,7 @@ struct run_state {
     bool active;
     int stopped;  // 0, or the errno of its end
     unsigned int depth;
-    unsigned int nodes;
+    unsigned int nodes_left;
 };
 extern run_state g_run;
 
@@ -216,18 +241,21 @@ void stop_run(const char *reason, int error);
 // only.
 void stop_out_of_memory();
 
+// False, and the run is over; what is worked on outside an evaluation costs nothing.
+bool charge_too_many();
+
 inline bool charge(size_t nodes) {
-    if (nodes <= k_max_evaluated_nodes && g_run.nodes + nodes <= k_max_evaluated_nodes) {
-        g_run.nodes += static_cast<unsigned int>(nodes);
+    if (nodes <= g_run.nodes_left) {
+        g_run.nodes_left -= static_cast<unsigned int>(nodes);
         return true;
     }
-    stop_run("an expression was stopped: more than 10000000 evaluated nodes", ELOOP);
-    return false;
+    return charge_too_many();
 }
 
 // Long texts take long to work on, so they count as more than one node.
+constexpr size_t k_text_of_a_node = 256;
 inline bool charge_text(size_t length) {
-    return length < 256 || charge(length / 256);
+    return length < k_text_of_a_node || charge(length / k_text_of_a_node);
 }
 
 extern unsigned long g_impure_count;

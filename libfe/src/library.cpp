@@ -1,6 +1,7 @@
 // The way from a call to a function of the library: evaluates and counts the arguments and keeps
 // exceptions inside. To add a function: write it in the file of its group, give it a row in the
 // table at the end of that file, and describe it in docs/expressions.md.
+#include <algorithm>
 #include <cerrno>
 #include <new>
 
@@ -8,54 +9,71 @@
 
 namespace fe {
 
-bool arguments::push_to_many(std::string_view text) {
-    if (many_.empty()) many_.assign(few_.begin(), few_.end());
+void evaluated_arguments::push_to_many(std::string_view text) {
+    if (many_.empty()) many_.assign(few_.at, few_.at + few_texts::k_most);
     many_.push_back(text);
-    data_ = many_.data();
+    texts_ = many_.data();
     ++size_;
-    return charge_text(text.size());
 }
 
-// Kept for as long as the arguments live.
-bool arguments::push_result(const fe_node *node) {
-    for (; node != nullptr; node = node->next) {
-        if (!push(view_of(node))) return false;
+void evaluated_arguments::own(fe_node *node) {
+    if (last_owned_ == nullptr) {
+        owned_.reset(node);
+    } else {
+        last_owned_->next = node;
+    }
+    last_owned_ = node;
+}
+
+// The result is kept for as long as the arguments live.
+bool evaluated_arguments::push_result_of(const fe_node *node) {
+    for (fe_node *result = evaluate(ctx_, node); result != nullptr; result = result->next) {
+        own(result);
+        push(view_of(result));
+        if (!charge_text(result->private_length)) return false;
+        if (result->next == nullptr) return true;
+    }
+    return false;
+}
+
+bool evaluated_arguments::copy_from(size_t index) {
+    for (; index < size_; ++index) {
+        fe_node *copy = new_const(texts_[index]);
+        if (copy == nullptr) return false;
+        own(copy);
+        texts_[index] = view_of(copy);
     }
     return true;
 }
 
-bool arguments::evaluate_all(const fe_node *first) {
-    const fe_node *last_call = nullptr;
+bool evaluated_arguments::evaluate_all(const fe_node *first) {
+    size_t price = 0;                  // of what has been read and not been charged for
+    size_t first_variable = SIZE_MAX;  // that a call behind it could still change
     for (const fe_node *node = first; node != nullptr; node = node->next) {
-        if (node->fed->private_kind == k_kind_call) last_call = node;
-    }
-    fe_node **end = nullptr;
-    for (const fe_node *node = first; node != nullptr; node = node->next) {
-        unsigned int kind = node->fed->private_kind;
-        if (kind == k_kind_const || (kind == k_kind_variable && last_call == nullptr)) {
-            std::string_view text;
-            if (kind == k_kind_const) {
-                text = view_of(node);
-            } else if (!get_variable(ctx_, symbol_of_name(node->text), text)) {
-                text = "";
-            }
-            if (!charge(1) || !push(text)) return false;
+        const unsigned int kind = node->fed->private_kind;
+        if (kind == k_kind_call) {
+            if (!charge(price) || !copy_from(first_variable) || !push_result_of(node)) return false;
+            price = 0;
+            first_variable = SIZE_MAX;
             continue;
         }
-        fe_node *result = evaluate(ctx_, node);
-        if (result == nullptr) return false;
-        if (end == nullptr) {
-            owned_.reset(result);
-        } else {
-            *end = result;
-        }
-        if (!push_result(result)) return false;
-        while (result->next != nullptr)
-            result = result->next;
-        end = &result->next;
-        if (node == last_call) last_call = nullptr;
+        if (kind == k_kind_variable) first_variable = std::min(first_variable, size_);
+        push(read_leaf(ctx_, node, price));
     }
-    return true;
+    return charge(price);
+}
+
+std::string_view evaluate_text(fe_context *ctx, const fe_node *node, node_list &owner) {
+    if (node->fed->private_kind != k_kind_call) {
+        if (!charge(1)) return {};
+        return node->fed->private_kind == k_kind_const ? view_of(node) : variable_text(ctx, node);
+    }
+    owner.reset(evaluate(ctx, node));
+    if (owner == nullptr) return {};
+    const fe_node *last = owner.get();
+    while (last->next != nullptr)
+        last = last->next;
+    return view_of(last);
 }
 
 fe_node *try_evaluate(fe_context *ctx, const fe_node *node) {
@@ -69,8 +87,14 @@ fe_node *try_evaluate(fe_context *ctx, const fe_node *node) {
 }
 
 bool evaluate_condition(fe_context *ctx, const fe_node *node) {
-    node_list result(try_evaluate(ctx, node));
-    return fe_istrue(fe_last_text(result.get())) != 0;
+    int saved = errno;
+    node_list owner;
+    const std::string_view text = evaluate_text(ctx, node, owner);
+    if (text.data() == nullptr) {
+        errno = saved;
+        forgive_failure();
+    }
+    return is_true(text);
 }
 
 namespace {
@@ -82,10 +106,9 @@ bool count_fits(const builtin &row, size_t count) {
 }
 
 fe_node *call_strict(const builtin &row, fe_context *ctx, const fe_node *call) {
-    arguments args(ctx);
-    if (!args.evaluate_all(call->first_child)) return nullptr;
-    if (!count_fits(row, args.size())) return nullptr;
-    return row.strict(args);
+    return with_arguments(ctx, call->first_child, [&row](const arguments &args) {
+        return count_fits(row, args.size()) ? row.strict(args) : nullptr;
+    });
 }
 
 fe_node *call_builtin(fe_context *ctx, fe_node *call) {

@@ -16,59 +16,73 @@ namespace fe {
 
 namespace {
 
-struct size_class {
-    size_t bytes;
-    unsigned int most_kept;
-    unsigned int kept;
+struct kept_blocks {
     fe_node *first;
+    unsigned int room;  // for further ones
 };
+constexpr std::array<size_t, 3> k_block_sizes = {64, 128, 512};
+std::array<kept_blocks, k_block_sizes.size()> g_kept = {
+    {{nullptr, 1024}, {nullptr, 256}, {nullptr, 64}}};
 constexpr unsigned char k_own_block = 255;  // class of nodes that are too long to be recycled
 
-std::array<size_class, 3> g_classes = {
-    {{64, 1024, 0, nullptr}, {128, 256, 0, nullptr}, {512, 64, 0, nullptr}}};
 size_t g_bytes_in_use = 0;
 
 constexpr unsigned short k_deepest_copy = 2000;
 
+unsigned char class_of(size_t bytes) {
+    for (unsigned char i = 0; i < k_block_sizes.size(); ++i) {
+        if (bytes <= k_block_sizes[i]) return i;
+    }
+    return k_own_block;
+}
+
 size_t block_size(const fe_node *node) {
-    if (node->private_class != k_own_block) return g_classes[node->private_class].bytes;
+    if (node->private_class != k_own_block) return k_block_sizes[node->private_class];
     return sizeof(fe_node) + node->private_length + 1;
 }
 
-fe_node *take_block(size_t bytes, unsigned char &class_index) {
-    class_index = 0;
-    while (class_index < g_classes.size() && g_classes[class_index].bytes < bytes)
-        ++class_index;
-    if (class_index == g_classes.size()) {
-        class_index = k_own_block;
-    } else {
-        size_class &sizes = g_classes[class_index];
-        bytes = sizes.bytes;
-        if (sizes.first != nullptr) {
-            g_bytes_in_use += bytes;
-            --sizes.kept;
-            fe_node *node = sizes.first;
-            sizes.first = node->next;
-            return node;
-        }
-    }
+fe_node *new_block(size_t bytes) {
     if (reserve_bytes(bytes) != 0) return nullptr;
     auto *node = static_cast<fe_node *>(malloc(bytes));
     if (node == nullptr) release_bytes(bytes);
     return node;
 }
 
+fe_node *take_kept(unsigned char class_index) {
+    kept_blocks &kept = g_kept[class_index];
+    fe_node *node = kept.first;
+    if (node == nullptr) return nullptr;
+    kept.first = node->next;
+    ++kept.room;
+    g_bytes_in_use += k_block_sizes[class_index];
+    return node;
+}
+
+fe_node *take_block(size_t bytes, unsigned char class_index) {
+    if (class_index == k_own_block) return new_block(bytes);
+    fe_node *node = take_kept(class_index);
+    return node != nullptr ? node : new_block(k_block_sizes[class_index]);
+}
+
+void fill_node(fe_node *node, fe_def *fed, size_t length, unsigned char class_index) {
+    *node = {nullptr,     fed, node_text(node), nullptr, static_cast<unsigned int>(length), 1,
+             class_index, 0};
+    node_text(node)[length] = '\0';
+}
+
+bool keep_block(fe_node *node, unsigned char class_index) {
+    kept_blocks &kept = g_kept[class_index];
+    if (!k_recycle || kept.room == 0) return false;
+    --kept.room;
+    node->next = kept.first;
+    kept.first = node;
+    g_bytes_in_use -= k_block_sizes[class_index];
+    return true;
+}
+
 void give_block_back(fe_node *node) {
+    if (node->private_class != k_own_block && keep_block(node, node->private_class)) return;
     release_bytes(block_size(node));
-    if (k_recycle && node->private_class != k_own_block) {
-        size_class &sizes = g_classes[node->private_class];
-        if (sizes.kept < sizes.most_kept) {
-            ++sizes.kept;
-            node->next = sizes.first;
-            sizes.first = node;
-            return;
-        }
-    }
     free(node);
 }
 
@@ -79,6 +93,22 @@ void release_node(fe_node *node) {
         release_definition(node->fed);
     }
     give_block_back(node);
+}
+
+// Without recursion: a tree that was built call by call may be of any depth.
+[[gnu::noinline]] void destroy_trees(fe_node *first) {
+    while (first != nullptr) {
+        fe_node *next = first->next;
+        if (fe_node *child = first->first_child) {
+            fe_node *last = child;
+            while (last->next != nullptr)
+                last = last->next;
+            last->next = next;
+            next = child;
+        }
+        release_node(first);
+        first = next;
+    }
 }
 
 fe_node *copy_tree(const fe_node *node, unsigned int depth) {
@@ -113,16 +143,27 @@ void release_bytes(size_t bytes) {
 
 fe_node *allocate_node(fe_def *fed, size_t length) {
     if (length > k_max_text) return fail_with(ENOMEM);
-    unsigned char class_index = 0;
-    fe_node *node = take_block(sizeof(fe_node) + length + 1, class_index);
+    const size_t bytes = sizeof(fe_node) + length + 1;
+    const unsigned char class_index = class_of(bytes);
+    fe_node *node = take_block(bytes, class_index);
     if (node == nullptr) {
         stop_out_of_memory();
         return nullptr;
     }
-    *node = {nullptr,     fed, node_text(node), nullptr, static_cast<unsigned int>(length), 1,
-             class_index, 0};
-    node_text(node)[length] = '\0';
+    fill_node(node, fed, length, class_index);
     retain_definition(fed);
+    return node;
+}
+
+fe_node *new_const(std::string_view text) {
+    fe_node *node = nullptr;
+    if (sizeof(fe_node) + text.size() < k_block_sizes[0] && (node = take_kept(0)) != nullptr) {
+        fill_node(node, &g_def_const, text.size(), 0);
+    } else {
+        node = allocate_node(&g_def_const, text.size());
+        if (node == nullptr) return nullptr;
+    }
+    copy_text(node_text(node), text);
     return node;
 }
 
@@ -191,18 +232,16 @@ void destroy_fe_node_tree(fe_node *node) {
     destroy_fe_node_list(node);
 }
 
-// Without recursion: a tree that was built call by call may be of any depth.
+// What an evaluation drops is most often a short constant, which goes back to where the next one is
+// taken from.
 void destroy_fe_node_list(fe_node *first) {
     while (first != nullptr) {
         fe_node *next = first->next;
-        if (fe_node *child = first->first_child) {
-            fe_node *last = child;
-            while (last->next != nullptr)
-                last = last->next;
-            last->next = next;
-            next = child;
+        if (first->fed != &g_def_const || first->private_class != 0 ||
+            first->first_child != nullptr || !keep_block(first, 0)) {
+            destroy_trees(first);
+            return;
         }
-        release_node(first);
         first = next;
     }
 }

@@ -12,7 +12,6 @@ namespace fe {
 namespace {
 
 constexpr size_t k_first_buckets = 256;
-constexpr uint32_t k_immortal = 0x4000'0000;  // uses of a symbol that is never released
 
 // Symbols that nobody uses any more stay for a while: the next request brings the same names.
 struct symbol_table {
@@ -20,6 +19,7 @@ struct symbol_table {
     size_t size = 0;
     size_t count = 0;
     size_t unused = 0;
+    uint32_t made = 0;
 };
 constexpr size_t k_most_unused = 64;  // and a quarter of the table
 symbol_table g_symbols;
@@ -27,9 +27,9 @@ symbol_table g_symbols;
 constexpr auto k_short_symbols = [] {
     std::array<fe_symbol_record, 128> result{};
     for (size_t i = 0; i < result.size(); ++i) {
-        result[i].uses = k_immortal;
+        result[i].uses = k_permanent;
         result[i].length = 1;
-        result[i].hash = static_cast<uint32_t>(i);
+        result[i].number = static_cast<uint32_t>(i);
         result[i].name[0] = static_cast<char>(i);
     }
     return result;
@@ -127,9 +127,7 @@ symbol_ptr find_symbol(std::string_view name) {
 
 symbol_ptr acquire_symbol(std::string_view name) {
     if (is_short(name)) {
-        symbol_ptr symbol = &g_short_symbols[static_cast<unsigned char>(name[0])];
-        ++symbol->uses;
-        return symbol;
+        return &g_short_symbols[static_cast<unsigned char>(name[0])];
     }
     if (name.empty() || name.size() > k_max_text) {
         errno = EINVAL;
@@ -151,6 +149,7 @@ symbol_ptr acquire_symbol(std::string_view name) {
         return nullptr;
     }
     symbol->hash = hash;
+    symbol->number = g_symbols.made++;
     symbol->uses = 1;
     symbol->impure = false;
     symbol->length = static_cast<uint32_t>(name.size());
@@ -163,11 +162,11 @@ symbol_ptr acquire_symbol(std::string_view name) {
     return symbol;
 }
 
-void retain_symbol(symbol_ptr symbol) {
+void add_use(symbol_ptr symbol) {
     if (symbol->uses++ == 0) --g_symbols.unused;
 }
 
-void release_symbol(symbol_ptr symbol) {
+void drop_use(symbol_ptr symbol) {
     if (--symbol->uses == 0 && ++g_symbols.unused > k_most_unused + g_symbols.count / 4) {
         drop_unused();
     }
@@ -176,5 +175,7 @@ void release_symbol(symbol_ptr symbol) {
 }  // namespace fe
 
 extern "C" fe_symbol fe_intern(const char *name) {
-    return fe::acquire_symbol(name);
+    fe_symbol_record *symbol = fe::acquire_symbol(name);
+    if (symbol != nullptr && !fe::is_permanent(symbol)) symbol->uses = fe::k_permanent;
+    return symbol;
 }

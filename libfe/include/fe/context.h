@@ -9,6 +9,8 @@
 #ifndef FE_CONTEXT_H
 #define FE_CONTEXT_H
 
+#include <stddef.h>
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -41,9 +43,14 @@ const char *fe_get(const fe_context *ctx, const char *name);
  * code knows, never names that come from outside. Null with errno ENOMEM or EINVAL (empty name). */
 fe_symbol fe_intern(const char *name);
 
-/* fe_set and fe_get for a name that was interned once: the fastest way to pass variables. */
+/* fe_set and fe_get for a name that was interned once. */
 int fe_set_symbol(fe_context *ctx, fe_symbol name, const char *value);
 const char *fe_get_symbol(const fe_context *ctx, fe_symbol name);
+
+/* fe_set_symbol without a copy, the fastest way to pass variables: the `length` bytes at `value`,
+ * which hold no NUL, and the NUL behind them stay as they are until the variable is set again or
+ * the context is released. */
+int fe_lend_symbol(fe_context *ctx, fe_symbol name, const char *value, size_t length);
 
 #ifdef __cplusplus
 }
