@@ -107,7 +107,7 @@ class Situation:
 def idle_connections(daemon):
     silent = []
     end = time.monotonic() + force.PATIENCE
-    while len(silent) < 520 and time.monotonic() < end:
+    while len(silent) < 1100 and time.monotonic() < end:
         one = socket.socket(socket.AF_UNIX)
         one.setblocking(False)
         try:
@@ -255,7 +255,7 @@ def drained(log):
 
 
 SITUATIONS = (
-    ("520 idle connections", "usercred", None, idle_connections, True),
+    ("1,100 idle connections", "usercred", None, idle_connections, True),
     ("100 guessers (yescrypt)", "shadow", None, guessers, True),
     ("system log that nobody reads", "usercred", None, denied, False),
     ("hung commit hook", "usercred", add_hung_hook, hung_hook, True),

@@ -35,6 +35,7 @@
 #include <optional>
 #include <utility>
 
+#include "daemon/descriptors.h"
 #include "session/limits.h"
 #include "ucfgd/owners.h"
 
@@ -100,8 +101,11 @@ class spawn_plan {
         if (error_ != 0) return error_;
         const char *argv[] = {"sh", "-c", command, nullptr};
         fflush(stdout);
-        return posix_spawn(&pid, "/bin/sh", &actions_, &attributes_,
-                           const_cast<char *const *>(argv), environ);
+        descriptors_lower();
+        const int error = posix_spawn(&pid, "/bin/sh", &actions_, &attributes_,
+                                      const_cast<char *const *>(argv), environ);
+        descriptors_raise();
+        return error;
     }
 
   private:

@@ -41,7 +41,7 @@ void reenable_input(ccd_session *session) {
         (session->flags & k_session_locked) || session->stalled || session->login_ticket != 0)
         return;
     trace(3, "reenabling input osize=%d\n", osize);
-    in->type |= FD_CALLBACK_READ;
+    loop_watch(in, FD_CALLBACK_READ);
 }
 
 /* Sends what the socket takes. A socket that takes nothing now stays watched; -1 when the
@@ -55,13 +55,13 @@ int send_pending(ccd_session *session, int fd) {
             close_session(session);
             return -1;
         }
-        if (sent == pending) session->fdcb_out->type &= ~FD_CALLBACK_WRITE;
+        if (sent == pending) loop_watch(session->fdcb_out, FD_CALLBACK_PARKED);
     }
     reenable_input(session);
     return 0;
 }
 
-/* Replies leave at once, which saves the round through select; only what the socket does not take
+/* Replies leave at once, which saves a round through the loop; only what the socket does not take
  * waits for the write side. A session that the input has ended goes as soon as its last reply is
  * out. */
 int reply_at_once(ccd_session *session) {

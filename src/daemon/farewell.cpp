@@ -29,7 +29,7 @@ loop_timer g_timer;
 
 void end(farewell *last) {
     g_farewells = slist_unlink(g_farewells, last);
-    last->cb->state = FD_CALLBACK_FINISHED;
+    loop_finish(last->cb);
     last->cb->data = nullptr;
     destroy_databuf(last->output);
     std::free(last);
@@ -66,7 +66,7 @@ void farewell_take(ccd_session *session) {
     last->cb = std::exchange(session->fdcb_out, nullptr);
     last->cb->cb = send_some;
     last->cb->data = last;
-    last->cb->type = FD_CALLBACK_WRITE;
+    loop_watch(last->cb, FD_CALLBACK_WRITE);
     last->due = loop_now() + patience * k_milliseconds;
     g_farewells = slist_append(g_farewells, last);
     if (g_timer.due == 0) loop_set_timer(&g_timer, patience * k_milliseconds, end_late, nullptr);

@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "daemon/connection.h"
+#include "daemon/descriptors.h"
 #include "daemon/listen.h"
 #include "daemon/log.h"
 #include "daemon/loop.h"
@@ -26,22 +27,18 @@
 
 namespace {
 
-/* Descriptors above which no connection goes, for the pipes of child processes and for files. */
-constexpr int k_highest_descriptor = FD_SETSIZE - 32;
+/* Libraries that still use select can work with the first descriptors only: beyond so many of them
+ * connections go above. */
+constexpr int k_low_descriptors = FD_SETSIZE / 2;
+
 constexpr long k_pause_milliseconds = 100;
 
 bool g_paused = false;
 bool g_pause_told = false; /* since the last connection */
 loop_timer g_pause_timer;
 
-/* The two sides of a connection, each closed by a registration of its own. */
-struct connection_pair {
-    unique_fd in;
-    unique_fd out;
-};
-
 void park_listener(int fd) {
-    for (fd_callback *cb = g_cb_list; cb; cb = cb->next)
+    for (fd_callback *cb = g_cb_marked; cb; cb = cb->next_marked)
         if (cb->cb == listen_callback && cb->fd == fd) cb->type = FD_CALLBACK_PARKED;
     g_paused = true;
 }
@@ -64,33 +61,29 @@ bool is_transient(int error) {
     return error == EAGAIN || error == EWOULDBLOCK || error == EINTR || error == ECONNABORTED;
 }
 
-/* Both sides, or neither. The place of the second one is taken before anything is accepted, so that
- * no connection is lost for want of it. */
-connection_pair accept_pair(int listener, const char *name) {
-    connection_pair pair;
-    pair.out.reset(dup(listener));
-    if (pair.out) pair.in.reset(accept(listener, nullptr, nullptr));
-    if (!pair.in) {
-        if (!is_transient(errno)) pause_listener(listener, name);
-        return {};
-    }
-    set_reuse_address(pair.in.get());
-    if (dup2(pair.in.get(), pair.out.get()) < 0) {
-        daemon_log(LOG_ERR, "dup: %s", strerror(errno));
-        return {};
-    }
-    set_close_on_exec(pair.in.get());
-    set_close_on_exec(pair.out.get());
-    return pair;
+void leave_low_numbers(unique_fd &fd) {
+    if (fd.get() < k_low_descriptors || fd.get() >= FD_SETSIZE) return;
+    unique_fd higher{fcntl(fd.get(), F_DUPFD_CLOEXEC, FD_SETSIZE)};
+    if (higher) fd = std::move(higher);
 }
 
-/* Registers one side. The loop owns the descriptor then; otherwise it stays with fd. */
-fd_callback *register_side(unique_fd &fd, int type, int (*callback)(int, void *), void *data) {
-    fd_callback *cb = create_fd_callback(fd.get(), type, callback, data);
-    if (cb && loop_add_callback(cb) == 0) {
-        fd.release();
-        return cb;
+/* None when nothing can be accepted now. */
+unique_fd accept_one(int listener, const char *name) {
+    unique_fd fd{accept(listener, nullptr, nullptr)};
+    if (!fd) {
+        if (!is_transient(errno)) pause_listener(listener, name);
+        return fd;
     }
+    set_reuse_address(fd.get());
+    set_close_on_exec(fd.get());
+    leave_low_numbers(fd);
+    return fd;
+}
+
+/* Registers one side. Null without memory. */
+fd_callback *register_side(int fd, int type, int (*callback)(int, void *), void *data) {
+    fd_callback *cb = create_fd_callback(fd, type, callback, data);
+    if (cb && loop_add_quiet_callback(cb) == 0) return cb;
     std::free(cb);
     return nullptr;
 }
@@ -110,16 +103,17 @@ void log_connection_accepted(int listener, const char *name) {
     log_protocol_f("X(%d): Accepted connection on listen/%s\n", listener, name);
 }
 
-/* A listed session for the pair; null when memory is exhausted, and then nothing is left of it. */
-ccd_session *make_session(connection_pair pair, owned_ucred peer, const char *name) {
+/* A listed session for the connection; null when memory is exhausted, and then nothing is left of
+ * it. Both sides are registered for the one descriptor, which the loop closes with the last. */
+ccd_session *make_session(unique_fd fd, owned_ucred peer, const char *name) {
     owned<ccd_session, destroy_session> session{create_session()};
     if (!session) return nullptr;
     session->listenname = strdup(name);
-    session->fdcb_out = register_side(pair.out, FD_CALLBACK_PARKED, write_callback, session.get());
-    session->fdcb_in = session->fdcb_out && session->listenname
-                           ? register_side(pair.in, FD_CALLBACK_READ, read_callback, session.get())
-                           : nullptr;
     session->backend_ctx = g_trns_ctx;
+    if (!session->listenname) return nullptr;
+    session->fdcb_out = register_side(fd.get(), FD_CALLBACK_PARKED, write_callback, session.get());
+    if (!session->fdcb_out) return nullptr;
+    session->fdcb_in = register_side(fd.release(), FD_CALLBACK_READ, read_callback, session.get());
     if (!session->fdcb_in) return nullptr;
     session->ucred = peer.release();
     session->connected = loop_now();
@@ -143,16 +137,16 @@ int listen_callback(int fd, void *data) {
     auto *listener = static_cast<const cnfnode *>(data);
     const char *name = listener ? cnfnode_getname(listener) : "";
     session_timeout_check_all(nullptr);
-    connection_pair pair = accept_pair(fd, name);
-    if (!pair.out) return -1;
+    unique_fd connection = accept_one(fd, name);
+    if (!connection) return -1;
     g_pause_told = false;
-    owned_ucred peer = peer_credentials(pair.in.get());
+    owned_ucred peer = peer_credentials(connection.get());
     if (!place_for(name, peer ? peer->uid : k_no_user)) return -1;
-    if (std::max(pair.in.get(), pair.out.get()) >= k_highest_descriptor) {
+    if (connection.get() >= descriptors_most() - k_descriptors_reserved) {
         limit_met(k_limit_connections, "closing a new one on listen/%s", name);
         return -1;
     }
-    if (!make_session(std::move(pair), std::move(peer), name)) {
+    if (!make_session(std::move(connection), std::move(peer), name)) {
         daemon_log(LOG_ERR, "closing a new connection on listen/%s: %s", name, strerror(errno));
         return -1;
     }
@@ -164,6 +158,6 @@ int listen_callback(int fd, void *data) {
 void listen_resume(void) {
     if (!g_paused) return;
     g_paused = false;
-    for (fd_callback *cb = g_cb_list; cb; cb = cb->next)
+    for (fd_callback *cb = g_cb_marked; cb; cb = cb->next_marked)
         if (cb->cb == listen_callback) cb->type = FD_CALLBACK_READ;
 }

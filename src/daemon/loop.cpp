@@ -1,9 +1,7 @@
 #include "daemon/loop.h"
 
 #include <errno.h>
-#include <fcntl.h>
 #include <libdaemon/daemon.h>
-#include <sys/select.h>
 #include <syslog.h>
 #include <time.h>
 #include <unistd.h>
@@ -12,7 +10,10 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <new>
+#include <vector>
 
+#include "daemon/loop_wait.h"
 #include "ucfgd/owners.h"
 
 /* The daemon's folder, for its next owner.
@@ -22,17 +23,20 @@
  * (signals), and the pipes of child processes (src/session). Nobody else ever waits, so a function
  * that blocks stops every client.
  *
- * A round has two passes over one list: call what select found ready, then remove what is finished
- * and note what the others wait for. Nothing is unlinked while functions are being called. They
- * only mark, and they may mark any record, their own or one that has not had its turn: so the state
- * and the type of a record are looked at again right before its function is called. Sessions follow
- * the same rule through the sweep hook, which runs when no function does.
+ * A round has two passes: call what the wait found ready, then remove what is finished and tell the
+ * kernel what the others wait for. Both go in the order of the list, but touch only what is ready
+ * and what is marked: thousands of connections that are silent cost nothing. Records that their
+ * owners change as they like are marked for good; the connections' are quiet, and marked by the
+ * functions that change them. Nothing is unlinked while functions are being called. They only mark,
+ * and they may mark any record, their own or one that has not had its turn: so the state and the
+ * type of a record are looked at again right before its function is called. Sessions follow the
+ * same rule through the sweep hook, which runs when no function does.
  *
  * Whoever waits for a time sets a timer; whoever has stopped in the middle of its work to let
  * others have their turn tells so with loop_work_left, and goes on in the sweep. Once the loop
  * stops, nothing is registered, so that nothing is started that would keep it from its end.
  *
- * A request costs one select, one read and one write. Keep it so: connections write their replies
+ * A request costs one wait, one read and one write. Keep it so: connections write their replies
  * at once and are watched for writing only when the socket did not take everything, and the clock
  * costs no system call.
  *
@@ -45,20 +49,28 @@ static_assert(offsetof(fd_callback, next) == 0);
 
 fd_callback *g_cb_list = nullptr;
 fd_callback *g_timecb_list = nullptr;
+fd_callback *g_cb_marked = nullptr;
 int64_t (*g_loop_clock)(void) = nullptr;
 
 namespace {
 
 constexpr int64_t k_milliseconds = 1000;
-constexpr int64_t k_microseconds = 1000;
 constexpr int64_t k_nanoseconds_each = 1'000'000;
-/* A wait stands still while the machine sleeps, the clock of the timers does not. So a timer whose
- * time has come meanwhile is late by this much, and not by the rest of the wait. */
-constexpr int64_t k_longest_wait = 1000;
+constexpr int k_retry_milliseconds = 100;
 
 /* Where the next record of each list is linked. */
 fd_callback **g_cb_tail = &g_cb_list;
 fd_callback **g_timecb_tail = &g_timecb_list;
+fd_callback **g_marked_tail = &g_cb_marked;
+
+uint64_t g_last_place = 0;
+size_t g_count = 0;
+
+/* The records that are ready, then those to be removed. There is always room for all. */
+std::vector<fd_callback *> g_chosen;
+
+/* The kernel had no memory to watch some record. */
+bool g_retry = false;
 
 /* Timers that are set, the first one due at the head. */
 loop_timer *g_timers = nullptr;
@@ -73,100 +85,151 @@ void (*g_sweep)(void) = nullptr;
 void (*g_closed)(void) = nullptr;
 void (*g_before_wait)(void) = nullptr;
 
-/* The descriptors that are waited for. */
-struct watch_sets {
-    fd_set read{};
-    fd_set write{};
-    int highest = 0;
-
-    void add(const fd_callback *cb) {
-        if (cb->type == FD_CALLBACK_READ) FD_SET(cb->fd, &read);
-        if (cb->type == FD_CALLBACK_WRITE) FD_SET(cb->fd, &write);
-        highest = std::max(highest, cb->fd);
-    }
-};
-
 struct removal {
     bool stopped = false;
     bool closed = false;
 };
 
 void append(fd_callback **&tail, fd_callback *cb) {
+    cb->next = nullptr;
+    cb->link = tail;
     *tail = cb;
     tail = &cb->next;
 }
 
-void unlink_and_free(fd_callback **list, fd_callback **&tail, fd_callback *cb) {
-    for (fd_callback **link = list; *link; link = &(*link)->next) {
-        if (*link != cb) continue;
-        *link = cb->next;
-        if (tail == &cb->next) tail = link;
-        std::free(cb);
-        return;
-    }
+void take_out(fd_callback **&tail, const fd_callback *cb) {
+    *cb->link = cb->next;
+    if (cb->next)
+        cb->next->link = cb->link;
+    else
+        tail = cb->link;
 }
 
-watch_sets collect() {
-    watch_sets sets;
-    for (const fd_callback *cb = g_cb_list; cb; cb = cb->next)
-        sets.add(cb);
-    return sets;
+void mark(fd_callback *cb) {
+    if (cb->marked != 0 || cb->place == 0) return;
+    cb->marked = 1;
+    cb->next_marked = nullptr;
+    *g_marked_tail = cb;
+    g_marked_tail = &cb->next_marked;
 }
 
-/* The walk ends with the last of the descriptors that are ready. */
-void dispatch(const watch_sets &sets, int ready) {
-    for (fd_callback *cb : removal_safe(g_cb_list)) {
-        if (ready <= 0) return;
-        if (cb->state == FD_CALLBACK_FINISHED) continue;
-        if (cb->type == FD_CALLBACK_READ && FD_ISSET(cb->fd, &sets.read)) {
-            ready--;
-            cb->cb(cb->fd, cb->data);
-        }
-        if (cb->type == FD_CALLBACK_WRITE && FD_ISSET(cb->fd, &sets.write)) {
-            ready--;
-            cb->cb(cb->fd, cb->data);
-        }
-    }
-}
-
-/* Removes finished records, and adds the others to the sets where there are some: one walk does
- * both. */
-removal remove_finished(fd_callback **list, fd_callback **&tail, watch_sets *sets) {
-    removal result;
-    fd_callback **link = list;
+/* Keeps those marked for which the test is true. */
+template <class test>
+void filter_marked(test stays) {
+    fd_callback **link = &g_cb_marked;
     while (fd_callback *cb = *link) {
-        if (cb->state == FD_CALLBACK_STOP) {
-            result.stopped = true;
-            return result;
-        }
-        if (cb->state != FD_CALLBACK_FINISHED) {
-            if (sets) sets->add(cb);
-            link = &cb->next;
+        fd_callback *next = cb->next_marked;
+        if (stays(cb)) {
+            link = &cb->next_marked;
             continue;
         }
-        if (close(cb->fd) != 0) daemon_log(LOG_ERR, "close fd=%d: %s", cb->fd, strerror(errno));
-        *link = cb->next;
-        std::free(cb);
+        *link = next;
+        /* It may be gone by now. */
+    }
+    g_marked_tail = link;
+}
+
+void leave(fd_callback *cb) {
+    wait_remove(cb);
+    take_out(g_cb_tail, cb);
+    cb->place = 0;
+    g_count--;
+}
+
+void choose(fd_callback *cb) {
+    if (cb->type != FD_CALLBACK_PARKED) g_chosen.push_back(cb);
+}
+
+void put_chosen_in_order() {
+    if (g_chosen.size() > 1) std::ranges::sort(g_chosen, {}, &fd_callback::place);
+}
+
+/* By index, since functions may add records. */
+void dispatch() {
+    put_chosen_in_order();
+    for (size_t i = 0; i < g_chosen.size(); i++) {
+        fd_callback *cb = g_chosen[i];
+        if (cb->state == FD_CALLBACK_FINISHED) continue;
+        if (cb->type == FD_CALLBACK_READ && wait_found_readable(cb)) cb->cb(cb->fd, cb->data);
+        if (cb->type == FD_CALLBACK_WRITE && wait_found_writable(cb)) cb->cb(cb->fd, cb->data);
+    }
+}
+
+void close_of(const fd_callback *cb) {
+    if (close(cb->fd) != 0) daemon_log(LOG_ERR, "close fd=%d: %s", cb->fd, strerror(errno));
+}
+
+removal remove_finished() {
+    removal result;
+    g_chosen.clear();
+    for (fd_callback *cb = g_cb_marked; cb; cb = cb->next_marked)
+        if (cb->state == FD_CALLBACK_FINISHED || cb->state == FD_CALLBACK_STOP)
+            g_chosen.push_back(cb);
+    if (g_chosen.empty()) return result;
+    put_chosen_in_order();
+    for (fd_callback *cb : g_chosen) {
+        result.stopped = cb->state == FD_CALLBACK_STOP;
+        if (result.stopped) break;
+        leave(cb);
+        if (!wait_knows(cb->fd)) close_of(cb);
         result.closed = true;
     }
-    tail = link;
+    filter_marked([](fd_callback *cb) {
+        if (cb->place != 0) return true;
+        std::free(cb);
+        return false;
+    });
     return result;
 }
 
-/* A descriptor that somebody else has closed would make every select fail at once, for ever. Its
- * owner may still hold the record, so that it is parked and not removed. */
-void park_closed_descriptors() {
-    for (fd_callback *cb = g_cb_list; cb; cb = cb->next) {
-        if (cb->type == FD_CALLBACK_PARKED || fcntl(cb->fd, F_GETFD) >= 0) continue;
+/* A descriptor that somebody else has closed cannot be watched, but its owner may still hold the
+ * record: so it is parked and not removed. False when it has to be tried again. */
+bool tell(fd_callback *cb) {
+    if (cb->watched == cb->type) return true;
+    const bool told = wait_tell(cb->fd);
+    if (!told && (errno == ENOMEM || errno == ENOSPC)) {
+        if (!g_retry) daemon_log(LOG_ERR, "cannot watch fd=%d now: %s", cb->fd, strerror(errno));
+        return false;
+    }
+    if (!told) {
         daemon_log(LOG_ERR, "fd=%d: %s, no longer watched", cb->fd, strerror(errno));
         cb->type = FD_CALLBACK_PARKED;
     }
+    cb->watched = cb->type;
+    return true;
+}
+
+void tell_marked() {
+    bool retry = false;
+    filter_marked([&](fd_callback *cb) {
+        const bool told = tell(cb);
+        retry |= !told;
+        if (!told || !cb->quiet) return true;
+        cb->marked = 0;
+        return false;
+    });
+    g_retry = retry;
+}
+
+/* The kernel knows nothing yet. False when there is nothing to wait with. */
+bool begin_anew() {
+    for (fd_callback *cb = g_cb_list; cb; cb = cb->next) {
+        cb->watched = -1;
+        mark(cb);
+    }
+    if (wait_open()) return true;
+    daemon_log(LOG_ERR, "cannot wait: %s", strerror(errno));
+    return false;
 }
 
 void call_time_callbacks() {
     for (fd_callback *cb : removal_safe(g_timecb_list))
         if (cb->state != FD_CALLBACK_FINISHED) cb->cb(-1, cb->data);
-    remove_finished(&g_timecb_list, g_timecb_tail, nullptr);
+    for (fd_callback *cb : removal_safe(g_timecb_list)) {
+        if (cb->state != FD_CALLBACK_FINISHED) continue;
+        close_of(cb);
+        loop_del_time_callback(cb);
+    }
 }
 
 void call_due_timers() {
@@ -180,35 +243,50 @@ void call_due_timers() {
     }
 }
 
-/* How long the next select may wait: null for ever. */
-timeval *next_wait(timeval &wait) {
-    wait = {};
-    if (g_work_left) return &wait;
-    if (!g_timers) return nullptr;
-    int64_t left = std::clamp<int64_t>(g_timers->due - loop_now(), 0, k_longest_wait);
-    wait.tv_sec = static_cast<time_t>(left / k_milliseconds);
-    wait.tv_usec = static_cast<suseconds_t>(left % k_milliseconds * k_microseconds);
-    return &wait;
+/* Chooses what is ready. */
+int wait_for_events() {
+    tell_marked();
+    if (g_before_wait) g_before_wait();
+    g_chosen.clear();
+    const int most = g_work_left ? 0 : g_retry ? k_retry_milliseconds : -1;
+    g_work_left = false;
+    return wait_for(g_timers ? g_timers->due : 0, most, choose);
 }
 
-/* Everything behind a wait that found something or was short; wanted is what to wait for next. True
- * when the loop is over. */
-bool serve(const watch_sets &sets, int ready, watch_sets &wanted) {
-    dispatch(sets, ready);
+/* Everything behind a wait that found something or was short. True when the loop is over. */
+bool serve() {
+    dispatch();
     call_due_timers();
     if (g_sweep) g_sweep();
-    wanted = {};
-    removal result = remove_finished(&g_cb_list, g_cb_tail, &wanted);
+    removal result = remove_finished();
     if (result.stopped) return true;
     if (!g_cb_list) {
         daemon_log(LOG_NOTICE, "loop: no more sockets to listen, returning");
         return true;
     }
-    if (result.closed && g_closed) {
-        g_closed(); /* which may have changed what is waited for */
-        wanted = collect();
-    }
+    if (result.closed && g_closed) g_closed();
     return false;
+}
+
+/* Appends a record of either kind. */
+int add(fd_callback *cb, bool quiet) try {
+    if (!cb || cb->fd < 0 || g_stopping) {
+        errno = !cb ? EINVAL : cb->fd < 0 ? EBADF : ECANCELED;
+        return -1;
+    }
+    if (g_chosen.capacity() <= g_count) g_chosen.reserve(2 * g_count + 1);
+    if (!wait_add(cb)) return -1;
+    append(g_cb_tail, cb);
+    g_count++;
+    cb->place = ++g_last_place;
+    cb->quiet = quiet ? 1 : 0;
+    cb->watched = -1;
+    cb->marked = 0;
+    mark(cb);
+    return 0;
+} catch (const std::bad_alloc &) {
+    errno = ENOMEM;
+    return -1;
 }
 
 }  // namespace
@@ -224,16 +302,30 @@ fd_callback *create_fd_callback(int fd, int type, int (*callback)(int fd, void *
 }
 
 int loop_add_callback(fd_callback *cb) {
-    if (!cb || cb->fd < 0 || cb->fd >= FD_SETSIZE || g_stopping) {
-        errno = !cb ? EINVAL : cb->fd < 0 ? EBADF : g_stopping ? ECANCELED : EMFILE;
-        return -1;
-    }
-    append(g_cb_tail, cb);
-    return 0;
+    return add(cb, false);
+}
+
+int loop_add_quiet_callback(fd_callback *cb) {
+    return add(cb, true);
+}
+
+void loop_watch(fd_callback *cb, int type) {
+    if (!cb || cb->type == type) return;
+    cb->type = type;
+    mark(cb);
+}
+
+void loop_finish(fd_callback *cb) {
+    if (!cb) return;
+    cb->state = FD_CALLBACK_FINISHED;
+    mark(cb);
 }
 
 void loop_del_callback(fd_callback *cb) {
-    unlink_and_free(&g_cb_list, g_cb_tail, cb);
+    if (!cb || cb->place == 0) return;
+    leave(cb);
+    filter_marked([=](const fd_callback *other) { return other != cb; });
+    std::free(cb);
 }
 
 int loop_add_time_callback(fd_callback *cb) {
@@ -246,7 +338,9 @@ int loop_add_time_callback(fd_callback *cb) {
 }
 
 void loop_del_time_callback(fd_callback *cb) {
-    unlink_and_free(&g_timecb_list, g_timecb_tail, cb);
+    if (!cb || !cb->link) return;
+    take_out(g_timecb_tail, cb);
+    std::free(cb);
 }
 
 void loop_set_hooks(void (*sweep)(void), void (*closed)(void)) {
@@ -269,7 +363,7 @@ int loop_stopping(void) {
 void loop_finish_all(void) {
     loop_stop();
     for (fd_callback *cb = g_cb_list; cb; cb = cb->next)
-        cb->state = FD_CALLBACK_FINISHED;
+        loop_finish(cb);
 }
 
 int64_t loop_now(void) {
@@ -307,21 +401,14 @@ void loop_work_left(void) {
 }
 
 void loop(int /*timeout*/) {
-    watch_sets wanted = collect();
-    for (;;) {
-        if (g_before_wait) g_before_wait();
-        watch_sets sets = wanted;
-        timeval wait;
-        timeval *limit = next_wait(wait);
-        g_work_left = false;
-        int ready = select(sets.highest + 1, &sets.read, &sets.write, nullptr, limit);
+    bool runs = begin_anew();
+    while (runs) {
+        const int ready = wait_for_events();
+        if (ready == k_wait_astray) runs = begin_anew();
+        if (ready < 0) continue;
         if (ready == 0) call_time_callbacks();
-        if (ready >= 0) {
-            if (serve(sets, ready, wanted)) break;
-            continue;
-        }
-        if (errno == EBADF) park_closed_descriptors();
-        wanted = collect();
+        runs = !serve();
     }
+    wait_close();
     g_stopping = false;
 }

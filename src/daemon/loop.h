@@ -1,22 +1,22 @@
 #ifndef UCFGD_DAEMON_LOOP_H
 #define UCFGD_DAEMON_LOOP_H
 
-/* The event loop: one thread, one select, one list of registrations.
+/* The event loop: one thread, one wait, one list of registrations.
  *
  *  1. A record that was added belongs to the loop. Its owner may change `type`, `state` and `data`
- * at any time; nobody but the loop unlinks or frees it.
+ *     at any time; nobody but the loop unlinks or frees it. Where a quiet one is changed the loop
+ *     must be told: loop_watch and loop_finish do both, for every record.
  *  2. An owner who is done sets `state` to FD_CALLBACK_FINISHED and forgets the record: after the
- *     dispatch pass the loop closes the descriptor and frees the record.
+ *     dispatch pass the loop frees the record, and closes the descriptor with the last of its
+ *     records.
  *  3. A callback may find its data null: its owner is gone and the record is finished, or will be.
  *  4. The whole value of `type` counts. A record is made a reader (1) or a writer (2) for good, and
  *     only its own bit is cleared and set again.
- *  5. select watches descriptors below FD_SETSIZE only. Others are refused where they are
- * registered.
- *  6. A timer belongs to whoever set it, and must be cleared before its memory goes. Timers run
+ *  5. A timer belongs to whoever set it, and must be cleared before its memory goes. Timers run
  *     between the passes, like the sweep, never inside a callback.
- *  7. The loop has three states: it runs; work is left, so that the next wait only looks; and it
+ *  6. The loop has three states: it runs; work is left, so that the next wait only looks; and it
  *     stops, when nothing is registered any more.
- *  8. Nothing here is safe in a signal handler; signals arrive as data on a pipe.
+ *  7. Nothing here is safe in a signal handler; signals arrive as data on a pipe.
  */
 
 #include <stdint.h>
@@ -29,7 +29,7 @@ enum { FD_CALLBACK_PARKED = 0, FD_CALLBACK_READ = 1, FD_CALLBACK_WRITE = 2 };
 
 enum {
     FD_CALLBACK_ACTIVE = 0,
-    FD_CALLBACK_FINISHED = 1, /* the loop closes the descriptor and frees the record */
+    FD_CALLBACK_FINISHED = 1, /* the loop frees the record and closes the descriptor */
     FD_CALLBACK_STOP = 2      /* the loop returns when its removal pass comes to this record */
 };
 
@@ -40,6 +40,14 @@ typedef struct fd_callback {
     int fd;
     int (*cb)(int fd, void *data); /* the result is ignored */
     void *data;                    /* borrowed */
+    /* Private from here on. */
+    struct fd_callback **link; /* what points at it in the list */
+    struct fd_callback *next_marked;
+    struct fd_callback *next_alike; /* another one of the same descriptor */
+    uint64_t place;                 /* its place in the list; 0 while it is in none */
+    int watched; /* the type that the kernel knows of; -1: it knows nothing yet */
+    short quiet;
+    short marked;
 } fd_callback;
 
 /* Registrations in the order in which they were added. For looking at; add with the functions
@@ -47,22 +55,34 @@ typedef struct fd_callback {
 extern struct fd_callback *g_cb_list;
 extern struct fd_callback *g_timecb_list;
 
+/* Those of them that the loop looks at in each round, linked by `next_marked` in the same order:
+ * all but the quiet ones. Quiet ones stand among them while they have changed. */
+extern struct fd_callback *g_cb_marked;
+
 /* A new record that is in no list yet; null (errno ENOMEM) when memory is exhausted. */
 struct fd_callback *create_fd_callback(int fd, int type, int (*callback)(int fd, void *data),
                                        void *data);
 
 /* Appends a record, which belongs to the loop from then on. Returns 0; -1 for a null record (errno
- * EINVAL), for a descriptor that is negative (EBADF) or at or above FD_SETSIZE (EMFILE), and while
- * the loop stops (ECANCELED): then the record, freed with free(), and the descriptor are still the
- * caller's. */
+ * EINVAL), for a negative descriptor (EBADF), while the loop stops (ECANCELED), and without memory
+ * (ENOMEM): then the record, freed with free(), and the descriptor are still the caller's. */
 int loop_add_callback(struct fd_callback *cb);
+
+/* The same for a quiet record, of which there may be thousands: rounds in which nothing happens to
+ * it do not touch it. It is changed with the next two functions alone. */
+int loop_add_quiet_callback(struct fd_callback *cb);
+
+/* Set what is watched and mark a record finished, whether it is quiet or not, and in the loop or
+ * not yet. Null is accepted. */
+void loop_watch(struct fd_callback *cb, int type);
+void loop_finish(struct fd_callback *cb);
 
 /* Unlinks and frees a record without closing its descriptor. For the loop itself. */
 void loop_del_callback(struct fd_callback *cb);
 
 /* The same for records that are called when a wait ends without anything ready, as it does at a
- * timer's time, each second until then, and while work is left. Whoever waits for a time sets a
- * timer. A time record's descriptor may be -1. */
+ * timer's time and while work is left. Whoever waits for a time sets a timer. A time record's
+ * descriptor may be -1. */
 int loop_add_time_callback(struct fd_callback *cb);
 void loop_del_time_callback(struct fd_callback *cb);
 

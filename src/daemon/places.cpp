@@ -1,13 +1,12 @@
 #include "daemon/places.h"
 
-#include <sys/resource.h>
-#include <sys/select.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <cstring>
 
 #include "daemon/connection.h"
+#include "daemon/descriptors.h"
 #include "daemon/farewell.h"
 #include "daemon/listen.h"
 #include "daemon/loop.h"
@@ -18,8 +17,6 @@
 
 namespace {
 
-/* Descriptors that connections leave to the pipes of child processes and to files. */
-constexpr long k_reserved_descriptors = 32;
 constexpr int64_t k_milliseconds = 1000;
 
 loop_timer g_login_timer;
@@ -55,29 +52,29 @@ long count_connections(predicate counts) {
 
 template <class action>
 void for_each_listener(action act) {
-    for (const fd_callback *cb = g_cb_list; cb; cb = cb->next)
+    for (const fd_callback *cb = g_cb_marked; cb; cb = cb->next_marked)
         if (cb->cb == listen_callback && cb->state == FD_CALLBACK_ACTIVE && cb->data)
             act(cnfnode_getname(static_cast<const cnfnode *>(cb->data)));
 }
 
 /* Whatever else is registered needs its descriptor, too. */
 long capacity() {
-    struct rlimit limit {};
-    long descriptors = FD_SETSIZE;
-    if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < FD_SETSIZE)
-        descriptors = static_cast<long>(limit.rlim_cur);
-    for (const fd_callback *cb = g_cb_list; cb; cb = cb->next)
-        if (cb->cb != read_callback && cb->cb != write_callback) descriptors--;
-    long most = std::max((descriptors - k_reserved_descriptors) / 2, 1L);
-    return std::min(limit_value(k_limit_connections), most);
+    long descriptors = descriptors_most() - k_descriptors_reserved;
+    for (const fd_callback *cb = g_cb_marked; cb; cb = cb->next_marked)
+        if (!cb->quiet) descriptors--;
+    return std::clamp(descriptors, 1L, limit_value(k_limit_connections));
+}
+
+long count_listeners() {
+    long listeners = 0;
+    for_each_listener([&](const char *) { listeners++; });
+    return listeners;
 }
 
 /* What is kept for each listener, as far as it goes round. */
 long reserve() {
-    long listeners = 0;
-    for_each_listener([&](const char *) { listeners++; });
     return std::min(limit_value(k_limit_connections_reserved),
-                    capacity() / std::max(listeners, 1L));
+                    capacity() / std::max(count_listeners(), 1L));
 }
 
 long connections_of(const char *listener) {
@@ -85,12 +82,16 @@ long connections_of(const char *listener) {
 }
 
 bool has_place(const char *listener) {
-    long taken = count_connections([](const ccd_session *) { return true; }) + farewell_count();
     const long each = reserve();
+    const long most = capacity();
+    const long leaving = farewell_count();
+    /* Nobody is counted as long as it cannot matter. */
+    if (g_session_count + leaving + each * count_listeners() < most) return true;
+    long taken = count_connections([](const ccd_session *) { return true; }) + leaving;
     for_each_listener([&](const char *name) {
         if (strcmp(name, listener) != 0) taken += std::max(each - connections_of(name), 0L);
     });
-    return taken < capacity();
+    return taken < most;
 }
 
 /* The list has the order of the connections. */
@@ -106,7 +107,8 @@ bool drop_oldest(limit_id limit, predicate fits) {
 }
 
 bool user_may_come(const char *listener, uid_t user) {
-    if (user == k_no_user) return true;
+    if (user == k_no_user || g_session_count < limit_value(k_limit_connections_per_user))
+        return true;
     const auto is_theirs = [=](const ccd_session *s) { return is_of(s, user); };
     while (count_connections(is_theirs) >= limit_value(k_limit_connections_per_user)) {
         if (drop_oldest(k_limit_connections_per_user, is_theirs)) continue;

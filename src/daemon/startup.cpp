@@ -3,8 +3,6 @@
 #include <fcntl.h>
 #include <libdaemon/daemon.h>
 #include <signal.h>
-#include <sys/resource.h>
-#include <sys/select.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -24,6 +22,7 @@
 #include "daemon/config.h"
 #include "daemon/config_check.h"
 #include "daemon/definitions.h"
+#include "daemon/descriptors.h"
 #include "daemon/dirs.h"
 #include "daemon/dump.h"
 #include "daemon/log.h"
@@ -84,14 +83,6 @@ void set_prefixes(const options &given) {
         unsetenv("UCFGD_ROOT");
     owned_str event_file{needed(prefix_ucfgdconffilename(k_event_file))};
     tavevent_set_file(event_file.get());
-}
-
-/* As many descriptors as select can watch, where the system lets us. */
-void raise_descriptor_limit() {
-    struct rlimit limit {};
-    if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= FD_SETSIZE) return;
-    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, FD_SETSIZE);
-    setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 bool read_main_configuration(const char *filename) {
@@ -167,7 +158,7 @@ void set_up_process(const options &given) {
     if ((given.use_syslog || !given.foreground) && !given.check) daemon_log_use = DAEMON_LOG_SYSLOG;
     if (given.protocol_log && !given.check) log_open_protocol(given.protocol_log);
     set_prefixes(given);
-    raise_descriptor_limit();
+    descriptors_raise();
 }
 
 /* As at the start, but for what leaves traces: nothing of the machine is changed. */

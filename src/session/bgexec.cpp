@@ -4,7 +4,6 @@
 
 #include <fcntl.h>
 #include <libdaemon/dlog.h>
-#include <sys/select.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -145,11 +144,6 @@ pid_t bgfork(fd_callback *cb_in, fd_callback *cb_out, fd_callback *cb_err) {
         return -1;
     }
     if (!open_child_pipes(pipes)) return -1;
-    for (const unique_fd &end : pipes.parent) {
-        if (end.get() < FD_SETSIZE) continue;
-        errno = EMFILE;
-        return -1;
-    }
     fflush(stdout);
     fflush(stderr);
     all_signals_blocked blocked;

@@ -16,6 +16,7 @@
 #include <new>
 #include <vector>
 
+#include "daemon/descriptors.h"
 #include "daemon/signals.h"
 #include "session/bgexec.h"
 #include "session/child.h"
@@ -69,6 +70,7 @@ bool become(const identity &who) {
 }
 
 [[noreturn]] void run_program(const identity &who, const char *file, char *const argv[]) {
+    descriptors_lower();
     if (become(who)) execvp(file, argv);
     char text[512];
     const int length =

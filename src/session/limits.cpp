@@ -40,10 +40,10 @@ struct limit_row {
 };
 
 constexpr limit_row k_rows[] = {
-    {k_limit_connections, "connections:", 420, 1, 100000, "connections at a time"},
+    {k_limit_connections, "connections:", 1000, 1, 100000, "connections at a time"},
     {k_limit_connections_reserved, "connections-reserved:", 8, 0, 1000,
      "places that are kept for each listener"},
-    {k_limit_connections_per_user, "connections-per-user:", 320, 1, 100000,
+    {k_limit_connections_per_user, "connections-per-user:", 750, 1, 100000,
      "connections of one peer user at a time"},
     {k_limit_login_time, "login-time:", 300, 1, k_day, "seconds until a connection must log in"},
     {k_limit_login_refusals, "login-refusals:", 5, 1, 1000,

@@ -1,7 +1,7 @@
 /* Between a session's buffers and what is outside: bytes in, reply lines and bytes out. */
 
 #include <libdaemon/dlog.h>
-#include <sys/select.h>
+#include <poll.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -151,7 +151,7 @@ int session_write(ccd_session *session, const void *data, size_t size) {
     const int length = static_cast<int>(size);
     make_room(out, length);
     if (databuf_add(out, data, length) != 0) return lose_output(session);
-    if (session->fdcb_out) session->fdcb_out->type |= FD_CALLBACK_WRITE;
+    loop_watch(session->fdcb_out, FD_CALLBACK_WRITE);
     return 0;
 }
 
@@ -191,7 +191,7 @@ int session_write_reply(ccd_session *session, const char *id, const char *litera
     *to = '\n';
     blank_control_characters(to - parts[2].size(), parts[2].size());
     out->end += length;
-    if (session->fdcb_out) session->fdcb_out->type |= FD_CALLBACK_WRITE;
+    loop_watch(session->fdcb_out, FD_CALLBACK_WRITE);
     return 0;
 }
 
@@ -231,16 +231,12 @@ int session_flushout(ccd_session *session, int fd) {
 }
 
 int session_flushout_nb(ccd_session *session, int fd) {
-    if (fd < 0 || fd >= FD_SETSIZE) {
-        errno = EBADF;
-        return -1;
-    }
-    fd_set writable;
-    FD_ZERO(&writable);
-    FD_SET(fd, &writable);
-    timeval at_once{};
-    const int ready = select(fd + 1, nullptr, &writable, nullptr, &at_once);
-    return ready > 0 ? session_flushout(session, fd) : ready;
+    pollfd writable{fd, POLLOUT, 0};
+    const int ready = fd < 0 ? 1 : poll(&writable, 1, 0);
+    if (ready <= 0) return ready;
+    if (fd >= 0 && (writable.revents & POLLNVAL) == 0) return session_flushout(session, fd);
+    errno = EBADF;
+    return -1;
 }
 
 int session_flushin(ccd_session *session, int fd) {
@@ -252,9 +248,8 @@ int session_flushin(ccd_session *session, int fd) {
     if (result <= 0) return result;
     session_filter_input(session);
     const bool locked = (session->flags & k_session_locked) != 0;
-    if (locked && databuf_pending(session->inbuf) >= k_session_output_limit && session->fdcb_in) {
-        session->fdcb_in->type &= ~FD_CALLBACK_READ;
-    }
+    if (locked && databuf_pending(session->inbuf) >= k_session_output_limit)
+        loop_watch(session->fdcb_in, FD_CALLBACK_PARKED);
     return result;
 }
 

@@ -47,18 +47,14 @@ int refuse(ccd_session *session, const char *why) {
 void set_watching(ccd_session *session) {
     if (!session->fdcb_in || !session->fdcb_out) return;
     const int pending = databuf_pending(session->outbuf);
-    if (pending > 0) {
-        session->fdcb_out->type |= FD_CALLBACK_WRITE;
-    } else {
-        session->fdcb_out->type &= ~FD_CALLBACK_WRITE;
-    }
+    loop_watch(session->fdcb_out, pending > 0 ? FD_CALLBACK_WRITE : FD_CALLBACK_PARKED);
     if (pending >= k_session_output_limit) {
         trace(3, "blocking input, osize=%d\n", pending);
-        session->fdcb_in->type &= ~FD_CALLBACK_READ;
+        loop_watch(session->fdcb_in, FD_CALLBACK_PARKED);
     } else if (session->stalled || session->login_ticket != 0) {
-        session->fdcb_in->type &= ~FD_CALLBACK_READ;
+        loop_watch(session->fdcb_in, FD_CALLBACK_PARKED);
     } else if ((session->flags & k_session_locked) == 0) {
-        session->fdcb_in->type |= FD_CALLBACK_READ;
+        loop_watch(session->fdcb_in, FD_CALLBACK_READ);
     }
 }
 

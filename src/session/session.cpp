@@ -34,12 +34,12 @@
 #include "session/change.h"
 #include "ucfgd/guaranteed_memset.h"
 #include "ucfgd/owners.h"
-#include "ucfgd/slist.h"
 #include "ucfgd/uptime.h"
 
 static_assert(offsetof(ccd_session, next) == 0);
 
 ccd_session *g_session_list = nullptr;
+long g_session_count = 0;
 ccd_session *g_current_session = nullptr;
 long request_time = 0;
 int g_session_sweep_needed = 0;
@@ -48,12 +48,15 @@ int g_access_override = 0;
 
 namespace {
 
+/* Where the next session is linked. */
+ccd_session **g_list_end = &g_session_list;
+
 /* How many connections have been given up since the start. */
 unsigned long g_left = 0;
 
 void finish_registration(fd_callback *&registration) {
     if (!registration) return;
-    registration->state = FD_CALLBACK_FINISHED;
+    loop_finish(registration);
     registration->data = nullptr;
     registration = nullptr;
 }
@@ -99,10 +102,12 @@ ccd_session *create_session(void) {
 void destroy_session(ccd_session *session) {
     if (!session) return;
     bgexec_move_session(session, nullptr);
-    for (fd_callback *registration = g_cb_list; registration; registration = registration->next) {
-        if (registration->data != session) continue;
-        registration->state = FD_CALLBACK_FINISHED;
-        registration->data = nullptr;
+    finish_registration(session->fdcb_in);
+    finish_registration(session->fdcb_out);
+    for (fd_callback *other = g_cb_marked; other; other = other->next_marked) {
+        if (other->data != session) continue;
+        loop_finish(other);
+        other->data = nullptr;
     }
     free_buffers(session);
     free(session->username);
@@ -164,11 +169,25 @@ void session_forget_commit_order(ccd_session *session) {
 }
 
 void add_session(ccd_session *session) {
-    g_session_list = slist_append(g_session_list, session);
+    if (!g_session_list) { /* which may have been taken away as a whole */
+        g_list_end = &g_session_list;
+        g_session_count = 0;
+    }
+    session->link = g_list_end;
+    *g_list_end = session;
+    g_list_end = &session->next;
+    g_session_count++;
 }
 
 void remove_session(ccd_session *session) {
-    g_session_list = slist_unlink(g_session_list, session);
+    if (!session->link) return;
+    *session->link = session->next;
+    if (session->next)
+        session->next->link = session->link;
+    else
+        g_list_end = session->link;
+    session->link = nullptr;
+    g_session_count--;
 }
 
 void session_dump_all(ccd_session *current) {

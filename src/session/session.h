@@ -92,10 +92,14 @@ typedef struct ccd_session {
     char *commit_comment;       /* of the next commit; null for none */
     long commit_trial;          /* seconds that the next commit is on trial; 0: it is for good */
     size_t holds;               /* about what it holds without a connection; 0: not known yet */
+    struct ccd_session **link;  /* what points at it in the list */
 } ccd_session;
 
 /* All sessions, in the order of their connections. */
 extern ccd_session *g_session_list;
+
+/* How many there are. */
+extern long g_session_count;
 
 /* The session whose line is being executed; null between lines. */
 extern ccd_session *g_current_session;
@@ -139,7 +143,7 @@ void session_forget_commit_order(ccd_session *session);
 
 void add_session(ccd_session *session);
 
-/* Unlinks the session from the list; nothing is freed. */
+/* Unlinks the session from the list, if it is there; nothing is freed. */
 void remove_session(ccd_session *session);
 
 /* Sends what the socket takes of the pending output, without ever waiting. Returns the bytes sent,
@@ -147,7 +151,7 @@ void remove_session(ccd_session *session);
  * descriptor that is no socket is written to. */
 int session_flushout(ccd_session *session, int fd);
 
-/* The same behind a test with select, so that it returns 0 where session_flushout gives EAGAIN. */
+/* The same behind a test, so that it returns 0 where session_flushout gives EAGAIN. */
 int session_flushout_nb(ccd_session *session, int fd);
 
 /* Reads once, at most 1024 bytes, and stops reading from a locked session that has a lot waiting.

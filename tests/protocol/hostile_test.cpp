@@ -36,6 +36,9 @@ babble {
 flood {
     admin: system('head -c 3000000 /dev/zero | tr "\\0" "x" | fold -w 100')
 }
+files {
+    admin: system('ulimit -Sn')
+}
 crash {
     admin: system('echo gone; kill -9 $PPID')
 }
@@ -198,9 +201,13 @@ TEST_F(Hostile, AShortRequestComesInBetweenACrowdOfLongOnes) {
 }
 
 TEST_F(Hostile, TwoThousandClientsAtOnceLeaveTheFirstServedAndTheNextWelcome) {
-    rlimit limit{4096, 4096};
-    if (setrlimit(RLIMIT_NOFILE, &limit) != 0) GTEST_SKIP() << "too few descriptors here";
     const size_t before = descriptors();
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    EXPECT_EQ(a.ask("x ADMIN files"),
+              "x.1 " + std::to_string(limit.rlim_cur) + "\nx.1 \nx.2 \nx OK\n");
+    limit = {4096, 4096};
+    if (setrlimit(RLIMIT_NOFILE, &limit) != 0) GTEST_SKIP() << "too few descriptors here";
     std::vector<client> crowd(2000);
     for (client &c : crowd)
         c = connect();
@@ -208,7 +215,7 @@ TEST_F(Hostile, TwoThousandClientsAtOnceLeaveTheFirstServedAndTheNextWelcome) {
     EXPECT_EQ(crowd[0].ask("x NOOP"), "<closed>") << "the oldest that never logged in";
     EXPECT_EQ(crowd[1700].login(), "l.1 PERMS read write exec\nl OK\n");
     EXPECT_EQ(crowd[1700].ask("x GET name"), "x.1 alpha\nx OK\n");
-    EXPECT_TRUE(logged("limit connections-per-user: 320: closing an idle connection on listen/"));
+    EXPECT_TRUE(logged("limit connections-per-user: 750: closing an idle connection on listen/"));
     EXPECT_EQ(crowd[1700].ask("y LOGOUT"), "y OK\n");
     /* Room for a child's pipes is left, too. */
     EXPECT_EQ(a.ask("x ADMIN crash"), "x.1 gone\nx.1 \nx.2 \nx OK\n");
