@@ -97,18 +97,25 @@ char *unescape(const char *esc_str) {
 }
 
 char *unescape_b(const char *esc_str, char *str) {
+    unescape_part(esc_str, std::strlen(esc_str), str);
+    return str;
+}
+
+size_t unescape_part(const char *esc_str, size_t length, char *str) {
+    const char *const end = esc_str + length;
     char *out = str;
-    while (*esc_str != '\0') {
-        if (*esc_str == '%' && is_hex_pair(esc_str + 1)) {
+    while (esc_str < end) {
+        const char c = *esc_str;
+        if (c == '%' && end - esc_str > 2 && is_hex_pair(esc_str + 1)) {
             *out++ = pair_value(esc_str + 1);
             esc_str += 3;
         } else {
-            *out++ = *esc_str == '+' ? ' ' : *esc_str;
+            *out++ = c == '+' ? ' ' : c;
             esc_str++;
         }
     }
     *out = '\0';
-    return str;
+    return static_cast<size_t>(out - str);
 }
 
 int getUTF8Char(const char *utf, int *len) {

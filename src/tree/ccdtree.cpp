@@ -56,7 +56,7 @@ bool is_wildcard(const ccdtree_node *node) {
 }
 
 ccdtree_node *next_of_name(ccdtree_node *node, const char *name) {
-    while (node && std::strcmp(node->name, name) != 0) {
+    while (node && (node->name[0] != name[0] || std::strcmp(node->name, name) != 0)) {
         node = node->next;
     }
     return node;
@@ -230,9 +230,8 @@ ccdtree_node *find_or_create_ccdtree_path(ccdtree_node *root, const char *path) 
         path_segment segment = first_segment(path);
         if (segment.length == 0) return node;
         std::array<char, k_max_segment + 1> name;
-        std::memcpy(name.data(), path, segment.length);
-        name[segment.length] = '\0';
-        node = find_or_create_ccdtree_child(node, unescape_b(name.data(), name.data()));
+        unescape_part(path, segment.length, name.data());
+        node = find_or_create_ccdtree_child(node, name.data());
         if (!segment.goes_on) return node;
         path += segment.length + 1;
     }

@@ -48,23 +48,23 @@ constinit known_symbol g_argc{"argc"};
 
 /* Follows a path through the tree, a component a step. */
 struct path_walk {
-    path_walk(const ccdtree_node *root, const char *path) : above(root), rest(path) {}
+    path_walk(const ccdtree_node *root, std::string_view path) : above(root), rest(path) {}
 
     const ccdtree_node *above;
-    const char *rest;
+    std::string_view rest;
     ccdtree_node *node = nullptr;
-    std::array<char, k_max_segment + 1> name; /* of the present component, unescaped */
+    size_t length = 0; /* of the present component's name */
     bool goes_on = true;
 
-    bool step() {
-        path_segment segment = first_segment(rest);
-        std::memcpy(name.data(), rest, segment.length);
-        name[segment.length] = '\0';
-        unescape_b(name.data(), name.data());
-        node = name[0] == '\0' ? nullptr : match_ccdtree_child(above, name.data());
+    /* Unescapes the component into name, which has room for it. */
+    bool step(char *name) {
+        const path_segment segment = first_segment(rest);
+        unescape_part(rest.data(), segment.length, name);
+        length = std::strlen(name);
+        node = length == 0 ? nullptr : match_ccdtree_child(above, name);
         above = node;
         goes_on = segment.goes_on;
-        rest += segment.length + 1;
+        if (goes_on) rest.remove_prefix(segment.length + 1);
         return node != nullptr;
     }
 };
@@ -74,12 +74,12 @@ struct path_walk {
 size_t count_components(std::string_view text, const ccdtree_node *root) {
     constexpr size_t k_many = 64;
     size_t count = 1;
-    for (char c : text) {
-        count += c == '.' ? 1 : 0;
-    }
+    for (size_t dot = text.find('.'); dot != std::string_view::npos; dot = text.find('.', dot + 1))
+        count++;
     if (count <= k_many) return count;
-    path_walk walk{root, text.data()};
-    for (count = 1; walk.step(); count++) {
+    path_walk walk{root, text};
+    std::array<char, k_max_segment + 1> name;
+    for (count = 1; walk.step(name.data()); count++) {
         if (!walk.goes_on) return count;
     }
     return 0;
@@ -88,9 +88,9 @@ size_t count_components(std::string_view text, const ccdtree_node *root) {
 /* What stands in front of each path. A path is never changed once it has been resolved, so those
  * that are asked for again and again are one record, which is counted. */
 struct path_record {
+    path_record *next; /* of the same slot */
     size_t users;
     size_t hash;
-    size_t length; /* of the path as given */
     unsigned int changes;
     param_path path;
 };
@@ -110,6 +110,7 @@ owned_path allocate_path(std::string_view text, size_t components, char **names_
     record->users = 1;
     param_path *path = &record->path;
     path->fullpath = block + head;
+    path->length = text.size();
     std::memcpy(path->fullpath, text.data(), text.size());
     path->fullpath[text.size()] = '\0';
     *names_end = path->fullpath + text.size() + 1;
@@ -118,49 +119,64 @@ owned_path allocate_path(std::string_view text, size_t components, char **names_
 
 bool resolve(param_path *path, char *names_end) {
     auto *item = reinterpret_cast<param_path_item *>(record_of(path) + 1);
-    path_walk walk{path->ccd_tree, path->fullpath};
+    path_walk walk{path->ccd_tree, {path->fullpath, path->length}};
     path->last = item;
-    while (walk.step()) {
-        size_t size = std::strlen(walk.name.data()) + 1;
-        std::memcpy(names_end, walk.name.data(), size);
-        *item = {path->first, names_end, walk.node};
+    while (walk.step(names_end)) {
+        *item = {path->first, names_end, walk.node, walk.length};
         path->first = item++;
         if (!walk.goes_on) return true;
-        names_end += size;
+        names_end += walk.length + 1;
     }
     return false;
 }
 
-/* The paths that were resolved last, each in the slot of its hash. One that was resolved before the
- * trees last changed counts no more. */
+/* The paths that were resolved last: as many as a long list has entries. One that was resolved
+ * before the trees last changed counts no more. */
 class recent_paths {
   public:
     param_path *find(std::string_view text, size_t hash, const ccdtree_node *root) {
-        path_record *record = slots_[hash % k_slots];
-        if (!record || record->hash != hash || record->changes != g_ccdtree_changes ||
-            record->path.ccd_tree != root || record->length != text.size() ||
-            std::memcmp(record->path.fullpath, text.data(), text.size()) != 0) {
-            return nullptr;
-        }
+        path_record *record = slots_[hash % k_most];
+        while (record && !is(record, text, hash, root))
+            record = record->next;
+        if (!record) return nullptr;
         record->users++;
         return &record->path;
     }
 
-    void keep(param_path *path, std::string_view text, size_t hash) {
-        if (text.size() > k_longest) return;
-        path_record *&slot = slots_[hash % k_slots];
-        if (slot) destroy_param_path(&slot->path);
-        slot = record_of(path);
-        slot->users++;
-        slot->hash = hash;
-        slot->length = text.size();
-        slot->changes = g_ccdtree_changes;
+    void keep(param_path *path, size_t hash) {
+        if (path->length > k_longest) return;
+        if (path_record *oldest = kept_[next_]) forget(oldest);
+        path_record *record = record_of(path);
+        record->users++;
+        record->hash = hash;
+        record->changes = g_ccdtree_changes;
+        record->next = std::exchange(slots_[hash % k_most], record);
+        kept_[next_] = record;
+        next_ = (next_ + 1) % k_most;
     }
 
   private:
-    static constexpr size_t k_slots = 64;
+    static constexpr size_t k_most = 1024;
     static constexpr size_t k_longest = 256;
-    std::array<path_record *, k_slots> slots_{};
+
+    static bool is(const path_record *record, std::string_view text, size_t hash,
+                   const ccdtree_node *root) {
+        const param_path &path = record->path;
+        return record->hash == hash && record->changes == g_ccdtree_changes &&
+               path.ccd_tree == root && text == std::string_view{path.fullpath, path.length};
+    }
+
+    void forget(path_record *record) {
+        path_record **link = &slots_[record->hash % k_most];
+        while (*link != record)
+            link = &(*link)->next;
+        *link = record->next;
+        destroy_param_path(&record->path);
+    }
+
+    std::array<path_record *, k_most> slots_{};
+    std::array<path_record *, k_most> kept_{}; /* the oldest at next_, once all are taken */
+    size_t next_ = 0;
 };
 
 recent_paths g_recent;
@@ -216,7 +232,7 @@ char *ccd_param_ppath(const method_call &call) {
 }  // namespace
 
 param_path *find_ccd_param(const char *path, ccdtree_node *root) {
-    trace(4, "%s, full_path=%s\n", __func__, path);
+    if (g_debug_level > 4) trace(4, "%s, full_path=%s\n", __func__, path);
     std::string_view text = path;
     size_t hash = std::hash<std::string_view>{}(text);
     if (param_path *known = g_recent.find(text, hash, root)) return known;
@@ -226,7 +242,7 @@ param_path *find_ccd_param(const char *path, ccdtree_node *root) {
         if (!resolved) return nullptr;
         resolved->ccd_tree = root;
         if (resolve(resolved.get(), names_end)) {
-            g_recent.keep(resolved.get(), text, hash);
+            g_recent.keep(resolved.get(), hash);
             return resolved.release();
         }
     }

@@ -30,6 +30,7 @@ typedef struct param_path_item {
     struct param_path_item *next; /* the component one level up */
     char *name;                   /* as given, which a wildcard node's own name does not tell */
     ccdtree_node *ccd;
+    size_t length; /* of the name */
 } param_path_item;
 
 /* A resolved path. Record, items and texts are one block, which others who asked for the same path
@@ -39,6 +40,7 @@ typedef struct param_path {
     param_path_item *last;  /* the one below the root */
     char *fullpath;         /* as given */
     ccdtree_node *ccd_tree; /* the root it was resolved in */
+    size_t length;          /* of fullpath */
 } param_path;
 
 /* What clients are told about a node. */

@@ -30,6 +30,10 @@ char *unescape(const char *esc_str);
  * Returns str. */
 char *unescape_b(const char *esc_str, char *str);
 
+/* The same for the first length bytes of esc_str. Returns the number of bytes in front of the NUL
+ * that ends str. */
+size_t unescape_part(const char *esc_str, size_t length, char *str);
+
 /* Decodes one character of UTF-8. len gives the bytes that are there and receives the bytes used.
  * Returns the code point; -1 with *len 0 when the bytes form none. Lenient: over-long forms and
  * lead bytes with a continuation's pattern are taken. */

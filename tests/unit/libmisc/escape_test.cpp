@@ -35,6 +35,9 @@ TEST(Escape, TakesPairsOfDigitsAndLeavesEveryOtherPercentSign) {
     EXPECT_EQ(unescaped("%4"), "%4");
     EXPECT_EQ(unescaped("%g1%zz+"), "%g1%zz ");
     EXPECT_EQ(unescaped("%%41"), "%A");
+    char out[8];
+    EXPECT_EQ(unescape_part("a%41", 3, out), 3u);
+    EXPECT_STREQ(out, "a%4") << "a pair that the end cuts";
 }
 
 TEST(Escape, IsUndoneByUnescapeForEveryByte) {
