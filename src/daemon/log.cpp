@@ -18,7 +18,9 @@
 
 #include "daemon/log_sink.h"
 #include "daemon/loop.h"
+#include "session/chars.h"
 #include "ucfgd/owners.h"
+#include "ucfgd/simple_format.h"
 
 /* A log is read by somebody else: a pipe's other end, the system log, a terminal. When they stop
  * reading, a process that writes to them stops too, and this one must not, since everybody waits
@@ -172,14 +174,30 @@ void catch_crashes() {
 class log_line {
   public:
     __attribute__((format(printf, 2, 0))) log_line(const char *format, va_list arguments) {
-        const int length = vsnprintf(text_, k_line_max, format, arguments);
-        size_ = length < 0 ? 0 : std::min(static_cast<size_t>(length), k_line_max - 1);
-        if (length >= static_cast<int>(k_line_max)) k_cut.copy(text_ + size_ - k_cut.size(), 3);
+        va_list again;
+        va_copy(again, arguments);
+        if (!format_simple(*this, format, arguments)) {
+            const int length = vsnprintf(text_, k_line_max, format, again);
+            size_ = length < 0 ? 0 : std::min(static_cast<size_t>(length), k_line_max - 1);
+            is_cut_ = length >= static_cast<int>(k_line_max);
+        }
+        va_end(again);
+        if (is_cut_) k_cut.copy(text_ + size_ - k_cut.size(), k_cut.size());
         while (size_ > 0 && text_[size_ - 1] == '\n')
             size_--;
-        std::replace_if(text_, text_ + size_, is_unsafe, ' ');
+        if (run_without_controls(text_, size_) < size_ || memchr(text_, '\x7f', size_))
+            std::replace_if(text_, text_ + size_, is_unsafe, ' ');
         text_[size_] = '\n';
     }
+
+    /* For format_simple. */
+    void literal(std::string_view text) {
+        const size_t taken = text.copy(text_ + size_, k_line_max - 1 - size_);
+        size_ += taken;
+        if (taken < text.size()) is_cut_ = true;
+    }
+    void inserted(std::string_view text) { literal(text); }
+
     std::string_view text() const { return {text_, size_}; }
     std::string_view with_newline() const { return {text_, size_ + 1}; }
 
@@ -188,7 +206,8 @@ class log_line {
         return (static_cast<unsigned char>(c) < ' ' && c != '\t') || c == '\x7f';
     }
     char text_[k_line_max + 1];
-    size_t size_;
+    size_t size_ = 0;
+    bool is_cut_ = false;
 };
 
 void send_to_syslog(int priority, const char *ident, pid_t pid, std::string_view text) {

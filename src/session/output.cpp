@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -16,6 +15,7 @@
 #include "session/chars.h"
 #include "session/input.h"
 #include "session/protocol.h"
+#include "ucfgd/simple_format.h"
 
 namespace {
 
@@ -79,36 +79,6 @@ class reply {
     size_t used_ = 0;
     bool cut_ = false;
 };
-
-void insert_number(reply &out, int number) {
-    char digits[16];
-    const auto [end, error] = std::to_chars(digits, digits + sizeof(digits), number);
-    if (error == std::errc{}) out.literal({digits, static_cast<size_t>(end - digits)});
-}
-
-/* Nearly every reply is made of texts and numbers alone, and formatting it is a good part of what a
- * GET costs, so those two directives are done here. False for a format with others. */
-bool format_simple(reply &out, const char *format, va_list args) {
-    while (*format != '\0') {
-        const char *percent = strchrnul(format, '%');
-        out.literal({format, static_cast<size_t>(percent - format)});
-        if (*percent == '\0') return true;
-        switch (percent[1]) {
-            case 's': {
-                const char *text = va_arg(args, const char *);
-                out.inserted(text ? text : "(null)");
-                break;
-            }
-            case 'd':
-                insert_number(out, va_arg(args, int));
-                break;
-            default:
-                return false;
-        }
-        format = percent + 2;
-    }
-    return true;
-}
 
 /* Drops control characters but the newline from the bytes behind the first `clean` ones. */
 void drop_controls(databuf *buffer, int clean) {

@@ -74,7 +74,7 @@ bool fits_limit(const ccdtree_node *node, const char *value) {
         daemon_log(LOG_INFO, "Value has no characters of this locale\n");
         return true;
     }
-    daemon_log(LOG_INFO, "Value has %zu characters\n", count);
+    daemon_log(LOG_INFO, "Value has %d characters\n", static_cast<int>(count));
     return count <= static_cast<size_t>(limit);
 }
 
