@@ -21,18 +21,11 @@ constinit known_symbol g_parampath{"parampath"};
 constinit known_symbol g_paramtree{"paramtree"};
 constinit known_symbol g_hlxaaa_sid{"hlxaaa_sid"};
 
-/* Permission bits as letters, as logs and access methods show them. */
-struct perm_letters {
-    explicit perm_letters(int perms) {
-        char *end = text;
-        for (const auto &[bit, letter] :
-             {std::pair{k_perm_read, 'r'}, {k_perm_write, 'w'}, {k_perm_exec, 'x'}}) {
-            if (perms & bit) *end++ = letter;
-        }
-        *end = '\0';
-    }
-    char text[4];
-};
+/* Permission bits as letters, as access methods see them. */
+const char *perm_letters(int perms) {
+    static constexpr const char *k_letters[] = {"", "x", "w", "wx", "r", "rx", "rw", "rwx"};
+    return k_letters[perms & (k_perm_read | k_perm_write | k_perm_exec)];
+}
 
 const char *bit_text(int perms, int bit, const char *letter) {
     return perms & bit ? letter : "";
@@ -71,18 +64,15 @@ bool access_method_passes(ccd_session *session, int perm, const param_path *ppat
                           const line *arg_list) {
     if (access_is_open(ppath)) return true;
     const owned_context context =
-        make_access_context(session, perm_letters{perm}.text, ppath->fullpath, ppath->ccd_tree);
-    if (!context) return false;
-    const owned_str result{
-        ccd_param_ppath_access(session->backend_ctx, ppath, arg_list, context.get())};
-    return fe_istrue(result.get()) != 0;
+        make_access_context(session, perm_letters(perm), ppath->fullpath, ppath->ccd_tree);
+    return context && ccd_param_ppath_allows(context.get(), ppath, arg_list);
 }
 
 }  // namespace
 
 owned_context make_session_context(const ccd_session *session) {
     owned_context context{create_fe_context(nullptr, session->backend_ctx)};
-    if (context && session->hlxaaa_sid && !g_hlxaaa_sid.set(context.get(), session->hlxaaa_sid)) {
+    if (context && session->hlxaaa_sid && !g_hlxaaa_sid.lend(context.get(), session->hlxaaa_sid)) {
         context.reset();
     }
     return context;
@@ -90,7 +80,8 @@ owned_context make_session_context(const ccd_session *session) {
 
 owned_context make_sid_context(const ccd_session *session) {
     owned_context context = make_session_context(session);
-    if (context && !g_sid.set(context.get(), session->sessionid)) {
+    const char *sid = session->sessionid ? session->sessionid : "";
+    if (context && !g_sid.lend(context.get(), sid)) {
         context.reset();
     }
     return context;
@@ -103,8 +94,8 @@ owned_context make_access_context(const ccd_session *session, const char *perm, 
     const char *tree = ccd_root == g_ccdtree    ? "configuration"
                        : ccd_root == g_mgmttree ? "management"
                                                 : nullptr;
-    if (!g_perm.set(context.get(), perm) || !g_parampath.set(context.get(), path) ||
-        (tree && !g_paramtree.set(context.get(), tree))) {
+    if (!g_perm.lend(context.get(), perm) || !g_parampath.lend(context.get(), path) ||
+        (tree && !g_paramtree.lend(context.get(), tree))) {
         context.reset();
     }
     return context;

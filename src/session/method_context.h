@@ -15,7 +15,8 @@
 using owned_context = owned<fe_context, destroy_fe_context>;
 
 /* A fresh context with "hlxaaa_sid", when the session has one. Null (errno ENOMEM) when memory is
- * exhausted. */
+ * exhausted. What these contexts are told of is not copied: the session's texts and perm and path
+ * must outlive them. */
 owned_context make_session_context(const ccd_session *session);
 
 /* The same with "sid". */

@@ -211,22 +211,23 @@ struct method_call {
     fe_context *parent = nullptr;
 };
 
-char *ccd_param_ppath(const method_call &call) {
-    if (!call.path || !call.path->first) return nullptr;
+/* Runs the method in a context that has what the caller lets it see. */
+owned_result run_value_method(fe_context *own, const method_call &call) {
     const value_method &kind = k_value_methods[static_cast<int>(call.action) - 1];
     const ccdtree_node *node = call.path->first->ccd;
     const fe_node *method =
         call.action == value_action::access ? nearest_access(node) : node->*kind.field;
+    if (!enter_path(own, call.path, call.arg_list, call.takes_arguments)) return nullptr;
+    if (method) return run_method(own, method, kind.key, call.path);
+    trace(4, "%s: No implementation found for function \"%s\" at \"%s\".\n", "ccd_param_ppath",
+          kind.key, call.path->fullpath);
+    return nullptr;
+}
+
+char *ccd_param_ppath(const method_call &call) {
+    if (!call.path || !call.path->first) return nullptr;
     owned_context own = create_method_context(call.ctx, call.parent);
-    if (!own) return nullptr;
-    if (!enter_path(own.get(), call.path, call.arg_list, call.takes_arguments)) return nullptr;
-    if (!method) {
-        trace(4, "%s: No implementation found for function \"%s\" at \"%s\".\n", __func__, kind.key,
-              call.path->fullpath);
-        return nullptr;
-    }
-    owned_result result = run_method(own.get(), method, kind.key, call.path);
-    return escaped_result(result.get());
+    return own ? escaped_result(run_value_method(own.get(), call).get()) : nullptr;
 }
 
 }  // namespace
@@ -280,7 +281,7 @@ void ccd_param_common(fe_context *ctx, const param_path *path) {
 void set_path_vars(fe_context *ctx, const param_path_item *first) {
     for (known_symbol &digit : g_digits) {
         if (!first) return;
-        digit.set(ctx, first->name);
+        digit.lend(ctx, {first->name, first->length});
         first = first->next;
     }
 }
@@ -293,6 +294,10 @@ static void set_arg_vars(fe_context *ctx, const line *arg_list) {
         /* Names have at most five characters: the hundredth argument takes the tenth's place. */
         name[5] = '\0';
         fe_set(ctx, name.data(), arg_list->line);
+    }
+    if (count == 0) {
+        g_argc.lend(ctx, "0");
+        return;
     }
     std::array<char, 16> number;
     *std::to_chars(number.begin(), number.end() - 1, count).ptr = '\0';
@@ -330,6 +335,12 @@ char *ccd_param_ppath_args(backend_ctx *ctx, const param_path *path) {
 char *ccd_param_ppath_info(backend_ctx *ctx, const param_path *path, const line *arg_list,
                            fe_context *parent) {
     return ccd_param_ppath({value_action::info, ctx, path, true, arg_list, parent});
+}
+
+int ccd_param_ppath_allows(fe_context *own, const param_path *path, const line *arg_list) {
+    const owned_result verdict =
+        run_value_method(own, {value_action::access, nullptr, path, true, arg_list});
+    return fe_istrue(fe_last_text(verdict.get()));
 }
 
 char *ccd_param_ppath_access(backend_ctx *ctx, const param_path *path, const line *arg_list,

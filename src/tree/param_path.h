@@ -67,7 +67,8 @@ void destroy_param_path(param_path *path);
  * other methods; their results and failures count for nothing. */
 void ccd_param_common(struct fe_context *ctx, const param_path *path);
 
-/* Sets "0" to "9" to the names of the item and of those above it. */
+/* Sets "0" to "9" to the names of the item and of those above it, which must outlive the context.
+ */
 void set_path_vars(struct fe_context *ctx, const param_path_item *first);
 
 /* Run the method of the addressed node ("access:": of the nearest node from there up that has one)
@@ -80,6 +81,10 @@ char *ccd_param_ppath_info(backend_ctx *ctx, const param_path *path, const line 
                            struct fe_context *parent);
 char *ccd_param_ppath_access(backend_ctx *ctx, const param_path *path, const line *arg_list,
                              struct fe_context *parent);
+
+/* 1 when the verdict of the access method, whose variables the fresh context gets beside those that
+ * it has, is true, otherwise 0. */
+int ccd_param_ppath_allows(struct fe_context *own, const param_path *path, const line *arg_list);
 
 param_attr *ccd_param_attr(ccdtree_node *root, backend_ctx *ctx, const char *path);
 
