@@ -83,6 +83,12 @@ int end_of_input(ccd_session *session, int fd, int received) {
     return -1;
 }
 
+int dismiss(ccd_session *session) {
+    farewell_dismiss(session);
+    close_session(session);
+    return -1;
+}
+
 int process_input(ccd_session *session) {
     if (session->flags & k_session_locked) {
         trace(4, "session is locked\n");
@@ -91,6 +97,7 @@ int process_input(ccd_session *session) {
     if (session->type == 0) session->type = 1;
     memory_give_back_later();
     session_process_input(session);
+    if (session->refused) return dismiss(session);
     return reply_at_once(session);
 }
 
@@ -113,6 +120,7 @@ int read_callback(int fd, void *data) {
 int write_callback(int fd, void *data) {
     auto *session = static_cast<ccd_session *>(data);
     if (!session || !session->fdcb_out) return -1;
+    if (session->refused) return dismiss(session);
     if (send_pending(session, fd) != 0) return -1;
     if (session->state != k_session_logout) return 0;
     farewell_take(session);

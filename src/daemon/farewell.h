@@ -14,6 +14,10 @@ struct ccd_session;
  * happens where nothing is pending. */
 void farewell_take(ccd_session *session);
 
+/* The same for a client that is still sending: when it has been sent everything it is told the end,
+ * and what it sends is read and dropped until it closes, so that it gets to read why. */
+void farewell_dismiss(ccd_session *session);
+
 /* How many there are. */
 long farewell_count();
 

@@ -50,7 +50,7 @@ constexpr limit_row k_rows[] = {
      "refused log-ins until the connection is closed"},
     {k_limit_login_delay, "login-delay:", 1, 0, 60,
      "seconds that a refused peer's next log-in waits"},
-    {k_limit_request_size, "request-size:", 4 * k_mib, 64 * k_kib, 1024 * k_mib,
+    {k_limit_request_size, "request-size:", 16 * k_mib, 64 * k_kib, 1024 * k_mib,
      "bytes of the lines of one request"},
     {k_limit_suspended_sessions, "suspended-sessions:", 256, 0, 100000,
      "sessions without a connection"},

@@ -100,7 +100,8 @@ bool login_must_wait(ccd_session *session, char *newline) {
  * replies have piled up, and when its turn is over; the sweep comes back to all of them. */
 int frame_lines(ccd_session *session) {
     const session_turn turn{session};
-    while (session->inbuf && (session->flags & k_session_locked) == 0 && !session->output_lost) {
+    while (session->inbuf && (session->flags & k_session_locked) == 0 && !session->output_lost &&
+           !session->refused) {
         char *newline = find_newline(session);
         const int length =
             newline ? static_cast<int>(newline - session->inbuf->buf) - session->inbuf->start
@@ -117,7 +118,7 @@ int frame_lines(ccd_session *session) {
         execute_line(session, newline);
         if (command_ahead::started() != before) turn_await_commands(session);
     }
-    return session->inbuf ? 0 : -1;
+    return session->inbuf && !session->refused ? 0 : -1;
 }
 
 /* What a line takes as a block of its own, the allocator's share included. */
@@ -129,21 +130,26 @@ size_t collected_size(size_t text_size) {
 
 size_t request_limit(const ccd_session *session) {
     const auto limit = static_cast<size_t>(limit_value(k_limit_request_size));
-    return session->state == k_session_logged ? limit : std::min<size_t>(limit, k_request_new);
+    if (session->state != k_session_logged) return std::min<size_t>(limit, k_request_new);
+    return (session->perms & k_perm_write) != 0 ? limit : std::min<size_t>(limit, k_request_read);
 }
 
-int refuse_request(ccd_session *session) {
+/* The client has yet to read it, and is still sending. */
+int refuse_request(ccd_session *session, const char *id) {
     limit_met(k_limit_request_size, "request too long, closing session of user '%s'",
               session->username ? session->username : "");
-    close_session(session);
+    session_free_collected(session);
+    session_writef(session, "%s BAD request too long\n", id);
+    session->refused = 1;
     return -1;
 }
 
 /* Appends a copy of the line to the request, record and text in one block. */
-int collect_line(ccd_session *session, const char *text) {
+int collect_line(ccd_session *session, const char *id, const char *text) {
     const size_t size = strlen(text) + 1;
     const size_t taken = collected_size(size);
-    if (session->curr_cmd_bytes + taken > request_limit(session)) return refuse_request(session);
+    if (session->curr_cmd_bytes + taken > request_limit(session))
+        return refuse_request(session, id);
     void *block = malloc(sizeof(line) + size);
     if (!block) return refuse(session, "no memory for a request, closing session");
     char *copy = static_cast<char *>(block) + sizeof(line);
@@ -167,6 +173,7 @@ int complete_request(ccd_session *session, const char *id, const char *text) {
 }  // namespace
 
 int session_process_input(ccd_session *session) {
+    if (session->refused) return -1;
     if (!session->inbuf || session->stalled || session->login_ticket != 0) return 0;
     if (!turn_must_wait(session)) return session_take_turn(session);
     session_stall(session);
@@ -208,7 +215,7 @@ int session_process_line(ccd_session *session, const char *text) {
         case ' ':
             return complete_request(session, id, text);
         case '.':
-            return collect_line(session, text);
+            return collect_line(session, id, text);
         default:
             session_writef(session, "%s BAD id invalid\n", id);
             return 0;

@@ -17,10 +17,11 @@ extern "C" {
 #endif
 
 enum {
-    k_line_size = 16384,  /* one request line, one reply, one line of a child, with its NUL */
-    k_tag_size = 256,     /* a tag with its NUL */
-    k_word_size = 1024,   /* an argument word with its NUL, where nothing else is said */
-    k_request_new = 65536 /* what collected lines may take before login */
+    k_line_size = 16384,   /* one request line, one reply, one line of a child, with its NUL */
+    k_tag_size = 256,      /* a tag with its NUL */
+    k_word_size = 1024,    /* an argument word with its NUL, where nothing else is said */
+    k_request_new = 65536, /* what collected lines may take before login */
+    k_request_read = 4 * 1048576 /* and after it, for who must not write */
 };
 
 typedef int session_handler(ccd_session *session, const char *id, const char *args);

@@ -85,6 +85,7 @@ typedef struct ccd_session {
     unsigned long queue;        /* its place among the stalled ones */
     unsigned long login_ticket; /* its place among those whose log-in has to wait; 0: it has not */
     long refusals;              /* log-ins that were refused on this connection */
+    int refused;                /* its request was too long: it is only told so and closed */
     int output_lost;            /* a reply found no memory: session_sweep closes it */
     int discarded;              /* session_sweep destroys it */
     int64_t connected;          /* loop_now when its connection was accepted */
@@ -159,8 +160,8 @@ int session_flushout_nb(ccd_session *session, int fd);
 int session_flushin(ccd_session *session, int fd);
 
 /* Frames and executes the complete lines in inbuf, up to one that locks the session, then sets what
- * the registrations watch. Returns 0; -1 when the session was closed for a line or a request that
- * is too long. The record survives the call. */
+ * the registrations watch. Returns 0; -1 when the session was closed for a line that is too long,
+ * or refused for such a request: then the caller closes it. The record survives the call. */
 int session_process_input(ccd_session *session);
 
 /* Applies the idle rule to one session: a session past its limit is terminated. */

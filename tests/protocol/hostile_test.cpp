@@ -444,8 +444,9 @@ TEST_F(HostileInBackground, ARequestOfFourMegabytesIsAnsweredInBoundedMemory) {
     std::string empty;
     for (int i = 0; i < 1'400'000; i++)
         empty += "x.\n";
-    c.send(empty);
-    c.ask("x NOOP");
+    EXPECT_TRUE(c.send(empty));
+    EXPECT_EQ(c.ask("x NOOP"), "x BAD request too long\n");
+    EXPECT_EQ(c.line(), "<closed>");
     expect_growth_below(100 * 1024, before);
     /* What it took is given back. */
     EXPECT_TRUE(eventually([&] { return grew_below(12 * 1024, before); })) << resident_kib();

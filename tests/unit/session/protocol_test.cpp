@@ -59,15 +59,16 @@ TEST_F(Protocol, WhatIsTooLongClosesTheSession) {
     session = connect();
     for (size_t i = 0; i < 65536 / k_taken; ++i)
         EXPECT_EQ(send(session, "a.\n"), "");
-    EXPECT_EQ(send(session, "a.\n"), "(closed)");
-    limit_set(k_limit_request_size, 100000);
-    session = logged_in("reader");
-    for (size_t i = 0; i < 100000 / k_taken; ++i)
-        send(session, "a.\n");
-    EXPECT_EQ(session->state, k_session_logged);
-    EXPECT_EQ(send(session, "a.\n"), "(closed)");
-    EXPECT_EQ(session->state, k_session_suspended);
-    limit_set(k_limit_request_size, 4194304);
+    EXPECT_EQ(send(session, "a.\na NOOP\n"), "a BAD request too long\n");
+    for (const auto &[user, most] : {std::pair{"reader", 4 << 20}, {"admin", 5 << 20}}) {
+        limit_set(k_limit_request_size, 5 << 20);
+        session = logged_in(user);
+        for (size_t i = 0; i < static_cast<size_t>(most) / k_taken; ++i)
+            ASSERT_EQ(session_process_line(session, "a."), 0) << user;
+        EXPECT_EQ(send(session, "b NOOP\na.\n"), "b BAD id unexpected\na BAD request too long\n");
+        EXPECT_EQ(session->state, k_session_logged);
+    }
+    limits_reset();
 }
 
 TEST_F(Protocol, AReplyKeepsItsNewlineAndNothingForgesAnother) {
