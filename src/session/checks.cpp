@@ -65,7 +65,7 @@ bool access_method_passes(ccd_session *session, int perm, const param_path *ppat
     if (access_is_open(ppath)) return true;
     const owned_context context =
         make_access_context(session, perm_letters(perm), ppath->fullpath, ppath->ccd_tree);
-    return context && ccd_param_ppath_allows(context.get(), ppath, arg_list);
+    return context && ccd_param_ppath_allows(context.get(), ppath, arg_list) > 0;
 }
 
 }  // namespace

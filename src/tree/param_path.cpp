@@ -340,7 +340,7 @@ char *ccd_param_ppath_info(backend_ctx *ctx, const param_path *path, const line 
 int ccd_param_ppath_allows(fe_context *own, const param_path *path, const line *arg_list) {
     const owned_result verdict =
         run_value_method(own, {value_action::access, nullptr, path, true, arg_list});
-    return fe_istrue(fe_last_text(verdict.get()));
+    return verdict ? fe_istrue(fe_last_text(verdict.get())) : -1;
 }
 
 char *ccd_param_ppath_access(backend_ctx *ctx, const param_path *path, const line *arg_list,

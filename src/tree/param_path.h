@@ -83,7 +83,7 @@ char *ccd_param_ppath_access(backend_ctx *ctx, const param_path *path, const lin
                              struct fe_context *parent);
 
 /* 1 when the verdict of the access method, whose variables the fresh context gets beside those that
- * it has, is true, otherwise 0. */
+ * it has, is true, 0 when it is false, -1 when there is none. */
 int ccd_param_ppath_allows(struct fe_context *own, const param_path *path, const line *arg_list);
 
 param_attr *ccd_param_attr(ccdtree_node *root, backend_ctx *ctx, const char *path);
