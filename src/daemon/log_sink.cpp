@@ -37,6 +37,23 @@ std::string loss_text(unsigned long count) {
     return "Warning: " + std::to_string(count) + " messages lost";
 }
 
+/* The present second, as the system log has it; made once for all its messages. */
+std::string_view time_stamp() {
+    static constexpr const char *k_months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                               "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+    static time_t made = 0;
+    static char text[64];
+    const time_t now = time(nullptr);
+    if (now != made) {
+        struct tm local {};
+        localtime_r(&now, &local);
+        snprintf(text, sizeof text, "%s %2d %02d:%02d:%02d", k_months[local.tm_mon], local.tm_mday,
+                 local.tm_hour, local.tm_min, local.tm_sec);
+        made = now;
+    }
+    return text;
+}
+
 }  // namespace
 
 void log_sink::gather(std::string_view line) {
@@ -252,17 +269,13 @@ std::string file_sink::loss_notice(unsigned long count) const {
 
 std::string syslog_sink::message(int priority, const char *ident, pid_t pid,
                                  std::string_view text) {
-    static constexpr const char *k_months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                               "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-    const time_t now = time(nullptr);
-    struct tm local {};
-    localtime_r(&now, &local);
-    char head[256];
-    snprintf(head, sizeof head, "<%d>%s %2d %02d:%02d:%02d %.128s", priority,
-             k_months[local.tm_mon], local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
-             ident);
-    std::string message{head};
-    if (pid > 0) message += '[' + std::to_string(pid) + ']';
+    constexpr size_t k_ident_max = 128;
+    constexpr size_t k_rest_max = 64;
+    std::string message;
+    message.reserve(k_rest_max + k_ident_max + text.size());
+    message.append("<").append(std::to_string(priority)).append(">").append(time_stamp());
+    message.append(" ").append(std::string_view{ident}.substr(0, k_ident_max));
+    if (pid > 0) message.append("[").append(std::to_string(pid)).append("]");
     return message.append(": ").append(text);
 }
 
