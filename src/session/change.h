@@ -19,7 +19,8 @@
 extern "C" {
 #endif
 
-/* One change of a batch and what became of it. It owns everything that it points to. */
+/* One change of a batch and what became of it. It owns everything that it points to; id, path and
+ * value lie behind it in its block. */
 typedef struct ccd_path_value_item {
     struct ccd_path_value_item *next;
     char *id; /* the sub-tag */

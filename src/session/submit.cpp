@@ -12,10 +12,10 @@
 
 #include <cerrno>
 #include <cstddef>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <new>
 #include <string_view>
 
 #include "session/change.h"
@@ -82,11 +82,12 @@ bool judge_line(ccd_session *session, std::string_view id, const char *text) {
     const size_t tag_length = run_length(text, is_tag_char, k_run_max);
     if (text[tag_length] != '.' || std::string_view{text, tag_length} != id) return true;
     const size_t suffix_length = run_length(text + tag_length + 1, is_tag_char, k_run_max);
-    char sub_id[2 * k_tag_size];
-    snprintf(sub_id, sizeof(sub_id), "%.*s", static_cast<int>(tag_length + 1 + suffix_length),
-             text);
+    const size_t sub_id_length = tag_length + 1 + suffix_length;
+    char sub_id[2 * k_run_max + 2];
+    memcpy(sub_id, text, sub_id_length);
+    sub_id[sub_id_length] = '\0';
 
-    const char *rest = skip_blanks(text + tag_length + 1 + suffix_length);
+    const char *rest = skip_blanks(text + sub_id_length);
     char word[k_run_max + 1];
     const size_t word_length = run_length(rest, is_letter, k_run_max);
     memcpy(word, rest, word_length);
@@ -209,20 +210,21 @@ int sub_process_entry(ccd_session *session, const char *id, const char *args, co
 }  // namespace
 
 ccd_path_value_item *create_path_value_item(const char *id, const char *path, const char *value) {
-    owned<ccd_path_value_item, destroy_path_value_item> item{
-        static_cast<ccd_path_value_item *>(calloc(1, sizeof(ccd_path_value_item)))};
-    if (!item) return nullptr;
-    item->id = strdup(id);
-    item->path = strdup(path);
-    item->value = strdup(value);
-    return item->id && item->path && item->value ? item.release() : nullptr;
+    const size_t id_size = strlen(id) + 1;
+    const size_t path_size = strlen(path) + 1;
+    const size_t value_size = strlen(value) + 1;
+    void *block = malloc(sizeof(ccd_path_value_item) + id_size + path_size + value_size);
+    if (!block) return nullptr;
+    auto *item = new (block) ccd_path_value_item{};
+    char *texts = static_cast<char *>(block) + sizeof(ccd_path_value_item);
+    item->id = static_cast<char *>(memcpy(texts, id, id_size));
+    item->path = static_cast<char *>(memcpy(texts + id_size, path, path_size));
+    item->value = static_cast<char *>(memcpy(texts + id_size + path_size, value, value_size));
+    return item;
 }
 
 void destroy_path_value_item(ccd_path_value_item *item) {
     if (!item) return;
-    free(item->id);
-    free(item->path);
-    free(item->value);
     free(item->moved);
     destroy_param_error(item->param_err);
     destroy_param_path(item->ppath);
