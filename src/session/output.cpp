@@ -111,6 +111,32 @@ int lose_output(ccd_session *session) {
     return -1;
 }
 
+/* Where that many bytes of output go; null where they have to take the long way, which knows what
+ * is to be done then. */
+char *reply_room(ccd_session *session, size_t size) {
+    databuf *out = session->outbuf;
+    if (!out || session->output_lost || size > k_reply_max || log_protocol_is_open())
+        return nullptr;
+    const int length = static_cast<int>(size);
+    make_room(out, length);
+    return out->size - out->end < length ? nullptr : out->buf + out->end;
+}
+
+void finish_reply(ccd_session *session, const char *end) {
+    session->outbuf->end = static_cast<int>(end - session->outbuf->buf);
+    loop_watch(session->fdcb_out, FD_CALLBACK_WRITE);
+}
+
+char *put(char *to, std::string_view text) {
+    return static_cast<char *>(mempcpy(to, text.data(), text.size()));
+}
+
+char *put_text(char *to, std::string_view text) {
+    char *end = put(to, text);
+    blank_control_characters(to, text.size());
+    return end;
+}
+
 }  // namespace
 
 int session_write(ccd_session *session, const void *data, size_t size) {
@@ -143,25 +169,31 @@ int session_writef(ccd_session *session, const char *format, ...) {
 
 int session_write_reply(ccd_session *session, const char *id, const char *literal,
                         const char *text) {
-    const std::string_view parts[] = {id, literal, text};
-    const size_t size = parts[0].size() + parts[1].size() + parts[2].size() + 1;
-    databuf *out = session->outbuf;
-    if (!out) return 0;
-    if (session->output_lost) return lose_output(session);
-    if (log_protocol_is_open() || size > k_reply_max) {
-        return session_writef(session, "%s%s%s\n", id, literal, text);
+    const std::string_view tag{id};
+    const std::string_view fixed{literal};
+    const std::string_view value{text};
+    char *to = reply_room(session, tag.size() + fixed.size() + value.size() + 1);
+    if (!to) return session_writef(session, "%s%s%s\n", id, literal, text);
+    to = put_text(put(put(to, tag), fixed), value);
+    *to++ = '\n';
+    finish_reply(session, to);
+    return 0;
+}
+
+int session_write_value(ccd_session *session, const char *id, const char *value) {
+    constexpr std::string_view k_value = ".1 ";
+    constexpr std::string_view k_end = " OK\n";
+    const std::string_view tag{id};
+    const std::string_view text{value};
+    const size_t size = 2 * tag.size() + k_value.size() + text.size() + 1 + k_end.size();
+    char *to = reply_room(session, size);
+    if (!to) {
+        const int result = session_write_reply(session, id, k_value.data(), value);
+        return result != 0 ? result : session_write_reply(session, id, " OK", "");
     }
-    const int length = static_cast<int>(size);
-    make_room(out, length);
-    if (out->size - out->end < length && databuf_reserve(out, length) < length)
-        return lose_output(session);
-    char *to = out->buf + out->end;
-    for (std::string_view part : parts)
-        to = static_cast<char *>(mempcpy(to, part.data(), part.size()));
-    *to = '\n';
-    blank_control_characters(to - parts[2].size(), parts[2].size());
-    out->end += length;
-    loop_watch(session->fdcb_out, FD_CALLBACK_WRITE);
+    to = put_text(put(put(to, tag), k_value), text);
+    *to++ = '\n';
+    finish_reply(session, put(put(to, tag), k_end));
     return 0;
 }
 

@@ -56,6 +56,9 @@ int session_writef(ccd_session *session, const char *format, ...)
 int session_write_reply(ccd_session *session, const char *id, const char *literal,
                         const char *text);
 
+/* A value and the end of a reply: what the two lines id ".1 " value and id " OK" are. */
+int session_write_value(ccd_session *session, const char *id, const char *value);
+
 /* Takes the complete lines off a child's output and writes each behind id, without its control
  * characters; with final, what is left too, even when nothing is. A null session discards them.
  * Returns 0. */

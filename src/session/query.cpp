@@ -35,17 +35,16 @@ int reply_ok(ccd_session *session, const char *id) {
     return 0;
 }
 
+int reply_value(ccd_session *session, const char *id, const char *text) {
+    if (!text) return reply_errno(session, id);
+    session_write_value(session, id, text);
+    return 0;
+}
+
 /* A text as one data line; an empty one has none; no text is a failure. */
 int reply_optional(ccd_session *session, const char *id, const char *text) {
     if (!text) return reply_errno(session, id);
-    if (text[0] != '\0') session_write_reply(session, id, ".1 ", text);
-    return reply_ok(session, id);
-}
-
-int reply_value(ccd_session *session, const char *id, const char *text) {
-    if (!text) return reply_errno(session, id);
-    session_write_reply(session, id, ".1 ", text);
-    return reply_ok(session, id);
+    return text[0] != '\0' ? reply_value(session, id, text) : reply_ok(session, id);
 }
 
 /* The format takes the tag, a number from 1 on, and the text. */

@@ -29,7 +29,7 @@ class session_turn {
 
   private:
     ccd_session *session_;
-    std::chrono::steady_clock::time_point begin_;
+    std::chrono::nanoseconds begin_; /* by the clock of turns */
 };
 
 /* Whether the session's input has to wait for the sweep. */
