@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "backend/command_source.h"
+#include "backend/discarded.h"
 #include "backend/items.h"
 #include "backend/ll_trns.h"
 #include "backend/prepared.h"
@@ -47,7 +48,7 @@ recorded_tree detach_tree(item_record *item) {
 }
 
 void drop(recorded_tree &tree) {
-    destroy_cnftree(std::exchange(tree.tree, nullptr));
+    discard_tree(std::exchange(tree.tree, nullptr));
     tree.record.reset();
     tree.seen.reset();
 }

@@ -14,6 +14,7 @@
 
 #include "auth/session_auth.h"
 #include "auth/session_users.h"
+#include "backend/discarded.h"
 #include "daemon/dirs.h"
 #include "daemon/listen.h"
 #include "daemon/log.h"
@@ -79,6 +80,7 @@ int wait_for_verdict() {
 
 void sweep() {
     session_sweep();
+    discard_go_on();
     stop_go_on();
 }
 

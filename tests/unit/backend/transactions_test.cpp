@@ -1,3 +1,4 @@
+#include "backend/discarded.h"
 #include "backend_fixture.h"
 
 namespace {
@@ -35,6 +36,24 @@ TEST_F(transactions, AnEditStaysInItsSessionUntilItIsCommittedOrReverted) {
     EXPECT_EQ(trns_revert_ctx(session.get()), 0);
     EXPECT_EQ(name(session), "gamma");
     EXPECT_EQ(trns_isdirty_ctx(session.get()), 0);
+}
+
+TEST_F(transactions, ALargeTreeThatIsGivenUpIsFreedPieceByPiece) {
+    std::string text;
+    for (int i = 0; i < 5000; i++)
+        text += "10.0.0.1 name\n";
+    put("long", text);
+    modules("long {\n module: hosts\n file: long\n}\n");
+    EXPECT_EQ(eval("llset('long', '10.0.0.1/name', 'gamma')", session.get()), "1");
+    const cnfnode *given_up = item("long", session.get())->cn_root;
+    trns_revert_ctx(session.get());
+    discard_go_on();
+    long left = 0;
+    for (const cnfnode *child = given_up->first_child; child; child = child->next)
+        left++;
+    EXPECT_TRUE(left > 0 && left < 5000) << left;
+    for (int i = 0; i < 10; i++)
+        discard_go_on();
 }
 
 TEST_F(transactions, WhatACommitsChildWroteIsReadAlthoughAnotherSessionRevertedMeanwhile) {
