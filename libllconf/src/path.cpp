@@ -133,14 +133,29 @@ cnfresult *find_all(node_record *node, const char *path) {
     return list.release();
 }
 
-/* One component without a selector or an escape: most paths are no more than that. */
-bool is_plain_name(const char *path) {
-    return path[strcspn(path, "/[]\\")] == '\0';
+/* Names without selectors and escapes: most paths are no more than that. */
+bool is_plain(std::string_view path) {
+    return path.data()[strcspn(path.data(), "[]\\")] == '\0';
+}
+
+/* The end of a plain path, when the first node of each name leads there. */
+node_record *follow_first(node_record *node, std::string_view path) {
+    for (size_t slash = 0; node != nullptr && slash != std::string_view::npos;) {
+        slash = path.find('/');
+        const std::string_view name = path.substr(0, slash);
+        if (name.empty()) return nullptr;
+        node = first_named(node, name);
+        path.remove_prefix(slash == std::string_view::npos ? path.size() : slash + 1);
+    }
+    return node;
 }
 
 node_record *find_one(node_record *node, const char *path) {
     if (path_reader::is_self(path)) return node;
-    if (is_plain_name(path)) return first_named(node, path);
+    if (is_plain(path)) {
+        node_record *found = follow_first(node, path);
+        if (found != nullptr || strchr(path, '/') == nullptr) return found;
+    }
     if (!path_reader::is_path(path)) return nullptr;
     return path_search{node, path, false}.first();
 }

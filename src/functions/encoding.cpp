@@ -34,6 +34,8 @@ fe_node *llmisc_slashify(const call_arguments &arguments) {
     std::string_view text = arguments[0];
     if (text.empty()) return fe_fail(EINVAL, nullptr, "the empty text is no part of a path");
     if (text == ".") return const_node("\\.");
+    if (std::strcspn(text.data(), k_path_specials.data()) == text.size())
+        return const_node(text.data());
     std::string component;
     component.reserve(text.size() + 8);
     for (char c : text) {
