@@ -82,10 +82,17 @@ inline std::string_view read_leaf(const fe_context *ctx, const fe_node *node, si
     return text;
 }
 
+template <class function>
+[[gnu::noinline]] fe_node *with_any_arguments(fe_context *ctx, const fe_node *first,
+                                              const function &use) {
+    evaluated_arguments all(ctx);
+    return all.evaluate_all(first) ? use(all.view()) : nullptr;
+}
+
 // What `use` makes of the arguments; null when one of them fails. Most calls have constants and
 // variables only, which are read without anything that would have to be released.
 template <class function>
-fe_node *with_arguments(fe_context *ctx, const fe_node *first, function use) {
+fe_node *with_arguments(fe_context *ctx, const fe_node *first, const function &use) {
     few_texts texts;
     size_t count = 0;
     size_t price = 0;
@@ -95,8 +102,7 @@ fe_node *with_arguments(fe_context *ctx, const fe_node *first, function use) {
         texts.at[count++] = read_leaf(ctx, node, price);
     }
     if (node == nullptr) return charge(price) ? use(arguments(ctx, texts.at, count)) : nullptr;
-    evaluated_arguments all(ctx);
-    return all.evaluate_all(first) ? use(all.view()) : nullptr;
+    return with_any_arguments(ctx, first, use);
 }
 
 // One function of the library: its name, how many arguments it takes, what it does. A strict
@@ -141,7 +147,8 @@ inline fe_node *new_truth(bool truth) {
 
 // Most texts that differ do so in their lengths or first characters, and that needs no call.
 inline bool same_text(std::string_view a, std::string_view b) {
-    return a.size() == b.size() && (a.empty() || (a[0] == b[0] && a == b));
+    if (a.size() != b.size() || a.empty()) return a.size() == b.size();
+    return a[0] == b[0] && (a.size() == 1 || a == b);
 }
 inline bool is_true(std::string_view text) {
     return text.size() == 1 && text[0] == '1';

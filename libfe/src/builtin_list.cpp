@@ -76,10 +76,11 @@ fe_node *func_uniq(const arguments &args) {
 }
 
 fe_node *func_in(const arguments &args) {
-    for (std::string_view item : args.from(1)) {
-        if (same_text(item, args[0])) return new_truth(!args[0].empty());
-    }
-    return new_truth(false);
+    const std::string_view text = args[0];
+    bool found = false;
+    for (size_t i = 1; i < args.size() && !found; ++i)
+        found = same_text(args[i], text);
+    return new_truth(found && !text.empty());
 }
 
 fe_node *func_range(const arguments &args) {
@@ -203,9 +204,8 @@ fe_node *func_set(const arguments &args) {
 }
 
 fe_node *func_defined(const arguments &args) {
-    std::string_view value;
     symbol_ptr name = find_symbol(args[0]);
-    return new_truth(name != nullptr && get_variable(args.context(), name, value));
+    return new_truth(name != nullptr && get_variable(args.context(), name).data() != nullptr);
 }
 
 constexpr builtin k_list_rows[] = {

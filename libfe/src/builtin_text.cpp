@@ -27,12 +27,16 @@ fe_node *join_texts(std::span<const std::string_view> texts, std::string_view se
     size_t length = texts.empty() ? 0 : separator.size() * (texts.size() - 1);
     for (std::string_view text : texts)
         length += text.size();
-    fe_node *node = allocate_node(g_fed_const, length);
+    fe_node *node = allocate_const(length);
     if (node == nullptr) return nullptr;
     char *end = node_text(node);
+    auto append = [&end](std::string_view text) {
+        copy_text(end, text);
+        end += text.size();
+    };
     for (size_t i = 0; i < texts.size(); ++i) {
-        if (i != 0) end += separator.copy(end, separator.size());
-        end += texts[i].copy(end, texts[i].size());
+        if (i != 0) append(separator);
+        append(texts[i]);
     }
     return node;
 }

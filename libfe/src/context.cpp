@@ -54,7 +54,7 @@ uint64_t bit_of(const fe_symbol_record *name) {
     return uint64_t{1} << (name->number % 64);
 }
 
-value_slot *search_slot(context_record *record, symbol_ptr name) {
+[[gnu::noinline]] value_slot *search_slot(context_record *record, symbol_ptr name) {
     for (unsigned int i = 0; i < record->count; ++i) {
         if (record->names[i] != name) continue;
         name->place = i;
@@ -106,7 +106,7 @@ int assign_slot(value_slot &slot, std::string_view value) {
     return 0;
 }
 
-value_slot *add_to_map(context_record *record, symbol_ptr name) {
+[[gnu::noinline]] value_slot *add_to_map(context_record *record, symbol_ptr name) {
     if (reserve_bytes(k_map_entry_bytes) != 0) return nullptr;
     try {
         if (record->more == nullptr) record->more = new variable_map;
@@ -231,17 +231,14 @@ int set_variable(fe_context *ctx, symbol_ptr name, std::string_view value) {
     return 0;
 }
 
-bool get_variable(const fe_context *ctx, const fe_symbol_record *name, std::string_view &value) {
+std::string_view get_variable(const fe_context *ctx, const fe_symbol_record *name) {
     if (name->impure) ++g_impure_count;
     for (; ctx != nullptr; ctx = ctx->parent) {
         const value_slot *slot =
             find_slot(record_of(const_cast<fe_context *>(ctx)), const_cast<symbol_ptr>(name));
-        if (slot != nullptr) {
-            value = {slot->text, slot->length};
-            return true;
-        }
+        if (slot != nullptr) return {slot->text, slot->length};
     }
-    return false;
+    return {};
 }
 
 }  // namespace fe
@@ -300,7 +297,6 @@ int fe_lend_symbol(fe_context *ctx, fe_symbol name, const char *value, size_t le
 }
 
 const char *fe_get_symbol(const fe_context *ctx, fe_symbol name) {
-    std::string_view value;
-    return get_variable(ctx, name, value) ? value.data() : nullptr;
+    return get_variable(ctx, name).data();
 }
 }

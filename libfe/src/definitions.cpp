@@ -74,6 +74,12 @@ fe_def_internal *add(fe_def *&list, std::string_view name, bool in_front) {
     return made;
 }
 
+// What in it is not pure, its calls tell one by one.
+void become_user_function(fe_def_internal *made) {
+    made->def.function = call_user_function;
+    made->pure = true;
+}
+
 void destroy_definition(fe_def_internal *dead) {
     destroy_fe_node_list(dead->body);
     for (symbol_ptr parameter : dead->parameters)
@@ -126,7 +132,7 @@ fe_def *append_user_function(fe_def *&list, std::string_view name,
             release_symbol(symbol);
         return nullptr;
     }
-    made->def.function = call_user_function;
+    become_user_function(made);
     made->parameters = std::move(symbols);
     return &made->def;
 }
@@ -207,7 +213,7 @@ fe_def *fe_register_function(fe_def *list, const char *name, fe_node *expression
         destroy_fe_node_list(expression);
         return list;
     }
-    made->def.function = call_user_function;
+    become_user_function(made);
     made->body = expression;
     return list;
 }

@@ -47,10 +47,8 @@ fe_node *evaluate_nothing(fe_context *, fe_node *node) {
 constinit fe_def g_def_unparsed = {nullptr,     "unparsed", evaluate_nothing, nullptr, nullptr,
                                    k_kind_call, 0};
 
-// What is pure in a function with a body, its calls tell one by one.
 bool is_pure(const fe_def *fed) {
-    return fed->private_data != nullptr &&
-           (fed->private_data->pure || fed->function == call_user_function);
+    return fed->private_data != nullptr && fed->private_data->pure;
 }
 
 fe_node *evaluate_call(fe_context *ctx, const fe_node *call) {

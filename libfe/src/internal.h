@@ -138,7 +138,8 @@ inline std::string_view view_of(const fe_node *node) {
     return {node->text, node->private_length};
 }
 
-// A new constant.
+// The same for a constant, and a new constant of a text.
+fe_node *allocate_const(size_t length);
 fe_node *new_const(std::string_view text);
 
 struct node_list_deleter {
@@ -210,13 +211,12 @@ fe_context *create_inner_context(fe_context *parent, context_kind kind);
 fe_context *method_context(fe_context *ctx);
 fe_context *function_context(fe_context *ctx);
 int set_variable(fe_context *ctx, symbol_ptr name, std::string_view value);
-// False when no context of the chain has it. The view ends in NUL.
-bool get_variable(const fe_context *ctx, const fe_symbol_record *name, std::string_view &value);
+// Its data is null when no context of the chain has it. The view ends in NUL.
+std::string_view get_variable(const fe_context *ctx, const fe_symbol_record *name);
 // The same for a variable of an expression, which is the empty text when it is not set.
 inline std::string_view variable_text(const fe_context *ctx, const fe_node *variable) {
-    std::string_view value("", 0);
-    get_variable(ctx, symbol_of_name(variable->text), value);
-    return value;
+    const std::string_view value = get_variable(ctx, symbol_of_name(variable->text));
+    return value.data() != nullptr ? value : std::string_view("", 0);
 }
 
 struct context_deleter {

@@ -105,21 +105,28 @@ bool count_fits(const builtin &row, size_t count) {
     return false;
 }
 
-fe_node *call_strict(const builtin &row, fe_context *ctx, const fe_node *call) {
-    return with_arguments(ctx, call->first_child, [&row](const arguments &args) {
-        return count_fits(row, args.size()) ? row.strict(args) : nullptr;
-    });
+const builtin &row_of(const fe_def *fed) {
+    return *static_cast<const builtin *>(fed->user_data);
 }
 
-fe_node *call_builtin(fe_context *ctx, fe_node *call) {
-    const auto &row = *static_cast<const builtin *>(call->fed->user_data);
+fe_node *call_strict(fe_context *ctx, fe_node *call) {
+    const builtin &row = row_of(call->fed);
     try {
-        if (row.strict != nullptr) return call_strict(row, ctx, call);
-        size_t count = 0;
-        for (const fe_node *arg = call->first_child; arg != nullptr; arg = arg->next)
-            ++count;
-        if (!count_fits(row, count)) return nullptr;
-        return row.lazy(ctx, call);
+        return with_arguments(ctx, call->first_child, [&row](const arguments &args) {
+            return count_fits(row, args.size()) ? row.strict(args) : nullptr;
+        });
+    } catch (const std::bad_alloc &) {
+        return fail_with(ENOMEM);
+    }
+}
+
+fe_node *call_lazy(fe_context *ctx, fe_node *call) {
+    const builtin &row = row_of(call->fed);
+    size_t count = 0;
+    for (const fe_node *arg = call->first_child; arg != nullptr; arg = arg->next)
+        ++count;
+    try {
+        return count_fits(row, count) ? row.lazy(ctx, call) : nullptr;
     } catch (const std::bad_alloc &) {
         return fail_with(ENOMEM);
     }
@@ -129,10 +136,9 @@ fe_node *call_builtin(fe_context *ctx, fe_node *call) {
 void bounds_of(const fe_def *fed, size_t &least, size_t &most) {
     least = 0;
     most = builtin::k_any;
-    if (fed->function == call_builtin) {
-        const auto &row = *static_cast<const builtin *>(fed->user_data);
-        least = row.least_arguments;
-        most = row.most_arguments;
+    if (fed->function == call_strict || fed->function == call_lazy) {
+        least = row_of(fed).least_arguments;
+        most = row_of(fed).most_arguments;
     } else if (fed->function == fe_func_sanity1 || fed->function == fe_func_sanity3) {
         least = most = fed->function == fe_func_sanity1 ? 1 : 3;
     } else if (fed->function == call_user_function) {
@@ -141,11 +147,6 @@ void bounds_of(const fe_def *fed, size_t &least, size_t &most) {
         least = static_cast<size_t>(fed->private_data->least);
         if (fed->private_data->most >= 0) most = static_cast<size_t>(fed->private_data->most);
     }
-}
-
-bool is_lazy(const fe_def *fed) {
-    return fed->function == call_builtin &&
-           static_cast<const builtin *>(fed->user_data)->lazy != nullptr;
 }
 
 }  // namespace
@@ -162,7 +163,8 @@ extern "C" int fe_count_fits(const fe_node *call) {
     bool may_grow = false;
     for (const fe_node *arg = call->first_child; arg != nullptr; arg = arg->next) {
         ++count;
-        if (arg->fed->private_kind == k_kind_call && !is_lazy(call->fed)) may_grow = true;
+        if (arg->fed->private_kind == k_kind_call && call->fed->function != call_lazy)
+            may_grow = true;
     }
     if (count > most) return 1;
     return count < least && !may_grow ? -1 : 0;
@@ -173,7 +175,8 @@ extern "C" fe_def *fe_register_felib_funcs(fe_def *list) {
     for (auto group : {k_logic_functions, k_number_functions, k_text_functions, k_pattern_functions,
                        k_list_functions, k_variable_functions}) {
         for (const builtin &row : group) {
-            list = fe_register_func(list, row.name, call_builtin, const_cast<builtin *>(&row));
+            list = fe_register_func(list, row.name, row.strict != nullptr ? call_strict : call_lazy,
+                                    const_cast<builtin *>(&row));
             if (row.pure) fe_mark_pure(list, row.name);
         }
     }

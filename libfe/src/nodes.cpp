@@ -155,15 +155,16 @@ fe_node *allocate_node(fe_def *fed, size_t length) {
     return node;
 }
 
+fe_node *allocate_const(size_t length) {
+    fe_node *node = sizeof(fe_node) + length < k_block_sizes[0] ? take_kept(0) : nullptr;
+    if (node == nullptr) return allocate_node(&g_def_const, length);
+    fill_node(node, &g_def_const, length, 0);
+    return node;
+}
+
 fe_node *new_const(std::string_view text) {
-    fe_node *node = nullptr;
-    if (sizeof(fe_node) + text.size() < k_block_sizes[0] && (node = take_kept(0)) != nullptr) {
-        fill_node(node, &g_def_const, text.size(), 0);
-    } else {
-        node = allocate_node(&g_def_const, text.size());
-        if (node == nullptr) return nullptr;
-    }
-    copy_text(node_text(node), text);
+    fe_node *node = allocate_const(text.size());
+    if (node != nullptr) copy_text(node_text(node), text);
     return node;
 }
 
@@ -193,6 +194,7 @@ fe_node *create_fe_node(fe_def *fed, const char *text) {
 }
 
 fe_node *create_fe_node_n(fe_def *fed, const char *text, size_t length) {
+    if (fed == &g_def_const) return new_const({text, length});
     fe_node *node = allocate_node(fed, length);
     if (node != nullptr) memcpy(node_text(node), text, length);
     return node;
