@@ -25,9 +25,10 @@ int hex_digit(char c) {
 }
 
 size_t punctuation_length(std::string_view text) {
-    for (std::string_view known : k_punctuation) {
-        if (text.front() == known.front() && text.starts_with(known)) return known.size();
-    }
+    const char next = text.size() > 1 ? text[1] : '\0';
+    for (std::string_view known : k_punctuation)
+        if (text.front() == known[0] && (known.size() == 1 || next == known[1]))
+            return known.size();
     return text.starts_with(':') ? 1 : 0;
 }
 
@@ -95,7 +96,10 @@ token lexer::quoted(size_t start) {
     ++at_;
     while (at_ < text_.size() && text_[at_] != quote) {
         if (text_[at_] != '\\') {
-            result.value.push_back(text_[at_++]);
+            const size_t from = at_;
+            while (at_ < text_.size() && text_[at_] != quote && text_[at_] != '\\')
+                ++at_;
+            result.value.append(text_, from, at_ - from);
             continue;
         }
         const size_t backslash = at_++;
