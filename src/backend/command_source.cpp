@@ -132,7 +132,7 @@ files_look command_source::look() const {
 void command_source::revert(item_record *item) {
     const bool is_whole = item->state == tree_state::read && !item->is_dirty;
     if (is_current_ && is_whole && seen_.settled && seen_.same_as(look())) return;
-    is_current_ = false;
+    if (std::exchange(is_current_, false)) trns_note_change(); /* a read makes another tree */
     item->is_dirty = 0;
     run_ahead(item);
 }

@@ -72,6 +72,7 @@ long g_retry_ms = k_first_retry_ms;
 int g_verbosity = LOG_DEBUG;
 
 log_observer g_observer = nullptr;
+unsigned long g_line_count = 0;
 
 /* What openlog and setlogmask left. */
 const char *g_ident = nullptr;
@@ -291,6 +292,7 @@ void own_checked_syslog(int priority, int, const char *format, ...) {
 void daemon_logv(int priority, const char *format, va_list arguments) {
     if (log_takes(priority) == 0) return;
     const errno_guard keep;
+    g_line_count++;
     const log_line line{format, arguments};
     if (g_observer && g_observer(priority, std::string{line.text()}.c_str())) return;
     if ((daemon_log_use & DAEMON_LOG_SYSLOG) != 0)
@@ -324,6 +326,10 @@ void log_flush(void) {
         sink->give_gathered();
         retry_later(*sink);
     }
+}
+
+unsigned long log_line_count(void) {
+    return g_line_count;
 }
 
 void log_set_observer(log_observer observer) {

@@ -44,6 +44,9 @@ void log_gather(int on);
 /* Lets the lines that are gathered leave. Costs nothing when there are none. */
 void log_flush(void);
 
+/* How many lines daemon_log has logged: who has written one has had an effect. */
+unsigned long log_line_count(void);
+
 /* Writes text, whole lines, to standard output (1) or standard error (2). */
 void log_text(int fd, const char *text, size_t size);
 

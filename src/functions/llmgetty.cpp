@@ -184,5 +184,7 @@ fe_node *fe_func_get_mgettylogin_type(fe_context *ctx, fe_node *call) {
 fe_def *fe_register_llmgettyfuncs(fe_def *list) {
     list = fe_register_func(list, "llmgetty_setlogintype", fe_func_set_mgettylogin_type, nullptr);
     list = fe_register_func(list, "llmgetty_setcbphone", fe_func_set_mgettylogin_cbphone, nullptr);
-    return fe_register_func(list, "llmgetty_getlogintype", fe_func_get_mgettylogin_type, nullptr);
+    list = fe_register_func(list, "llmgetty_getlogintype", fe_func_get_mgettylogin_type, nullptr);
+    fe_mark_pure(list, "llmgetty_getlogintype");
+    return list;
 }

@@ -55,6 +55,12 @@ constexpr std::array k_functions{
     function_row{"writeevt", 2, k_any, llmisc_writeevt},
 };
 
+constexpr const char *k_pure[] = {
+    "getopt",    "setopt",        "delopt",    "get_nonoptarg", "set_nonoptarg",
+    "shoptions", "makeshoptions", "slashify",  "escapename",    "urlencode",
+    "urldecode", "hexencode",     "hexdecode", "fnmatch",
+};
+
 fe_node *call_llmisc(fe_context *ctx, fe_node *call) {
     const auto *row = static_cast<const function_row *>(call->fed->user_data);
     trace(4, "%s\n", row->name);
@@ -82,5 +88,7 @@ fe_def *fe_register_llmiscfuncs(fe_def *list) {
     for (const auto &row : k_functions)
         list = fe_register_counted_func(list, row.name, call_llmisc,
                                         const_cast<function_row *>(&row), row.least, row.most);
+    for (const char *name : k_pure)
+        fe_mark_pure(list, name);
     return list;
 }

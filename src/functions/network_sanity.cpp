@@ -300,13 +300,19 @@ constexpr std::array k_name_predicates{
 
 }  // namespace
 
+/* All of them are pure. */
 fe_def *fe_register_network_sanity_funcs(fe_def *list) {
     auto data = [](auto function) { return reinterpret_cast<void *>(function); };
+    auto add = [&list](const char *name, fe_function function, void *own) {
+        list = fe_register_func(list, name, function, own);
+        fe_mark_pure(list, name);
+    };
     for (const auto &row : k_predicates)
-        list = fe_register_func(list, row.name, fe_func_sanity1, data(row.accepts));
-    list = fe_register_func(list, "isinsubnet", fe_func_isinsubnet, nullptr);
-    list = fe_register_func(list, "isinnetwork", fe_func_sanity3, data(isinnetwork));
+        add(row.name, fe_func_sanity1, data(row.accepts));
+    add("isinsubnet", fe_func_isinsubnet, nullptr);
+    add("isinnetwork", fe_func_sanity3, data(isinnetwork));
     for (const auto &row : k_name_predicates)
-        list = fe_register_func(list, row.name, fe_func_sanity1, data(row.accepts));
-    return fe_register_func(list, "network", fe_func_network, nullptr);
+        add(row.name, fe_func_sanity1, data(row.accepts));
+    add("network", fe_func_network, nullptr);
+    return list;
 }

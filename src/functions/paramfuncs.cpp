@@ -187,11 +187,17 @@ constexpr native_function k_functions[] = {
     {"paramfound", guarded<fe_func_paramfound>},   {"committed", guarded<fe_func_committed>},
 };
 
+/* As pure as the methods that they evaluate, whose steps count one by one. */
+constexpr const char *k_pure[] = {"paramget", "paramlist", "paramexists", "paramfound",
+                                  "committed"};
+
 }  // namespace
 
 fe_def *fe_register_paramfuncs(fe_def *list) {
     for (const native_function &function : k_functions) {
         list = fe_register_func(list, function.name, function.function, nullptr);
     }
+    for (const char *name : k_pure)
+        fe_mark_pure(list, name);
     return list;
 }

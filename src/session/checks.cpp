@@ -9,17 +9,19 @@
 #include "session/method_context.h"
 #include "session/protocol.h"
 #include "session/query.h"
+#include "tree/kept.h"
 #include "tree/known_symbol.h"
 #include "tree/param_error.h"
 #include "ucfgd/owners.h"
 
 namespace {
 
-constinit known_symbol g_sid{"sid"};
+/* What tells sessions apart is not pure; the others go by the request and the path. */
+constinit known_symbol g_sid{"sid", true};
 constinit known_symbol g_perm{"perm"};
 constinit known_symbol g_parampath{"parampath"};
 constinit known_symbol g_paramtree{"paramtree"};
-constinit known_symbol g_hlxaaa_sid{"hlxaaa_sid"};
+constinit known_symbol g_hlxaaa_sid{"hlxaaa_sid", true};
 
 /* Permission bits as letters, as access methods see them. */
 const char *perm_letters(int perms) {
@@ -63,15 +65,20 @@ bool access_is_open(const param_path *ppath) {
 bool access_method_passes(ccd_session *session, int perm, const param_path *ppath,
                           const line *arg_list) {
     if (access_is_open(ppath)) return true;
-    const owned_context context =
-        make_access_context(session, perm_letters(perm), ppath->fullpath, ppath->ccd_tree);
-    return context && ccd_param_ppath_allows(context.get(), ppath, arg_list) > 0;
+    auto evaluate = [=] {
+        const owned_context context =
+            make_access_context(session, perm_letters(perm), ppath->fullpath, ppath->ccd_tree);
+        return context ? ccd_param_ppath_allows(context.get(), ppath, arg_list) : -1;
+    };
+    if (arg_list) return evaluate() > 0;
+    return kept_access(session->backend_ctx, ppath, static_cast<unsigned int>(perm), evaluate);
 }
 
 }  // namespace
 
 owned_context make_session_context(const ccd_session *session) {
     owned_context context{create_fe_context(nullptr, session->backend_ctx)};
+    if (!g_hlxaaa_sid.intern()) context.reset();
     if (context && session->hlxaaa_sid && !g_hlxaaa_sid.lend(context.get(), session->hlxaaa_sid)) {
         context.reset();
     }

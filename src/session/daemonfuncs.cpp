@@ -19,6 +19,7 @@
 #include "session/limits.h"
 #include "session/session.h"
 #include "tree/arguments.h"
+#include "tree/kept.h"
 #include "ucfgd/owners.h"
 #include "ucfgd/uptime.h"
 
@@ -95,6 +96,14 @@ unsigned long count_jobs() {
     return length_of(g_bgexec_ctx_list);
 }
 
+unsigned long count_kept() {
+    return g_kept_counts.hits;
+}
+
+unsigned long count_fresh() {
+    return g_kept_counts.misses;
+}
+
 struct daemon_count {
     std::string_view name;
     unsigned long (*count)();
@@ -105,6 +114,8 @@ constexpr daemon_count k_counts[] = {
     {"suspended-sessions", count_suspended},
     {"suspended-memory", count_suspended_memory},
     {"jobs", count_jobs},
+    {"kept-answers", count_kept},
+    {"fresh-answers", count_fresh},
 };
 
 fe_node *fe_func_daemoncount(fe_context *ctx, fe_node *call) {

@@ -9,6 +9,7 @@
 #include "session/arguments.h"
 #include "session/method_context.h"
 #include "session/protocol.h"
+#include "tree/kept.h"
 #include "tree/param_error.h"
 #include "tree/param_failure.h"
 #include "tree/param_ops.h"
@@ -89,8 +90,9 @@ int session_process_get(ccd_session *session, const char *id, const char *args) 
         return 0;
     }
     errno = 0;
-    const owned_str value{ccd_param_ppath_get(session->backend_ctx, ppath.get())};
-    return reply_value(session, id, value.get());
+    owned_str own;
+    return reply_value(session, id,
+                       ccd_param_ppath_kept_get(session->backend_ctx, ppath.get(), own));
 }
 
 int session_process_list(ccd_session *session, const char *id, const char *args, int recurse) {

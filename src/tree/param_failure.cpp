@@ -76,6 +76,7 @@ owned_result run_method(fe_context *ctx, const fe_node *method, const char *key,
     const fe_failure *failure = result ? nullptr : fe_last_failure();
     if (failure) {
         errno_guard keep;
+        fe_note_impure(); /* the next one is to be told of as well */
         log_failure(key, path, *failure);
         keep_reason(*failure);
         fe_forget_failure();

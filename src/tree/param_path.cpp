@@ -31,6 +31,7 @@
 #include <utility>
 
 #include "daemon/trace.h"
+#include "tree/kept.h"
 #include "tree/known_symbol.h"
 #include "tree/param_context.h"
 #include "tree/path_segment.h"
@@ -92,12 +93,14 @@ struct path_record {
     size_t users;
     size_t hash;
     unsigned int changes;
+    bool is_kept; /* it is found again for its text */
+    kept_slot answers;
     param_path path;
 };
 
-path_record *record_of(param_path *path) {
-    return reinterpret_cast<path_record *>(reinterpret_cast<char *>(path) -
-                                           offsetof(path_record, path));
+path_record *record_of(const param_path *path) {
+    return reinterpret_cast<path_record *>(
+        reinterpret_cast<char *>(const_cast<param_path *>(path)) - offsetof(path_record, path));
 }
 
 /* Record, items, names and the path as given, in one block. */
@@ -148,6 +151,7 @@ class recent_paths {
         if (path_record *oldest = kept_[next_]) forget(oldest);
         path_record *record = record_of(path);
         record->users++;
+        record->is_kept = true;
         record->hash = hash;
         record->changes = g_ccdtree_changes;
         record->next = std::exchange(slots_[hash % k_most], record);
@@ -251,8 +255,15 @@ param_path *find_ccd_param(const char *path, ccdtree_node *root) {
     return nullptr;
 }
 
+kept_slot *kept_slot_of(const param_path *path) {
+    path_record *record = record_of(path);
+    return record->is_kept ? &record->answers : nullptr;
+}
+
 void destroy_param_path(param_path *path) {
-    if (path && --record_of(path)->users == 0) std::free(record_of(path));
+    if (!path || --record_of(path)->users != 0) return;
+    record_of(path)->answers.clear();
+    std::free(record_of(path));
 }
 
 void ccd_param_common(fe_context *ctx, const param_path *path) {

@@ -267,5 +267,6 @@ fe_node *fe_func_typehelp(fe_context *ctx, fe_node *call) {
 
 fe_def *fe_register_typefuncs(fe_def *list) {
     list = fe_register_func(list, "istype", fe_func_istype, nullptr);
+    fe_mark_pure(list, "istype");
     return fe_register_func(list, "typehelp", guarded<fe_func_typehelp>, nullptr);
 }

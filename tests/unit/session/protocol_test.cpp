@@ -1,6 +1,8 @@
 #include <sys/resource.h>
 
+#include "session/query.h"
 #include "session_fixture.h"
+#include "tree/kept.h"
 
 class Protocol : public session_test {};
 
@@ -45,6 +47,31 @@ TEST_F(Protocol, ARequestIsCollectedUntilALineOfItsTagEndsIt) {
     EXPECT_EQ(ask(session, "ab.one\na NOOP\nb NOOP"), "a OK\nb OK\n");
     EXPECT_EQ(ask(session, "x. \nx SUBMIT"), "x. BAD unknown sub command: \nx ERR\n");
     EXPECT_EQ(ask(session, "x   list   "), "x OK\n");
+}
+
+TEST_F(Protocol, AVerdictIsNoOtherSessionsAndNoOtherPermissions) {
+    g_trns_iface_list->differs = [](const trns_ctx_item *) { return 0; };
+    define(g_ccdtree,
+           "any {\n access: in($perm, 'r')\n get: 'a'\n set: '1'\n}\n"
+           "aaa {\n access: $hlxaaa_sid == ''\n}\n"
+           "own {\n access: $sid == 'mine'\n get: 'c'\n}\n");
+    ccd_session *first = logged_in("admin");
+    ccd_session *second = logged_in("admin");
+    const owned<param_path, destroy_param_path> aaa{find_ccd_param("aaa", g_ccdtree)};
+    std::free(std::exchange(second->sessionid, strdup("mine")));
+    const unsigned long before = g_kept_counts.hits;
+    for (int times = 0; times < 2; times++) {
+        EXPECT_EQ(ask(first, "1 GET any"), "1.1 a\n1 OK\n");
+        EXPECT_EQ(ask(first, "1 SET any x"), "1 NO permission denied\n");
+        EXPECT_EQ(ask(first, "1 GET own"), "1 NO permission denied\n");
+        EXPECT_EQ(ask(second, "2 GET any"), "2.1 a\n2 OK\n");
+        EXPECT_EQ(ask(second, "2 GET own"), "2.1 c\n2 OK\n");
+        EXPECT_EQ(session_may_read(first, aaa.get()), 1);
+        if (!second->hlxaaa_sid) second->hlxaaa_sid = strdup("7");
+        EXPECT_EQ(session_may_read(second, aaa.get()), 0);
+    }
+    EXPECT_EQ(g_kept_counts.hits - before, 8U);
+    g_trns_iface_list->differs = nullptr;
 }
 
 TEST_F(Protocol, WhatIsTooLongClosesTheSession) {
