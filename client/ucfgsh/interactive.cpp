@@ -178,9 +178,9 @@ void editor::wait_for_key() {
     pollfd watch{STDIN_FILENO, POLLIN, 0};
     while (!g_interrupted &&
            ppoll(&watch, 1, trial_end_ && completing_ ? &k_tick : nullptr, &held.before) == 0) {
-        long left =
+        auto left = static_cast<long>(
             std::chrono::ceil<std::chrono::seconds>(*trial_end_ - std::chrono::steady_clock::now())
-                .count();
+                .count());
         const LineInfo *info = el_line(el_.get());
         size_t used =
             count_characters({info->buffer, static_cast<size_t>(info->lastchar - info->buffer)}) +
