@@ -86,7 +86,11 @@ constexpr std::string_view k_other_paths[] = {
 constexpr std::string_view k_levels[] = {"emerg",   "alert",  "crit", "err",
                                          "warning", "notice", "info", "debug"};
 
-void read_log_level(const cnfnode *entry) {
+void read_log_level(const cnfnode *root) {
+    log_set_level(LOG_DEBUG);
+    const cnfnode *section = find_node(root->first_child, "config");
+    const cnfnode *entry = section ? find_node(section->first_child, "log-level:") : nullptr;
+    if (!entry) return;
     const char *value = cnfnode_getval(entry) ? cnfnode_getval(entry) : "";
     const auto *level = std::ranges::find(k_levels, value);
     if (level != std::end(k_levels)) {
@@ -101,7 +105,7 @@ void read_log_level(const cnfnode *entry) {
 }
 
 void read_log_changes(std::string_view value) {
-    g_log_changes = value == "yes" ? 1 : 0;
+    g_log_changes = value == "yes" && log_takes(LOG_NOTICE) != 0 ? 1 : 0;
     if (value != "yes" && value != "no")
         daemon_log(LOG_WARNING, "Warning: config/log-changes: is 'yes' or 'no'; 'no' is used");
 }
@@ -163,12 +167,11 @@ void parse_config(const cnfnode *root) {
         static_cast<size_t>(limit_value(k_limit_pattern_memory)), [](const char *pattern) {
             limit_met(k_limit_pattern_memory, "a pattern needs more: %s", pattern);
         });
+    read_log_level(root);
     const char *log_changes = entry_of(root, "config/log-changes:");
     read_log_changes(log_changes ? log_changes : "no");
-    log_set_level(LOG_DEBUG);
     const cnfnode *section = find_node(root->first_child, "config");
     if (!section) return;
-    if (const cnfnode *level = find_node(section->first_child, "log-level:")) read_log_level(level);
     for (const cnfnode *node = section->first_child; node; node = node->next)
         for (const number_entry &entry : k_numbers)
             if (entry.name == cnfnode_getname(node))

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "daemon/log.h"
 #include "tree/definition.h"
 #include "tree/param_context.h"
 #include "ucfgd/uptime.h"
@@ -42,6 +43,8 @@ void log_once(int priority, const std::array<char, 1024> &line) {
 }
 
 void log_failure(const char *method, const param_path *path, const fe_failure &failure) {
+    const int priority = failure.forgiven ? LOG_INFO : LOG_WARNING;
+    if (log_takes(priority) == 0) return;
     bool has_value = failure.value != nullptr;
     bool is_inner = failure.within[0] != '\0';
     std::array<char, 1024> line;
@@ -56,7 +59,7 @@ void log_failure(const char *method, const param_path *path, const fe_failure &f
         if (c == '\0') break;
         if (static_cast<unsigned char>(c) < ' ' || c == '\x7f') c = '?';
     }
-    log_once(failure.forgiven ? LOG_INFO : LOG_WARNING, line);
+    log_once(priority, line);
 }
 
 void keep_reason(const fe_failure &failure) {
