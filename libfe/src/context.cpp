@@ -72,6 +72,12 @@ value_slot *find_slot(context_record *record, symbol_ptr name) {
     return search_slot(record, name);
 }
 
+void clear_new(value_slot &slot) {
+    slot.text = "";
+    slot.length = 0;
+    slot.capacity = 0;
+}
+
 void clear_slot(value_slot &slot) {
     if (slot.capacity == 0) return;
     release_bytes(slot.capacity);
@@ -111,7 +117,7 @@ int assign_slot(value_slot &slot, std::string_view value) {
     try {
         if (record->more == nullptr) record->more = new variable_map;
         value_slot &slot = (*record->more)[name];
-        slot.text = "";
+        clear_new(slot);
         return &slot;
     } catch (const std::bad_alloc &) {
         release_bytes(k_map_entry_bytes);
@@ -126,9 +132,7 @@ value_slot *append_slot(context_record *record, symbol_ptr name) {
     const unsigned int place = record->count++;
     record->names[place] = name;
     value_slot *slot = &record->values[place];
-    slot->text = "";
-    slot->length = 0;
-    slot->capacity = 0;
+    clear_new(*slot);
     return slot;
 }
 

@@ -120,7 +120,7 @@ fe_node *evaluate_quietly(fe_context *ctx, const fe_node *first) {
 int set_parameters(fe_context *inner, const fe_def_internal *def, const arguments &args) {
     const size_t count = def->parameters.size();
     for (size_t i = 0; i < count; ++i) {
-        const std::string_view value = i < args.size() ? args[i] : std::string_view("", 0);
+        const std::string_view value = i < args.size() ? args[i] : k_empty_text;
         if (set_variable(inner, def->parameters[i], value) != 0) return -1;
     }
     if (args.size() <= count) return 0;

@@ -213,10 +213,11 @@ fe_context *function_context(fe_context *ctx);
 int set_variable(fe_context *ctx, symbol_ptr name, std::string_view value);
 // Its data is null when no context of the chain has it. The view ends in NUL.
 std::string_view get_variable(const fe_context *ctx, const fe_symbol_record *name);
+constexpr std::string_view k_empty_text{""};
 // The same for a variable of an expression, which is the empty text when it is not set.
 inline std::string_view variable_text(const fe_context *ctx, const fe_node *variable) {
     const std::string_view value = get_variable(ctx, symbol_of_name(variable->text));
-    return value.data() != nullptr ? value : std::string_view("", 0);
+    return value.data() != nullptr ? value : k_empty_text;
 }
 
 struct context_deleter {

@@ -30,8 +30,8 @@ size_t g_bytes_in_use = 0;
 constexpr unsigned short k_deepest_copy = 2000;
 
 unsigned char class_of(size_t bytes) {
-    for (unsigned char i = 0; i < k_block_sizes.size(); ++i) {
-        if (bytes <= k_block_sizes[i]) return i;
+    for (size_t i = 0; i < k_block_sizes.size(); ++i) {
+        if (bytes <= k_block_sizes[i]) return static_cast<unsigned char>(i);
     }
     return k_own_block;
 }
