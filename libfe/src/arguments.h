@@ -116,15 +116,20 @@ struct builtin {
     constexpr builtin(const char *n, size_t least, size_t most, strict_function f,
                       bool is_pure = true)
         : name(n), least_arguments(least), most_arguments(most), strict(f), pure(is_pure) {}
-    constexpr builtin(const char *n, size_t least, size_t most, lazy_function f)
-        : name(n), least_arguments(least), most_arguments(most), lazy(f) {}
+    constexpr builtin(const char *n, size_t least, size_t most, strict_function f,
+                      fe_membership asked)
+        : name(n), least_arguments(least), most_arguments(most), strict(f), membership(asked) {}
+    constexpr builtin(const char *n, size_t least, size_t most, lazy_function f,
+                      fe_membership asked = nullptr)
+        : name(n), least_arguments(least), most_arguments(most), lazy(f), membership(asked) {}
 
     const char *name;
     size_t least_arguments;
     size_t most_arguments;
     strict_function strict = nullptr;
     lazy_function lazy = nullptr;
-    bool pure = true;  // as purity.h means it
+    bool pure = true;                    // as purity.h means it
+    fe_membership membership = nullptr;  // of a function that gives lists
 };
 
 // The groups, in the order in which they are registered.

@@ -75,12 +75,39 @@ fe_node *func_uniq(const arguments &args) {
     return new_list(items);
 }
 
-fe_node *func_in(const arguments &args) {
+// Looks for the first text among the others.
+fe_node *find_first(const arguments &args) {
     const std::string_view text = args[0];
     bool found = false;
     for (size_t i = 1; i < args.size() && !found; ++i)
         found = same_text(args[i], text);
     return new_truth(found && !text.empty());
+}
+
+bool has_membership(const fe_node *first) {
+    while (first != nullptr && membership_of(first) == nullptr)
+        first = first->next;
+    return first != nullptr;
+}
+
+// The first value may come with others, among which it is looked for as well.
+fe_node *ask_for_value(fe_context *ctx, const fe_node *value, const fe_node *lists) {
+    node_list wanted(evaluate(ctx, value));
+    if (wanted == nullptr) return nullptr;
+    const std::string_view text = view_of(wanted.get());
+    if (text.empty()) {
+        node_list ignored(evaluate_list(ctx, lists));
+        return ignored != nullptr ? new_truth(false) : nullptr;
+    }
+    node_list found(ask_list(ctx, lists, text));
+    if (found == nullptr || !holds_text(wanted->next, text)) return found.release();
+    return new_truth(true);
+}
+
+fe_node *func_in(fe_context *ctx, const fe_node *call) {
+    const fe_node *value = call->first_child;
+    if (has_membership(value->next)) return ask_for_value(ctx, value, value->next);
+    return with_arguments(ctx, value, find_first);
 }
 
 fe_node *func_range(const arguments &args) {
@@ -213,9 +240,9 @@ constexpr builtin k_list_rows[] = {
     {"nth", 1, builtin::k_any, func_nth},
     {"first", 0, builtin::k_any, func_first},
     {"last", 0, builtin::k_any, func_last},
-    {"reverse", 0, builtin::k_any, func_reverse},
-    {"sort", 0, builtin::k_any, func_sort},
-    {"uniq", 0, builtin::k_any, func_uniq},
+    {"reverse", 0, builtin::k_any, func_reverse, ask_arguments},
+    {"sort", 0, builtin::k_any, func_sort, ask_arguments},
+    {"uniq", 0, builtin::k_any, func_uniq, ask_arguments},
     {"in", 1, builtin::k_any, func_in},
     {"range", 2, 2, func_range},
     {"foreach", 3, 3, func_foreach},

@@ -86,7 +86,7 @@ constexpr builtin k_rows[] = {
     {"if", 2, 3, func_if},
     {"switch", 3, builtin::k_any, func_switch},
     {"seq", 1, builtin::k_any, func_seq},
-    {"list", 0, builtin::k_any, func_list},
+    {"list", 0, builtin::k_any, func_list, ask_arguments},
     {"fail", 0, 0, func_fail},
     {"default", 2, 2, func_default},
 };

@@ -78,6 +78,7 @@ fe_def_internal *add(fe_def *&list, std::string_view name, bool in_front) {
 void become_user_function(fe_def_internal *made) {
     made->def.function = call_user_function;
     made->pure = true;
+    made->membership = ask_user_function;
 }
 
 void destroy_definition(fe_def_internal *dead) {
@@ -216,6 +217,11 @@ fe_def *fe_register_function(fe_def *list, const char *name, fe_node *expression
     become_user_function(made);
     made->body = expression;
     return list;
+}
+
+void fe_set_membership(fe_def *list, const char *name, fe_membership membership) {
+    fe_def *fed = find_definition(list, name);
+    if (fed != nullptr) fed->private_data->membership = membership;
 }
 
 fe_def *fe_unregister_first(fe_def *list) {

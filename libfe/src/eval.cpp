@@ -51,7 +51,9 @@ bool is_pure(const fe_def *fed) {
     return fed->private_data != nullptr && fed->private_data->pure;
 }
 
-fe_node *evaluate_call(fe_context *ctx, const fe_node *call) {
+// Calls what a call's function, or its membership, is.
+template <class function>
+fe_node *run_call(const fe_node *call, function call_it) {
     if (!is_pure(call->fed)) ++g_impure_count;
     if (g_run.depth >= k_max_nested_calls) {
         stop_run("an expression was stopped: more than 256 nested calls", ELOOP);
@@ -60,7 +62,7 @@ fe_node *evaluate_call(fe_context *ctx, const fe_node *call) {
     ++g_run.depth;
     fe_node *result = nullptr;
     try {
-        result = call->fed->function(ctx, const_cast<fe_node *>(call));
+        result = call_it(const_cast<fe_node *>(call));
     } catch (const std::bad_alloc &) {
         errno = ENOMEM;
     } catch (const std::exception &) {
@@ -80,6 +82,10 @@ fe_node *evaluate_call(fe_context *ctx, const fe_node *call) {
         forgive_failure();
     }
     return result;
+}
+
+fe_node *evaluate_call(fe_context *ctx, const fe_node *call) {
+    return run_call(call, [ctx, call](fe_node *node) { return call->fed->function(ctx, node); });
 }
 
 // Runs an evaluation as part of the running one, or as an outermost one with meters of its own and
@@ -196,18 +202,63 @@ fe_node *evaluate_list(fe_context *ctx, const fe_node *first) {
     return results.release();
 }
 
-fe_node *call_user_function(fe_context *ctx, fe_node *call) {
+namespace {
+
+// Evaluates all lines of the body but the last one, which it leaves to the caller.
+template <class last_line>
+fe_node *run_body(fe_context *ctx, const fe_node *call, last_line finish) {
     const fe_def_internal *def = call->fed->private_data;
-    return with_arguments(ctx, call->first_child, [ctx, def](const arguments &args) -> fe_node * {
+    return with_arguments(ctx, call->first_child, [=](const arguments &args) -> fe_node * {
         context_owner inner(create_inner_context(ctx, context_kind::function));
         if (inner == nullptr || set_parameters(inner.get(), def, args) != 0) return nullptr;
-        node_list result;
-        for (const fe_node *line = def->body; line != nullptr; line = line->next) {
-            result.reset(evaluate(inner.get(), line));
-            if (result == nullptr) return nullptr;
+        const fe_node *line = def->body;
+        for (; line != nullptr && line->next != nullptr; line = line->next) {
+            node_list ignored(evaluate(inner.get(), line));
+            if (ignored == nullptr) return nullptr;
         }
-        return result.release();
+        return line != nullptr ? finish(inner.get(), line) : nullptr;
     });
+}
+
+}  // namespace
+
+fe_node *call_user_function(fe_context *ctx, fe_node *call) {
+    return run_body(ctx, call, evaluate);
+}
+
+fe_node *ask_user_function(fe_context *ctx, fe_node *call, const char *text) {
+    return run_body(ctx, call, [text](fe_context *inner, const fe_node *line) {
+        return ask_one(inner, line, text);
+    });
+}
+
+fe_node *ask_arguments(fe_context *ctx, fe_node *call, const char *text) {
+    return ask_list(ctx, call->first_child, text);
+}
+
+bool holds_text(const fe_node *results, std::string_view text) {
+    while (results != nullptr && view_of(results) != text)
+        results = results->next;
+    return results != nullptr;
+}
+
+fe_node *ask_one(fe_context *ctx, const fe_node *node, std::string_view text) {
+    if (fe_membership membership = membership_of(node)) {
+        if (!charge(1)) return nullptr;
+        return run_call(node, [=](fe_node *call) { return membership(ctx, call, text.data()); });
+    }
+    node_list results(evaluate(ctx, node));
+    return results != nullptr ? answer(holds_text(results.get(), text)) : nullptr;
+}
+
+fe_node *ask_list(fe_context *ctx, const fe_node *first, std::string_view text) {
+    bool found = false;
+    for (; first != nullptr; first = first->next) {
+        node_list one(ask_one(ctx, first, text));
+        if (one == nullptr) return nullptr;
+        if (fe_node_is_const_true(one.get()) != 0) found = true;
+    }
+    return answer(found);
 }
 
 }  // namespace fe
@@ -227,6 +278,11 @@ fe_node *eval_fe_expression(fe_context *ctx, const fe_node *node) {
 fe_node *eval_fe_expr_list(fe_context *ctx, const fe_node *first) {
     if (first == nullptr) return nullptr;
     return run([ctx, first] { return evaluate_list(ctx, first); });
+}
+
+int fe_list_holds(fe_context *ctx, const fe_node *first, const char *text) {
+    node_list found(run([=] { return ask_list(ctx, first, text); }));
+    return found != nullptr ? fe_node_is_const_true(found.get()) : -1;
 }
 
 fe_node *fe_func_sanity1(fe_context *ctx, fe_node *call) {

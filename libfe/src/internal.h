@@ -38,6 +38,7 @@ struct fe_def_internal {
     int least = 0;      // arguments of a native function, as its owner has said
     int most = -1;      // -1: what it likes
     bool pure = false;  // as purity.h means it
+    fe_membership membership = nullptr;
 };
 
 // The identity of a list, and its end. Lives as long as the list has members.
@@ -264,6 +265,17 @@ extern unsigned long g_impure_count;
 fe_node *evaluate(fe_context *ctx, const fe_node *node);
 fe_node *evaluate_list(fe_context *ctx, const fe_node *first);
 fe_node *call_user_function(fe_context *ctx, fe_node *call);
+
+// The membership of a function with a body, and of one whose result holds what its arguments hold.
+fe_node *ask_user_function(fe_context *ctx, fe_node *call, const char *text);
+fe_node *ask_arguments(fe_context *ctx, fe_node *call, const char *text);
+// "1" when one of the results of a chain holds the text, which is not empty, otherwise "0".
+fe_node *ask_list(fe_context *ctx, const fe_node *first, std::string_view text);
+fe_node *ask_one(fe_context *ctx, const fe_node *node, std::string_view text);
+bool holds_text(const fe_node *results, std::string_view text);
+inline fe_membership membership_of(const fe_node *node) {
+    return node->fed->private_data != nullptr ? node->fed->private_data->membership : nullptr;
+}
 
 // errno and null in one.
 fe_node *fail_with(int error);

@@ -178,6 +178,7 @@ extern "C" fe_def *fe_register_felib_funcs(fe_def *list) {
             list = fe_register_func(list, row.name, row.strict != nullptr ? call_strict : call_lazy,
                                     const_cast<builtin *>(&row));
             if (row.pure) fe_mark_pure(list, row.name);
+            if (row.membership != nullptr) fe_set_membership(list, row.name, row.membership);
         }
     }
     return list;

@@ -39,8 +39,8 @@ constexpr std::array<ll_row, 27> k_rows = {{
     {"llexists", 2, 2, fe_func_ll, func_llexists},
     {"llisdirty", 1, 1, fe_func_llisdirty, nullptr},
     {"llcompare", 2, 4, fe_func_llcompare, nullptr},
-    {"lllist", 2, 2, fe_func_ll, func_lllist},
-    {"lllistindexed", 2, 2, fe_func_ll, func_lllistindexed},
+    {"lllist", 2, 2, fe_func_ll, func_lllist, nullptr, func_lllist_holds},
+    {"lllistindexed", 2, 2, fe_func_ll, func_lllistindexed, nullptr, func_lllistindexed_holds},
     {"llpaths", 2, 2, fe_func_ll, func_llpaths},
     {"lladdmulti", 3, k_any, fe_func_lladdmulti, nullptr},
     {"lladdbefore", 4, 4, fe_func_lladdbefore, nullptr},
@@ -104,6 +104,32 @@ const cnfnode *following(const cnfnode *node, const cnfnode *top) {
     while (node != top && !node->next)
         node = node->parent;
     return node == top ? nullptr : node->next;
+}
+
+/* What a generic row makes of the instance and the path that its first arguments name. */
+template <class row_function>
+fe_node *run_row(fe_context *ctx, fe_node *call, row_function run) {
+    call_arguments arguments{ctx, call};
+    const fe_node *module = arguments.first();
+    if (!module || !module->next) {
+        daemon_log(LOG_ERR, "not enough args to ll function %s\n", row_of(call).name);
+        return const_node("");
+    }
+    llconf_item *lli = ll_find_item(ctx, module->text);
+    if (!lli) {
+        daemon_log(LOG_ERR, "module %s not found\n", module->text);
+        return const_node("");
+    }
+    const fe_node *path = module->next;
+    forget_shortage();
+    fe_node *result = run(lli, path->text, path->next ? path->next->text : nullptr);
+    return result || errno == ENOMEM ? result : const_node("");
+}
+
+fe_node *ask_row(fe_context *ctx, fe_node *call, const char *text) {
+    return run_row(ctx, call, [=](llconf_item *lli, const char *path, const char * /*third*/) {
+        return row_of(call).holds(lli, path, text);
+    });
 }
 
 }  // namespace
@@ -189,22 +215,7 @@ fe_node *ll_unfit(const char *why) {
 }
 
 fe_node *fe_func_ll(fe_context *ctx, fe_node *call) {
-    const ll_row &row = row_of(call);
-    call_arguments arguments{ctx, call};
-    const fe_node *module = arguments.first();
-    if (!module || !module->next) {
-        daemon_log(LOG_ERR, "not enough args to ll function %s\n", row.name);
-        return const_node("");
-    }
-    llconf_item *lli = ll_find_item(ctx, module->text);
-    if (!lli) {
-        daemon_log(LOG_ERR, "module %s not found\n", module->text);
-        return const_node("");
-    }
-    const fe_node *path = module->next;
-    forget_shortage();
-    fe_node *result = row.function(lli, path->text, path->next ? path->next->text : nullptr);
-    return result || errno == ENOMEM ? result : const_node("");
+    return run_row(ctx, call, row_of(call).function);
 }
 
 bool is_ll_function(const fe_def *fed) {
@@ -213,9 +224,11 @@ bool is_ll_function(const fe_def *fed) {
 }
 
 fe_def *fe_register_llfuncs(fe_def *list) {
-    for (const ll_row &row : k_rows)
+    for (const ll_row &row : k_rows) {
         list = fe_register_counted_func(list, row.name, row.handler, const_cast<ll_row *>(&row),
                                         row.least, row.most);
+        if (row.holds) fe_set_membership(list, row.name, ask_row);
+    }
     for (const char *name : k_pure)
         fe_mark_pure(list, name);
     return list;

@@ -16,7 +16,9 @@
  *     text no value or wrong arguments.
  *  2. A function of a generic row gets the instance, a path and perhaps a third argument, and may
  *     produce nothing: fe_func_ll answers the empty text then.
- *  3. What writes asks ll_storable() about each text first, makes its edit on trial, and keeps it
+ *  3. A generic row that makes a list may say whether the list would hold a text, which is its
+ *     third argument then and never empty.
+ *  4. What writes asks ll_storable() about each text first, makes its edit on trial, and keeps it
  *     only if the file can hold the entry then.
  */
 
@@ -30,6 +32,7 @@ struct ll_row {
     fe_function handler;
     ll_function function;                                        /* of a generic row */
     void (*set_hook)(llconf_item *lli, fe_node *hook) = nullptr; /* of a hook setter */
+    ll_function holds = nullptr;                                 /* of a generic row */
 };
 
 inline const ll_row &row_of(const fe_node *call) {
@@ -74,7 +77,9 @@ fe_node *func_llgetname(llconf_item *lli, const char *path, const char *third);
 fe_node *func_llgetdefault(llconf_item *lli, const char *path, const char *value);
 fe_node *func_llexists(llconf_item *lli, const char *path, const char *third);
 fe_node *func_lllist(llconf_item *lli, const char *path, const char *third);
+fe_node *func_lllist_holds(llconf_item *lli, const char *path, const char *text);
 fe_node *func_lllistindexed(llconf_item *lli, const char *path, const char *third);
+fe_node *func_lllistindexed_holds(llconf_item *lli, const char *path, const char *text);
 fe_node *func_llpaths(llconf_item *lli, const char *path, const char *third);
 fe_node *func_llset(llconf_item *lli, const char *path, const char *value);
 fe_node *func_lladd(llconf_item *lli, const char *path, const char *value);

@@ -39,6 +39,28 @@ fe_node *list_children(llconf_item *lli, const char *path, taker take) {
     return answers.release();
 }
 
+/* Whether a child of that name, below any of the matching entries, is a wanted one. */
+template <class condition>
+fe_node *any_child_named(llconf_item *lli, const char *path, const char *name,
+                         condition is_wanted) {
+    owned_results entries = find_entries(lli, path);
+    for (const cnfresult *entry = entries.get(); entry; entry = entry->next) {
+        const cnfnode *child = find_node(entry->cnfnode->first_child, name);
+        for (; child; child = child->next ? find_node(child->next, name) : nullptr) {
+            if (is_wanted(child)) return const_node("1");
+        }
+    }
+    return const_node("0");
+}
+
+constexpr size_t k_longest_indexed = 255;
+
+std::string indexed_name(const char *name, int index) {
+    std::string text = std::string(name) + "[" + std::to_string(index) + "]";
+    if (text.size() > k_longest_indexed) text.resize(k_longest_indexed);
+    return text;
+}
+
 bool has_child_with_value(const cnfnode *entry, const char *key, const char *value) {
     for (const cnfnode *child = find_node(entry->first_child, key); child;
          child = child->next ? find_node(child->next, key) : nullptr) {
@@ -78,6 +100,10 @@ fe_node *func_lllist(llconf_item *lli, const char *path, const char * /*third*/)
     });
 }
 
+fe_node *func_lllist_holds(llconf_item *lli, const char *path, const char *text) {
+    return any_child_named(lli, path, text, is_listed);
+}
+
 fe_node *func_lllistindexed(llconf_item *lli, const char *path, const char * /*third*/) {
     /* Counts only names that occur again: the library's index finds a name's first child. */
     const cnfnode *parent = nullptr;
@@ -86,13 +112,33 @@ fe_node *func_lllistindexed(llconf_item *lli, const char *path, const char * /*t
         if (child->parent != parent) repeated.clear();
         parent = child->parent;
         bool is_first = parent == nullptr || find_node(parent->first_child, child->name) == child;
-        char text[256];
-        std::snprintf(text, sizeof(text), "%s[%d]", child->name,
-                      is_first ? 0 : ++repeated[child->name]);
-        return answers.append(text);
+        int index = is_first ? 0 : ++repeated[child->name];
+        return answers.append(indexed_name(child->name, index).c_str());
     };
     try {
         return list_children(lli, path, take);
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+}
+
+fe_node *func_lllistindexed_holds(llconf_item *lli, const char *path, const char *text) {
+    const char *bracket = std::strrchr(text, '[');
+    if (std::strlen(text) >= k_longest_indexed) { /* may be a part of what was longer */
+        const owned<fe_node, destroy_fe_node_list> all{func_lllistindexed(lli, path, nullptr)};
+        return all ? const_node(fe_list_holds(nullptr, all.get(), text) > 0 ? "1" : "0") : nullptr;
+    }
+    if (!bracket) return const_node("0");
+    int index = -1;
+    const cnfnode *parent = nullptr;
+    auto is_meant = [&](const cnfnode *child) {
+        index = child->parent == parent ? index + 1 : 0;
+        parent = child->parent;
+        return is_listed(child) && indexed_name(child->name, index) == text;
+    };
+    try {
+        return any_child_named(lli, path, std::string(text, bracket).c_str(), is_meant);
     } catch (const std::bad_alloc &) {
         errno = ENOMEM;
         return nullptr;

@@ -29,6 +29,11 @@ bool enter_path(fe_context *ctx, const param_path *path, const line *arg_list = 
 owned_result run_method(fe_context *ctx, const fe_node *method, const char *key,
                         const param_path *path);
 
+/* Whether the result of such a method holds the text, which is not empty: 1 or 0, -1 for a failure.
+ * What can be asked is asked instead of evaluated (fe/membership.h). */
+int ask_method(fe_context *ctx, const fe_node *method, const char *key, const param_path *path,
+               const char *text);
+
 /* For a method that answered no: a failure that it forgave may be why, so it is logged. */
 void report_forgiven(const char *key, const param_path *path);
 

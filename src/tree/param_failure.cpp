@@ -68,23 +68,38 @@ void keep_reason(const fe_failure &failure) {
                   failure.function[0] != '\0' ? ": " : "", failure.reason);
 }
 
+void forget_failures() {
+    ccd_forget_failure();
+    fe_forget_failure();
+}
+
+void tell_failure(const char *key, const param_path *path) {
+    const fe_failure *failure = fe_last_failure();
+    if (!failure) return;
+    errno_guard keep;
+    fe_note_impure(); /* the next one is to be told of as well */
+    log_failure(key, path, *failure);
+    keep_reason(*failure);
+    fe_forget_failure();
+}
+
 }  // namespace
 
 owned_result run_method(fe_context *ctx, const fe_node *method, const char *key,
                         const param_path *path) {
     if (!method) return nullptr;
-    ccd_forget_failure();
-    fe_forget_failure();
+    forget_failures();
     owned_result result{eval_fe_expr_list(ctx, method)};
-    const fe_failure *failure = result ? nullptr : fe_last_failure();
-    if (failure) {
-        errno_guard keep;
-        fe_note_impure(); /* the next one is to be told of as well */
-        log_failure(key, path, *failure);
-        keep_reason(*failure);
-        fe_forget_failure();
-    }
+    if (!result) tell_failure(key, path);
     return result;
+}
+
+int ask_method(fe_context *ctx, const fe_node *method, const char *key, const param_path *path,
+               const char *text) {
+    forget_failures();
+    const int held = fe_list_holds(ctx, method, text);
+    if (held < 0) tell_failure(key, path);
+    return held;
 }
 
 void report_forgiven(const char *key, const param_path *path) {

@@ -4,7 +4,8 @@
  * This header brings the whole interface: nodes.h (what an expression is made of), context.h
  * (variables), functions.h (the functions that expressions may call), parse.h (from text to
  * expression), eval.h (from expression to result), failure.h (why there is none), pattern.h
- * (patterns) and purity.h (whether a result may be kept).
+ * (patterns), membership.h (whether a list holds a text) and purity.h (whether a result may be
+ * kept).
  *
  * Rules that hold for every function of the library:
  *
@@ -32,6 +33,7 @@
 #include "fe/eval.h"
 #include "fe/failure.h"
 #include "fe/functions.h"
+#include "fe/membership.h"
 #include "fe/nodes.h"
 #include "fe/parse.h"
 #include "fe/pattern.h"

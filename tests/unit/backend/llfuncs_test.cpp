@@ -32,6 +32,23 @@ TEST_F(llfuncs, ReadersAnswerFromTheTreeAndChangeNothing) {
               "");
 }
 
+TEST_F(llfuncs, AListTellsWhatItHoldsAsIfItHadBeenMade) {
+    const std::string longest(300, 'n');
+    eval("lladdmulti('list', '', 'a', '" + longest + "', '" + longest.substr(0, 255) + "')");
+    for (const char *list :
+         {"lllist('list', '.')", "lllist('hosts', '10.0.0.*')", "lllist('hosts', '10.0.0.1/name')",
+          "lllist('nosuch', '.')", "lllistindexed('list', '')", "lllistindexed('hosts', '*')"}) {
+        for (const std::string &text : std::vector<std::string>{
+                 "a", "x", ".comment", "a[0]", "a[1]", "a[2]", "a[01]", "alias", "name[1]",
+                 ".comment[0]", "[0]", longest, longest.substr(0, 255)}) {
+            const std::string wanted = "in('" + text + "', ";
+            EXPECT_EQ(eval(wanted + list + ")"), eval(wanted + "filter('i', " + list + ", 1))"))
+                << text << " in " << list;
+        }
+    }
+    EXPECT_EQ(eval("in('a', lllist('list', '.')) .. in('a[1]', lllistindexed('list', '.'))"), "11");
+}
+
 TEST_F(llfuncs, WritersAnswerMarkAndChange) {
     /* The answer, whether the instance is dirty then, and the names in "list". */
     const std::pair<const char *, const char *> rows[] = {

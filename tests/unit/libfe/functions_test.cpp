@@ -272,6 +272,28 @@ TEST_F(FeFunctions, ListFunctionsPassOverEmptyTexts) {
            {"all('i', list(1, 0, 2), seq(set('last', $i), $i)) .. $last", "00"}});
 }
 
+TEST_F(FeFunctions, InAsksAListThatKnowsInsteadOfMakingIt) {
+    static int made = 0;
+    register_native("known", [](fe_context *, fe_node *) {
+        made++;
+        return append_fe_node_list(create_fe_node(g_fed_const, "a"),
+                                   create_fe_node(g_fed_const, ""));
+    });
+    fe_set_membership(base->fed_list, "known", [](fe_context *, fe_node *, const char *text) {
+        return create_fe_node(g_fed_const, *text == 'a' ? "1" : "0");
+    });
+    fe_node *body = parse("uniq(list('b', known()), reverse(sort('c')))");
+    base->fed_list = fe_register_function(base->fed_list, "mine", body);
+    check({{"in('a', known()) .. in('b', known())", "10"},
+           {"in('a', mine()) .. in('c', mine()) .. in('d', mine())", "110"},
+           {"in(list('x', 'b', 'x'), known())", "1"},
+           {"in('a', known(), fail()) .. in(fail(), known())", "FAIL"},
+           {"in('a', 'a', list(known(), fail()))", "FAIL"}});
+    EXPECT_EQ(made, 0);
+    check({{"in('', known())", "0"}, {"count(mine())", "3"}});
+    EXPECT_EQ(made, 2);
+}
+
 TEST_F(FeFunctions, SetReachesTheMethodWhileLoopsKeepTheirVariableToThemselves) {
     check({{"seq(foreach('i', list('a', 'b'), set('seen', $i)), $seen .. $i)", "b"},
            {"set('', 1)", "FAIL"},
