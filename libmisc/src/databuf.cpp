@@ -18,7 +18,7 @@
  *
  * A databuf is a window into one block. Consuming moves the window's start and costs nothing; only
  * when room at the end runs out is the content moved to the front, and only after 8 KiB have been
- * consumed is the block replaced by one that fits, so that a buffer that once held a long reply
+ * consumed is the block cut to what fits, so that a buffer that once held a long reply
  * does not keep its memory for as long as the connection lives. Short requests and replies
  * therefore never copy.
  *
@@ -40,6 +40,17 @@ void compact(databuf *dbuf) {
     std::memmove(dbuf->buf, dbuf->buf + dbuf->start, static_cast<size_t>(pending));
     dbuf->start = 0;
     dbuf->end = pending;
+}
+
+/* Moves the window to the front of a block that fits it. */
+void shrink(databuf *dbuf) {
+    compact(dbuf);
+    int size = dbuf->end + k_slack;
+    if (!dbuf->buf || size >= dbuf->size) return;
+    auto *shrunk = static_cast<char *>(std::realloc(dbuf->buf, static_cast<size_t>(size)));
+    if (!shrunk) return;
+    dbuf->buf = shrunk;
+    dbuf->size = size;
 }
 
 int free_bytes(const databuf *dbuf) {
@@ -97,16 +108,7 @@ int databuf_add(databuf *dbuf, const void *data, int len) {
 
 int databuf_remove(databuf *dbuf, int len) {
     dbuf->start += std::clamp(len, 0, databuf_pending(dbuf));
-    if (dbuf->start <= k_shrink_above) return 0;
-    int pending = databuf_pending(dbuf);
-    auto *fresh = static_cast<char *>(std::malloc(static_cast<size_t>(pending) + k_slack));
-    if (!fresh) return 0;
-    std::memcpy(fresh, dbuf->buf + dbuf->start, static_cast<size_t>(pending));
-    std::free(dbuf->buf);
-    dbuf->buf = fresh;
-    dbuf->size = pending + k_slack;
-    dbuf->start = 0;
-    dbuf->end = pending;
+    if (dbuf->start > k_shrink_above) shrink(dbuf);
     return 0;
 }
 
@@ -125,8 +127,13 @@ int databuf_flushout(databuf *dbuf, int fd) {
 int databuf_sendout(databuf *dbuf, int fd) {
     int pending = databuf_pending(dbuf);
     if (pending == 0) return 0;
-    return consumed(dbuf, send(fd, dbuf->buf + dbuf->start, static_cast<size_t>(pending),
-                               MSG_DONTWAIT | MSG_NOSIGNAL));
+    ssize_t sent = send(fd, dbuf->buf + dbuf->start, static_cast<size_t>(pending),
+                        MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (sent <= 0) return static_cast<int>(sent);
+    /* A socket takes a long reply in many pieces. Each byte of it is moved once at most. */
+    dbuf->start += static_cast<int>(sent);
+    if (dbuf->start > k_shrink_above && dbuf->start >= databuf_pending(dbuf)) shrink(dbuf);
+    return static_cast<int>(sent);
 }
 
 int databuf_flushin(databuf *dbuf, int fd) {

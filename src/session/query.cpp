@@ -56,6 +56,30 @@ void write_numbered(ccd_session *session, const char *id, const char *format, co
     }
 }
 
+/* A listing goes into the output line by line. None of it has left while the command runs, so that
+ * it can be taken back when it does not come to its end. */
+class listing_reply {
+  public:
+    listing_reply(ccd_session *session, const char *id)
+        : session_(session),
+          id_(id),
+          before_(session->outbuf ? databuf_pending(session->outbuf) : 0) {}
+
+    static int take(void *self, const char *text, size_t length) {
+        const auto *reply = static_cast<listing_reply *>(self);
+        if (length == 0) return 0;
+        return session_write_reply(reply->session_, reply->id_, ".1 ", text);
+    }
+    void take_back() {
+        if (databuf *out = session_->outbuf) out->end = out->start + before_;
+    }
+
+  private:
+    ccd_session *session_;
+    const char *id_;
+    int before_;
+};
+
 }  // namespace
 
 bool session_arg_list(const char *args, size_t size, owned_lines &arguments) {
@@ -111,12 +135,12 @@ int session_process_list_tree(ccd_session *session, const char *id, ccdtree_node
     const owned_context context = make_session_context(session);
     if (!context) return reply_errno(session, id);
     errno = 0;
-    const owned_lines list{
-        ccd_param_list(ccd_root, session->backend_ctx, path, context.get(), recurse)};
-    if (!list && errno != 0) return reply_errno(session, id);
-    for (const line *name = list.get(); name; name = name->next) {
-        if (name->line && name->line[0] != '\0')
-            session_write_reply(session, id, ".1 ", name->line);
+    listing_reply reply{session, id};
+    if (ccd_param_list_each(ccd_root, session->backend_ctx, path, context.get(), recurse,
+                            listing_reply::take, &reply) != 0 &&
+        errno != 0) {
+        reply.take_back();
+        return reply_errno(session, id);
     }
     return reply_ok(session, id);
 }

@@ -1,13 +1,14 @@
 #include <array>
-#include <cstdio>
 #include <cstring>
 #include <new>
 #include <string>
+#include <utility>
 
 #include "daemon/trace.h"
 #include "tree/param_context.h"
 #include "tree/param_listing.h"
 #include "tree/param_path.h"
+#include "tree/path_segment.h"
 #include "ucfgd/escape.h"
 
 namespace {
@@ -70,99 +71,135 @@ bool run_optional(fe_context *ctx, const fe_node *method, const char *key, const
     return result || !method || errno != ENOMEM;
 }
 
-/* Gives the names of the node's children to visit, until it returns false. */
-template <class visitor>
-listing give_children(const ccdtree_node *node, visitor visit) {
-    for (const ccdtree_node *child = node->first_child; child; child = child->next) {
-        if (!visit(child->name)) break;
-    }
-    return listing::done;
-}
+/* What a node lists, and the context for its "list:" where it has one. */
+enum class content { failed, nothing, children, method };
 
-/* The same for what the node's "list:" answers. */
-template <class visitor>
-listing give_names(fe_context *ctx, const param_path *path, visitor visit) {
-    owned_result result = run_method(ctx, path->first->ccd->func_list, "list:", path);
-    if (!result) return listing::failed;
-    for (const fe_node *name = result.get(); name; name = name->next) {
-        if (name->text[0] != '\0' && !visit(name->text)) break;
-    }
-    return listing::done;
-}
-
-/* The names below a path, unescaped. */
-template <class visitor>
-listing list_names(const listed_tree &tree, const char *path, visitor visit) {
-    if (path[0] == '\0') {
-        return tree.root ? give_children(tree.root, visit) : listing::unresolved;
-    }
-    owned_path resolved{find_ccd_param(path, tree.root)};
-    if (!resolved) return errno == ENOMEM ? listing::failed : listing::unresolved;
-    const ccdtree_node *node = resolved->first->ccd;
+content content_of(const listed_tree &tree, const param_path *path, owned_context &own) {
+    const ccdtree_node *node = path->first->ccd;
     /* Most nodes of a recursive listing have no method for which "common:" had to run. */
-    if (!node->func_list && !node->func_flags) return give_children(node, visit);
-    owned_context own = create_method_context(tree.ctx, tree.parent);
-    if (!own || !enter_path(own.get(), resolved.get())) return listing::failed;
+    if (!node->func_list && !node->func_flags) return content::children;
+    own = create_method_context(tree.ctx, tree.parent);
+    if (!own || !enter_path(own.get(), path)) return content::failed;
     owned_result flags;
-    if (!run_optional(own.get(), node->func_flags, "flags:", resolved.get(), flags)) {
-        return listing::failed;
-    }
-    if (is_hidden(flags.get())) return listing::done;
-    if (!node->func_list) return give_children(node, visit);
-    return give_names(own.get(), resolved.get(), visit);
+    if (!run_optional(own.get(), node->func_flags, "flags:", path, flags)) return content::failed;
+    if (is_hidden(flags.get())) return content::nothing;
+    return node->func_list ? content::method : content::children;
 }
 
-/* The lines of one listing, and in a recursive one of all those below it. */
-class list_writer {
+/* Walks through a listing, and in a recursive one through all those below it, and gives each line
+ * away. The nodes that the names lead to are handed on from level to level. */
+class list_walk {
   public:
-    list_writer(const listed_tree &tree, const char *path, bool recurse)
-        : tree_(tree), base_(std::strlen(path)), recurse_(recurse) {}
-    list_writer(const list_writer &) = delete;
-    list_writer &operator=(const list_writer &) = delete;
-    ~list_writer() { destroy_line_list(lines_.release()); }
-
-    /* Adds what is below the path, which is the listed one or begins with it. */
-    listing add(const char *path) {
-        errno = 0;
-        listing result =
-            list_names(tree_, path, [&](const char *name) { return add_name(path, name); });
-        if (errno == ENOMEM) complete_ = false;
-        return result;
+    list_walk(const listed_tree &tree, const char *path, bool recurse, ccd_line_taker take,
+              void *data)
+        : tree_(tree), recurse_(recurse), take_(take), data_(data), text_(path) {
+        base_ = text_.empty() ? 0 : text_.size() + 1;
     }
-    line *release() { return lines_.release(); }
+
+    listing run() {
+        if (text_.empty()) return tree_.root ? list_children(nullptr) : listing::unresolved;
+        owned_path resolved{find_ccd_param(text_.c_str(), tree_.root)};
+        if (!resolved) return errno == ENOMEM ? listing::failed : listing::unresolved;
+        return list(resolved.get());
+    }
+    /* What was given away is all there is. */
     bool complete() const { return complete_; }
 
   private:
-    bool add_name(const char *path, const char *name) {
-        owned_str escaped{escape(name)};
-        if (!escaped) return complete_ = false;
-        /* Lines are relative to the listed path. */
-        const char *above = path + base_;
-        if (base_ != 0 && *above == '.') above++;
-        line *l = *above == '\0' ? create_line(escaped.get())
-                                 : create_line((std::string(above) + "." + escaped.get()).c_str());
-        if (!l) return complete_ = false;
-        lines_.append(l);
-        if (recurse_ && *escaped.get() != '\0') descend(path, escaped.get());
-        return complete_;
+    listing list(const param_path *path) {
+        owned_context own;
+        switch (content_of(tree_, path, own)) {
+            case content::failed:
+                return listing::failed;
+            case content::nothing:
+                return listing::done;
+            case content::children:
+                return list_children(path);
+            case content::method:
+                break;
+        }
+        owned_result names = run_method(own.get(), path->first->ccd->func_list, "list:", path);
+        if (!names) return listing::failed;
+        for (const fe_node *name = names.get(); name && complete_; name = name->next) {
+            if (name->text[0] != '\0') add(path, name->text);
+        }
+        return listing::done;
+    }
+
+    /* Of the root for a null path. */
+    listing list_children(const param_path *path) {
+        const ccdtree_node *node = path ? path->first->ccd : tree_.root;
+        for (const ccdtree_node *child = node->first_child; child && complete_; child = child->next)
+            add(path, child->name);
+        return listing::done;
+    }
+
+    /* text_ is the path of what is listed at present; lines are relative to the first one. */
+    void add(const param_path *above, const char *name) {
+        const size_t before = text_.size();
+        const owned_str escaped{escape(name)};
+        if (!escaped) {
+            complete_ = false;
+            return;
+        }
+        if (before != 0) text_ += '.';
+        const size_t begin = text_.size();
+        text_ += escaped.get();
+        if (take_(data_, text_.c_str() + base_, text_.size() - base_) != 0) complete_ = false;
+        if (recurse_ && complete_ && text_.size() > begin)
+            descend(above, name, text_.size() - begin);
+        text_.resize(before);
     }
 
     /* A path that does not fit is not the one that was meant, so it is not followed. */
-    void descend(const char *path, const char *name) {
-        std::array<char, 1024> below;
-        int length = path[0] == '\0'
-                         ? std::snprintf(below.data(), below.size(), "%s", name)
-                         : std::snprintf(below.data(), below.size(), "%s.%s", path, name);
-        if (length < 0 || static_cast<size_t>(length) >= below.size()) return;
-        add(below.data());
+    void descend(const param_path *above, const char *name, size_t length) {
+        if (text_.size() >= k_longest_path) return;
+        errno = 0;
+        const bool was_cut = std::exchange(cut_, cut_ || length > k_max_segment);
+        if (cut_) {
+            descend_by_text();
+        } else {
+            descend_by_node(above, name);
+        }
+        cut_ = was_cut;
+        if (errno == ENOMEM) complete_ = false;
     }
 
+    void descend_by_node(const param_path *above, const char *name) {
+        ccdtree_node *node = match_ccdtree_child(above ? above->first->ccd : tree_.root, name);
+        /* Whatever flags a leaf has, there is nothing below it. */
+        if (!node || (!node->first_child && !node->func_list)) return;
+        param_path_item item{above ? above->first : nullptr, const_cast<char *>(name), node,
+                             std::strlen(name)};
+        const param_path path{&item, above ? above->last : &item, text_.data(), tree_.root,
+                              text_.size()};
+        list(&path);
+    }
+
+    /* Below a component that is too long a path leads elsewhere than its names say. */
+    void descend_by_text() {
+        owned_path resolved{find_ccd_param(text_.c_str(), tree_.root)};
+        if (resolved) list(resolved.get());
+    }
+
+    static constexpr size_t k_longest_path = 1024;
+
     const listed_tree &tree_;
-    list_builder<line> lines_;
-    size_t base_;
     bool recurse_;
+    ccd_line_taker take_;
+    void *data_;
+    std::string text_;
+    size_t base_; /* where lines begin in text_ */
+    bool cut_ = false;
     bool complete_ = true;
 };
+
+/* Whether the "list:" of the path's node shows the name; below 0 when it failed. */
+int method_shows(fe_context *ctx, const param_path *path, const char *name) {
+    const fe_node *method = path->first->ccd->func_list;
+    if (name[0] != '\0') return ask_method(ctx, method, "list:", path, name);
+    return run_method(ctx, method, "list:", path) ? 0 : -1;
+}
 
 fe_node *choices_of(const ccdtree_node *node) {
     if (node->func_choices || !node->type) return node->func_choices;
@@ -220,39 +257,62 @@ param_attr *ccd_param_attr(ccdtree_node *root, backend_ctx *ctx, const char *pat
                              flags.release(), node->type ? node->type->name : nullptr);
 }
 
-line *ccd_param_list(ccdtree_node *root, backend_ctx *ctx, const char *path, fe_context *parent,
-                     int recurse) {
+int ccd_param_list_each(ccdtree_node *root, backend_ctx *ctx, const char *path, fe_context *parent,
+                        int recurse, ccd_line_taker take, void *data) {
     trace(4, "%s, full_path=%s\n", __func__, path);
-    int before = errno;
+    const int before = std::exchange(errno, 0);
     try {
-        listed_tree tree{root, ctx, parent};
-        list_writer writer{tree, path, recurse != 0};
-        switch (writer.add(path)) {
+        const listed_tree tree{root, ctx, parent};
+        list_walk walk{tree, path, recurse != 0, take, data};
+        switch (walk.run()) {
             case listing::unresolved:
                 errno = ENOENT;
-                return nullptr;
+                return -1;
             case listing::failed:
-                return nullptr;
+                return -1;
             case listing::done:
                 break;
         }
-        if (writer.complete()) {
+        if (walk.complete()) {
             errno = before;
-            return writer.release();
+            return 0;
         }
     } catch (const std::bad_alloc &) {}
     errno = ENOMEM;
-    return nullptr;
+    return -1;
+}
+
+line *ccd_param_list(ccdtree_node *root, backend_ctx *ctx, const char *path, fe_context *parent,
+                     int recurse) {
+    list_builder<line> lines;
+    const auto take = [](void *data, const char *text, size_t) {
+        line *l = create_line(text);
+        if (l) static_cast<list_builder<line> *>(data)->append(l);
+        return l ? 0 : -1;
+    };
+    const bool complete = ccd_param_list_each(root, ctx, path, parent, recurse, take, &lines) == 0;
+    owned_lines made{lines.release()};
+    return complete ? made.release() : nullptr;
 }
 
 int listing_shows(const listed_tree &tree, const char *path, const char *name) {
-    bool found = false;
-    listing result = list_names(tree, path, [&](const char *listed) {
-        found = std::strcmp(listed, name) == 0;
-        return !found;
-    });
-    if (found) return 1;
-    return result == listing::failed && errno == ENOMEM ? -1 : 0;
+    if (path[0] == '\0') return tree.root && find_ccdtree_child(tree.root, name) ? 1 : 0;
+    owned_path resolved{find_ccd_param(path, tree.root)};
+    if (!resolved) return errno == ENOMEM ? -1 : 0;
+    owned_context own;
+    int shown = 0;
+    switch (content_of(tree, resolved.get(), own)) {
+        case content::failed:
+            shown = -1;
+            break;
+        case content::nothing:
+            break;
+        case content::children:
+            return find_ccdtree_child(resolved->first->ccd, name) ? 1 : 0;
+        case content::method:
+            shown = method_shows(own.get(), resolved.get(), name);
+    }
+    return shown >= 0 || errno == ENOMEM ? shown : 0;
 }
 
 int path_is_there(const listed_tree &tree, const param_path_item *item) {

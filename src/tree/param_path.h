@@ -92,6 +92,15 @@ param_attr *ccd_param_attr(ccdtree_node *root, backend_ctx *ctx, const char *pat
  * first, as paths relative to it. Null with errno ENOENT for a path that does not resolve, null
  * with errno as it was for one that lists nothing (a hidden node among them), and null with the
  * method's errno for a "list:" that fails. */
+/* One line of a listing, without newline, for as long as it is being taken. Not 0 for no more of
+ * them, because memory is exhausted. */
+typedef int (*ccd_line_taker)(void *data, const char *text, size_t length);
+
+/* The same, line by line as they are found. 0, or -1 with errno: then lines that were taken are no
+ * listing. */
+int ccd_param_list_each(ccdtree_node *root, backend_ctx *ctx, const char *path,
+                        struct fe_context *parent, int recurse, ccd_line_taker take, void *data);
+
 line *ccd_param_list(ccdtree_node *root, backend_ctx *ctx, const char *path,
                      struct fe_context *parent, int recurse);
 

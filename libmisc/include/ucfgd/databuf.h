@@ -59,7 +59,8 @@ char *databuf_steal(databuf *dbuf);
 int databuf_flushout(databuf *dbuf, int fd);
 
 /* The same for a socket, with one send() that never waits: a socket that takes nothing now gives -1
- * with EAGAIN, a vanished peer EPIPE and no signal. */
+ * with EAGAIN, a vanished peer EPIPE and no signal. The storage shrinks when half of it has been
+ * consumed. */
 int databuf_sendout(databuf *dbuf, int fd);
 
 /* Reads once, at most 1024 bytes, to the end. Returns the result of read(): 0 at the end of the

@@ -38,6 +38,23 @@ TEST_F(Protocol, EachLineIsAnsweredUnderItsTag) {
     EXPECT_EQ(ask(session, "t1 LIST2"), "t1 ERR No such file or directory\n");
 }
 
+TEST_F(Protocol, AListingIsWholeOrNotAtAll) {
+    base->fed_list = fe_register_func(
+        base->fed_list, "short",
+        [](fe_context *, fe_node *) { return errno = ENOMEM, (fe_node *)nullptr; }, nullptr);
+    define(g_ccdtree,
+           "a {\n list: list('x.y', 'z')\n * {\n list: list('in', 'w')\n * {\n deep\n }\n }\n"
+           " z {\n list: short()\n }\n}\nb {\n c {\n flags: 'hidden'\n d\n }\n e\n}\n");
+    ccd_session *session = logged_in("reader");
+    EXPECT_EQ(ask(session, "t LISTR a.x%2ey"), "t.1 in\nt.1 in.deep\nt.1 w\nt.1 w.deep\nt OK\n");
+    EXPECT_EQ(ask(session, "t LISTR b"), "t.1 c\nt.1 e\nt OK\n");
+    EXPECT_EQ(ask(session, "n NOOP\nt LISTR a"), "n OK\nt ERR Cannot allocate memory\n");
+    const std::string name(300, 'n');
+    define(g_ccdtree, "l {\n list: list('" + name + "')\n * {\n g\n }\n}\n");
+    const std::string below = "t.1 " + name + "\nt.1 " + name + ".g\nt.1 " + name + ".g.g\n";
+    EXPECT_EQ(ask(session, "t LISTR l").substr(0, below.size()), below);
+}
+
 TEST_F(Protocol, ARequestIsCollectedUntilALineOfItsTagEndsIt) {
     ccd_session *session = logged_in("admin");
     EXPECT_EQ(ask(session, "x.part one\nx.part two"), "");
