@@ -48,6 +48,21 @@ TEST_F(FeEval, AContextHoldsAnyNumberOfVariablesOfAnyLength) {
     EXPECT_STREQ(fe_get(ctx, "arg999"), "xxxxxxxxx");
 }
 
+TEST_F(FeEval, ALentTextIsReadInPlaceAndGivesWayToWhatIsSet) {
+    const std::string longer(100, 'y');
+    char text[] = "lent";
+    for (int i = 0; i < 40; ++i) {
+        fe_symbol name = fe_intern(("lent" + std::to_string(i)).c_str());
+        fe_set_symbol(ctx, name, i % 2 ? longer.c_str() : "own");
+        fe_lend_symbol(ctx, name, text, 4);
+    }
+    text[0] = 'b';
+    EXPECT_EQ(eval("$lent1 .. $lent20 .. $lent39"), "bentbentbent");
+    EXPECT_EQ(eval("cat($lent1, set('lent1', $lent1 .. 'x'), $lent1, $lent3)"), "bent1bentxbent");
+    EXPECT_EQ(eval("seq(set('lent39', '" + longer + "'), $lent39)"), longer);
+    EXPECT_STREQ(text, "bent");
+}
+
 TEST_F(FeEval, AChainJoinsResultsAndStopsAtTheFirstFailure) {
     register_native("counted", count_call);
     fe_node *chain = append_fe_node_list(parse("list('a', 'b')"), parse("counted()"));
@@ -337,6 +352,7 @@ TEST_F(FeEval, RunawayLoopsEndAtTenMillionNodesOrWhenMemoryIsUp) {
         "an expression was stopped: out of memory",
         "an expression was stopped: more than 256 MiB of texts"};
     EXPECT_EQ(reports(), expected);
+    EXPECT_EQ(fe_match_wildcards("r*y", "runaway", 0), 1) << "its meter is no one else's";
     EXPECT_EQ(eval("1 + 1"), "2");
 }
 
