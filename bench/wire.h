@@ -23,6 +23,9 @@ class wire {
     /* Reads exactly that. */
     void skip(std::string_view bytes) const;
 
+    /* Gives its memory back. */
+    void forget_reply() { std::string{}.swap(reply_); }
+
     /* Logs in as the account that runs the program. */
     void login();
 

@@ -163,7 +163,7 @@ void command_source::run_ahead(item_record *item) {
 /* A loop that has stopped has freed what was registered. */
 void command_source::stop_waiting() {
     const fd_callback *record = std::exchange(waiting_, nullptr);
-    for (fd_callback *at = record ? g_cb_marked : nullptr; at; at = at->next_marked)
+    for (fd_callback *at = record ? g_cb_plain : nullptr; at; at = at->next_marked)
         if (at == record) at->state = FD_CALLBACK_FINISHED;
     running_.reset();
 }

@@ -185,7 +185,7 @@ void go_by(fd_callback *cb, cnfnode *made) {
 }
 
 bool is_open(const cnfnode *listener) {
-    for (const fd_callback *cb = g_cb_marked; cb; cb = cb->next_marked)
+    for (const fd_callback *cb = g_cb_plain; cb; cb = cb->next_marked)
         if (cb->cb == listen_callback && cb->data == listener) return true;
     return false;
 }
@@ -206,7 +206,7 @@ int listen_knows_type(const char *type) {
 
 void listen_take_up(cnfnode *section) {
     const cnfnode *first = section ? section->first_child : nullptr;
-    for (fd_callback *cb = g_cb_marked; cb; cb = cb->next_marked)
+    for (fd_callback *cb = g_cb_plain; cb; cb = cb->next_marked)
         if (cb->cb == listen_callback && cb->state == FD_CALLBACK_ACTIVE && cb->data)
             go_by(cb, find_node(first, cnfnode_getname(static_cast<const cnfnode *>(cb->data))));
     for (const cnfnode *listener = first; listener; listener = listener->next)

@@ -38,7 +38,7 @@ bool g_pause_told = false; /* since the last connection */
 loop_timer g_pause_timer;
 
 void park_listener(int fd) {
-    for (fd_callback *cb = g_cb_marked; cb; cb = cb->next_marked)
+    for (fd_callback *cb = g_cb_plain; cb; cb = cb->next_marked)
         if (cb->cb == listen_callback && cb->fd == fd) cb->type = FD_CALLBACK_PARKED;
     g_paused = true;
 }
@@ -158,6 +158,6 @@ int listen_callback(int fd, void *data) {
 void listen_resume(void) {
     if (!g_paused) return;
     g_paused = false;
-    for (fd_callback *cb = g_cb_marked; cb; cb = cb->next_marked)
+    for (fd_callback *cb = g_cb_plain; cb; cb = cb->next_marked)
         if (cb->cb == listen_callback) cb->type = FD_CALLBACK_READ;
 }

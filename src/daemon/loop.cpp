@@ -49,7 +49,7 @@ static_assert(offsetof(fd_callback, next) == 0);
 
 fd_callback *g_cb_list = nullptr;
 fd_callback *g_timecb_list = nullptr;
-fd_callback *g_cb_marked = nullptr;
+fd_callback *g_cb_plain = nullptr;
 int64_t (*g_loop_clock)(void) = nullptr;
 
 namespace {
@@ -61,7 +61,11 @@ constexpr int k_retry_milliseconds = 100;
 /* Where the next record of each list is linked. */
 fd_callback **g_cb_tail = &g_cb_list;
 fd_callback **g_timecb_tail = &g_timecb_list;
-fd_callback **g_marked_tail = &g_cb_marked;
+fd_callback **g_plain_tail = &g_cb_plain;
+
+/* Quiet records that have changed since the last wait, linked like the plain ones. */
+fd_callback *g_changed = nullptr;
+fd_callback **g_changed_tail = &g_changed;
 
 uint64_t g_last_place = 0;
 size_t g_count = 0;
@@ -109,24 +113,34 @@ void mark(fd_callback *cb) {
     if (cb->marked != 0 || cb->place == 0) return;
     cb->marked = 1;
     cb->next_marked = nullptr;
-    *g_marked_tail = cb;
-    g_marked_tail = &cb->next_marked;
+    fd_callback **&tail = cb->quiet != 0 ? g_changed_tail : g_plain_tail;
+    *tail = cb;
+    tail = &cb->next_marked;
 }
 
-/* Keeps those marked for which the test is true. */
+/* Keeps those for which the test is true; the others may be gone then. */
 template <class test>
-void filter_marked(test stays) {
-    fd_callback **link = &g_cb_marked;
+void filter(fd_callback **link, fd_callback **&tail, test stays) {
     while (fd_callback *cb = *link) {
         fd_callback *next = cb->next_marked;
-        if (stays(cb)) {
+        if (stays(cb))
             link = &cb->next_marked;
-            continue;
-        }
-        *link = next;
-        /* It may be gone by now. */
+        else
+            *link = next;
     }
-    g_marked_tail = link;
+    tail = link;
+}
+
+template <class test>
+void filter_marked(test stays) {
+    filter(&g_cb_plain, g_plain_tail, stays);
+    filter(&g_changed, g_changed_tail, stays);
+}
+
+void choose_finished(fd_callback *first) {
+    for (fd_callback *cb = first; cb; cb = cb->next_marked)
+        if (cb->state == FD_CALLBACK_FINISHED || cb->state == FD_CALLBACK_STOP)
+            g_chosen.push_back(cb);
 }
 
 void leave(fd_callback *cb) {
@@ -162,9 +176,8 @@ void close_of(const fd_callback *cb) {
 removal remove_finished() {
     removal result;
     g_chosen.clear();
-    for (fd_callback *cb = g_cb_marked; cb; cb = cb->next_marked)
-        if (cb->state == FD_CALLBACK_FINISHED || cb->state == FD_CALLBACK_STOP)
-            g_chosen.push_back(cb);
+    choose_finished(g_cb_plain);
+    choose_finished(g_changed);
     if (g_chosen.empty()) return result;
     put_chosen_in_order();
     for (fd_callback *cb : g_chosen) {

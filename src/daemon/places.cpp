@@ -52,7 +52,7 @@ long count_connections(predicate counts) {
 
 template <class action>
 void for_each_listener(action act) {
-    for (const fd_callback *cb = g_cb_marked; cb; cb = cb->next_marked)
+    for (const fd_callback *cb = g_cb_plain; cb; cb = cb->next_marked)
         if (cb->cb == listen_callback && cb->state == FD_CALLBACK_ACTIVE && cb->data)
             act(cnfnode_getname(static_cast<const cnfnode *>(cb->data)));
 }
@@ -60,8 +60,8 @@ void for_each_listener(action act) {
 /* Whatever else is registered needs its descriptor, too. */
 long capacity() {
     long descriptors = descriptors_most() - k_descriptors_reserved;
-    for (const fd_callback *cb = g_cb_marked; cb; cb = cb->next_marked)
-        if (!cb->quiet) descriptors--;
+    for (const fd_callback *cb = g_cb_plain; cb; cb = cb->next_marked)
+        descriptors--;
     return std::clamp(descriptors, 1L, limit_value(k_limit_connections));
 }
 

@@ -38,7 +38,7 @@ void patience_is_over(void *) {
 
 /* The pipes of jobs and the signal pipe stay, for the end of the commit to be seen. */
 void close_the_house() {
-    for (fd_callback *cb = g_cb_marked; cb; cb = cb->next_marked)
+    for (fd_callback *cb = g_cb_plain; cb; cb = cb->next_marked)
         if (cb->cb == listen_callback) cb->state = FD_CALLBACK_FINISHED;
     for (ccd_session *session : removal_safe(g_session_list))
         if (!has_commit(session)) session_discard(session);

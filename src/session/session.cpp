@@ -104,7 +104,7 @@ void destroy_session(ccd_session *session) {
     bgexec_move_session(session, nullptr);
     finish_registration(session->fdcb_in);
     finish_registration(session->fdcb_out);
-    for (fd_callback *other = g_cb_marked; other; other = other->next_marked) {
+    for (fd_callback *other = g_cb_plain; other; other = other->next_marked) {
         if (other->data != session) continue;
         loop_finish(other);
         other->data = nullptr;

@@ -1,17 +1,13 @@
 /* The bounds of what stays behind when connections go. */
 
-#include <libdaemon/dlog.h>
+#include <algorithm>
+#include <new>
+#include <vector>
 
 #include "session/limits.h"
 #include "session/session.h"
 
 namespace {
-
-struct tally {
-    long sessions = 0;
-    size_t bytes = 0;
-    ccd_session *oldest = nullptr;
-};
 
 /* Without a connection nothing edits the session's trees, so that they are measured once; what a
  * commit of it gives back when it ends is counted a little longer. */
@@ -24,19 +20,30 @@ size_t size_of(ccd_session *session) {
     return session->holds;
 }
 
-tally count_suspended() {
-    tally all;
-    for (ccd_session *session = g_session_list; session; session = session->next) {
-        if (session->left == 0 || session->discarded) continue;
-        all.sessions++;
-        all.bytes += size_of(session);
-        if (!all.oldest || session->left < all.oldest->left) all.oldest = session;
+bool is_suspended(const ccd_session *session) {
+    return session->left != 0 && !session->discarded;
+}
+
+/* Those without a connection, the oldest first; without the memory for all of them only the first
+ * few of the list. */
+std::vector<ccd_session *> all_suspended() {
+    std::vector<ccd_session *> all;
+    try {
+        for (ccd_session *session = g_session_list; session; session = session->next)
+            if (is_suspended(session)) all.push_back(session);
+    } catch (const std::bad_alloc &) {
+        g_session_sweep_needed = 1;
     }
+    std::ranges::sort(all, {}, &ccd_session::left);
     return all;
 }
 
+bool is_beyond(limit_id id, size_t amount) {
+    return amount > static_cast<size_t>(limit_value(id));
+}
+
 bool meets(limit_id id, size_t amount, const ccd_session *oldest) {
-    if (amount <= static_cast<size_t>(limit_value(id))) return false;
+    if (!is_beyond(id, amount)) return false;
     limit_met(id, "session of user '%s' ended without its connection, with its changes",
               oldest->username ? oldest->username : "");
     return true;
@@ -45,13 +52,22 @@ bool meets(limit_id id, size_t amount, const ccd_session *oldest) {
 }  // namespace
 
 void session_bound_suspended(void) {
-    for (;;) {
-        const tally all = count_suspended();
-        if (!all.oldest) return;
-        if (!meets(k_limit_suspended_sessions, static_cast<size_t>(all.sessions), all.oldest) &&
-            !meets(k_limit_suspended_memory, all.bytes, all.oldest)) {
+    size_t sessions = 0;
+    size_t bytes = 0;
+    for (ccd_session *session = g_session_list; session; session = session->next) {
+        if (!is_suspended(session)) continue;
+        sessions++;
+        bytes += size_of(session);
+    }
+    if (!is_beyond(k_limit_suspended_sessions, sessions) &&
+        !is_beyond(k_limit_suspended_memory, bytes))
+        return;
+    for (ccd_session *oldest : all_suspended()) {
+        if (!meets(k_limit_suspended_sessions, sessions, oldest) &&
+            !meets(k_limit_suspended_memory, bytes, oldest))
             return;
-        }
-        session_discard(all.oldest);
+        sessions--;
+        bytes -= size_of(oldest);
+        session_discard(oldest);
     }
 }
