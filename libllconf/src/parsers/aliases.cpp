@@ -13,6 +13,7 @@
 #include <string>
 #include <string_view>
 
+#include "char_set.h"
 #include "guarded.h"
 #include "llconf/nodes.h"
 #include "llconf/parser.h"
@@ -83,7 +84,11 @@ std::string in_lower_case(std::string_view text) {
 
 /* Where the name at the start of line ends; npos when a quote is not closed. */
 size_t end_of_name(std::string_view line) {
-    if (!line.starts_with('"')) return line.find_first_of(": \t");
+    constexpr char_set k_ends_name = k_blank_set.with(":");
+    if (!line.starts_with('"')) {
+        const size_t end = k_ends_name.find(line);
+        return end < line.size() ? end : std::string_view::npos;
+    }
     size_t end = line.find('"', 1);
     return end == std::string_view::npos ? end : end + 1;
 }

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "char_set.h"
 #include "guarded.h"
 #include "line_tokens.h"
 #include "llconf/nodes.h"
@@ -104,11 +105,13 @@ std::pair<size_t, size_t> ends_of_key(const keyvalue_data &options, std::string_
         if (end == std::string_view::npos) return {end, end};
         return {end, body.find_first_not_of(k_blanks, end + options.separator.size())};
     }
-    const size_t end = body.find_first_of(options.equals ? " \t=" : k_blanks);
-    size_t rest = body.find_first_not_of(k_blanks, end);
-    if (options.equals && rest != std::string_view::npos && body[rest] == '=')
-        rest = body.find_first_not_of(k_blanks, rest + 1);
-    return {end, rest};
+    constexpr char_set k_ends_key = k_blank_set.with("=");
+    const size_t end = (options.equals ? k_ends_key : k_blank_set).find(body);
+    size_t rest = k_blank_set.skip(body, end);
+    if (options.equals && rest < body.size() && body[rest] == '=')
+        rest = k_blank_set.skip(body, rest + 1);
+    constexpr size_t k_none = std::string_view::npos;
+    return {end < body.size() ? end : k_none, rest < body.size() ? rest : k_none};
 }
 
 /* A value that is one text in quotes, with nothing in it that quotes would have to be told from. */
