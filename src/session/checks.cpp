@@ -64,8 +64,8 @@ bool access_is_open(const param_path *ppath) {
 
 bool access_method_passes(ccd_session *session, int perm, const param_path *ppath,
                           const line *arg_list) {
-    if (access_is_open(ppath)) return true;
     auto evaluate = [=] {
+        if (access_is_open(ppath)) return 1;
         const owned_context context =
             make_access_context(session, perm_letters(perm), ppath->fullpath, ppath->ccd_tree);
         return context ? ccd_param_ppath_allows(context.get(), ppath, arg_list) : -1;
