@@ -49,11 +49,11 @@ const char *kept_answers::value() const {
     return slot_->value;
 }
 
-/* The evaluation itself may have moved the version on: a command whose output it read was run. */
+/* Where the evaluation itself has moved the version on (a command whose output it read was run),
+ * what is kept here is never found. */
 bool kept_answers::may_keep() {
     g_kept_counts.misses++;
     if (!slot_ || fe_impure_count() != impure_ || log_line_count() != lines_) return false;
-    if (trns_version() != version_) return false;
     if (!is_current()) {
         slot_->clear();
         slot_->version = version_;

@@ -53,6 +53,34 @@ TEST(Journal, RollbackRestoresNodesTextsAndTheFile) {
     EXPECT_EQ(at(root, "10.0.0.1[1]/name"), cnf_get_node(root.get(), "10.0.0.1[name=again]/name"));
 }
 
+TEST(Journal, EachEditAndItsUndoIsCounted) {
+    tree root = parse(parser("hosts"), k_hosts);
+    uint64_t seen = cnf_edit_count();
+    auto grown = [&seen](const char *what) {
+        EXPECT_LT(seen, cnf_edit_count()) << what;
+        seen = cnf_edit_count();
+    };
+    cnfnode *entry = at(root, "10.0.0.2");
+    for (bool undone : {false, true}) {
+        cnf_journal *journal = undone ? cnf_journal_begin(root.get()) : nullptr;
+        EXPECT_EQ(seen, cnf_edit_count());
+        cnfnode_setval(entry->first_child, undone ? "a" : "b");
+        grown("value");
+        cnf_journal_rollback(journal);
+        if (undone) grown("undo");
+    }
+    cnfnode_setname(entry, "10.0.0.3");
+    grown("name");
+    unlink_node(entry);
+    grown("unlinked");
+    append_node(root.get(), entry);
+    grown("linked");
+    insert_node_before(root->first_child, entry);
+    grown("moved");
+    destroy_cnftree(entry);
+    grown("destroyed");
+}
+
 TEST(Journal, JournalsNestAndTheOuterOneTakesBackWhatTheInnerKept) {
     tree root = make_tree("root{a=1 b=2}");
     cnf_journal *outer = cnf_journal_begin(root.get());
