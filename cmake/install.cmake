@@ -7,7 +7,7 @@ add_subdirectory(packaging)
 set(headers ${CMAKE_INSTALL_INCLUDEDIR})
 install(DIRECTORY libllconf/include/llconf libfe/include/fe DESTINATION ${headers})
 install(DIRECTORY libmisc/include/ucfgd DESTINATION ${headers} PATTERN owners.h EXCLUDE
-  PATTERN nearest.h EXCLUDE)
+  PATTERN nearest.h EXCLUDE PATTERN simple_format.h EXCLUDE)
 install(FILES src/daemon/loop.h src/daemon/trace.h src/daemon/dirs.h
   DESTINATION ${headers}/ucfgd/daemon)
 install(FILES src/tree/trns.h src/tree/types.h src/tree/ccdtree.h src/tree/param_error.h
