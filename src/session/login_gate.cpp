@@ -154,6 +154,8 @@ int login_gate_pass(ccd_session *session) {
     }
     session->login_ticket = ++g_last_ticket;
     g_waiting = true;
+    /* The gate's own sweep of this round may be over already. */
+    loop_work_left();
     return 0;
 }
 
