@@ -30,7 +30,7 @@ struct watched_fd {
 };
 
 std::vector<watched_fd> g_watched; /* by descriptor */
-std::vector<epoll_event> g_events(k_first_events);
+std::vector<epoll_event> g_events;
 size_t g_found = 0; /* events of the last wait */
 int g_always = 0;
 
@@ -120,7 +120,8 @@ int find_always_ready(void (*found)(fd_callback *cb)) {
 
 }  // namespace
 
-bool wait_open() {
+bool wait_open() try {
+    if (g_events.empty()) g_events.resize(k_first_events);
     g_epoll.reset(epoll_create1(EPOLL_CLOEXEC));
     g_timer.reset(timerfd_create(CLOCK_BOOTTIME, TFD_NONBLOCK | TFD_CLOEXEC));
     g_armed = k_unknown;
@@ -130,6 +131,9 @@ bool wait_open() {
         set_always(entry, false);
     }
     return g_epoll && g_timer && control(EPOLL_CTL_ADD, g_timer.get(), EPOLLIN);
+} catch (const std::bad_alloc &) {
+    errno = ENOMEM;
+    return false;
 }
 
 void wait_close() {
