@@ -1,0 +1,27 @@
+import js from "@eslint/js";
+import hooks from "eslint-plugin-react-hooks";
+import ts from "typescript-eslint";
+
+export default ts.config(
+    { ignores: ["build/", "dist/", "node_modules/"] },
+    js.configs.recommended,
+    {
+        files: ["**/*.mjs"],
+        languageOptions: { globals: { console: "readonly", process: "readonly", setTimeout: "readonly", clearTimeout: "readonly", URL: "readonly", Buffer: "readonly" } },
+    },
+    {
+        files: ["**/*.{ts,tsx}"],
+        extends: [...ts.configs.strictTypeChecked],
+        plugins: { "react-hooks": hooks },
+        languageOptions: { parserOptions: { projectService: true, tsconfigRootDir: import.meta.dirname } },
+        rules: {
+            ...hooks.configs.recommended.rules,
+            "@typescript-eslint/no-confusing-void-expression": "off",
+            "@typescript-eslint/no-floating-promises": ["error", { ignoreVoid: true }],
+            "@typescript-eslint/no-misused-promises": ["error", { checksVoidReturn: { attributes: false } }],
+            "@typescript-eslint/restrict-template-expressions": ["error", { allowNumber: true }],
+        },
+    },
+    // The test runner reports what becomes of a test by itself.
+    { files: ["test/**/*.ts"], rules: { "@typescript-eslint/no-floating-promises": "off" } },
+);

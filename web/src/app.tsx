@@ -1,0 +1,66 @@
+// The page's frame: the tabs, the state of the session above them, the pending changes below.
+import { useState, useSyncExternalStore } from "react";
+import { Alert, AlertActionLink, Page, PageSection, PageSectionVariants, Tab, TabTitleText, Tabs } from "@patternfly/react-core";
+import type { Session } from "./session";
+import { Configure } from "./pages/configure";
+import { History } from "./pages/history";
+import { Machine } from "./pages/machine";
+import { Pending } from "./pages/pending";
+
+const _ = cockpit.gettext;
+
+export interface PageProps {
+    session: Session;
+}
+
+const tabs = [
+    { key: "configure", title: _("Configure"), Content: Configure },
+    { key: "history", title: _("History"), Content: History },
+    { key: "machine", title: _("Machine"), Content: Machine },
+];
+
+/** Draws the component anew whenever the session has changed. */
+export function useSession(session: Session): void {
+    useSyncExternalStore(listener => session.subscribe(listener), () => session.version);
+}
+
+function SessionState({ session }: PageProps) {
+    if (session.state === "lost") {
+        return <Alert isInline variant="warning" title={_("The connection is lost. It is tried again.")} />;
+    }
+    if (session.state === "ended") {
+        const again = <AlertActionLink onClick={() => void session.start()}>{_("Log in again")}</AlertActionLink>;
+        return <Alert isInline variant="danger" title={session.ending?.text} actionLinks={again} />;
+    }
+    return null;
+}
+
+export function App({ session }: PageProps) {
+    useSession(session);
+    const [active, setActive] = useState(cockpit.location.path[0] ?? "configure");
+    return (
+        <Page>
+            <PageSection variant={PageSectionVariants.light} type="tabs" isWidthLimited>
+                <SessionState session={session} />
+                <Tabs
+                    activeKey={active}
+                    aria-label={_("Pages")}
+                    mountOnEnter
+                    onSelect={(_event, key) => {
+                        setActive(String(key));
+                        cockpit.location.go([String(key)]);
+                    }}
+                >
+                    {tabs.map(({ key, title, Content }) => (
+                        <Tab key={key} eventKey={key} title={<TabTitleText>{title}</TabTitleText>}>
+                            <PageSection isFilled>
+                                <Content session={session} />
+                            </PageSection>
+                        </Tab>
+                    ))}
+                </Tabs>
+            </PageSection>
+            <Pending session={session} />
+        </Page>
+    );
+}

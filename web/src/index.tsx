@@ -1,0 +1,37 @@
+import "@patternfly/react-core/dist/styles/base.css";
+import "./theme";
+import { createRoot } from "react-dom/client";
+import { App } from "./app";
+import { Session } from "./session";
+import { connectThroughConsole } from "./cockpit-transport";
+
+const socket = "/dev/ucfgd";
+
+// The account that the socket shows as its peer: root where the console has administrative access.
+async function account(): Promise<string> {
+    const permission = cockpit.permission({ admin: true });
+    if (permission.allowed === null) {
+        await new Promise<void>(resolve => permission.addEventListener("changed", () => resolve()));
+    }
+    const privileged = permission.allowed === true;
+    permission.addEventListener("changed", () => {
+        if ((permission.allowed === true) !== privileged) {
+            window.location.reload();
+        }
+    });
+    return privileged ? "root" : (await cockpit.user()).name;
+}
+
+document.addEventListener("DOMContentLoaded", () => {
+    const place = document.getElementById("app");
+    if (place) {
+        document.documentElement.lang = cockpit.language;
+        const session = new Session({
+            connect: () => connectThroughConsole(socket),
+            user: account,
+            visible: () => !cockpit.hidden,
+        });
+        void session.start();
+        createRoot(place).render(<App session={session} />);
+    }
+});

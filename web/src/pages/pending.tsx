@@ -1,0 +1,5 @@
+import type { PageProps } from "../app";
+
+export function Pending({ session }: PageProps) {
+    return <div>{session.orders.length}</div>;
+}
