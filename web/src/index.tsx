@@ -5,7 +5,11 @@ import { App } from "./app";
 import { Session } from "./session";
 import { connectThroughConsole } from "./cockpit-transport";
 
-const socket = "/dev/ucfgd";
+// Another socket than the usual one is named by an override of the manifest, which is the administrator's.
+function socketPath(): string {
+    const socket = cockpit.manifests.ucfgd?.socket;
+    return typeof socket === "string" ? socket : "/dev/ucfgd";
+}
 
 // The account that the socket shows as its peer: root where the console has administrative access.
 async function account(): Promise<string> {
@@ -27,7 +31,7 @@ document.addEventListener("DOMContentLoaded", () => {
     if (place) {
         document.documentElement.lang = cockpit.language;
         const session = new Session({
-            connect: () => connectThroughConsole(socket),
+            connect: () => connectThroughConsole(socketPath()),
             user: account,
             visible: () => !cockpit.hidden,
         });
