@@ -1,0 +1,415 @@
+"""What a session can be asked, without a connection.
+
+Each operation is a generator: it yields the requests that may travel together, is sent their
+replies, and returns its result. The blocking session and the asyncio one drive the same ones.
+"""
+
+from __future__ import annotations
+
+import os
+import re
+from typing import Callable, Dict, Generator, Iterable, List, Optional, Sequence, Tuple, TypeVar
+
+from .errors import ActionFailed, BatchRefused, DaemonError, LoginFailed, Refused, UsageError
+from .model import Add, Attributes, Commit, Delete, ItemResult, Login, Move, Order, Output
+from .model import Set, Trial, Value
+from .paths import Path, PathLike, as_path, path, wire_path
+from .protocol import (
+    ADMIN_WORD_LIMIT,
+    ARGUMENT_LIMIT,
+    USER_LIMIT,
+    WORD_LIMIT,
+    Line,
+    Reply,
+    Request,
+    checked_word,
+    escape,
+    item_of,
+    read_verdict,
+    unescape,
+    value_lines,
+    verdict,
+)
+
+T = TypeVar("T")
+
+#: Requests out, replies in, and a result in the end.
+Operation = Generator[Sequence[Request], Sequence[Reply], T]
+
+_WINDOW = 64
+_PERMS = ("read", "write", "exec")
+_TRIAL = re.compile(r"commit ([0-9]+), user (.*?), (?:([0-9]+) seconds left|(.*))$", re.DOTALL)
+_HISTORY = path("commits", "history")
+_COMMIT_PARTS = ("state", "time", "user", "from", "comment", "files", "notes")
+
+
+def ask(request: Request) -> Operation[Reply]:
+    """One request that must succeed."""
+    (reply,) = yield [request]
+    return reply.check()
+
+
+def _in_windows(requests: Sequence[Request]) -> Operation[List[Reply]]:
+    replies: List[Reply] = []
+    for start in range(0, len(requests), _WINDOW):
+        replies += yield requests[start : start + _WINDOW]
+    return replies
+
+
+# ---- the session ----
+
+
+def login(with_: Login) -> Operation[Tuple[str, Tuple[str, ...]]]:
+    """Returns the session's id and its rights."""
+    user = with_.account
+    if not user or any(character <= " " for character in user):
+        raise UsageError("a user name without blanks is needed")
+    if len(user.encode()) > USER_LIMIT:
+        raise UsageError("the user name is too long")
+    if set(with_.perms) - set(_PERMS):
+        raise UsageError(f"rights are {', '.join(_PERMS)}")
+    before = []
+    if with_.perms:
+        before.append(f".1 perms {' '.join(with_.perms)}")
+    if with_.timeout is not None:
+        before.append(f".2 timeout {int(with_.timeout)}")
+    line = f"{'LOGINFORCE' if with_.force else 'LOGIN'} {user}"
+    if with_.password:
+        line += " " + checked_word(with_.password, ARGUMENT_LIMIT, "the password")
+    (reply,) = yield [Request(line, tuple(before), secret=True)]
+    if reply.word == "NO":
+        raise LoginFailed(f"log-in of {user} at {with_.peer} failed: {reply.text}")
+    words = dict(text.partition(" ")[::2] for text in reply.check().values())
+    granted = words.get("PERMS", "").split()
+    return words.get("SESSION", ""), tuple(word for word in _PERMS if word in granted)
+
+
+def resume(session_id: str) -> Operation[str]:
+    """Returns the user's name."""
+    if not re.fullmatch("[0-9A-Za-z]{1,16}", session_id):
+        raise UsageError("there is no session to resume")
+    reply = yield from ask(Request(f"RESUME {session_id}"))
+    return reply.text.replace("welcome back ", "", 1)
+
+
+def simple(command: str, patient: bool = False) -> Operation[None]:
+    """A command that answers OK or not."""
+    yield from ask(Request(command, patient=patient))
+
+
+# ---- reading ----
+
+
+def get(of: PathLike) -> Operation[str]:
+    """The value of a parameter."""
+    return (yield from ask(Request(f"GET {wire_path(of)}"))).first()
+
+
+def get_many(paths: Iterable[PathLike]) -> Operation[Dict[Path, str]]:
+    """The values that can be had."""
+    plain = [as_path(given) for given in paths]
+    replies = yield from _in_windows([Request(f"GET {wire_path(of)}") for of in plain])
+    return {of: reply.first() for of, reply in zip(plain, replies) if reply.word == "OK"}
+
+
+def _of_tree(command: str, of: PathLike, management: bool) -> Request:
+    where = as_path(of)
+    return Request(("M" if management else "") + command + (f" {wire_path(where)}" if where else ""))
+
+
+def list_names(of: PathLike, management: bool) -> Operation[List[str]]:
+    """The names of a node's children."""
+    reply = yield from ask(_of_tree("LIST", of, management))
+    return [unescape(name) for name in reply.values()]
+
+
+def list_all(of: PathLike, management: bool) -> Operation[List[Path]]:
+    """All nodes below a node."""
+    reply = yield from ask(_of_tree("LISTR", of, management))
+    return [Path.from_wire(wire) for wire in reply.values()]
+
+
+def values(below: PathLike) -> Operation[Dict[Path, str]]:
+    """All values at a node and below it."""
+    where = as_path(below)
+    found = yield from list_all(where, False)
+    return (yield from get_many([where / child for child in found] or [where]))
+
+
+def attr(of: PathLike, management: bool) -> Operation[Attributes]:
+    """A node's attributes."""
+    reply = yield from ask(Request(f"{'M' if management else ''}ATTR {wire_path(of)}"))
+
+    def several(what: str) -> Tuple[str, ...]:
+        start = what + "."
+        return tuple(unescape(text) for name, text in reply.lines if name.startswith(start))
+
+    return Attributes(
+        operations=reply.first("ops"),
+        length=int(reply.first("len") or 0),
+        choices=several("choices"),
+        flags=several("flags"),
+        type=reply.first("type") or None,
+    )
+
+
+def help_text(of: PathLike, management: bool) -> Operation[str]:
+    """A node's help, "" where there is none."""
+    if management:
+        return (yield from info("daemon.help", [str(as_path(of))]))
+    return (yield from ask(_of_tree("HELP", of, False))).first()
+
+
+def _with_words(command: str, of: PathLike, args: Iterable[str], limit: int) -> str:
+    words = [checked_word(arg, min(limit, WORD_LIMIT * 2), "an argument") for arg in args]
+    return " ".join([command, wire_path(of, max(limit, WORD_LIMIT)), *words])
+
+
+def access(of: PathLike, perms: str, args: Sequence[str], management: bool) -> Operation[bool]:
+    """Whether a node's access method grants the rights."""
+    command = "MACCESS" if management else "ACCESS"
+    line = _with_words(command, of, [perms, *args], ARGUMENT_LIMIT)
+    return (yield from ask(Request(line))).first() == "1"
+
+
+def info(of: PathLike, args: Sequence[str]) -> Operation[str]:
+    """The text of a management node."""
+    reply = yield from ask(Request(_with_words("INFO", of, args, ARGUMENT_LIMIT)))
+    return reply.first()
+
+
+# ---- actions ----
+
+
+def admin_request(of: PathLike, args: Sequence[str]) -> Request:
+    """The request that runs an action."""
+    return Request(_with_words("ADMIN", of, args, ADMIN_WORD_LIMIT), patient=True)
+
+
+class OutputCutter:
+    """Cuts an action's output into its lines. The daemon ends each stream with what was left of
+    its last line, mostly nothing; an empty line is therefore held back until another one of that
+    stream proves that it was meant."""
+
+    def __init__(self) -> None:
+        self._held: Dict[str, bool] = {}
+
+    def take(self, lines: Iterable[Line]) -> List[Output]:
+        """The lines that are certain by now."""
+        output = []
+        for qualifier, text in lines:
+            if qualifier not in ("1", "2"):
+                continue
+            if self._held.get(qualifier):
+                output.append(Output(int(qualifier), ""))
+            self._held[qualifier] = not text
+            if text:
+                output.append(Output(int(qualifier), text))
+        return output
+
+
+def check_action(of: PathLike, reply: Optional[Reply], output: Sequence[Output]) -> None:
+    """Raises when the action failed; what it last complained of is the message."""
+    if reply is None or reply.word == "OK":
+        return
+    if reply.word != "ERR":
+        raise reply.error()
+    said = [line.text for line in output if line.stream == 2] or [line.text for line in output]
+    message = reply.text or (said[-1] if said else f"{as_path(of)} failed")
+    raise ActionFailed(message, reply.identifier, reply.arguments, output)
+
+
+def run(of: PathLike, args: Sequence[str] = ()) -> Operation[List[str]]:
+    """An action's standard output, as lines."""
+    (reply,) = yield [admin_request(of, args)]
+    output = OutputCutter().take(reply.lines)
+    check_action(of, reply, output)
+    return [line.text for line in output if line.stream == 1]
+
+
+# ---- changes ----
+
+
+def _text(value: Value) -> str:
+    if isinstance(value, bool) or not isinstance(value, (str, int)):
+        raise UsageError(f"a value is a text or a number, not {value!r}")
+    return str(value)
+
+
+def order_line(order: Order) -> str:
+    """An order as a command line."""
+    where = wire_path(order.path)
+    if isinstance(order, Set):
+        text = _text(order.value)
+        return f"SET {where} " + checked_word(text, WORD_LIMIT, "the value") if text else f"SET {where}"
+    name = checked_word(order.name, WORD_LIMIT, "the name")
+    if isinstance(order, Move):
+        return f"MOVE {where} {name} " + checked_word(order.other, WORD_LIMIT, "the other name")
+    return f"{'ADD' if isinstance(order, Add) else 'DEL'} {where} {name}"
+
+
+def change(order: Order) -> Operation[None]:
+    """One change."""
+    if isinstance(order, Set):
+        word = escape(_text(order.value))
+        if len(word.encode()) > WORD_LIMIT:
+            lines = tuple(f". {line}" for line in value_lines(word))
+            yield from ask(Request(f"SET {wire_path(order.path)}", lines))
+            return
+    (reply,) = yield [Request(order_line(order))]
+    if reply.word == "ERR" and reply.text.startswith("result=2 "):
+        # Told as a number alone. The same change as a batch of one tells the reason, and applies
+        # nothing when it is refused again.
+        try:
+            yield from submit([order])
+        except BatchRefused as refused:
+            raise refused.results[0].error or refused from None
+        return
+    reply.check()
+
+
+def _results(orders: Sequence[Order], lines: Iterable[Line]) -> List[ItemResult]:
+    identifiers: Dict[int, str] = {}
+    arguments: Dict[int, List[str]] = {}
+    errors: Dict[int, DaemonError] = {}
+    for qualifier, text in lines:
+        number, part = item_of(qualifier)
+        if part == ".error":
+            identifiers[number] = text
+        elif part == ".error.arg":
+            arguments.setdefault(number, []).append(text)
+        elif not part and number not in errors:
+            # A denied item is answered twice; the first line, which says why, stands.
+            word, said = read_verdict(text)
+            if word != "OK":
+                told = arguments.get(number, ())
+                errors[number] = verdict(word, said, identifiers.get(number), told)
+    return [ItemResult(order, errors.get(i)) for i, order in enumerate(orders, 1)]
+
+
+def submit(orders: Iterable[Order]) -> Operation[None]:
+    """A batch, all or nothing."""
+    items = list(orders)
+    lines = []
+    for number, order in enumerate(items, 1):
+        try:
+            lines.append(f".{number} {order_line(order)}")
+        except UsageError as problem:
+            raise UsageError(f"item {number}: {problem}") from None
+    (reply,) = yield [Request("SUBMIT", tuple(lines))]
+    if reply.word in ("OK", "NO", "INUSE"):
+        reply.check()
+        return
+    results = _results(items, reply.lines)
+    first = next((result.error for result in results if result.error), reply.error())
+    raise BatchRefused(first.message, first.identifier, first.arguments, results)
+
+
+def dirty() -> Operation[bool]:
+    """Whether the session holds changes."""
+    return (yield from ask(Request("DIRTY"))).first("dirty") == "1"
+
+
+# ---- commits ----
+
+
+def _numbers() -> Operation[List[int]]:
+    """The commits of the history, the newest first; none where there is no archive, or where it
+    may not be looked at."""
+    (reply,) = yield [Request(f"MLIST {_HISTORY.wire}")]
+    return [int(number) for number in reply.values()] if reply.word == "OK" else []
+
+
+def commit(comment: Optional[str], trial: Optional[int], local: bool) -> Operation[Optional[Commit]]:
+    """Makes the changes real. None when nothing was to be written, or when no history tells."""
+    before = yield from _numbers()
+    wishes = [Set("commits.trial", trial)] if trial else []
+    wishes += [Set("commits.comment", comment)] if comment else []
+    try:
+        for wish in wishes:
+            yield from change(wish)
+        yield from simple("COMMIT", patient=True)
+    except DaemonError:
+        # The next commit may be meant otherwise.
+        yield [Request(f"SET {wish.path} {'0' if wish.path == 'commits.trial' else ''}".rstrip()) for wish in wishes]
+        raise
+    after = yield from _numbers()
+    fresh = [number for number in after if not before or number > before[0]]
+    for number in reversed(fresh):
+        made = yield from commit_record(number)
+        if not local or f"pid={os.getpid()}," in made.origin:
+            return made
+    return None
+
+
+def commit_record(number: int) -> Operation[Commit]:
+    """What is known of a commit."""
+    return (yield from _records([number]))[0]
+
+
+def _records(numbers: Sequence[int]) -> Operation[List[Commit]]:
+    node: Callable[[int, str], str] = lambda number, part: (_HISTORY / str(number) / part).wire
+    wanted = [(number, part) for number in numbers for part in _COMMIT_PARTS]
+    replies = yield from _in_windows([Request(f"INFO {node(*each)}") for each in wanted])
+    told = {each: reply.check().first() for each, reply in zip(wanted, replies)}
+
+    def record(number: int) -> Commit:
+        state, time, user, origin, comment, files, notes = (
+            told[number, part] for part in _COMMIT_PARTS
+        )
+        return Commit(
+            number,
+            state,
+            time,
+            user,
+            origin,
+            comment,
+            tuple(files.splitlines()),
+            tuple(notes.splitlines()),
+        )
+
+    return [record(number) for number in numbers]
+
+
+def history(most: Optional[int]) -> Operation[List[Commit]]:
+    """The commits, the newest first."""
+    reply = yield from ask(Request(f"MLIST {_HISTORY.wire}"))
+    return (yield from _records([int(number) for number in reply.values()][:most]))
+
+
+def _printed(node: Path) -> Operation[str]:
+    """What an action of the archive prints: control characters travel escaped in that, and "%"."""
+    text = "".join(line + "\n" for line in (yield from run(node)))
+    return re.sub("%([0-9a-f]{2})", lambda found: chr(int(found.group(1), 16)), text)
+
+
+def commit_text(number: int, part: str) -> Operation[str]:
+    """The "changes" or the "diff" of a commit, however long."""
+    return (yield from _printed(_HISTORY / str(number) / part))
+
+
+def preview(part: str) -> Operation[str]:
+    """The same of what a commit would write now."""
+    return (yield from _printed(path("commits", part)))
+
+
+def trial() -> Operation[Optional[Trial]]:
+    """The commit on trial, if there is one."""
+    text = yield from info("commits.trial", [])
+    found = _TRIAL.match(text)
+    if not found:
+        return None
+    number, user, seconds, told = found.groups()
+    return Trial(int(number), user, int(seconds) if seconds else None, told or text)
+
+
+def bring_back(how: str, number: int) -> Operation[None]:
+    """"load" or "undo" a commit, as changes of this session."""
+    yield from change(Set(path("commits", how), int(number)))
+
+
+def begin_transaction() -> Operation[None]:
+    """A clean and current session to begin with."""
+    if (yield from dirty()):
+        raise UsageError("the session holds changes already: commit or revert them first")
+    yield from simple("UPDATE")

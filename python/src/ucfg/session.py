@@ -1,0 +1,422 @@
+"""The blocking session."""
+
+from __future__ import annotations
+
+import socket
+import time
+from types import TracebackType
+from typing import Dict, Iterable, Iterator, List, Optional, Sequence, Tuple, Type, TypeVar
+
+from . import operations
+from .errors import ConnectError, ConnectionLost, DaemonError, InUse, ReplyTimeout, UcfgError
+from .model import Add, Attributes, Commit, Delete, Login, Move, Order, Output, Set, Trial, Value
+from .operations import Operation
+from .paths import Path, PathLike
+from .protocol import Exchange, Reply, Request, Wire
+
+T = TypeVar("T")
+
+_RESUME_ATTEMPTS = 12
+_RESUME_PAUSE = 0.25
+
+
+class Session:
+    """A session with the daemon, as a context manager that logs in and out:
+
+        with ucfg.Session() as session:
+            session.set("ssh.port", 2222)
+            session.commit(comment="out of the way of scanners")
+
+    The arguments are those of `ucfg.Login`; `wait` bounds in seconds how long a request may go
+    without a word from the daemon (commits and actions may take their time). Where a path is
+    asked for, text is taken as one types it, and `ucfg.path()` takes plain components.
+
+    Leaving the context logs out, and changes that were not committed are gone. close() instead
+    keeps the session at the daemon until its time-out, for resume(). One session serves one
+    thread at a time.
+    """
+
+    def __init__(
+        self,
+        socket: Optional[str] = None,  # pylint: disable=redefined-outer-name
+        *,
+        host: Optional[str] = None,
+        port: int = 222,
+        user: Optional[str] = None,
+        password: Optional[str] = None,
+        perms: Iterable[str] = (),
+        timeout: Optional[int] = None,
+        force: bool = False,
+        wait: Optional[float] = 60.0,
+    ) -> None:
+        self.login = Login(socket, host, port, user, password, tuple(perms), timeout, force)
+        self.wait = wait
+        #: What resume() needs, "" before log-in; the user, and the rights that were granted.
+        self.id = ""
+        self.user = ""
+        self.perms: Tuple[str, ...] = ()
+        self._socket: Optional[socket_type] = None
+        self._wire = Wire()
+
+    # ---- connecting, log-in and log-out ----
+
+    def open(self) -> Session:
+        """Connects and logs in. Returns the session itself."""
+        self._connect()
+        try:
+            self.id, self.perms = self._run(operations.login(self.login))
+        except BaseException:
+            self.close()
+            raise
+        self.user = self.login.account
+        return self
+
+    def resume(self, session_id: Optional[str] = None) -> None:
+        """Takes up the session of that id, or this one's own after its connection was lost, with
+        its uncommitted changes. The daemon may need a moment to see that the old connection is
+        gone."""
+        wanted = session_id or self.id
+        for attempt in range(_RESUME_ATTEMPTS):
+            if attempt:
+                time.sleep(_RESUME_PAUSE)
+            try:
+                self._connect()
+                self.user = self._run(operations.resume(wanted))
+                self.id = wanted
+                return
+            except (InUse, ConnectError, ConnectionLost):
+                self.close()
+                if attempt == _RESUME_ATTEMPTS - 1:
+                    raise
+            except BaseException:
+                self.close()
+                raise
+
+    def logout(self) -> None:
+        """Ends the session, with its uncommitted changes, and closes the connection."""
+        try:
+            self._run(operations.simple("LOGOUT"))
+        finally:
+            self.close()
+        self.id = ""
+
+    def close(self) -> None:
+        """Closes the connection without logging out."""
+        if self._socket is not None:
+            self._socket.close()
+            self._socket = None
+
+    @property
+    def connected(self) -> bool:
+        """Whether the connection is open, as far as is known."""
+        return self._socket is not None
+
+    def __enter__(self) -> Session:
+        return self if self.connected else self.open()
+
+    def __exit__(
+        self,
+        kind: Optional[Type[BaseException]],
+        error: Optional[BaseException],
+        trace: Optional[TracebackType],
+    ) -> None:
+        if not self.connected:
+            return
+        try:
+            self.logout()
+        except UcfgError:
+            # The session has ended in another way, which who asked last has been told.
+            self.close()
+
+    def __repr__(self) -> str:
+        return f"<ucfg.Session of {self.login!r}{'' if self.connected else ', not connected'}>"
+
+    def noop(self) -> None:
+        """Asks for nothing: keeps the session from timing out."""
+        self._run(operations.simple("NOOP"))
+
+    def request(self, request: Request) -> Reply:
+        """Sends a request of the protocol and returns its reply, whatever it says."""
+        return self._exchange([request])[0]
+
+    # ---- reading ----
+
+    def get(self, path: PathLike) -> str:
+        """The value of a parameter."""
+        return self._run(operations.get(path))
+
+    def get_many(self, paths: Iterable[PathLike]) -> Dict[Path, str]:
+        """The values of many parameters, asked for without waiting in between. Those that cannot
+        be had are left out."""
+        return self._run(operations.get_many(paths))
+
+    def values(self, below: PathLike = "") -> Dict[Path, str]:
+        """All values at a node and below it, by their whole paths."""
+        return self._run(operations.values(below))
+
+    def list(self, path: PathLike = "", management: bool = False) -> List[str]:
+        """The plain names of a node's children."""
+        return self._run(operations.list_names(path, management))
+
+    def list_all(self, path: PathLike = "", management: bool = False) -> List[Path]:
+        """All nodes below a node, depth first, as paths relative to it."""
+        return self._run(operations.list_all(path, management))
+
+    def attr(self, path: PathLike, management: bool = False) -> Attributes:
+        """What a node can do, and what values it takes."""
+        return self._run(operations.attr(path, management))
+
+    def help(self, path: PathLike = "", management: bool = False) -> str:
+        """The help text of a node, "" where there is none."""
+        return self._run(operations.help_text(path, management))
+
+    def access(
+        self, path: PathLike, perms: str, *args: str, management: bool = False
+    ) -> bool:
+        """Whether the node's access method grants `perms` (letters r, w, x)."""
+        return self._run(operations.access(path, perms, args, management))
+
+    # ---- the management tree ----
+
+    def info(self, path: PathLike, *args: str) -> str:
+        """The text of a management node."""
+        return self._run(operations.info(path, args))
+
+    def admin(self, path: PathLike, *args: str) -> Iterator[Output]:
+        """Runs a management action and iterates over its output as it arrives. Raises
+        ActionFailed behind the last line when the action failed. Other requests wait for the
+        action's end, also when the iteration is given up; one that never ends, such as
+        commits.watch, wants a session of its own."""
+        exchange = self._send([operations.admin_request(path, args)])[0]
+        return self._output(path, exchange)
+
+    def run(self, path: PathLike, *args: str) -> List[str]:
+        """Runs an action and returns the lines of its standard output. ActionFailed has all of
+        the output of one that failed."""
+        return self._run(operations.run(path, args))
+
+    # ---- changes ----
+
+    def set(self, path: PathLike, value: Value) -> None:
+        """Gives a parameter a value."""
+        self._run(operations.change(Set(path, value)))
+
+    def add(self, path: PathLike, name: str) -> None:
+        """Adds an entry to a list."""
+        self._run(operations.change(Add(path, name)))
+
+    def delete(self, path: PathLike, name: str) -> None:
+        """Takes an entry out of a list."""
+        self._run(operations.change(Delete(path, name)))
+
+    def move(self, path: PathLike, name: str, other: str) -> None:
+        """Moves or renames an entry, as the list defines it."""
+        self._run(operations.change(Move(path, name, other)))
+
+    def submit(self, orders: Iterable[Order]) -> None:
+        """Makes all changes, or none: BatchRefused then tells of each."""
+        self._run(operations.submit(orders))
+
+    @property
+    def dirty(self) -> bool:
+        """Whether the session holds changes."""
+        return self._run(operations.dirty())
+
+    def changes(self) -> str:
+        """What a commit would change now, parameter by parameter."""
+        return self._run(operations.preview("changes"))
+
+    def diff(self) -> str:
+        """What a commit would write now, as a unified diff of the files."""
+        return self._run(operations.preview("diff"))
+
+    def revert(self) -> None:
+        """Drops the session's changes."""
+        self._run(operations.simple("REVERT"))
+
+    def update(self) -> None:
+        """Brings a session without changes up to what others have committed."""
+        self._run(operations.simple("UPDATE"))
+
+    # ---- commits ----
+
+    def commit(self, comment: Optional[str] = None, trial: Optional[int] = None) -> Optional[Commit]:
+        """Writes the changes to the files. With `trial` seconds they are undone unless somebody
+        calls confirm() in time. None when nothing was to be written, or no history is kept."""
+        local = self.login.host is None
+        return self._run(operations.commit(comment, trial, local))
+
+    def trial(self) -> Optional[Trial]:
+        """The commit on trial, if there is one."""
+        return self._run(operations.trial())
+
+    def confirm(self) -> None:
+        """Keeps the commit on trial for good."""
+        self._run(operations.run("commits.confirm"))
+
+    def cancel(self) -> None:
+        """Undoes the commit on trial at once."""
+        self._run(operations.run("commits.cancel"))
+
+    def history(self, most: Optional[int] = None) -> List[Commit]:
+        """The commits, the newest first, at most so many."""
+        return self._run(operations.history(most))
+
+    def commit_record(self, number: int) -> Commit:
+        """What the history has of one commit."""
+        return self._run(operations.commit_record(number))
+
+    def commit_changes(self, number: int) -> str:
+        """What a commit has changed, parameter by parameter."""
+        return self._run(operations.commit_text(number, "changes"))
+
+    def commit_diff(self, number: int) -> str:
+        """What a commit has changed, line by line."""
+        return self._run(operations.commit_text(number, "diff"))
+
+    def undo(self, number: int) -> None:
+        """Takes back what a commit has changed, as changes of this session."""
+        self._run(operations.bring_back("undo", number))
+
+    def load(self, number: int) -> None:
+        """Makes the files as they stood after a commit changes of this session."""
+        self._run(operations.bring_back("load", number))
+
+    def transaction(
+        self, comment: Optional[str] = None, trial: Optional[int] = None
+    ) -> Transaction:
+        """A context that commits when it is left, and reverts when an exception leaves it:
+
+            with session.transaction(comment="second server") as done:
+                session.add("network.hosts", "192.0.2.20")
+            print(done.commit)
+        """
+        return Transaction(self, comment, trial)
+
+    # ---- the connection ----
+
+    def _connect(self) -> None:
+        self.close()
+        self._wire = Wire()
+        try:
+            if self.login.host is not None:
+                address = (self.login.host, self.login.port)
+                self._socket = socket.create_connection(address, self.wait)
+                return
+            self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+            self._socket.settimeout(self.wait)
+            self._socket.connect(self.login.address)
+        except OSError as problem:
+            self.close()
+            raise ConnectError(f"{self.login.peer}: {problem.strerror or problem}") from problem
+
+    def _send(self, requests: Sequence[Request]) -> List[Exchange]:
+        if self._socket is None:
+            raise ConnectionLost("not connected")
+        exchanges = [self._wire.start(request) for request in requests]
+        try:
+            self._socket.settimeout(self.wait)
+            self._socket.sendall(b"".join(exchange.data for exchange in exchanges))
+        except OSError as problem:
+            # What was sent in part cannot be gone on with. A reply may tell why the daemon
+            # listens no more.
+            if not isinstance(problem, (BrokenPipeError, ConnectionResetError)):
+                self.close()
+                raise ConnectionLost(f"{self.login.peer}: {problem}") from problem
+        return exchanges
+
+    def _receive(self, patient: bool) -> None:
+        if self._socket is None:
+            raise ConnectionLost("not connected")
+        try:
+            self._socket.settimeout(None if patient else self.wait)
+            data = self._socket.recv(65536)
+        except socket.timeout:
+            raise ReplyTimeout(f"{self.login.peer}: no answer in {self.wait} seconds") from None
+        except OSError as problem:
+            self.close()
+            raise ConnectionLost(f"{self.login.peer}: {problem}") from problem
+        if not data:
+            self.close()
+            raise ConnectionLost(f"{self.login.peer}: the connection was closed")
+        try:
+            self._wire.feed(data)
+        except UcfgError:
+            self.close()
+            raise
+
+    def _exchange(self, requests: Sequence[Request]) -> List[Reply]:
+        exchanges = self._send(requests)
+        replies = []
+        try:
+            for exchange in exchanges:
+                while exchange.reply is None:
+                    self._receive(exchange.request.patient)
+                replies.append(exchange.reply)
+        finally:
+            for exchange in exchanges:
+                self._wire.forget(exchange)
+        return replies
+
+    def _run(self, operation: Operation[T]) -> T:
+        try:
+            requests = next(operation)
+            while True:
+                requests = operation.send(self._exchange(requests))
+        except StopIteration as end:
+            result: T = end.value
+            return result
+
+    def _output(self, path: PathLike, exchange: Exchange) -> Iterator[Output]:
+        cutter = operations.OutputCutter()
+        told: List[Output] = []
+        try:
+            while True:
+                for line in cutter.take(exchange.take_lines()):
+                    told = (told + [line])[-20:]
+                    yield line
+                if exchange.reply is not None:
+                    break
+                self._receive(patient=True)
+        finally:
+            self._wire.forget(exchange)
+        operations.check_action(path, exchange.reply, told)
+
+
+socket_type = socket.socket
+
+
+class Transaction:
+    """What Session.transaction() gives; `commit` is the commit that was made, None before that,
+    and when nothing was to be written."""
+
+    def __init__(self, session: Session, comment: Optional[str], trial: Optional[int]) -> None:
+        self._session = session
+        self._comment = comment
+        self._trial = trial
+        self.commit: Optional[Commit] = None
+
+    def __enter__(self) -> Transaction:
+        self._session._run(operations.begin_transaction())
+        return self
+
+    def __exit__(
+        self,
+        kind: Optional[Type[BaseException]],
+        error: Optional[BaseException],
+        trace: Optional[TracebackType],
+    ) -> None:
+        if error is None:
+            try:
+                self.commit = self._session.commit(self._comment, self._trial)
+                return
+            except DaemonError:
+                self._revert()
+                raise
+        self._revert()
+
+    def _revert(self) -> None:
+        try:
+            self._session.revert()
+        except UcfgError:
+            pass  # the session is gone, and its changes with it
