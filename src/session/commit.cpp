@@ -29,6 +29,7 @@
 #include "session/bgexec.h"
 #include "session/commit_log.h"
 #include "session/commit_report.h"
+#include "session/counters.h"
 #include "session/limits.h"
 #include "session/method_context.h"
 #include "session/protocol.h"
@@ -148,7 +149,7 @@ bool answer_if_unwritable(ccd_session *session, const char *id) {
  * put back first. The trial comes first: a session that was there before it is stale because of it,
  * and is to learn until when it has to wait. One that waits will be stale, so its trees need no
  * try. */
-bool answer_if_refused(ccd_session *session, const char *id) {
+bool answer_refusal(ccd_session *session, const char *id) {
     ccd_clear_error();
     if (!trial_refuses(session)) {
         if (answer_if_stale(session, id)) return true;
@@ -160,6 +161,12 @@ bool answer_if_refused(ccd_session *session, const char *id) {
     }
     session_write_error(session, id, "commit conflict");
     return true;
+}
+
+bool answer_if_refused(ccd_session *session, const char *id) {
+    const bool refused = answer_refusal(session, id);
+    if (refused) g_counters.refused_commits++;
+    return refused;
 }
 
 int reply_ok(ccd_session *session, const char *id) {
@@ -202,6 +209,7 @@ void cb_tried(bgexec_ctx *job, int status) {
         commit.reset(create_bgexec_writer(session, job->id, session_commit_cb_exit));
         if (!commit) reply_errno(session, job->id, ENOMEM);
     }
+    if (!commit) g_counters.refused_commits++;
     if (!commit || !start(commit, true)) bgexec_unlock(session);
 }
 
@@ -242,6 +250,12 @@ void session_commit_cb_exit(bgexec_ctx *job, int status) {
 }
 
 void session_commit_end(ccd_session *session, const char *id, int error) {
+    if (error == 0) {
+        g_counters.commits++;
+        g_counters.last_commit = time(nullptr);
+    } else {
+        g_counters.failed_commits++;
+    }
     trial_look();
     trns_ctx *ctx = session ? session->backend_ctx : g_trns_ctx;
     trns_inc_ctx_serial(ctx);

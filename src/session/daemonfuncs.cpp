@@ -15,6 +15,7 @@
 #include "fe/fe.h"
 #include "session/bgexec.h"
 #include "session/commit.h"
+#include "session/counters.h"
 #include "session/evaluate.h"
 #include "session/limits.h"
 #include "session/session.h"
@@ -104,6 +105,16 @@ unsigned long count_fresh() {
     return g_kept_counts.misses;
 }
 
+/* The pages that are in memory, in bytes. */
+unsigned long count_memory() {
+    const owned<FILE, fclose> file{fopen("/proc/self/statm", "re")};
+    unsigned long resident = 0;
+    if (!file || fscanf(file.get(), "%*u %lu", &resident) != 1) return 0;
+    return resident * static_cast<unsigned long>(sysconf(_SC_PAGESIZE));
+}
+
+const time_t g_started = time(nullptr);
+
 struct daemon_count {
     std::string_view name;
     unsigned long (*count)();
@@ -116,6 +127,13 @@ constexpr daemon_count k_counts[] = {
     {"jobs", count_jobs},
     {"kept-answers", count_kept},
     {"fresh-answers", count_fresh},
+    {"commits", [] { return g_counters.commits; }},
+    {"failed-commits", [] { return g_counters.failed_commits; }},
+    {"refused-commits", [] { return g_counters.refused_commits; }},
+    {"refused-logins", [] { return g_counters.refused_logins; }},
+    {"last-commit", [] { return static_cast<unsigned long>(g_counters.last_commit); }},
+    {"started", [] { return static_cast<unsigned long>(g_started); }},
+    {"memory", count_memory},
 };
 
 fe_node *fe_func_daemoncount(fe_context *ctx, fe_node *call) {

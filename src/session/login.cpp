@@ -24,6 +24,7 @@
 #include "daemon/trace.h"
 #include "hlxauth/hlxauth.h"
 #include "session/bgexec.h"
+#include "session/counters.h"
 #include "session/login_gate.h"
 #include "session/protocol.h"
 #include "tavevent/tavevent.h"
@@ -138,12 +139,14 @@ void refuse_login(ccd_session *session, const char *id, const char *user) {
     } else {
         session_writef(session, "%s NO auth failed\n", id);
     }
+    g_counters.refused_logins++;
     login_gate_report(session, user);
     login_gate_refuse(session);
 }
 
 void refuse_force(ccd_session *session, const char *id) {
     session_writef(session, "%s NO you do not have write permission\n", id);
+    g_counters.refused_logins++;
     login_gate_refuse(session);
 }
 
