@@ -417,7 +417,10 @@ void loop(int /*timeout*/) {
     bool runs = begin_anew();
     while (runs) {
         const int ready = wait_for_events();
-        if (ready == k_wait_astray) runs = begin_anew();
+        if (ready == k_wait_astray) {
+            runs = begin_anew();
+            loop_work_left(); /* what was left is so still */
+        }
         if (ready < 0) continue;
         if (ready == 0) call_time_callbacks();
         runs = !serve();

@@ -128,7 +128,9 @@ bool listener_has_room(const char *listener) {
                 return is_of(s, listener) || connections_of(s->listenname) > each;
             }))
             continue;
-        limit_met(k_limit_connections, "closing a new one on listen/%s", listener);
+        const bool is_short = capacity() < limit_value(k_limit_connections);
+        limit_met(k_limit_connections, "closing a new one on listen/%s%s", listener,
+                  is_short ? ", for want of descriptors" : "");
         return false;
     }
     return true;

@@ -2,6 +2,7 @@
 #include <cstring>
 #include <new>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "daemon/trace.h"
@@ -57,6 +58,16 @@ bool lines_of(const fe_node *result, wording how, owned_lines &made) {
     return result == nullptr;
 }
 
+/* Below a component that is too long a path leads elsewhere than its names say. */
+bool is_cut(std::string_view path) {
+    path_segment segment = first_segment(path);
+    while (segment.goes_on) {
+        path.remove_prefix(segment.length + 1);
+        segment = first_segment(path);
+    }
+    return segment.length < path.size();
+}
+
 bool is_hidden(const fe_node *flags) {
     for (const fe_node *flag = flags; flag; flag = flag->next) {
         if (std::strcmp(flag->text, "hidden") == 0) return true;
@@ -94,6 +105,7 @@ class list_walk {
               void *data)
         : tree_(tree), recurse_(recurse), take_(take), data_(data), text_(path) {
         base_ = text_.empty() ? 0 : text_.size() + 1;
+        cut_ = is_cut(text_);
     }
 
     listing run() {
@@ -176,7 +188,6 @@ class list_walk {
         list(&path);
     }
 
-    /* Below a component that is too long a path leads elsewhere than its names say. */
     void descend_by_text() {
         owned_path resolved{find_ccd_param(text_.c_str(), tree_.root)};
         if (resolved) list(resolved.get());
@@ -190,7 +201,7 @@ class list_walk {
     void *data_;
     std::string text_;
     size_t base_; /* where lines begin in text_ */
-    bool cut_ = false;
+    bool cut_;    /* whether it has a component that is too long */
     bool complete_ = true;
 };
 

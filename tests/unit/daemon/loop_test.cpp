@@ -107,6 +107,31 @@ TEST_F(Loop, RefusesNoDescriptorAndParksThoseClosedByOthers) {
     EXPECT_EQ(broken.calls, 0);
 }
 
+/* The kernel goes on telling of a file that somebody else still holds. */
+TEST_F(Loop, WorkIsStillLeftWhenOthersHaveClosedWhatWasWatched) {
+    static int sweeps;
+    sweeps = 0;
+    loop_timer late{};
+    unique_fd held;
+    watched lost(FD_CALLBACK_READ, [&](watched &w) {
+        held.reset(dup(w.fd));
+        close(w.fd);
+        w.finish();
+        loop_work_left();
+    });
+    watched idle(FD_CALLBACK_PARKED, finish_all);
+    auto end = [](void *) { loop_finish_all(); };
+    loop_set_timer(&late, 1000, end, nullptr);
+    loop_set_hooks(
+        [] {
+            if (++sweeps == 2) loop_finish_all();
+        },
+        nullptr);
+    loop(0);
+    EXPECT_NE(late.due, 0);
+    loop_clear_timer(&late);
+}
+
 /* In the order of the list, however the kernel tells of them, and whoever shares a descriptor. */
 TEST_F(Loop, QuietRecordsAreSeenWhenTheyAreChangedAndHaveTheirPlaceInTheOrder) {
     std::string order;

@@ -53,6 +53,7 @@ TEST_F(Protocol, AListingIsWholeOrNotAtAll) {
     define(g_ccdtree, "l {\n list: list('" + name + "')\n * {\n g\n }\n}\n");
     const std::string below = "t.1 " + name + "\nt.1 " + name + ".g\nt.1 " + name + ".g.g\n";
     EXPECT_EQ(ask(session, "t LISTR l").substr(0, below.size()), below);
+    EXPECT_TRUE(ask(session, "t LISTR l." + name).starts_with("t.1 g\nt.1 g.g\n"));
 }
 
 TEST_F(Protocol, ARequestIsCollectedUntilALineOfItsTagEndsIt) {
