@@ -285,6 +285,10 @@ int fe_list_holds(fe_context *ctx, const fe_node *first, const char *text) {
     return found != nullptr ? fe_node_is_const_true(found.get()) : -1;
 }
 
+int fe_is_evaluating(void) {
+    return g_run.active ? 1 : 0;
+}
+
 fe_node *fe_func_sanity1(fe_context *ctx, fe_node *call) {
     auto predicate = reinterpret_cast<fe_predicate1>(call->fed->user_data);
     node_list texts(evaluate_quietly(ctx, call->first_child));

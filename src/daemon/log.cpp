@@ -290,9 +290,9 @@ void own_checked_syslog(int priority, int, const char *format, ...) {
 }  // extern "C"
 
 void daemon_logv(int priority, const char *format, va_list arguments) {
+    g_line_count++;
     if (log_takes(priority) == 0) return;
     const errno_guard keep;
-    g_line_count++;
     const log_line line{format, arguments};
     if (g_observer && g_observer(priority, std::string{line.text()}.c_str())) return;
     if ((daemon_log_use & DAEMON_LOG_SYSLOG) != 0)

@@ -15,8 +15,8 @@
  *  3. A log line is one line: control characters in it become blanks, so that no text from outside
  *     can pass for a line of its own. What is longer than 16 KiB is cut.
  *  4. While the loop runs, lines that no error is among are gathered and leave together, at the
- *     latest before the loop waits, before a reply is sent and before a fork: what a client has been
- *     told of is in the log. Those for the system log leave at once.
+ *     latest before the loop waits, before a reply is sent and before a fork: what a client has
+ *     been told of is in the log. Those for the system log leave at once.
  *  5. A forked child has queues of its own, empty at first. Whoever ends a process calls
  *     log_finish.
  *  6. errno is kept by all functions that do not return a result.
@@ -44,7 +44,7 @@ void log_gather(int on);
 /* Lets the lines that are gathered leave. Costs nothing when there are none. */
 void log_flush(void);
 
-/* How many lines daemon_log has logged: who has written one has had an effect. */
+/* How many lines daemon_log was given, those included that the level leaves out. */
 unsigned long log_line_count(void);
 
 /* Writes text, whole lines, to standard output (1) or standard error (2). */

@@ -36,7 +36,7 @@
 
 ccdtree_node *g_ccdtree = nullptr;
 ccdtree_node *g_mgmttree = nullptr;
-unsigned int g_ccdtree_changes = 0;
+uint64_t g_ccdtree_changes = 0;
 
 static_assert(offsetof(ccdtree_node, next) == 0);
 

@@ -1,6 +1,8 @@
 #ifndef UCFGD_TREE_CCDTREE_H
 #define UCFGD_TREE_CCDTREE_H
 
+#include <stdint.h>
+
 #include "tree/types.h"
 
 /* The parameter tree and the management tree: what they are made of, and how they are read from
@@ -65,7 +67,7 @@ extern ccdtree_node *g_mgmttree;
 
 /* Grows whenever a node of any tree is linked, unlinked, destroyed or given a method: what was
  * found out about a tree before may not hold any more. */
-extern unsigned int g_ccdtree_changes;
+extern uint64_t g_ccdtree_changes;
 
 /* A new root without children. */
 ccdtree_node *create_ccdtree(void);

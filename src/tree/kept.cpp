@@ -27,7 +27,7 @@ void note_hit() {
 }  // namespace
 
 kept_answers::kept_answers(backend_ctx *ctx, const param_path *path)
-    : slot_(ctx && g_debug_level == 0 ? kept_slot_of(path) : nullptr),
+    : slot_(ctx && g_debug_level == 0 && !fe_is_evaluating() ? kept_slot_of(path) : nullptr),
       version_(trns_version()),
       seen_(slot_ ? trns_seen_ctx(ctx) : nullptr),
       impure_(fe_impure_count()),

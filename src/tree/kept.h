@@ -31,12 +31,14 @@ kept_slot *kept_slot_of(const param_path *path);
  *
  *  1. Kept is what a pure evaluation (fe/purity.h) has answered: one that called nothing but
  *     functions that look at names, variables and the trees of files, read no variable that tells
- *     sessions apart, logged nothing and did not fail. Whether it was, is seen behind it.
+ *     sessions apart, logged nothing (at any level) and did not fail. Whether it was, is seen
+ *     behind it.
  *  2. It is kept for the path, the permissions that were asked for, the version of all trees
  *     (trns_version) and the context whose trees were read (trns_seen_ctx): sessions that have
  *     changed nothing share what is kept. Any edit of any tree ends it.
- *  3. It is used where a request begins, never inside an evaluation, which has limits of its own
- *     that a kept answer would not count towards.
+ *  3. It is kept and used where a request begins. Inside an evaluation, whose limits a kept answer
+ *     would not count towards, each answer is a fresh one: where a limit is met it may be wrong,
+ *     which only the failure of the whole makes good.
  *  4. While lines are traced nothing is kept, so that the trace shows every evaluation.
  *  5. A build with AddressSanitizer evaluates all the same and ends the process where the answers
  *     differ.

@@ -92,7 +92,7 @@ struct path_record {
     path_record *next; /* of the same slot */
     size_t users;
     size_t hash;
-    unsigned int changes;
+    uint64_t changes;
     bool is_kept; /* it is found again for its text */
     kept_slot answers;
     param_path path;

@@ -28,6 +28,9 @@ fe_node *eval_fe_expression(fe_context *ctx, const fe_node *node);
  */
 fe_node *eval_fe_expr_list(fe_context *ctx, const fe_node *first);
 
+/* Whether an evaluation is going on: one that begins now is a part of it, and shares its limits. */
+int fe_is_evaluating(void);
+
 /*
  * Native functions for predicates: the function registered as user_data is called with the texts
  * of exactly one or exactly three evaluated arguments. The answer is "1" where it returns non-zero

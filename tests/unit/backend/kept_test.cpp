@@ -5,6 +5,7 @@
 #include <random>
 
 #include "backend_fixture.h"
+#include "daemon/log.h"
 #include "tree/ccdtree.h"
 #include "tree/param_ops.h"
 #include "tree/types.h"
@@ -20,6 +21,14 @@ constexpr std::array k_names = {"alpha", "beta", "gamma"};
 fe_node *tick(fe_context * /*ctx*/, fe_node * /*call*/) {
     static int ticks = 0;
     return create_fe_node(g_fed_const, std::to_string(++ticks).c_str());
+}
+
+/* Asks within an evaluation, as functions do that compare parameters. */
+fe_node *within(fe_context *ctx, fe_node *call) {
+    const owned_path name{find_ccd_param("name", g_ccdtree)};
+    owned_str own;
+    ccd_param_ppath_kept_get(static_cast<trns_ctx *>(ctx->user_data), name.get(), own);
+    return tick(ctx, call);
 }
 
 constexpr const char *k_tree = R"(
@@ -88,6 +97,7 @@ class kept : public backend_test {
     kept() {
         functions = fe_register_typefuncs(fe_register_paramfuncs(functions));
         functions = fe_register_func(functions, "tick", tick, nullptr);
+        functions = fe_register_func(functions, "within", within, nullptr);
         put("hosts", k_hosts);
         put("lines", "one\n");
         put("state", "0\n");
@@ -252,8 +262,8 @@ TEST_F(kept, AnAnswerIsKeptForAsLongAsAnEvaluationSaysTheSame) {
 }
 
 TEST_F(kept, SessionsThatHaveChangedNothingShareWhatIsKept) {
-    auto hits = [this](size_t session) {
-        const owned_path name{find_ccd_param("name", g_ccdtree)};
+    auto hits = [this](size_t session, const char *asked = "name") {
+        const owned_path name{find_ccd_param(asked, g_ccdtree)};
         const unsigned long before = g_kept_counts.hits;
         owned_str own;
         ccd_param_ppath_kept_get(sessions[session].get(), name.get(), own);
@@ -264,6 +274,15 @@ TEST_F(kept, SessionsThatHaveChangedNothingShareWhatIsKept) {
     EXPECT_EQ(hits(2) + hits(0), 0U);
     EXPECT_EQ(hits(1) + hits(0), 2U);
     EXPECT_EQ(hits(2) + hits(2), 1U);
+    eval("llset('lines', 'line', 'two')");
+    const unsigned long before = g_kept_counts.hits;
+    eval("within()", sessions[0].get());
+    eval("within()", sessions[0].get());
+    EXPECT_EQ(g_kept_counts.hits, before) << "used where other limits count";
+    EXPECT_EQ(hits(0), 0U) << "kept where other limits counted";
+    log_set_level(LOG_EMERG);
+    EXPECT_EQ(hits(0, "late") + hits(0, "late"), 0U) << "the log's level changes what is kept";
+    log_set_level(LOG_DEBUG);
 }
 
 }  // namespace
