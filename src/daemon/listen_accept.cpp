@@ -143,7 +143,8 @@ int listen_callback(int fd, void *data) {
     owned_ucred peer = peer_credentials(connection.get());
     if (!place_for(name, peer ? peer->uid : k_no_user)) return -1;
     if (connection.get() >= descriptors_most() - k_descriptors_reserved) {
-        limit_met(k_limit_connections, "closing a new one on listen/%s", name);
+        limit_met(k_limit_connections, "closing a new one on listen/%s, for want of descriptors",
+                  name);
         return -1;
     }
     if (!make_session(std::move(connection), std::move(peer), name)) {
