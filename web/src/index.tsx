@@ -35,6 +35,11 @@ document.addEventListener("DOMContentLoaded", () => {
             user: account,
             visible: () => !cockpit.hidden,
         });
+        cockpit.addEventListener("visibilitychange", () => {
+            if (!cockpit.hidden) {
+                session.check();
+            }
+        });
         void session.start();
         createRoot(place).render(<App session={session} />);
     }

@@ -183,7 +183,7 @@ export function plainOutput(line: string): string {
 export function readChanges(lines: string[]): Change[] {
     const found = new Map<string, Change>();
     for (const line of lines) {
-        const parts = /^([-+]) ([^ :]+(?::[^ :]+)*)(?:: ?(.*))?$/s.exec(plainOutput(line));
+        const parts = /^([-+]) (\S+?)(?:: (.*))?$/s.exec(plainOutput(line));
         if (parts) {
             const [, sign, path = "", text = ""] = parts;
             const change = found.get(path) ?? { path };

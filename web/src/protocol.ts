@@ -74,13 +74,16 @@ export class Client implements Requester {
     /** Called once when the connection ends from the other side, behind the rejection of what was under way. */
     onClosed: (problem?: string) => void = () => undefined;
     private readonly transport: Transport;
+    private readonly prefix: string;
     private readonly pending = new Map<string, Pending>();
     private rest = "";
     private count = 0;
     private closed = false;
 
-    constructor(transport: Transport) {
+    /** The tags of its requests begin with the prefix: letters and digits. */
+    constructor(transport: Transport, prefix = "w") {
         this.transport = transport;
+        this.prefix = prefix;
         transport.onData = text => this.take(text);
         transport.onClose = problem => this.end(problem);
     }
@@ -129,7 +132,7 @@ export class Client implements Requester {
 
     private nextTag(): string {
         this.count += 1;
-        return "w" + this.count.toString(36);
+        return this.prefix + this.count.toString(36);
     }
 
     private take(text: string): void {

@@ -48,6 +48,7 @@ export interface SessionOptions {
     longestPause?: number;
 }
 
+const triesToResume = 6;
 const nothing: Permissions = { read: false, write: false, exec: false };
 
 export class Session implements Requester {
@@ -56,6 +57,8 @@ export class Session implements Requester {
     user = "";
     /** Set when the session ended, or when a new one had to take the place of one that was lost. */
     ending?: Ending;
+    /** What the system says of a connection that is lost, if it says anything. */
+    problem?: string;
     /** Taken by the daemon in this session and not committed yet. */
     orders: Order[] = [];
     /** Orders of a session that is gone, to be offered again: see reapply() and forget(). */
@@ -65,6 +68,7 @@ export class Session implements Requester {
     private client?: Client;
     private id = "";
     private generation = 0;
+    private attempts = 0;
     private retry?: ReturnType<typeof setTimeout>;
     private alive?: ReturnType<typeof setInterval>;
     private tries = 0;
@@ -88,6 +92,9 @@ export class Session implements Requester {
     async start(force = false): Promise<void> {
         this.stop();
         this.state = "connecting";
+        if (this.kept.length === 0) {
+            this.ending = undefined;
+        }
         this.changed();
         await this.attempt(force ? "LOGINFORCE" : "LOGIN");
     }
@@ -132,6 +139,7 @@ export class Session implements Requester {
         const reply = await this.request(command, lines);
         if (reply.word === "OK") {
             this.orders = remember(this.orders, order);
+            this.kept = this.kept.filter(one => !sameParameter(one, order));
             this.changed();
         }
         return reply;
@@ -163,7 +171,7 @@ export class Session implements Requester {
         const orders = this.orders;
         const reply = await this.revert();
         if (reply.word === "OK") {
-            this.kept = [...this.kept, ...orders];
+            this.kept = [...orders, ...this.kept];
             this.changed();
         }
         return reply;
@@ -172,18 +180,25 @@ export class Session implements Requester {
     /** Gives the kept orders once more, one by one; those that are refused now stay kept. */
     async reapply(): Promise<Outcome[]> {
         const outcomes: Outcome[] = [];
-        const orders = this.kept;
-        const left: Order[] = [];
-        for (const order of orders) {
+        for (const order of [...this.kept]) {
             const reply = await this.order(order);
             outcomes.push({ order, reply });
-            if (reply.word !== "OK") {
-                left.push(order);
+            if (this.state !== "open") {
+                break;
+            }
+            if (reply.word === "OK") {
+                this.kept = this.kept.filter(one => one !== order);
             }
         }
-        this.kept = left;
         this.changed();
         return outcomes;
+    }
+
+    /** Asks for a sign of life: an answer tells whether the session has been ended, a loss is told by itself. */
+    check(): void {
+        if (this.state === "open" && !this.client?.busy) {
+            this.request("NOOP").catch(() => undefined);
+        }
     }
 
     /** Drops what was kept, and what there was to say about it. */
@@ -194,19 +209,22 @@ export class Session implements Requester {
     }
 
     private async attempt(word: "LOGIN" | "LOGINFORCE" | "RESUME"): Promise<void> {
+        this.attempts += 1;
+        const mine = this.attempts;
         let client: Client | undefined;
         try {
             this.user ||= await this.options.user();
+            if (mine !== this.attempts) {
+                return;
+            }
             client = new Client(this.options.connect());
             this.client = client;
-            client.onClosed = () => this.lost(client);
+            client.onClosed = problem => this.lost(client, problem);
             await this.logIn(client, word);
         } catch (error) {
+            // A loss has been told by the connection itself.
             if (!(error instanceof ConnectionLost)) {
-                throw error;
-            }
-            if (!client || client === this.client) {
-                this.lost(client);
+                this.ended({ kind: "refused", text: error instanceof Error ? error.message : String(error) });
             }
         }
     }
@@ -215,7 +233,12 @@ export class Session implements Requester {
         if (word === "RESUME") {
             const resumed = await client.request(`RESUME ${this.id}`);
             if (resumed.word === "OK") {
-                this.opened();
+                await this.resumed(client);
+                return;
+            }
+            // The daemon may not have seen yet that the old connection is gone.
+            if (resumed.word === "INUSE" && this.tries < triesToResume) {
+                this.lost(client, resumed.text);
                 return;
             }
             this.keep({ kind: "lost", text: resumed.text });
@@ -236,29 +259,37 @@ export class Session implements Requester {
         this.opened();
     }
 
+    /** A commit that was under way when the connection broke may have been carried out meanwhile. */
+    private async resumed(client: Client): Promise<void> {
+        const dirty = await client.request("DIRTY");
+        if (dirty.data[0]?.text === "0") {
+            this.orders = [];
+        }
+        this.opened();
+    }
+
     private opened(): void {
         this.state = "open";
+        this.problem = undefined;
         this.tries = 0;
         const every = this.options.keepAlive ?? 30000;
         if (every > 0) {
-            this.alive = setInterval(() => this.signOfLife(), every);
+            this.alive = setInterval(() => {
+                if (this.options.visible?.() ?? true) {
+                    this.check();
+                }
+            }, every);
         }
         this.changed();
     }
 
-    private signOfLife(): void {
-        if (this.state === "open" && !this.client?.busy && (this.options.visible?.() ?? true)) {
-            // Its answer tells whether the session has been ended; a loss is told by the connection.
-            this.request("NOOP").catch(() => undefined);
-        }
-    }
-
-    private lost(client?: Client): void {
+    private lost(client?: Client, problem?: string): void {
         if (this.state === "ended" || client !== this.client) {
             return;
         }
         this.stop();
         this.state = "lost";
+        this.problem = problem;
         const pause = Math.min((this.options.pause ?? 500) * 2 ** this.tries, this.options.longestPause ?? 10000);
         this.tries += 1;
         this.retry = setTimeout(() => void this.attempt(this.id ? "RESUME" : "LOGIN"), pause);
@@ -275,7 +306,7 @@ export class Session implements Requester {
     /** What the session had taken is gone with it: it is kept here. */
     private keep(ending: Ending): void {
         this.ending = ending;
-        this.kept = [...this.kept, ...this.orders];
+        this.kept = [...this.orders, ...this.kept];
         this.orders = [];
         this.id = "";
     }
@@ -310,9 +341,11 @@ function endingOf(reply: Reply): Ending | undefined {
 /** A later value of a parameter takes the place of an earlier one, unless the shape of the tree changed since. */
 function remember(orders: Order[], order: Order): Order[] {
     const reshaped = orders.reduce((last, one, at) => (one.verb === "SET" ? last : at), -1);
-    const same = (one: Order, at: number) =>
-        at > reshaped && one.verb === "SET" && order.verb === "SET" && one.path === order.path;
-    return [...orders.filter((one, at) => !same(one, at)), order];
+    return [...orders.filter((one, at) => at < reshaped || !sameParameter(one, order)), order];
+}
+
+function sameParameter(one: Order, other: Order): boolean {
+    return one.verb === "SET" && other.verb === "SET" && one.path === other.path;
 }
 
 /** The command of an order, and the lines before it that carry a value too long for one word. */
