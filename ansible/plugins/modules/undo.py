@@ -3,7 +3,9 @@
 # MIT License, see LICENSE
 """Takes back commits."""
 
-from __future__ import annotations
+from __future__ import absolute_import, division, print_function
+
+__metaclass__ = type
 
 DOCUMENTATION = r"""
 ---
