@@ -1,0 +1,129 @@
+import assert from "node:assert/strict";
+import { after, test } from "node:test";
+import { commitNumbers, commitOf, value } from "../src/model";
+import type { Transport } from "../src/protocol";
+import { Session, orderLines } from "../src/session";
+import type { Order, SessionOptions } from "../src/session";
+import { Daemon, Recorded, Socket, eventually, noDaemon } from "./harness";
+
+const port = (value: string): Order => ({ verb: "SET", path: "ssh.port", value });
+const user = () => Promise.resolve("root");
+const open: Session[] = [];
+let last: Socket | undefined;
+
+function make(connect: () => Transport, options: Partial<SessionOptions> = {}): Session {
+    const session = new Session({ connect, user, keepAlive: 20, pause: 10, longestPause: 50, ...options });
+    open.push(session);
+    return session;
+}
+
+after(() => Promise.all(open.map(session => session.end())));
+
+test("A sign of life tells that the session was ended; what it had taken is kept", async () => {
+    for (const [recording, kind] of [["timed-out", "timeout"], ["forced-out", "forced"]] as const) {
+        let looking = false;
+        const recorded = new Recorded(recording);
+        // The recorded session had a time-out of its own.
+        const send = recorded.send.bind(recorded);
+        recorded.send = text => send(recording === "timed-out" && text.includes("LOGIN") ? `w1.1 timeout 1\n${text}` : text);
+        const session = make(() => recorded, { visible: () => looking });
+        await session.start();
+        if (kind === "timeout") {
+            await session.order(port("2222"));
+        }
+        await new Promise(resolve => setTimeout(resolve, 60));
+        assert.equal(session.state, "open");
+        looking = true;
+        await eventually(() => session.state === "ended");
+        assert.equal(session.ending?.kind, kind);
+        assert.deepEqual([session.orders, session.kept], [[], kind === "timeout" ? [port("2222")] : []]);
+    }
+});
+
+test("A long value is cut at its newlines, and no piece is empty", () => {
+    const text = `${"x".repeat(9000)}\n${"y".repeat(9000)}\n`;
+    const [command, lines] = orderLines({ verb: "SET", path: "system.banner", value: text });
+    assert.equal(command, "SET system.banner");
+    assert.deepEqual(lines, [` ${"x".repeat(9000)}`, ` ${"y".repeat(9000)}%0a`]);
+    assert.deepEqual(orderLines(port("")), ["SET ssh.port", []]);
+});
+
+test("With a daemon", { skip: noDaemon, timeout: 60000 }, async context => {
+    const daemon = new Daemon();
+    const connect = () => (last = new Socket(daemon.socket));
+    const session = make(connect);
+    await daemon.start();
+    await session.start();
+
+    await context.test("a change goes to the disk, a refusal leaves nothing", async () => {
+        assert.deepEqual(session.permissions, { read: true, write: true, exec: true });
+        assert.equal((await session.order(port("70000"))).error?.id, "error.type.port");
+        await session.order(port("2201"));
+        await session.order(port("2202"));
+        assert.deepEqual(session.orders, [port("2202")]);
+        const banner = "a.b\n".repeat(240) + "end";
+        assert.equal((await session.order({ verb: "SET", path: "system.banner", value: banner })).word, "OK");
+        assert.equal(await value(session, "system.banner"), banner);
+        assert.equal((await session.commit()).word, "OK");
+        assert.match(daemon.file("etc/ssh/sshd_config"), /^Port 2202$/m);
+        const [newest = 0] = await commitNumbers(session);
+        const commit = await commitOf(session, newest);
+        assert.deepEqual([commit.user, commit.state, session.orders], ["root", "done", []]);
+    });
+
+    await context.test("a connection that breaks is resumed, with the changes", async () => {
+        await session.order(port("2203"));
+        last?.socket.destroy();
+        await eventually(() => session.state === "lost");
+        await eventually(() => session.state === "open");
+        assert.deepEqual([session.orders, session.kept, session.ending], [[port("2203")], [], undefined]);
+        assert.equal(await value(session, "ssh.port"), "2203");
+    });
+
+    await context.test("a daemon that starts anew: another session, which is offered the orders", async () => {
+        await daemon.stop("SIGKILL");
+        await eventually(() => session.state === "lost");
+        await assert.rejects(session.request("NOOP"));
+        await daemon.start();
+        await eventually(() => session.state === "open");
+        assert.deepEqual([session.ending?.kind, session.orders, session.kept], ["lost", [], [port("2203")]]);
+        assert.equal(await value(session, "ssh.port"), "2202");
+        assert.deepEqual((await session.reapply()).map(one => one.reply.word), ["OK"]);
+        assert.deepEqual([session.orders, session.kept], [[port("2203")], []]);
+        session.forget();
+    });
+
+    await context.test("a conflict: the orders are given again on what another has committed", async () => {
+        const other = make(connect);
+        await other.start();
+        const host: Order = { verb: "ADD", path: "network.hosts", name: "192%2e0%2e2%2e77" };
+        await other.order(host);
+        await session.order(host);
+        assert.equal((await other.commit()).word, "OK");
+        assert.equal((await session.commit()).text, "commit conflict");
+        assert.equal((await session.rebase()).word, "OK");
+        const outcomes = await session.reapply();
+        assert.deepEqual(outcomes.map(one => one.reply.word), ["OK", "ERR"]);
+        assert.deepEqual([session.orders, session.kept], [[port("2203")], [host]]);
+        assert.equal((await session.commit()).word, "OK");
+    });
+
+    await context.test("forced out, and back by force", async () => {
+        await session.order(port("2204"));
+        const other = make(connect);
+        await other.start(true);
+        await eventually(() => session.state === "ended");
+        assert.deepEqual(session.ending?.kind, "forced");
+        assert.deepEqual(session.kept[0], port("2204"));
+        await session.start(true);
+        assert.deepEqual([session.state, session.kept[0]], ["open", port("2204")]);
+        await eventually(() => other.state === "ended");
+        const side = await session.side();
+        assert.equal((await side.request("NOOP")).word, "OK");
+        side.close();
+    });
+
+    await Promise.all(open.map(one => one.end()));
+    await daemon.stop();
+    daemon.remove();
+});
