@@ -1,3 +1,4 @@
+import { fileURLToPath } from "node:url";
 import js from "@eslint/js";
 import hooks from "eslint-plugin-react-hooks";
 import ts from "typescript-eslint";
@@ -13,7 +14,7 @@ export default ts.config(
         files: ["**/*.{ts,tsx}"],
         extends: [...ts.configs.strictTypeChecked],
         plugins: { "react-hooks": hooks },
-        languageOptions: { parserOptions: { projectService: true, tsconfigRootDir: import.meta.dirname } },
+        languageOptions: { parserOptions: { projectService: true, tsconfigRootDir: fileURLToPath(new URL(".", import.meta.url)) } },
         rules: {
             ...hooks.configs.recommended.rules,
             "@typescript-eslint/no-confusing-void-expression": "off",

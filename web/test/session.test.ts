@@ -78,6 +78,22 @@ test("With a daemon", { skip: noDaemon, timeout: 60000 }, async context => {
         await eventually(() => session.state === "open");
         assert.deepEqual([session.orders, session.kept, session.ending], [[port("2203")], [], undefined]);
         assert.equal(await value(session, "ssh.port"), "2203");
+
+        // A connection whose end the daemon has not seen yet.
+        const unseen = last;
+        unseen?.onClose();
+        await eventually(() => session.problem === "not suspended");
+        unseen?.socket.destroy();
+        await eventually(() => session.state === "open");
+        assert.deepEqual(session.orders, [port("2203")]);
+
+        const commit = session.commit();
+        last?.socket.destroy();
+        await assert.rejects(commit);
+        await eventually(() => session.state === "open");
+        assert.match(daemon.file("etc/ssh/sshd_config"), /^Port 2203$/m);
+        assert.deepEqual([session.orders, session.kept], [[], []]);
+        await session.order(port("2204"));
     });
 
     await context.test("a daemon that starts anew: another session, which is offered the orders", async () => {
@@ -86,10 +102,10 @@ test("With a daemon", { skip: noDaemon, timeout: 60000 }, async context => {
         await assert.rejects(session.request("NOOP"));
         await daemon.start();
         await eventually(() => session.state === "open");
-        assert.deepEqual([session.ending?.kind, session.orders, session.kept], ["lost", [], [port("2203")]]);
-        assert.equal(await value(session, "ssh.port"), "2202");
+        assert.deepEqual([session.ending?.kind, session.orders, session.kept], ["lost", [], [port("2204")]]);
+        assert.equal(await value(session, "ssh.port"), "2203");
         assert.deepEqual((await session.reapply()).map(one => one.reply.word), ["OK"]);
-        assert.deepEqual([session.orders, session.kept], [[port("2203")], []]);
+        assert.deepEqual([session.orders, session.kept], [[port("2204")], []]);
         session.forget();
     });
 
@@ -104,19 +120,19 @@ test("With a daemon", { skip: noDaemon, timeout: 60000 }, async context => {
         assert.equal((await session.rebase()).word, "OK");
         const outcomes = await session.reapply();
         assert.deepEqual(outcomes.map(one => one.reply.word), ["OK", "ERR"]);
-        assert.deepEqual([session.orders, session.kept], [[port("2203")], [host]]);
+        assert.deepEqual([session.orders, session.kept], [[port("2204")], [host]]);
         assert.equal((await session.commit()).word, "OK");
     });
 
     await context.test("forced out, and back by force", async () => {
-        await session.order(port("2204"));
+        await session.order(port("2205"));
         const other = make(connect);
         await other.start(true);
         await eventually(() => session.state === "ended");
         assert.deepEqual(session.ending?.kind, "forced");
-        assert.deepEqual(session.kept[0], port("2204"));
+        assert.deepEqual(session.kept[0], port("2205"));
         await session.start(true);
-        assert.deepEqual([session.state, session.kept[0]], ["open", port("2204")]);
+        assert.deepEqual([session.state, session.kept[0]], ["open", port("2205")]);
         await eventually(() => other.state === "ended");
         const side = await session.side();
         assert.equal((await side.request("NOOP")).word, "OK");
