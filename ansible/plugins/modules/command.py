@@ -49,10 +49,11 @@ EXAMPLES = r"""
     info: true
   register: uptime
 
-- name: Try the mail
+- name: Does it reach its gateway?
   ucfgd.config.command:
-    path: mail.test
-    arguments: [admin@example.net]
+    path: network.ping
+    arguments: [192.0.2.1]
+  changed_when: false
 """
 
 RETURN = r"""
