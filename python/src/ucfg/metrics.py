@@ -69,8 +69,8 @@ def _limits(part: str) -> Callable[[Session], Samples]:
             names = session.list("daemon.limits", management=True)
         except DaemonError:
             return []
-        told = [({"limit": name}, _number(session, "daemon", "limits", name, part)) for name in names]
-        return [(labels, value) for labels, value in told if value is not None]
+        told = ((name, _number(session, "daemon", "limits", name, part)) for name in names)
+        return [({"limit": name}, value) for name, value in told if value is not None]
 
     return read
 
@@ -145,7 +145,12 @@ FAMILIES = (
         _trial_left,
     ),
     Family("ucfgd_limit", "gauge", "A limit, in its own unit.", _limits("value")),
-    Family("ucfgd_limit_met_total", "counter", "How often the daemon acted on a limit.", _limits("met")),
+    Family(
+        "ucfgd_limit_met_total",
+        "counter",
+        "How often the daemon acted on a limit.",
+        _limits("met"),
+    ),
     Family(
         "ucfgd_answers_total",
         "counter",

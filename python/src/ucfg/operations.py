@@ -10,8 +10,8 @@ import os
 import re
 from typing import Callable, Dict, Generator, Iterable, List, Optional, Sequence, Tuple, TypeVar
 
-from .errors import ActionFailed, BatchRefused, DaemonError, LoginFailed, Refused, UsageError
-from .model import Add, Attributes, Commit, Delete, ItemResult, Login, Move, Order, Output
+from .errors import ActionFailed, BatchRefused, DaemonError, LoginFailed, UsageError
+from .model import Add, Attributes, Commit, ItemResult, Login, Move, Order, Output
 from .model import Set, Trial, Value
 from .paths import Path, PathLike, as_path, path, wire_path
 from .protocol import (
@@ -114,7 +114,8 @@ def get_many(paths: Iterable[PathLike]) -> Operation[Dict[Path, str]]:
 
 def _of_tree(command: str, of: PathLike, management: bool) -> Request:
     where = as_path(of)
-    return Request(("M" if management else "") + command + (f" {wire_path(where)}" if where else ""))
+    line = ("M" if management else "") + command
+    return Request(f"{line} {wire_path(where)}" if where else line)
 
 
 def list_names(of: PathLike, management: bool) -> Operation[List[str]]:
@@ -241,7 +242,8 @@ def order_line(order: Order) -> str:
     where = wire_path(order.path)
     if isinstance(order, Set):
         text = _text(order.value)
-        return f"SET {where} " + checked_word(text, WORD_LIMIT, "the value") if text else f"SET {where}"
+        line = f"SET {where}"
+        return f"{line} {checked_word(text, WORD_LIMIT, 'the value')}" if text else line
     name = checked_word(order.name, WORD_LIMIT, "the name")
     if isinstance(order, Move):
         return f"MOVE {where} {name} " + checked_word(order.other, WORD_LIMIT, "the other name")
@@ -320,18 +322,23 @@ def _numbers() -> Operation[List[int]]:
     return [int(number) for number in reply.values()] if reply.word == "OK" else []
 
 
-def commit(comment: Optional[str], trial: Optional[int], local: bool) -> Operation[Optional[Commit]]:
+def commit(
+    comment: Optional[str], seconds: Optional[int], local: bool
+) -> Operation[Optional[Commit]]:
     """Makes the changes real. None when nothing was to be written, or when no history tells."""
     before = yield from _numbers()
-    wishes = [Set("commits.trial", trial)] if trial else []
-    wishes += [Set("commits.comment", comment)] if comment else []
+    wishes = [Set("commits.trial", seconds)] if seconds else []
+    withdrawals = [Request("SET commits.trial 0")] if seconds else []
+    if comment:
+        wishes.append(Set("commits.comment", comment))
+        withdrawals.append(Request("SET commits.comment"))
     try:
         for wish in wishes:
             yield from change(wish)
         yield from simple("COMMIT", patient=True)
     except DaemonError:
         # The next commit may be meant otherwise.
-        yield [Request(f"SET {wish.path} {'0' if wish.path == 'commits.trial' else ''}".rstrip()) for wish in wishes]
+        yield withdrawals
         raise
     after = yield from _numbers()
     fresh = [number for number in after if not before or number > before[0]]

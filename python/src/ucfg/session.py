@@ -240,7 +240,9 @@ class Session:
 
     # ---- commits ----
 
-    def commit(self, comment: Optional[str] = None, trial: Optional[int] = None) -> Optional[Commit]:
+    def commit(
+        self, comment: Optional[str] = None, trial: Optional[int] = None
+    ) -> Optional[Commit]:
         """Writes the changes to the files. With `trial` seconds they are undone unless somebody
         calls confirm() in time. None when nothing was to be written, or no history is kept."""
         local = self.login.host is None

@@ -1,0 +1,380 @@
+"""The session for asyncio: the methods of `ucfg.Session` as coroutines.
+
+    async with ucfg.aio.Session() as session:
+        print(await session.get("ssh.port"))
+        async for line in session.admin("network.ping", "192.0.2.10"):
+            print(line.text)
+
+Tasks may share a session: their requests take turns, the changes are the session's as a whole.
+"""
+
+from __future__ import annotations
+
+import asyncio
+import contextlib
+from types import TracebackType
+from typing import AsyncIterator, Dict, Iterable, List, Optional, Sequence, Tuple, Type, TypeVar
+
+from . import operations
+from .errors import ConnectError, ConnectionLost, InUse, ReplyTimeout, UcfgError
+from .model import Add, Attributes, Commit, Delete, Login, Move, Order, Output, Set, Trial, Value
+from .operations import Operation
+from .paths import Path, PathLike
+from .protocol import Exchange, Reply, Request, Wire
+
+__all__ = ["Session", "Transaction"]
+
+T = TypeVar("T")
+
+_RESUME_ATTEMPTS = 12
+_RESUME_PAUSE = 0.25
+
+
+class Transaction:
+    """What Session.transaction() gives; `commit` is the commit that was made, if any."""
+
+    def __init__(self) -> None:
+        self.commit: Optional[Commit] = None
+
+
+class Session:
+    """As `ucfg.Session`, with the same arguments, for `async with`."""
+
+    def __init__(
+        self,
+        socket: Optional[str] = None,
+        *,
+        host: Optional[str] = None,
+        port: int = 222,
+        user: Optional[str] = None,
+        password: Optional[str] = None,
+        perms: Iterable[str] = (),
+        timeout: Optional[int] = None,
+        force: bool = False,
+        wait: Optional[float] = 60.0,
+    ) -> None:
+        self.login = Login(socket, host, port, user, password, tuple(perms), timeout, force)
+        self.wait = wait
+        self.id = ""
+        self.user = ""
+        self.perms: Tuple[str, ...] = ()
+        self._reader: Optional[asyncio.StreamReader] = None
+        self._writer: Optional[asyncio.StreamWriter] = None
+        self._wire = Wire()
+        self._turn = asyncio.Lock()
+
+    # ---- connecting, log-in and log-out ----
+
+    async def open(self) -> Session:
+        """Connects and logs in. Returns the session itself."""
+        await self._connect()
+        try:
+            self.id, self.perms = await self._run(operations.login(self.login))
+        except BaseException:
+            self.close()
+            raise
+        self.user = self.login.account
+        return self
+
+    async def resume(self, session_id: Optional[str] = None) -> None:
+        """Takes up the session of that id, or this one's own after its connection was lost."""
+        wanted = session_id or self.id
+        for attempt in range(_RESUME_ATTEMPTS):
+            if attempt:
+                await asyncio.sleep(_RESUME_PAUSE)
+            try:
+                await self._connect()
+                self.user = await self._run(operations.resume(wanted))
+                self.id = wanted
+                return
+            except (InUse, ConnectError, ConnectionLost):
+                self.close()
+                if attempt == _RESUME_ATTEMPTS - 1:
+                    raise
+            except BaseException:
+                self.close()
+                raise
+
+    async def logout(self) -> None:
+        """Ends the session, with its uncommitted changes, and closes the connection."""
+        try:
+            await self._run(operations.simple("LOGOUT"))
+        finally:
+            self.close()
+        self.id = ""
+
+    def close(self) -> None:
+        """Closes the connection without logging out."""
+        if self._writer is not None:
+            self._writer.close()
+        self._reader = self._writer = None
+
+    @property
+    def connected(self) -> bool:
+        """Whether the connection is open, as far as is known."""
+        return self._writer is not None
+
+    async def __aenter__(self) -> Session:
+        return self if self.connected else await self.open()
+
+    async def __aexit__(
+        self,
+        kind: Optional[Type[BaseException]],
+        error: Optional[BaseException],
+        trace: Optional[TracebackType],
+    ) -> None:
+        if self.connected:
+            with contextlib.suppress(UcfgError):
+                await self.logout()
+        self.close()
+
+    def __repr__(self) -> str:
+        return f"<ucfg.aio.Session of {self.login!r}{'' if self.connected else ', not connected'}>"
+
+    async def noop(self) -> None:
+        """Asks for nothing: keeps the session from timing out."""
+        await self._run(operations.simple("NOOP"))
+
+    async def request(self, request: Request) -> Reply:
+        """Sends a request of the protocol and returns its reply, whatever it says."""
+        async with self._turn:
+            return (await self._exchange([request]))[0]
+
+    # ---- reading ----
+
+    async def get(self, path: PathLike) -> str:
+        """The value of a parameter."""
+        return await self._run(operations.get(path))
+
+    async def get_many(self, paths: Iterable[PathLike]) -> Dict[Path, str]:
+        """The values of many parameters, asked for without waiting in between. Those that cannot
+        be had are left out."""
+        return await self._run(operations.get_many(paths))
+
+    async def values(self, below: PathLike = "") -> Dict[Path, str]:
+        """All values at a node and below it, by their whole paths."""
+        return await self._run(operations.values(below))
+
+    async def list(self, path: PathLike = "", management: bool = False) -> List[str]:
+        """The plain names of a node's children."""
+        return await self._run(operations.list_names(path, management))
+
+    async def list_all(self, path: PathLike = "", management: bool = False) -> List[Path]:
+        """All nodes below a node, depth first, as paths relative to it."""
+        return await self._run(operations.list_all(path, management))
+
+    async def attr(self, path: PathLike, management: bool = False) -> Attributes:
+        """What a node can do, and what values it takes."""
+        return await self._run(operations.attr(path, management))
+
+    async def help(self, path: PathLike = "", management: bool = False) -> str:
+        """The help text of a node, "" where there is none."""
+        return await self._run(operations.help_text(path, management))
+
+    async def access(
+        self, path: PathLike, perms: str, *args: str, management: bool = False
+    ) -> bool:
+        """Whether the node's access method grants `perms` (letters r, w, x)."""
+        return await self._run(operations.access(path, perms, args, management))
+
+    # ---- the management tree ----
+
+    async def info(self, path: PathLike, *args: str) -> str:
+        """The text of a management node."""
+        return await self._run(operations.info(path, args))
+
+    async def admin(self, path: PathLike, *args: str) -> AsyncIterator[Output]:
+        """Runs a management action and iterates over its output as it arrives, as the blocking
+        session does. Other requests wait meanwhile."""
+        cutter = operations.OutputCutter()
+        told: List[Output] = []
+        async with self._turn:
+            exchange = (await self._send([operations.admin_request(path, args)]))[0]
+            try:
+                while True:
+                    for line in cutter.take(exchange.take_lines()):
+                        told = (told + [line])[-20:]
+                        yield line
+                    if exchange.reply is not None:
+                        break
+                    await self._receive(patient=True)
+            finally:
+                self._wire.forget(exchange)
+        operations.check_action(path, exchange.reply, told)
+
+    async def run(self, path: PathLike, *args: str) -> List[str]:
+        """Runs an action and returns the lines of its standard output. ActionFailed has all of
+        the output of one that failed."""
+        return await self._run(operations.run(path, args))
+
+    # ---- changes ----
+
+    async def set(self, path: PathLike, value: Value) -> None:
+        """Gives a parameter a value."""
+        await self._run(operations.change(Set(path, value)))
+
+    async def add(self, path: PathLike, name: str) -> None:
+        """Adds an entry to a list."""
+        await self._run(operations.change(Add(path, name)))
+
+    async def delete(self, path: PathLike, name: str) -> None:
+        """Takes an entry out of a list."""
+        await self._run(operations.change(Delete(path, name)))
+
+    async def move(self, path: PathLike, name: str, other: str) -> None:
+        """Moves or renames an entry, as the list defines it."""
+        await self._run(operations.change(Move(path, name, other)))
+
+    async def submit(self, orders: Iterable[Order]) -> None:
+        """Makes all changes, or none: BatchRefused then tells of each."""
+        await self._run(operations.submit(orders))
+
+    async def dirty(self) -> bool:
+        """Whether the session holds changes."""
+        return await self._run(operations.dirty())
+
+    async def changes(self) -> str:
+        """What a commit would change now, parameter by parameter."""
+        return await self._run(operations.preview("changes"))
+
+    async def diff(self) -> str:
+        """What a commit would write now, as a unified diff of the files."""
+        return await self._run(operations.preview("diff"))
+
+    async def revert(self) -> None:
+        """Drops the session's changes."""
+        await self._run(operations.simple("REVERT"))
+
+    async def update(self) -> None:
+        """Brings a session without changes up to what others have committed."""
+        await self._run(operations.simple("UPDATE"))
+
+    # ---- commits ----
+
+    async def commit(
+        self, comment: Optional[str] = None, trial: Optional[int] = None
+    ) -> Optional[Commit]:
+        """Writes the changes to the files. With `trial` seconds they are undone unless somebody
+        calls confirm() in time. None when nothing was to be written, or no history is kept."""
+        local = self.login.host is None
+        return await self._run(operations.commit(comment, trial, local))
+
+    async def trial(self) -> Optional[Trial]:
+        """The commit on trial, if there is one."""
+        return await self._run(operations.trial())
+
+    async def confirm(self) -> None:
+        """Keeps the commit on trial for good."""
+        await self._run(operations.run("commits.confirm"))
+
+    async def cancel(self) -> None:
+        """Undoes the commit on trial at once."""
+        await self._run(operations.run("commits.cancel"))
+
+    async def history(self, most: Optional[int] = None) -> List[Commit]:
+        """The commits, the newest first, at most so many."""
+        return await self._run(operations.history(most))
+
+    async def commit_record(self, number: int) -> Commit:
+        """What the history has of one commit."""
+        return await self._run(operations.commit_record(number))
+
+    async def commit_changes(self, number: int) -> str:
+        """What a commit has changed, parameter by parameter."""
+        return await self._run(operations.commit_text(number, "changes"))
+
+    async def commit_diff(self, number: int) -> str:
+        """What a commit has changed, line by line."""
+        return await self._run(operations.commit_text(number, "diff"))
+
+    async def undo(self, number: int) -> None:
+        """Takes back what a commit has changed, as changes of this session."""
+        await self._run(operations.bring_back("undo", number))
+
+    async def load(self, number: int) -> None:
+        """Makes the files as they stood after a commit changes of this session."""
+        await self._run(operations.bring_back("load", number))
+
+    @contextlib.asynccontextmanager
+    async def transaction(
+        self, comment: Optional[str] = None, trial: Optional[int] = None
+    ) -> AsyncIterator[Transaction]:
+        """A context that commits when it is left, and reverts when an exception leaves it."""
+        await self._run(operations.begin_transaction())
+        done = Transaction()
+        try:
+            yield done
+            done.commit = await self.commit(comment, trial)
+        except BaseException:
+            with contextlib.suppress(UcfgError):
+                await self.revert()
+            raise
+
+    # ---- the connection ----
+
+    async def _connect(self) -> None:
+        self.close()
+        self._wire = Wire()
+        opening = (
+            asyncio.open_unix_connection(self.login.address)
+            if self.login.host is None
+            else asyncio.open_connection(self.login.host, self.login.port)
+        )
+        try:
+            self._reader, self._writer = await asyncio.wait_for(opening, self.wait)
+        except asyncio.TimeoutError:
+            raise ConnectError(f"{self.login.peer}: no answer in {self.wait} seconds") from None
+        except OSError as problem:
+            raise ConnectError(f"{self.login.peer}: {problem.strerror or problem}") from problem
+
+    async def _send(self, requests: Sequence[Request]) -> List[Exchange]:
+        if self._writer is None:
+            raise ConnectionLost("not connected")
+        exchanges = [self._wire.start(request) for request in requests]
+        self._writer.write(b"".join(exchange.data for exchange in exchanges))
+        # Where the daemon listens no more, a reply may tell why.
+        with contextlib.suppress(ConnectionError):
+            await self._writer.drain()
+        return exchanges
+
+    async def _receive(self, patient: bool) -> None:
+        if self._reader is None:
+            raise ConnectionLost("not connected")
+        try:
+            data = await asyncio.wait_for(self._reader.read(65536), None if patient else self.wait)
+        except asyncio.TimeoutError:
+            raise ReplyTimeout(f"{self.login.peer}: no answer in {self.wait} seconds") from None
+        except OSError as problem:
+            self.close()
+            raise ConnectionLost(f"{self.login.peer}: {problem}") from problem
+        if not data:
+            self.close()
+            raise ConnectionLost(f"{self.login.peer}: the connection was closed")
+        try:
+            self._wire.feed(data)
+        except UcfgError:
+            self.close()
+            raise
+
+    async def _exchange(self, requests: Sequence[Request]) -> List[Reply]:
+        exchanges = await self._send(requests)
+        replies = []
+        try:
+            for exchange in exchanges:
+                while exchange.reply is None:
+                    await self._receive(exchange.request.patient)
+                replies.append(exchange.reply)
+        finally:
+            for exchange in exchanges:
+                self._wire.forget(exchange)
+        return replies
+
+    async def _run(self, operation: Operation[T]) -> T:
+        async with self._turn:
+            try:
+                requests = next(operation)
+                while True:
+                    requests = operation.send(await self._exchange(requests))
+            except StopIteration as end:
+                result: T = end.value
+                return result
