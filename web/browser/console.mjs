@@ -52,7 +52,7 @@ function freePort() {
 export class Console {
     /** Whether this machine allows what is needed: root, and mount namespaces. */
     static async possible() {
-        return process.getuid() === 0 && run("unshare", ["--mount", "true"]).then(() => true, () => false);
+        return process.getuid() === 0 && run("unshare", ["--mount", "--pid", "--fork", "--mount-proc", "true"]).then(() => true, () => false);
     }
 
     async start() {
