@@ -1,0 +1,153 @@
+// The commits that have been made, kept up to date: a watch of its own connection tells of new ones, and while one
+// is on trial it is asked again and again what became of it. No React.
+import { Refusal, admin, commitNumbers, commitOf, info, trial } from "./model";
+import { ConnectionLost } from "./protocol";
+import type { Client } from "./protocol";
+import type { Commit, Trial } from "./model";
+import type { Session } from "./session";
+
+const page = 20;
+const trialEvery = 2000;
+const watchAgain = 5000;
+
+/** A trial, and when it ends by the clock of this browser. */
+export interface RunningTrial extends Trial {
+    end: number;
+}
+
+export class HistoryFeed {
+    commits: Commit[] = [];
+    /** Whether there are older commits than those that were fetched. */
+    more = false;
+    loaded = false;
+    /** Why there is nothing to show, as the daemon words it. */
+    problem = "";
+    trial?: RunningTrial;
+    /** The trial is being undone, in the daemon's words. */
+    trialText = "";
+    version = 0;
+    private readonly session: Session;
+    private readonly listeners = new Set<() => void>();
+    private wanted = page;
+    private running = false;
+    private client?: Client;
+    private timer?: ReturnType<typeof setTimeout>;
+    private again?: ReturnType<typeof setTimeout>;
+    private turn: Promise<void> = Promise.resolve();
+
+    constructor(session: Session) {
+        this.session = session;
+    }
+
+    readonly subscribe = (listener: () => void): (() => void) => {
+        this.listeners.add(listener);
+        return () => this.listeners.delete(listener);
+    };
+
+    start(): void {
+        this.running = true;
+        void this.refresh();
+        void this.watch();
+    }
+
+    stop(): void {
+        this.running = false;
+        clearTimeout(this.timer);
+        clearTimeout(this.again);
+        this.client?.close();
+        this.client = undefined;
+    }
+
+    /** Fetches older commits, too. */
+    showMore(): void {
+        this.wanted += page;
+        void this.refresh();
+    }
+
+    /** One refresh after the other: the newest list is what stays. */
+    refresh(): Promise<void> {
+        this.turn = this.turn.then(() => this.fetch());
+        return this.turn;
+    }
+
+    private async fetch(): Promise<void> {
+        if (!this.running) {
+            return;
+        }
+        try {
+            const numbers = await commitNumbers(this.session);
+            const shown = numbers.slice(0, this.wanted);
+            // Only its state changes once a commit has ended, and that only of one on trial.
+            const known = new Map(this.commits.filter(one => settled.has(one.state)).map(one => [one.number, one]));
+            const found = await Promise.all(shown.map(async number => known.get(number) ?? this.fetchOne(number)));
+            this.commits = found.filter(one => one !== undefined);
+            this.more = numbers.length > shown.length;
+            this.problem = "";
+            await this.fetchTrial();
+        } catch (error) {
+            if (!(error instanceof Refusal) && !(error instanceof ConnectionLost)) {
+                throw error;
+            }
+            this.problem = error.message;
+        }
+        this.loaded = true;
+        this.changed();
+    }
+
+    /** Undefined for a commit that has been removed from the archive meanwhile. */
+    private async fetchOne(number: number): Promise<Commit | undefined> {
+        try {
+            return await commitOf(this.session, number);
+        } catch (error) {
+            if (error instanceof Refusal) {
+                return undefined;
+            }
+            throw error;
+        }
+    }
+
+    private async fetchTrial(): Promise<void> {
+        const found = await trial(this.session);
+        this.trial = found && { ...found, end: Date.now() + found.left * 1000 };
+        this.trialText = found ? "" : await info(this.session, "commits.trial");
+        clearTimeout(this.timer);
+        const open = this.commits.some(one => one.state === "trial" || one.state === "open");
+        if (this.running && (open || this.trial || this.trialText !== "")) {
+            this.timer = setTimeout(() => void this.refresh(), trialEvery);
+        }
+    }
+
+    private async watch(): Promise<void> {
+        let client: Client | undefined;
+        try {
+            client = await this.session.side();
+            if (!this.running) {
+                client.close();
+                return;
+            }
+            this.client = client;
+            await admin(client, "commits.watch", [], () => void this.refresh());
+        } catch (error) {
+            if (!(error instanceof ConnectionLost)) {
+                throw error;
+            }
+        } finally {
+            client?.close();
+        }
+        if (this.running) {
+            this.again = setTimeout(() => {
+                void this.refresh();
+                void this.watch();
+            }, watchAgain);
+        }
+    }
+
+    private changed(): void {
+        this.version += 1;
+        for (const listener of [...this.listeners]) {
+            listener();
+        }
+    }
+}
+
+const settled = new Set(["done", "undone", "failed"]);

@@ -1,0 +1,72 @@
+// One commit in the history: a line, and when it is opened all that is known of it.
+import { useState } from "react";
+import {
+    DataListCell, DataListContent, DataListItem, DataListItemCells, DataListItemRow, DataListToggle, Label,
+} from "@patternfly/react-core";
+import type { LabelProps } from "@patternfly/react-core";
+import type { Commit } from "../model";
+import type { Session } from "../session";
+import { CommitDetails } from "./commit-details";
+
+const _ = cockpit.gettext;
+
+const states: Record<string, { text: string; color: NonNullable<LabelProps["color"]> }> = {
+    done: { text: _("done"), color: "green" },
+    trial: { text: _("on trial"), color: "orange" },
+    undone: { text: _("undone"), color: "grey" },
+    failed: { text: _("failed"), color: "red" },
+    open: { text: _("being written"), color: "blue" },
+};
+
+interface CommitItemProps {
+    commit: Commit;
+    session: Session;
+    onUndo: () => Promise<void>;
+    onLoad: () => Promise<void>;
+}
+
+export function CommitItem({ commit, session, onUndo, onLoad }: CommitItemProps) {
+    const [isOpen, setOpen] = useState(false);
+    const state = states[commit.state] ?? { text: commit.state, color: "grey" };
+    const title = `commit-${commit.number}`;
+    return (
+        <DataListItem isExpanded={isOpen} aria-labelledby={title}>
+            <DataListItemRow>
+                <DataListToggle
+                    id={`${title}-toggle`}
+                    aria-controls={`${title}-details`}
+                    aria-labelledby={`${title}-toggle ${title}`}
+                    isExpanded={isOpen}
+                    onClick={() => setOpen(!isOpen)}
+                />
+                <DataListItemCells
+                    dataListCells={[
+                        <DataListCell key="title" width={4} wrapModifier="breakWord">
+                            <span id={title}>
+                                <strong>{commit.number}</strong>{" "}
+                                {commit.comment === "" ? commit.files.join(", ") : commit.comment}
+                            </span>
+                        </DataListCell>,
+                        <DataListCell key="user" width={1}>{commit.user}</DataListCell>,
+                        <DataListCell key="time" width={2}><Time text={commit.time} /></DataListCell>,
+                        <DataListCell key="state" width={1}><Label color={state.color}>{state.text}</Label></DataListCell>,
+                    ]}
+                />
+            </DataListItemRow>
+            <DataListContent id={`${title}-details`} aria-label={cockpit.format(_("Details of commit $0"), commit.number)} isHidden={!isOpen}>
+                {isOpen && <CommitDetails commit={commit} session={session} onUndo={onUndo} onLoad={onLoad} />}
+            </DataListContent>
+        </DataListItem>
+    );
+}
+
+/** The daemon's "2026-05-04 10:00:00 UTC", by the clock and in the language of whoever looks. */
+function Time({ text }: { text: string }) {
+    const parts = /^(\S+) (\S+) UTC$/.exec(text);
+    const time = parts && new Date(`${parts[1] ?? ""}T${parts[2] ?? ""}Z`);
+    if (!time || isNaN(time.getTime())) {
+        return <>{text}</>;
+    }
+    const format = new Intl.DateTimeFormat(cockpit.language.replace("_", "-"), { dateStyle: "medium", timeStyle: "medium" });
+    return <time dateTime={time.toISOString()} title={text}>{format.format(time)}</time>;
+}
