@@ -1,7 +1,7 @@
 // A table that becomes a list of cards where there is no room for it.
 import type { ReactNode } from "react";
 import styles from "@patternfly/react-styles/css/components/Table/table";
-import gridStyles from "@patternfly/react-styles/css/components/Table/table-grid";
+import "@patternfly/react-styles/css/components/Table/table-grid.css";
 
 interface SimpleTableProps {
     label: string;
@@ -12,7 +12,7 @@ interface SimpleTableProps {
 
 export function SimpleTable({ label, columns, rows }: SimpleTableProps) {
     return (
-        <table className={`${styles.table} ${gridStyles.modifiers.gridMd} ${styles.modifiers.compact}`} role="grid" aria-label={label}>
+        <table className={`${styles.table} pf-m-grid-md pf-m-compact`} role="grid" aria-label={label}>
             <thead className={styles.tableThead}>
                 <tr className={styles.tableTr}>
                     {columns.map(column => <th key={column} className={styles.tableTh} scope="col">{column}</th>)}
@@ -23,7 +23,7 @@ export function SimpleTable({ label, columns, rows }: SimpleTableProps) {
                     <tr key={key} className={styles.tableTr}>
                         {cells.map((cell, at) => at === 0
                             ? <th key={at} className={styles.tableTh} scope="row" data-label={columns[at]}>{cell}</th>
-                            : <td key={at} className={`${styles.tableTd} ${styles.modifiers.breakWord}`} data-label={columns[at]}>{cell}</td>)}
+                            : <td key={at} className={`${styles.tableTd} pf-m-break-word`} data-label={columns[at]}>{cell}</td>)}
                     </tr>
                 ))}
             </tbody>
