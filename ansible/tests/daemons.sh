@@ -23,7 +23,8 @@ start() {
     root=$scratch/$1
     mkdir -p "$root/etc/network" "$root/dev" "$root/sbin"
     cp -a packaging/etc/ucfgd "$root/etc/"
-    cp /etc/passwd "$root/etc/"
+    echo 'root:x:0:0:root:/root:/bin/sh' >"$root/etc/passwd"
+    echo 'root:x:0:' >"$root/etc/group"
     : >"$root/sbin/ifup"
     echo gateway >"$root/etc/hostname"
     printf '127.0.0.1\tlocalhost\n' >"$root/etc/hosts"

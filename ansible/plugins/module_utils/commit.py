@@ -4,6 +4,7 @@
 
 from __future__ import annotations
 
+import random
 import time
 from typing import Any, Callable
 
@@ -41,14 +42,18 @@ def change(module: AnsibleModule, edit: Edit) -> None:
                 {"name": name, "reason": told["msg"], "error": told.get("error", ""),
                  "arguments": told.get("arguments", [])}
                 for name, told in ((name, failure(reason)) for name, reason in error.refusals)])
-        except ucfg.CommitConflict as error:
-            # Somebody else was faster.
-            if isinstance(error, ucfg.TrialRunning) or attempt == ATTEMPTS:
-                module.fail_json(**failure(error))
-            time.sleep(pause)
-            pause *= 2
         except (ucfg.UcfgError, OSError) as error:
-            module.fail_json(**failure(error))
+            if attempt == ATTEMPTS or not _overtaken(error):
+                module.fail_json(**failure(error))
+            time.sleep(pause * random.uniform(0.5, 1.5))
+            pause *= 2
+
+
+def _overtaken(error: Exception) -> bool:
+    """Whether somebody else was faster, so that a new session would begin on what is there now."""
+    if isinstance(error, ucfg.TrialRunning):
+        return False
+    return isinstance(error, ucfg.CommitConflict) or getattr(error, "identifier", "") == "error.commit.conflict"
 
 
 def _attempt(module: AnsibleModule, session: ucfg.Session, edit: Edit) -> dict[str, Any]:
