@@ -1,7 +1,6 @@
-// A table that becomes a list of cards where there is no room for it.
+// A table that becomes a list where there is no room for it.
 import type { ReactNode } from "react";
-import styles from "@patternfly/react-styles/css/components/Table/table";
-import "@patternfly/react-styles/css/components/Table/table-grid.css";
+import "./simple-table.css";
 
 interface SimpleTableProps {
     label: string;
@@ -12,18 +11,16 @@ interface SimpleTableProps {
 
 export function SimpleTable({ label, columns, rows }: SimpleTableProps) {
     return (
-        <table className={`${styles.table} pf-m-grid-md pf-m-compact`} role="grid" aria-label={label}>
-            <thead className={styles.tableThead}>
-                <tr className={styles.tableTr}>
-                    {columns.map(column => <th key={column} className={styles.tableTh} scope="col">{column}</th>)}
-                </tr>
+        <table className="ucfgd-table" aria-label={label}>
+            <thead>
+                <tr>{columns.map(column => <th key={column} scope="col">{column}</th>)}</tr>
             </thead>
-            <tbody className={styles.tableTbody}>
+            <tbody>
                 {rows.map(({ key, cells }) => (
-                    <tr key={key} className={styles.tableTr}>
+                    <tr key={key}>
                         {cells.map((cell, at) => at === 0
-                            ? <th key={at} className={styles.tableTh} scope="row" data-label={columns[at]}>{cell}</th>
-                            : <td key={at} className={`${styles.tableTd} pf-m-break-word`} data-label={columns[at]}>{cell}</td>)}
+                            ? <th key={at} scope="row" data-label={columns[at]}>{cell}</th>
+                            : <td key={at} data-label={columns[at]}>{cell}</td>)}
                     </tr>
                 ))}
             </tbody>
