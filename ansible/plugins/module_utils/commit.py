@@ -53,7 +53,10 @@ def _overtaken(error: Exception) -> bool:
     """Whether somebody else was faster, so that a new session would begin on what is there now."""
     if isinstance(error, ucfg.TrialRunning):
         return False
-    return isinstance(error, ucfg.CommitConflict) or getattr(error, "identifier", "") == "error.commit.conflict"
+    # The action that tells the diff fails, too, when the session is behind.
+    if isinstance(error, (ucfg.CommitConflict, ucfg.ActionFailed)):
+        return True
+    return getattr(error, "identifier", "") == "error.commit.conflict"
 
 
 def _attempt(module: AnsibleModule, session: ucfg.Session, edit: Edit) -> dict[str, Any]:
