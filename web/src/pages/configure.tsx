@@ -1,13 +1,223 @@
-import { EmptyState, EmptyStateHeader } from "@patternfly/react-core";
+// Sections on the left, the parameters of one of them on the right, and a search over all.
+import { useCallback, useEffect, useRef, useState, useSyncExternalStore } from "react";
+import {
+    Alert, Breadcrumb, BreadcrumbItem, Button, Form, List, ListItem, SearchInput, Sidebar, SidebarContent, SidebarPanel,
+    Spinner, Text, TextContent, Title,
+} from "@patternfly/react-core";
+import { useSession } from "../app";
 import type { PageProps } from "../app";
+import { Parameters, isAbsent, nameOf, parentOf } from "../parameters";
+import type { Found } from "../parameters";
+import { pendingOf } from "../pending-changes";
+import { splitPath } from "../protocol";
+import { readSection } from "../section";
+import type { Section } from "../section";
+import type { Session } from "../session";
+import { EntryList } from "../widgets/entry-list";
+import { ParameterField, fieldId } from "../widgets/field";
+import { SectionTree } from "../widgets/section-tree";
+import "./configure.css";
 
 const _ = cockpit.gettext;
 
-export function Configure({ session }: PageProps) {
+interface SectionProps {
+    session: Session;
+    parameters: Parameters;
+    path: string;
+    onOpen: (path: string) => void;
+    announce: (text: string) => void;
+    /** Called once when there is something to see. */
+    onShown?: () => void;
+}
+
+/** Reads the section again after everything that may have changed it; undefined while it is read first. */
+function useSection(session: Session, parameters: Parameters, path: string): Section | null | undefined {
+    const pending = pendingOf(session);
+    const foreign = useSyncExternalStore(listener => pending.subscribe(listener), () => pending.foreign);
+    const [read, setRead] = useState<{ path: string; section: Section | null }>();
+    const { state, version } = session;
+    useEffect(() => {
+        if (state !== "open") {
+            return undefined;
+        }
+        let wanted = true;
+        const timer = setTimeout(() => {
+            readSection(session, parameters, path, session.permissions.write).then(
+                section => wanted && setRead({ path, section: section ?? null }),
+                () => undefined, // a loss of the connection, which is told elsewhere
+            );
+        }, 30);
+        return () => {
+            wanted = false;
+            clearTimeout(timer);
+        };
+    }, [session, parameters, path, state, version, foreign]);
+    return read?.path === path ? read.section : undefined;
+}
+
+function SectionForm({ session, parameters, path, onOpen, announce, onShown }: SectionProps) {
+    const section = useSection(session, parameters, path);
+    const pending = pendingOf(session);
+    const there = section !== undefined;
+    useSyncExternalStore(listener => pending.subscribe(listener), () => pending.version);
+    useEffect(() => {
+        if (there) {
+            onShown?.();
+        }
+    }, [there, onShown]);
+    if (section === undefined) {
+        return <Spinner size="lg" aria-label={_("Reading the section")} />;
+    }
+    if (section === null) {
+        return <Alert isInline variant="info" title={_("This is not there any more.")} />;
+    }
+    const changes = new Map(pending.changes.map(change => [change.path, change]));
+    const { fields, sections, entries } = section;
     return (
-        <EmptyState>
-            <EmptyStateHeader titleText={_("Configure")} headingLevel="h2" />
-            {session.user}
-        </EmptyState>
+        <>
+            {fields.length > 0 &&
+                <Form isWidthLimited onSubmit={event => event.preventDefault()}>
+                    {fields.map(field =>
+                        <ParameterField
+                            key={field.node.path}
+                            session={session}
+                            field={field}
+                            change={changes.get(field.node.path)}
+                            stamp={section}
+                        />)}
+                </Form>}
+            {entries &&
+                <EntryList
+                    key={path}
+                    session={session}
+                    section={section}
+                    announce={announce}
+                    content={entry =>
+                        <SectionForm {...{ session, parameters, onOpen, announce }} path={entry} />}
+                />}
+            {sections.length > 0 &&
+                <List isPlain className="ucfgd-below">
+                    {sections.map(({ path: below, name, help }) =>
+                        <ListItem key={below}>
+                            <Button variant="link" isInline onClick={() => onOpen(below)}>{name}</Button>
+                            {help !== "" && ` — ${help}`}
+                        </ListItem>)}
+                </List>}
+            {fields.length === 0 && sections.length === 0 && !entries && !isAbsent(section.node) &&
+                <p>{_("There is nothing here that may be shown.")}</p>}
+        </>
+    );
+}
+
+function Results({ found, complete, onPick }: { found: Found[]; complete: boolean; onPick: (one: Found) => void }) {
+    return (
+        <>
+            <p role="status">
+                {cockpit.format(cockpit.ngettext("$0 match", "$0 matches", found.length), found.length)}
+                {!complete && " " + _("(still reading)")}
+            </p>
+            <List isPlain aria-label={_("Matches")}>
+                {found.map(one =>
+                    <ListItem key={one.path}>
+                        <Button variant="link" isInline onClick={() => onPick(one)}>{splitPath(one.path).join(" › ")}</Button>
+                        {one.help !== "" && <div className="ucfgd-help">{one.help}</div>}
+                    </ListItem>)}
+            </List>
+        </>
+    );
+}
+
+function Path({ path, onOpen }: { path: string; onOpen: (path: string) => void }) {
+    const above: string[] = [];
+    for (let at = parentOf(path); at !== ""; at = parentOf(at)) {
+        above.unshift(at);
+    }
+    return above.length === 0 ? null : (
+        <Breadcrumb aria-label={_("Sections above")}>
+            {above.map(at =>
+                <BreadcrumbItem key={at} component="button" onClick={() => onOpen(at)}>{nameOf(at)}</BreadcrumbItem>)}
+            <BreadcrumbItem isActive>{nameOf(path)}</BreadcrumbItem>
+        </Breadcrumb>
+    );
+}
+
+/** The tree's data, read when the session opens and when others have changed it. */
+function useParameters(session: Session): Parameters {
+    const [parameters] = useState(() => new Parameters());
+    const pending = pendingOf(session);
+    const foreign = useSyncExternalStore(listener => pending.subscribe(listener), () => pending.foreign);
+    useSyncExternalStore(listener => parameters.subscribe(listener), () => parameters.version);
+    const open = session.state === "open";
+    useEffect(() => {
+        if (open) {
+            parameters.fill(session).catch(() => undefined); // a loss is told elsewhere, and read again behind it
+        }
+    }, [parameters, session, open, foreign]);
+    return parameters;
+}
+
+export function Configure({ session }: PageProps) {
+    useSession(session);
+    const parameters = useParameters(session);
+    const first = parameters.children("")[0]?.path ?? "";
+    const [picked, setPicked] = useState(cockpit.location.path[0] === "configure" ? cockpit.location.path[1] ?? "" : "");
+    const [search, setSearch] = useState("");
+    const [said, setSaid] = useState("");
+    const goal = useRef<string>();
+    const heading = useRef<HTMLHeadingElement>(null);
+    const path = picked || first;
+
+    const open = (section: string, focus?: string) => {
+        goal.current = focus;
+        setPicked(section);
+        setSearch("");
+        cockpit.location.go(["configure", section]);
+    };
+    const onShown = useCallback(() => {
+        const field = goal.current && document.getElementById(fieldId(goal.current));
+        if (field) {
+            field.scrollIntoView({ block: "center" });
+            field.focus();
+        } else if (goal.current !== undefined) {
+            heading.current?.scrollIntoView({ block: "nearest" });
+        }
+        goal.current = undefined;
+    }, []);
+    const found = search.trim() === "" ? undefined : parameters.search(search);
+    const node = parameters.get(path);
+    return (
+        <Sidebar hasGutter>
+            <SidebarPanel width={{ default: "width_100", md: "width_25" }}>
+                <SearchInput
+                    aria-label={_("Search in names and helps")}
+                    placeholder={_("Search")}
+                    value={search}
+                    onChange={(_event, text) => setSearch(text)}
+                    onClear={() => setSearch("")}
+                />
+                <nav aria-label={_("Sections")}>
+                    <SectionTree parameters={parameters} active={path} onSelect={section => open(section, "")} />
+                </nav>
+            </SidebarPanel>
+            <SidebarContent hasPadding>
+                <div className="pf-v5-screen-reader" role="status">{said}</div>
+                {found
+                    ? <Results found={found} complete={parameters.complete} onPick={one => open(one.section, one.path)} />
+                    : path !== "" &&
+                        <>
+                            <Path path={path} onOpen={section => open(section, "")} />
+                            <TextContent>
+                                <Title headingLevel="h2" ref={heading} tabIndex={-1}>{nameOf(path)}</Title>
+                                {node && node.help !== "" && <Text>{node.help}</Text>}
+                            </TextContent>
+                            <SectionForm
+                                key={path}
+                                {...{ session, parameters, path, onShown }}
+                                announce={setSaid}
+                                onOpen={section => open(section, "")}
+                            />
+                        </>}
+            </SidebarContent>
+        </Sidebar>
     );
 }

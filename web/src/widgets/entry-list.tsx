@@ -1,0 +1,229 @@
+// The entries of a list: add, delete, move by drag and by keyboard, and the parameters of each behind its toggle.
+import { useState } from "react";
+import {
+    Button, DataList, DataListAction, DataListCell, DataListContent, DataListControl, DataListItem, DataListItemCells,
+    DataListItemRow, DataListToggle, Form, FormHelperText, HelperText, InputGroup, InputGroupItem, TextInput,
+} from "@patternfly/react-core";
+import AngleDownIcon from "@patternfly/react-icons/dist/esm/icons/angle-down-icon";
+import AngleUpIcon from "@patternfly/react-icons/dist/esm/icons/angle-up-icon";
+import GripVerticalIcon from "@patternfly/react-icons/dist/esm/icons/grip-vertical-icon";
+import TrashIcon from "@patternfly/react-icons/dist/esm/icons/trash-icon";
+import { nameOf } from "../parameters";
+import { escape } from "../protocol";
+import type { Reply } from "../protocol";
+import type { Section } from "../section";
+import type { Order, Session } from "../session";
+import { answered } from "./field";
+import { Reason } from "./reason";
+
+const _ = cockpit.gettext;
+
+// A longer list is shown in parts.
+const part = 200;
+
+interface EntryListProps {
+    session: Session;
+    section: Section;
+    /** Draws the parameters of an entry. */
+    content: (path: string) => React.ReactNode;
+    /** For people who do not see what has moved. */
+    announce: (text: string) => void;
+}
+
+interface EntryProps {
+    path: string;
+    index: number;
+    count: number;
+    open: boolean;
+    dropBefore: boolean;
+    ops: string;
+    content: (path: string) => React.ReactNode;
+    onToggle: () => void;
+    onDelete: () => void;
+    onMove: (to: number) => void;
+    onDrag: (what: "start" | "over" | "end") => void;
+}
+
+function Entry({ path, index, count, open, dropBefore, ops, content, onToggle, onDelete, onMove, onDrag }: EntryProps) {
+    const name = nameOf(path);
+    const id = `entry-${path}`;
+    const moves = ops.includes("m");
+    const step = (label: string, to: number, icon: React.ReactNode) => (
+        <Button
+            variant="plain"
+            aria-label={cockpit.format(label, name)}
+            isDisabled={to < 0 || to >= count}
+            onClick={() => onMove(to)}
+        >
+            {icon}
+        </Button>
+    );
+    return (
+        <DataListItem
+            aria-labelledby={id}
+            isExpanded={open}
+            data-entry={name}
+            className={dropBefore ? "ucfgd-drop" : undefined}
+            draggable={moves}
+            onDragStart={event => {
+                event.dataTransfer.effectAllowed = "move";
+                event.dataTransfer.setData("text/plain", name);
+                onDrag("start");
+            }}
+            onDragOver={event => { event.preventDefault(); onDrag("over"); }}
+            onDragEnd={() => onDrag("end")}
+            onDrop={event => { event.preventDefault(); onDrag("end"); }}
+        >
+            <DataListItemRow>
+                {moves &&
+                    <DataListControl className="ucfgd-grip" title={_("Drag to another place")} aria-hidden>
+                        <GripVerticalIcon />
+                    </DataListControl>}
+                <DataListToggle
+                    id={`${id}-toggle`}
+                    isExpanded={open}
+                    aria-controls={`${id}-content`}
+                    aria-label={cockpit.format(_("Parameters of $0"), name)}
+                    onClick={onToggle}
+                />
+                <DataListItemCells
+                    dataListCells={[<DataListCell key="name" wrapModifier="breakWord"><span id={id}>{name}</span></DataListCell>]}
+                />
+                <DataListAction id={`${id}-actions`} aria-labelledby={id} aria-label={_("Actions")}>
+                    {moves && step(_("Move $0 up"), index - 1, <AngleUpIcon />)}
+                    {moves && step(_("Move $0 down"), index + 1, <AngleDownIcon />)}
+                    {ops.includes("d") &&
+                        <Button variant="plain" aria-label={cockpit.format(_("Delete $0"), name)} onClick={onDelete}>
+                            <TrashIcon />
+                        </Button>}
+                </DataListAction>
+            </DataListItemRow>
+            <DataListContent id={`${id}-content`} aria-label={cockpit.format(_("Parameters of $0"), name)} isHidden={!open}>
+                {open && content(path)}
+            </DataListContent>
+        </DataListItem>
+    );
+}
+
+function AddEntry({ name, add }: { name: string; add: (name: string) => Promise<Reply> }) {
+    const [text, setText] = useState("");
+    const [refusal, setRefusal] = useState<Reply>();
+    const send = async () => {
+        const reply = await add(text);
+        setRefusal(reply.word === "OK" ? undefined : reply);
+        if (reply.word === "OK") {
+            setText("");
+        }
+    };
+    return (
+        <Form onSubmit={event => { event.preventDefault(); void send(); }} className="ucfgd-add">
+            <InputGroup>
+                <InputGroupItem isFill>
+                    <TextInput
+                        id="new-entry"
+                        aria-label={cockpit.format(_("New entry of $0"), name)}
+                        placeholder={_("New entry")}
+                        aria-describedby="new-entry-help"
+                        value={text}
+                        spellCheck={false}
+                        autoComplete="off"
+                        validated={refusal ? "error" : "default"}
+                        onChange={(_event, now) => { setText(now); setRefusal(undefined); }}
+                    />
+                </InputGroupItem>
+                <InputGroupItem>
+                    <Button variant="secondary" type="submit" isDisabled={text === ""}>{_("Add")}</Button>
+                </InputGroupItem>
+            </InputGroup>
+            <FormHelperText>
+                <HelperText id="new-entry-help">{refusal && <Reason reply={refusal} />}</HelperText>
+            </FormHelperText>
+        </Form>
+    );
+}
+
+export function EntryList({ session, section, content, announce }: EntryListProps) {
+    const { node, entries = [] } = section;
+    const [open, setOpen] = useState<ReadonlySet<string>>(new Set());
+    const [shown, setShown] = useState(part);
+    const [drag, setDrag] = useState<{ from: number; over: number }>();
+    const [refusal, setRefusal] = useState<Reply>();
+    const ops = session.permissions.write ? node.attributes.ops : "";
+
+    const order = async (one: Order, said: string) => {
+        const reply = await answered(session.order(one));
+        setRefusal(reply.word === "OK" || one.verb === "ADD" ? undefined : reply);
+        if (reply.word === "OK") {
+            announce(said);
+        }
+        return reply;
+    };
+    const word = (path: string) => path.slice(node.path.length + 1);
+    // Lists differ in what a move over some distance means; of two neighbours all exchange the places.
+    const move = async (from: number, to: number) => {
+        const now = [...entries];
+        const path = now[from];
+        const step = to > from ? 1 : -1;
+        for (let at = from; path !== undefined && at !== to; at += step) {
+            const neighbour = now[at + step] ?? path;
+            const [lower, upper] = step > 0 ? [neighbour, path] : [path, neighbour];
+            const said = cockpit.format(_("$0 is at place $1 of $2"), nameOf(path), at + step + 1, now.length);
+            const reply = await order({ verb: "MOVE", path: node.path, name: word(lower), before: word(upper) }, said);
+            if (reply.word !== "OK") {
+                return;
+            }
+            [now[at], now[at + step]] = [neighbour, path];
+        }
+    };
+    const onDrag = (index: number, what: "start" | "over" | "end") => {
+        if (what === "start") {
+            setDrag({ from: index, over: index });
+        } else if (what === "over") {
+            setDrag(now => now && now.over !== index ? { ...now, over: index } : now);
+        } else if (drag) {
+            setDrag(undefined);
+            void move(drag.from, drag.over);
+        }
+    };
+    const toggle = (path: string) => {
+        const now = new Set(open);
+        if (!now.delete(path)) {
+            now.add(path);
+        }
+        setOpen(now);
+    };
+    return (
+        <>
+            {ops.includes("a") &&
+                <AddEntry
+                    name={node.name}
+                    add={name => order({ verb: "ADD", path: node.path, name: escape(name) }, cockpit.format(_("$0 is added"), name))}
+                />}
+            {refusal && <HelperText><Reason reply={refusal} /></HelperText>}
+            <DataList aria-label={cockpit.format(_("Entries of $0"), node.name)} isCompact>
+                {entries.slice(0, shown).map((path, index) => (
+                    <Entry
+                        key={path}
+                        path={path}
+                        index={index}
+                        count={entries.length}
+                        open={open.has(path)}
+                        dropBefore={drag !== undefined && drag.over === index && drag.from !== index}
+                        ops={ops}
+                        content={content}
+                        onToggle={() => toggle(path)}
+                        onDelete={() => void order(
+                            { verb: "DEL", path: node.path, name: word(path) }, cockpit.format(_("$0 is deleted"), nameOf(path)))}
+                        onMove={to => void move(index, to)}
+                        onDrag={what => onDrag(index, what)}
+                    />
+                ))}
+            </DataList>
+            {entries.length === 0 && <p>{_("There are no entries.")}</p>}
+            {entries.length > shown &&
+                <Button variant="link" onClick={() => setShown(shown + part)}>
+                    {cockpit.format(_("Show more: $0 of $1 are shown"), shown, entries.length)}
+                </Button>}
+        </>
+    );
+}

@@ -1,0 +1,121 @@
+// A parameter in its form: name, widget, help, what was before, and why a value was refused.
+import { useEffect, useState } from "react";
+import { Button, FormGroup, FormHelperText, HelperText, HelperTextItem, Label } from "@patternfly/react-core";
+import { kindOf } from "../kind";
+import type { Change } from "../model";
+import { ConnectionLost } from "../protocol";
+import type { Reply } from "../protocol";
+import type { Field } from "../section";
+import type { Session } from "../session";
+import { Input } from "./input";
+import { Reason } from "./reason";
+
+const _ = cockpit.gettext;
+
+interface FieldProps {
+    session: Session;
+    field: Field;
+    change?: Change;
+    /** The section that was read: a new one brings what the daemon has made of a value. */
+    stamp: unknown;
+}
+
+interface Draft {
+    text: string;
+    state: "edited" | "sent" | "refused";
+    reply?: Reply;
+}
+
+export function fieldId(path: string): string {
+    return `field-${path}`;
+}
+
+/** The answer for a form when there was none. */
+export async function answered(asked: Promise<Reply>): Promise<Reply> {
+    try {
+        return await asked;
+    } catch (error) {
+        if (error instanceof ConnectionLost) {
+            const text = _("The connection was lost before the answer came. Try again once it is back.");
+            return { word: "ERR", text, data: [] };
+        }
+        return { word: "ERR", text: error instanceof Error ? error.message : String(error), data: [] };
+    }
+}
+
+function Present({ id, value }: { id: string; value: string }) {
+    return <div id={id} className="ucfgd-present">{value === "" ? <em>{_("(empty)")}</em> : value}</div>;
+}
+
+export function ParameterField({ session, field, change, stamp }: FieldProps) {
+    const { node, value, problem, writable, typeHelp } = field;
+    const { attributes, path, name, help } = node;
+    const [draft, setDraft] = useState<Draft>();
+    useEffect(() => setDraft(now => now?.state === "sent" ? undefined : now), [stamp]);
+
+    const kind = kindOf(attributes, problem === undefined ? value : "", `${help} ${typeHelp}`);
+    const id = fieldId(path);
+    const shown = draft?.text ?? (kind.widget === "secret" ? "" : value ?? "");
+    const length = attributes.length;
+    const counted = length !== undefined && ["text", "lines", "secret"].includes(kind.widget);
+
+    const send = async (text: string) => {
+        const same = kind.widget === "secret" ? text === "" : text === (value ?? "") && problem === undefined;
+        if (same || (draft?.state === "sent" && draft.text === text)) {
+            setDraft(now => now?.state === "sent" ? now : undefined);
+            return;
+        }
+        if (draft?.state === "refused" && draft.text === text && document.activeElement?.id !== id) {
+            return;
+        }
+        setDraft({ text, state: "sent" });
+        const reply = await answered(session.order({ verb: "SET", path, value: text }));
+        if (reply.word !== "OK") {
+            setDraft({ text, state: "refused", reply });
+        }
+    };
+
+    const labelInfo = (
+        <>
+            {change && <Label isCompact color="blue">{_("changed")}</Label>}
+            {counted && writable && draft?.state === "edited" && ` ${Array.from(draft.text).length} / ${length}`}
+        </>
+    );
+    const before = change?.before;
+    return (
+        <FormGroup label={name} fieldId={id} labelInfo={labelInfo} data-path={path}>
+            {writable
+                ? <Input
+                    id={id}
+                    kind={kind}
+                    choices={attributes.choices}
+                    shown={shown}
+                    refused={draft?.state === "refused"}
+                    describedBy={`${id}-help`}
+                    onEdit={text => setDraft({ text, state: "edited" })}
+                    onDone={text => void send(text)}
+                    onCancel={() => setDraft(undefined)}
+                />
+                : <Present id={id} value={kind.widget === "secret" ? _("not shown") : shown} />}
+            <FormHelperText>
+                <HelperText id={`${id}-help`}>
+                    {draft?.reply && <Reason reply={draft.reply} />}
+                    {problem !== undefined &&
+                        <HelperTextItem variant="warning" hasIcon>{problem}</HelperTextItem>}
+                    {(help !== "" || typeHelp !== "") &&
+                        <HelperTextItem>{[help, typeHelp].filter(part => part !== "").join(" — ")}</HelperTextItem>}
+                    {draft?.state === "refused" && kind.widget !== "secret" && value !== undefined &&
+                        <HelperTextItem>
+                            {cockpit.format(_("It is still: $0"), value === "" ? _("(empty)") : value)}
+                            {" "}
+                            <Button variant="link" isInline onClick={() => setDraft(undefined)}>{_("Go back to that")}</Button>
+                        </HelperTextItem>}
+                    {writable && before !== undefined && draft?.state !== "refused" && kind.widget !== "secret" &&
+                        <HelperTextItem>
+                            {cockpit.format(_("Before: $0"), before === "" ? _("(empty)") : before)}
+                        </HelperTextItem>}
+                </HelperText>
+            </FormHelperText>
+        </FormGroup>
+    );
+}
