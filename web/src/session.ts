@@ -327,6 +327,9 @@ export class Session implements Requester {
     }
 }
 
+// Setting one of these edits whole files, each time anew.
+const edits: ReadonlySet<string> = new Set(["commits.undo", "commits.load"]);
+
 const endings: Record<string, Ending["kind"]> = {
     "NO timed out": "timeout",
     "NO logged out": "logout",
@@ -340,8 +343,8 @@ function endingOf(reply: Reply): Ending | undefined {
 
 /** A later value of a parameter takes the place of an earlier one, unless the shape of the tree changed since. */
 function remember(orders: Order[], order: Order): Order[] {
-    const reshaped = orders.reduce((last, one, at) => (one.verb === "SET" ? last : at), -1);
-    return [...orders.filter((one, at) => at < reshaped || !sameParameter(one, order)), order];
+    const reshaped = orders.reduce((last, one, at) => (one.verb === "SET" && !edits.has(one.path) ? last : at), -1);
+    return [...orders.filter((one, at) => at <= reshaped || !sameParameter(one, order)), order];
 }
 
 function sameParameter(one: Order, other: Order): boolean {
