@@ -38,3 +38,29 @@ step("The page logs in as the console's account, without asking", async ({ frame
     await frame.getByRole("tab", { name: "Configure" }).waitFor();
     await eventually(async () => await machine.ucfgsh("info", "daemon.sessions") === "2");
 });
+
+const field = ({ frame }, path) => frame.locator(`[data-path="${path}"]`);
+const section = ({ frame }, name) => frame.getByRole("navigation", { name: "Sections" }).getByText(name, { exact: true });
+
+async function put(at, path, value) {
+    const input = field(at, path).getByRole("textbox").or(field(at, path).getByRole("spinbutton"));
+    await input.fill(value);
+    await input.press("Enter");
+}
+
+step("It shows a section's parameters with their values and helps, and finds them by their helps", async at => {
+    await section(at, "ssh").click();
+    await eventually(async () => await field(at, "ssh.port").getByRole("spinbutton").inputValue() === "22");
+    await field(at, "ssh.root-login").getByText("How root may log in").waitFor();
+    await at.frame.getByRole("textbox", { name: "Search in names and helps" }).fill("where the appliance stands");
+    await at.frame.getByRole("button", { name: "system › location" }).click();
+    await eventually(async () => await field(at, "system.location").getByRole("textbox").inputValue() === "Machine room 2, rack 7");
+});
+
+step("A value that is refused is told at its field, and leaves no change", async at => {
+    await section(at, "ssh").click();
+    await put(at, "ssh.port", "70000");
+    await field(at, "ssh.port").getByRole("alert").getByText("70000 is not a port (1 to 65535)").waitFor();
+    await field(at, "ssh.port").getByRole("button", { name: "Go back to that" }).click();
+    await eventually(async () => await field(at, "ssh.port").getByRole("spinbutton").inputValue() === "22");
+});
