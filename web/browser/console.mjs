@@ -1,6 +1,6 @@
 // The web console with the page in it, on a sample appliance of its own, and a browser that looks at it.
 import { execFile, spawn } from "node:child_process";
-import { access, mkdir, mkdtemp, readFile, rm } from "node:fs/promises";
+import { access, mkdir, mkdtemp, readFile, rm, writeFile } from "node:fs/promises";
 import net from "node:net";
 import os from "node:os";
 import path from "node:path";
@@ -97,6 +97,13 @@ export class Console {
         const socket = path.join(this.root, "dev/ucfgd");
         const { stdout } = await run(path.join(build, "client/ucfgsh"), ["--plain", "--socket", socket, ...words]);
         return stdout.trimEnd();
+    }
+
+    /** The same with several commands, one a line. */
+    async script(...lines) {
+        const file = path.join(this.scratch, "script");
+        await writeFile(file, lines.join("\n") + "\n");
+        return this.ucfgsh("--file", file);
     }
 
     file(name) {

@@ -64,3 +64,26 @@ step("A value that is refused is told at its field, and leaves no change", async
     await field(at, "ssh.port").getByRole("button", { name: "Go back to that" }).click();
     await eventually(async () => await field(at, "ssh.port").getByRole("spinbutton").inputValue() === "22");
 });
+
+const tab = ({ frame }, name) => frame.getByRole("tab", { name, exact: true });
+const commits = ({ frame }) => frame.getByRole("list", { name: "Commits, the newest first" });
+const configured = () => machine.file("etc/ssh/sshd_config");
+
+step("The history shows what others commit as it comes, and what a trial takes back by itself", async at => {
+    await tab(at, "History").click();
+    await machine.script("set ssh.port 2022", "commit -m 'by another hand'");
+    await commits(at).getByText("by another hand").waitFor();
+    assert.match(await configured(), /^Port 2022$/m);
+    await machine.script("set ssh.port 2023", "set commits.trial 3", "commit -m 'for a moment'");
+    assert.match(await configured(), /^Port 2023$/m);
+    await at.frame.getByText("of root is on trial").waitFor();
+    await eventually(async () => /^Port 2022$/m.test(await configured()));
+    await commits(at).getByRole("listitem").filter({ hasText: "for a moment" }).getByText("undone").waitFor();
+});
+
+step("Undoing a commit is a change that can be looked at", async at => {
+    const commit = commits(at).getByRole("listitem").filter({ hasText: "by another hand" });
+    await commit.getByRole("button").first().click();
+    await commit.getByRole("button", { name: "Undo this commit" }).click();
+    await at.frame.getByText(/What commit \d+ changed is taken back/).waitFor();
+});
