@@ -69,6 +69,47 @@ const tab = ({ frame }, name) => frame.getByRole("tab", { name, exact: true });
 const commits = ({ frame }) => frame.getByRole("list", { name: "Commits, the newest first" });
 const configured = () => machine.file("etc/ssh/sshd_config");
 
+const pending = ({ frame }) => frame.getByRole("region", { name: "Pending changes" });
+const dialog = ({ frame }) => frame.getByRole("dialog", { name: "Pending changes" });
+
+async function review(at, count) {
+    await pending(at).getByText(count).waitFor();
+    await pending(at).getByRole("button", { name: "Review and commit" }).click();
+}
+
+step("A change is shown as a difference of the file before it is committed, and stands in it then", async at => {
+    await put(at, "ssh.port", "2201");
+    await review(at, "1 parameter changed");
+    await dialog(at).getByText("+Port 2201").waitFor();
+    assert.doesNotMatch(await configured(), /^Port/m);
+    await dialog(at).getByRole("textbox", { name: "Comment" }).fill("out of the way");
+    await dialog(at).getByRole("button", { name: "Commit", exact: true }).click();
+    await pending(at).getByText("No changes").waitFor();
+    assert.match(await configured(), /^Port 2201$/m);
+});
+
+step("A commit of somebody else in between is told, and the changes are made again behind it", async at => {
+    await put(at, "ssh.port", "2202");
+    await pending(at).getByText("1 parameter changed").waitFor();
+    await machine.ucfgsh("set", "ssh.max-tries", "4");
+    await pending(at).getByRole("button", { name: "Take that over and make my changes again" }).click();
+    await review(at, "1 parameter changed");
+    await dialog(at).getByRole("button", { name: "Commit", exact: true }).click();
+    await pending(at).getByText("No changes").waitFor();
+    assert.match(await configured(), /^MaxAuthTries 4$/m);
+    assert.match(await configured(), /^Port 2202$/m);
+});
+
+step("A commit with a trial that nobody confirms is undone by itself", async at => {
+    await put(at, "ssh.port", "2203");
+    await review(at, "1 parameter changed");
+    await dialog(at).getByRole("spinbutton").fill("5");
+    await dialog(at).getByRole("button", { name: "Commit with a trial" }).click();
+    await eventually(async () => /^Port 2203$/m.test(await configured()));
+    await pending(at).getByText(/is on trial/).waitFor();
+    await eventually(async () => /^Port 2202$/m.test(await configured()));
+});
+
 step("The history shows what others commit as it comes, and what a trial takes back by itself", async at => {
     await tab(at, "History").click();
     await machine.script("set ssh.port 2022", "commit -m 'by another hand'");
@@ -81,9 +122,15 @@ step("The history shows what others commit as it comes, and what a trial takes b
     await commits(at).getByRole("listitem").filter({ hasText: "for a moment" }).getByText("undone").waitFor();
 });
 
-step("Undoing a commit is a change that can be looked at", async at => {
+step("Undoing a commit takes back what it changed, with the next commit", async at => {
+    await tab(at, "Configure").click();
+    await eventually(async () => await field(at, "ssh.port").getByRole("spinbutton").inputValue() === "2022");
+    await tab(at, "History").click();
     const commit = commits(at).getByRole("listitem").filter({ hasText: "by another hand" });
     await commit.getByRole("button").first().click();
     await commit.getByRole("button", { name: "Undo this commit" }).click();
     await at.frame.getByText(/What commit \d+ changed is taken back/).waitFor();
+    await review(at, "1 parameter changed");
+    await dialog(at).getByRole("button", { name: "Commit", exact: true }).click();
+    await eventually(async () => /^Port 2202$/m.test(await configured()));
 });
