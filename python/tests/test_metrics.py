@@ -3,6 +3,7 @@
 import os
 import re
 import stat
+import time
 
 from support import DaemonTest
 import ucfg
@@ -61,5 +62,14 @@ class Metrics(DaemonTest):
         made = during["ucfgd_last_commit_timestamp_seconds", None]
         self.assertLess(abs(made - during["ucfgd_start_time_seconds", None]), 60)
         self.assertIn(("ucfgd_limit_met_total", "jobs"), during)
-        self.assertEqual(self.collect()["ucfgd_trial_running", None], 0)
+        with ucfg.Session(self.socket) as session:
+            session.set("ssh.port", 2302)
+            session.commit(trial=1)
+            for _ in range(100):
+                if session.trial() is None:
+                    break
+                time.sleep(0.1)
+        after = self.collect()
+        self.assertEqual(after["ucfgd_trial_running", None], 0)
+        self.assertEqual(after["ucfgd_commits_total", None], 2)
         self.assertEqual(self.collect(str(self.root / "nobody")), {("ucfgd_up", None): 0})

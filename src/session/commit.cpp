@@ -188,6 +188,16 @@ int error_of(const bgexec_ctx *job, int status) {
     return job->ended_for != 0 ? job->ended_for : EIO;
 }
 
+/* Files that are put back afterwards, or because a trial has run out, are no commit. */
+void count_end(int error) {
+    if (error == 0) {
+        g_counters.commits++;
+        g_counters.last_commit = time(nullptr);
+    } else {
+        g_counters.failed_commits++;
+    }
+}
+
 void answer_error(ccd_session *session, const char *id, int error, bool in_words) {
     if (commit_report_take() && in_words) {
         session_write_error(session, id, strerror(error));
@@ -243,6 +253,7 @@ void session_commit_next(void) {
 
 void session_commit_cb_exit(bgexec_ctx *job, int status) {
     const int error = error_of(job, status);
+    count_end(error);
     /* A child that was killed has left temporary files at the least. */
     const bool killed = archive_is_on() && !WIFEXITED(status);
     if (error != 0 && (killed || restore_is_needed()) && restore_after(job, error)) return;
@@ -250,12 +261,6 @@ void session_commit_cb_exit(bgexec_ctx *job, int status) {
 }
 
 void session_commit_end(ccd_session *session, const char *id, int error) {
-    if (error == 0) {
-        g_counters.commits++;
-        g_counters.last_commit = time(nullptr);
-    } else {
-        g_counters.failed_commits++;
-    }
     trial_look();
     trns_ctx *ctx = session ? session->backend_ctx : g_trns_ctx;
     trns_inc_ctx_serial(ctx);
