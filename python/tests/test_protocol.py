@@ -5,7 +5,7 @@ import unittest
 import support  # noqa: F401, where the library is
 import ucfg
 from ucfg import operations
-from ucfg.protocol import Request, Wire, escape, unescape, value_lines
+from ucfg.protocol import Reply, Request, Wire, escape, unescape, value_lines
 
 SUBMITTED = b"""u1.1 OK
 u1.2.error error.network.ip
@@ -60,6 +60,19 @@ class Protocol(unittest.TestCase):
             self.assertEqual((first.reply.word, len(first.reply.lines)), ("ERR", 4))
         with self.assertRaises(ucfg.ProtocolError):
             wire.feed(b"x" * 70000)
+
+    def test_what_is_lost_is_not_taken_for_the_whole(self):
+        for length, told in ((16376, "x" * 16376), (16377, None)):
+            operation, wire = operations.get("a"), Wire()
+            exchange = wire.start(next(operation)[0])
+            wire.feed(b"u1.1 " + b"x" * length + b"\nu1 OK\n")
+            with self.assertRaises(StopIteration if told else ucfg.ProtocolError) as end:
+                operation.send([exchange.reply])
+            self.assertEqual(getattr(end.exception, "value", None), told)
+        operation = operations.get_many(["a"])
+        next(operation)
+        with self.assertRaises(ucfg.SessionEnded):
+            operation.send([Reply("NO", "timed out")])
 
     def test_a_refused_batch_tells_of_each_item(self):
         orders = [ucfg.Set("ssh.port", 22), ucfg.Add("network.hosts", "300.1.2.3")]

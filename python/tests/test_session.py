@@ -41,7 +41,11 @@ class Sessions(DaemonTest):
                 with session.transaction():
                     session.set("ssh.port", 2201)
                     raise ZeroDivisionError
+            with self.assertRaises(ucfg.UsageError):
+                with session.transaction(comment="a\0b", trial=60):
+                    session.set("ssh.port", 2201)
             self.assertFalse(session.dirty)
+            self.assertEqual(session.get("commits.trial"), "0")
             session.undo(done.commit.number)
             self.assertIn("- ssh.port: 2200\n", session.changes())
             self.assertEqual(session.commit().number, done.commit.number + 1)
@@ -92,6 +96,10 @@ class Sessions(DaemonTest):
                 other.noop()
         with self.assertRaises(ucfg.LoginFailed):
             self.session(user="nobody", password="wrong").open()
+        for nowhere in ({"host": ".."}, {"socket": "s" * 200}):
+            self.assertRaises(ucfg.ConnectError, ucfg.Session(**nowhere).open)
+            with self.assertRaises(ucfg.ConnectError):
+                asyncio.run(ucfg.aio.Session(**nowhere).open())
 
     def test_output_comes_as_it_arrives(self):
         seen = []

@@ -143,12 +143,13 @@ class Session:
     # ---- reading ----
 
     async def get(self, path: PathLike) -> str:
-        """The value of a parameter."""
+        """The value of a parameter. One of more than 16 KiB raises ProtocolError: the daemon would
+        tell its beginning alone."""
         return await self._run(operations.get(path))
 
     async def get_many(self, paths: Iterable[PathLike]) -> Dict[Path, str]:
         """The values of many parameters, asked for without waiting in between. Those that cannot
-        be had are left out."""
+        be had, or are too long, are left out."""
         return await self._run(operations.get_many(paths))
 
     async def values(self, below: PathLike = "") -> Dict[Path, str]:
@@ -174,7 +175,7 @@ class Session:
     async def access(
         self, path: PathLike, perms: str, *args: str, management: bool = False
     ) -> bool:
-        """Whether the node's access method grants `perms` (letters r, w, x)."""
+        """Whether the node's access method grants `perms`: "r", "w" or "x"."""
         return await self._run(operations.access(path, perms, args, management))
 
     # ---- the management tree ----
@@ -324,8 +325,8 @@ class Session:
             self._reader, self._writer = await asyncio.wait_for(opening, self.wait)
         except asyncio.TimeoutError:
             raise ConnectError(f"{self.login.peer}: no answer in {self.wait} seconds") from None
-        except OSError as problem:
-            raise ConnectError(f"{self.login.peer}: {problem.strerror or problem}") from problem
+        except (OSError, ValueError, OverflowError) as problem:
+            raise self.login.unreachable(problem) from problem
 
     async def _send(self, requests: Sequence[Request]) -> List[Exchange]:
         if self._writer is None:

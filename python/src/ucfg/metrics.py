@@ -215,13 +215,14 @@ def main(arguments: Optional[Sequence[str]] = None) -> int:
     except UcfgError as problem:
         print(f"ucfgd-metrics: {problem}", file=sys.stderr)
         text = text_of_none()
-    if not options.output:
-        sys.stdout.write(text)
-        return 0
     try:
-        replace_file(options.output, text)
+        if options.output:
+            replace_file(options.output, text)
+        else:
+            print(text, end="", flush=True)
     except OSError as problem:
-        print(f"ucfgd-metrics: {options.output}: {problem.strerror}", file=sys.stderr)
+        name = options.output or "standard output"
+        print(f"ucfgd-metrics: {name}: {problem.strerror}", file=sys.stderr)
         return 1
     return 0
 

@@ -7,7 +7,7 @@ import pwd
 from dataclasses import dataclass
 from typing import NamedTuple, Optional, Tuple, Union
 
-from .errors import DaemonError
+from .errors import ConnectError, DaemonError
 from .paths import PathLike
 
 #: What a parameter is set to; a number is written in decimal digits.
@@ -52,6 +52,10 @@ class Login:
             return pwd.getpwuid(os.geteuid()).pw_name
         except KeyError:
             return str(os.geteuid())
+
+    def unreachable(self, problem: Exception) -> ConnectError:
+        """What to raise when no connection comes about; a host's name or a port may be none."""
+        return ConnectError(f"{self.peer}: {getattr(problem, 'strerror', None) or problem}")
 
     def __repr__(self) -> str:
         return f"<Login {self.account} at {self.peer}>"

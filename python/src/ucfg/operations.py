@@ -10,7 +10,17 @@ import os
 import re
 from typing import Callable, Dict, Generator, Iterable, List, Optional, Sequence, Tuple, TypeVar
 
-from .errors import ActionFailed, BatchRefused, DaemonError, LoginFailed, UsageError
+from .errors import (
+    ActionFailed,
+    BatchRefused,
+    DaemonError,
+    InUse,
+    LoginFailed,
+    ProtocolError,
+    SessionEnded,
+    UcfgError,
+    UsageError,
+)
 from .model import Add, Attributes, Commit, ItemResult, Login, Move, Order, Output
 from .model import Set, Trial, Value
 from .paths import Path, PathLike, as_path, path, wire_path
@@ -64,7 +74,7 @@ def login(with_: Login) -> Operation[Tuple[str, Tuple[str, ...]]]:
     user = with_.account
     if not user or any(character <= " " for character in user):
         raise UsageError("a user name without blanks is needed")
-    if len(user.encode()) > USER_LIMIT:
+    if len(user.encode(errors="replace")) > USER_LIMIT:
         raise UsageError("the user name is too long")
     if set(with_.perms) - set(_PERMS):
         raise UsageError(f"rights are {', '.join(_PERMS)}")
@@ -102,14 +112,21 @@ def simple(command: str, patient: bool = False) -> Operation[None]:
 
 def get(of: PathLike) -> Operation[str]:
     """The value of a parameter."""
-    return (yield from ask(Request(f"GET {wire_path(of)}"))).first()
+    reply = yield from ask(Request(f"GET {wire_path(of)}"))
+    if reply.cut:
+        raise ProtocolError(f"{as_path(of)}: the value is longer than a reply can be")
+    return reply.first()
 
 
 def get_many(paths: Iterable[PathLike]) -> Operation[Dict[Path, str]]:
     """The values that can be had."""
     plain = [as_path(given) for given in paths]
     replies = yield from _in_windows([Request(f"GET {wire_path(of)}") for of in plain])
-    return {of: reply.first() for of, reply in zip(plain, replies) if reply.word == "OK"}
+    for reply in replies:
+        if reply.word != "OK" and isinstance(reply.error(), (InUse, SessionEnded)):
+            raise reply.error()
+    told = zip(plain, replies)
+    return {of: reply.first() for of, reply in told if reply.word == "OK" and not reply.cut}
 
 
 def _of_tree(command: str, of: PathLike, management: bool) -> Request:
@@ -336,7 +353,7 @@ def commit(
         for wish in wishes:
             yield from change(wish)
         yield from simple("COMMIT", patient=True)
-    except DaemonError:
+    except UcfgError:
         # The next commit may be meant otherwise.
         yield withdrawals
         raise

@@ -121,7 +121,10 @@ class Request:
         lines = [tag + text for text in self.continuation] + [f"{tag} {self.line}"]
         if any(character < " " for line in lines for character in line):
             raise UsageError("a request cannot hold control characters")
-        coded = [line.encode(errors="surrogateescape") for line in lines]
+        try:
+            coded = [line.encode(errors="surrogateescape") for line in lines]
+        except UnicodeEncodeError:
+            raise UsageError("the text holds half a character") from None
         if max(map(len, coded)) > LINE_LIMIT:
             raise UsageError("the arguments are too long together")
         data = b"\n".join(coded) + b"\n"
@@ -143,11 +146,13 @@ _ABSENT = ("parameter not found", "No such file or directory", "Entry does not e
 
 @dataclass
 class Reply:
-    """A whole reply: the final word, the text behind it, and the data lines before it."""
+    """A whole reply: the final word, the text behind it, and the data lines before it. `cut` when
+    one of them is as long as the daemon makes them, which drops the rest of longer ones."""
 
     word: str
     text: str
     lines: List[Line] = field(default_factory=list)
+    cut: bool = False
 
     def values(self, qualifier: str = "1") -> List[str]:
         """The texts of all lines of that qualifier."""
@@ -232,6 +237,7 @@ class Exchange:
         self.reply: Optional[Reply] = None
         self._lines: List[Line] = []
         self._size = 0
+        self._cut = False
 
     def take_lines(self) -> List[Line]:
         """Data lines that have arrived since the last call. They do not stand in the reply."""
@@ -239,8 +245,9 @@ class Exchange:
         self._size = 0
         return lines
 
-    def add(self, rest: str) -> None:
+    def add(self, rest: str, cut: bool = False) -> None:
         """A line of the answer, from behind the tag on."""
+        self._cut = self._cut or cut
         if rest.startswith("."):
             qualifier, _, text = rest[1:].partition(" ")
             self._size += len(rest)
@@ -249,7 +256,7 @@ class Exchange:
             self._lines.append(Line(qualifier, text))
         else:
             word, text = read_verdict(rest[1:])
-            self.reply = Reply(word, text, self._lines)
+            self.reply = Reply(word, text, self._lines, self._cut)
 
 
 class Wire:
@@ -280,16 +287,16 @@ class Wire:
             whole = bytes(self._buffer[:end])
             del self._buffer[: end + 1]
             for line in whole.split(b"\n"):
-                self._take(line.decode(errors="surrogateescape"))
+                self._take(line.decode(errors="surrogateescape"), len(line) >= LINE_LIMIT)
         if len(self._buffer) > REPLY_LINE_LIMIT:
             raise ProtocolError("a line of the reply is too long")
 
-    def _take(self, line: str) -> None:
+    def _take(self, line: str, cut: bool) -> None:
         at = re.search(r"[ .]|$", line)
         tag = line[: at.start()] if at else line
         exchange = self._open.get(tag)
         if exchange is None:
             return  # the rest of an answer that nobody waits for any more
-        exchange.add(line[len(tag) :])
+        exchange.add(line[len(tag) :], cut)
         if exchange.reply is not None:
             del self._open[tag]

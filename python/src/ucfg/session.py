@@ -8,7 +8,7 @@ from types import TracebackType
 from typing import Dict, Iterable, Iterator, List, Optional, Sequence, Tuple, Type, TypeVar
 
 from . import operations
-from .errors import ConnectError, ConnectionLost, DaemonError, InUse, ReplyTimeout, UcfgError
+from .errors import ConnectError, ConnectionLost, InUse, ReplyTimeout, UcfgError
 from .model import Add, Attributes, Commit, Delete, Login, Move, Order, Output, Set, Trial, Value
 from .operations import Operation
 from .paths import Path, PathLike
@@ -142,12 +142,13 @@ class Session:
     # ---- reading ----
 
     def get(self, path: PathLike) -> str:
-        """The value of a parameter."""
+        """The value of a parameter. One of more than 16 KiB raises ProtocolError: the daemon would
+        tell its beginning alone."""
         return self._run(operations.get(path))
 
     def get_many(self, paths: Iterable[PathLike]) -> Dict[Path, str]:
         """The values of many parameters, asked for without waiting in between. Those that cannot
-        be had are left out."""
+        be had, or are too long, are left out."""
         return self._run(operations.get_many(paths))
 
     def values(self, below: PathLike = "") -> Dict[Path, str]:
@@ -173,7 +174,7 @@ class Session:
     def access(
         self, path: PathLike, perms: str, *args: str, management: bool = False
     ) -> bool:
-        """Whether the node's access method grants `perms` (letters r, w, x)."""
+        """Whether the node's access method grants `perms`: "r", "w" or "x"."""
         return self._run(operations.access(path, perms, args, management))
 
     # ---- the management tree ----
@@ -308,9 +309,9 @@ class Session:
             self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
             self._socket.settimeout(self.wait)
             self._socket.connect(self.login.address)
-        except OSError as problem:
+        except (OSError, ValueError, OverflowError) as problem:
             self.close()
-            raise ConnectError(f"{self.login.peer}: {problem.strerror or problem}") from problem
+            raise self.login.unreachable(problem) from problem
 
     def _send(self, requests: Sequence[Request]) -> List[Exchange]:
         if self._socket is None:
@@ -412,7 +413,7 @@ class Transaction:
             try:
                 self.commit = self._session.commit(self._comment, self._trial)
                 return
-            except DaemonError:
+            except BaseException:
                 self._revert()
                 raise
         self._revert()
