@@ -1,5 +1,6 @@
 """Framing, escaping and paths, against what was recorded."""
 
+import socket
 import unittest
 
 import support  # noqa: F401, where the library is
@@ -69,6 +70,16 @@ class Protocol(unittest.TestCase):
             with self.assertRaises(StopIteration if told else ucfg.ProtocolError) as end:
                 operation.send([exchange.reply])
             self.assertEqual(getattr(end.exception, "value", None), told)
+        session = ucfg.Session()
+        session._socket, peer = socket.socketpair()
+        with peer:
+            output = session.admin("a")
+            peer.sendall(b"u1.1 first\n")
+            self.assertEqual(next(output).text, "first")
+            peer.sendall(b"u1.1 second\nu1 OK\nu2.len x\nu2 OK\n")
+            self.assertRaises(ucfg.ProtocolError, session.attr, "a")
+            self.assertEqual([line.text for line in output], ["second"])
+            session.close()
         operation = operations.get_many(["a"])
         next(operation)
         with self.assertRaises(ucfg.SessionEnded):

@@ -138,7 +138,10 @@ class Sessions(DaemonTest):
                         await session.set("ssh.port", 2222)
                         raise ZeroDivisionError
                 self.assertFalse(await session.dirty())
-                lines = [line.text async for line in session.admin("services.restart", "ssh")]
+                lines = []
+                async for line in session.admin("services.restart", "ssh"):
+                    lines.append(line.text)
+                    await asyncio.wait_for(session.noop(), 10)
                 self.assertEqual(lines, ["restarting ssh", "done"])
                 session.close()
                 await session.resume()

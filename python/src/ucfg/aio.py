@@ -186,21 +186,24 @@ class Session:
 
     async def admin(self, path: PathLike, *args: str) -> AsyncIterator[Output]:
         """Runs a management action and iterates over its output as it arrives, as the blocking
-        session does. Other requests wait meanwhile."""
+        session does. Other requests are answered at its end, and hold up its output until then."""
         cutter = operations.OutputCutter()
         told: List[Output] = []
         async with self._turn:
             exchange = (await self._send([operations.admin_request(path, args)]))[0]
-            try:
-                while True:
-                    for line in cutter.take(exchange.take_lines()):
-                        told = (told + [line])[-20:]
-                        yield line
-                    if exchange.reply is not None:
-                        break
-                    await self._receive(patient=True)
-            finally:
-                self._wire.forget(exchange)
+        try:
+            ended = False
+            while not ended:
+                # Not while the lines are looked at, or requests in between would wait for ever.
+                async with self._turn:
+                    if not exchange.has_news:
+                        await self._receive(patient=True)
+                ended = exchange.reply is not None
+                for line in cutter.take(exchange.take_lines()):
+                    told = (told + [line])[-20:]
+                    yield line
+        finally:
+            self._wire.forget(exchange)
         operations.check_action(path, exchange.reply, told)
 
     async def run(self, path: PathLike, *args: str) -> List[str]:

@@ -59,6 +59,13 @@ def ask(request: Request) -> Operation[Reply]:
     return reply.check()
 
 
+def _number(text: str) -> int:
+    """A number in a reply."""
+    if not re.fullmatch("[0-9]{1,18}", text):
+        raise ProtocolError(f"{text!r} came where a number belongs")
+    return int(text)
+
+
 def _in_windows(requests: Sequence[Request]) -> Operation[List[Reply]]:
     replies: List[Reply] = []
     for start in range(0, len(requests), _WINDOW):
@@ -144,7 +151,10 @@ def list_names(of: PathLike, management: bool) -> Operation[List[str]]:
 def list_all(of: PathLike, management: bool) -> Operation[List[Path]]:
     """All nodes below a node."""
     reply = yield from ask(_of_tree("LISTR", of, management))
-    return [Path.from_wire(wire) for wire in reply.values()]
+    try:
+        return [Path.from_wire(wire) for wire in reply.values()]
+    except UsageError as problem:
+        raise ProtocolError(problem.message) from None
 
 
 def values(below: PathLike) -> Operation[Dict[Path, str]]:
@@ -164,7 +174,7 @@ def attr(of: PathLike, management: bool) -> Operation[Attributes]:
 
     return Attributes(
         operations=reply.first("ops"),
-        length=int(reply.first("len") or 0),
+        length=_number(reply.first("len") or "0"),
         choices=several("choices"),
         flags=several("flags"),
         type=reply.first("type") or None,
@@ -336,7 +346,7 @@ def _numbers() -> Operation[List[int]]:
     """The commits of the history, the newest first; none where there is no archive, or where it
     may not be looked at."""
     (reply,) = yield [Request(f"MLIST {_HISTORY.wire}")]
-    return [int(number) for number in reply.values()] if reply.word == "OK" else []
+    return [_number(number) for number in reply.values()] if reply.word == "OK" else []
 
 
 def commit(
@@ -398,7 +408,7 @@ def _records(numbers: Sequence[int]) -> Operation[List[Commit]]:
 def history(most: Optional[int]) -> Operation[List[Commit]]:
     """The commits, the newest first."""
     reply = yield from ask(Request(f"MLIST {_HISTORY.wire}"))
-    return (yield from _records([int(number) for number in reply.values()][:most]))
+    return (yield from _records([_number(number) for number in reply.values()][:most]))
 
 
 def _printed(node: Path) -> Operation[str]:

@@ -239,6 +239,11 @@ class Exchange:
         self._size = 0
         self._cut = False
 
+    @property
+    def has_news(self) -> bool:
+        """Whether there are lines to take, or the reply."""
+        return bool(self._lines) or self.reply is not None
+
     def take_lines(self) -> List[Line]:
         """Data lines that have arrived since the last call. They do not stand in the reply."""
         lines, self._lines = self._lines, []

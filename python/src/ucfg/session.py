@@ -374,13 +374,15 @@ class Session:
         cutter = operations.OutputCutter()
         told: List[Output] = []
         try:
-            while True:
+            ended = False
+            while not ended:
+                if not exchange.has_news:
+                    self._receive(patient=True)
+                # Requests between the lines may bring more of them, and the end.
+                ended = exchange.reply is not None
                 for line in cutter.take(exchange.take_lines()):
                     told = (told + [line])[-20:]
                     yield line
-                if exchange.reply is not None:
-                    break
-                self._receive(patient=True)
         finally:
             self._wire.forget(exchange)
         operations.check_action(path, exchange.reply, told)
