@@ -100,14 +100,26 @@ step("A commit of somebody else in between is told, and the changes are made aga
     assert.match(await configured(), /^Port 2202$/m);
 });
 
-step("A commit with a trial that nobody confirms is undone by itself", async at => {
-    await put(at, "ssh.port", "2203");
+async function commitOnTrial(at, port, seconds) {
+    await put(at, "ssh.port", port);
     await review(at, "1 parameter changed");
-    await dialog(at).getByRole("spinbutton").fill("5");
+    await dialog(at).getByRole("spinbutton").fill(seconds);
     await dialog(at).getByRole("button", { name: "Commit with a trial" }).click();
-    await eventually(async () => /^Port 2203$/m.test(await configured()));
+    await eventually(async () => (await configured()).includes(`\nPort ${port}\n`));
     await pending(at).getByText(/is on trial/).waitFor();
+}
+
+step("A commit with a trial is undone by itself when the machine cannot be reached anew, and kept by the page when it can", async at => {
+    const uri = "cockpit.transport.uri";
+    await at.frame.locator("body").evaluate(`window.before = ${uri}; ${uri} = () => "ws://127.0.0.1:9/"`);
+    await commitOnTrial(at, "2203", "6");
+    await pending(at).getByText(/could not confirm it by a new connection: no new connection/).waitFor();
+    await pending(at).getByText(/is taken back: nobody confirmed it in time/).waitFor();
     await eventually(async () => /^Port 2202$/m.test(await configured()));
+    await at.frame.locator("body").evaluate(`${uri} = window.before`);
+    await commitOnTrial(at, "2204", "10");
+    await pending(at).getByText(/is confirmed: the machine answered over a new connection/).waitFor();
+    assert.equal(await machine.ucfgsh("info", "commits.trial"), "");
 });
 
 step("The history shows what others commit as it comes, and what a trial takes back by itself", async at => {
@@ -132,5 +144,5 @@ step("Undoing a commit takes back what it changed, with the next commit", async 
     await at.frame.getByText(/What commit \d+ changed is taken back/).waitFor();
     await review(at, "1 parameter changed");
     await dialog(at).getByRole("button", { name: "Commit", exact: true }).click();
-    await eventually(async () => /^Port 2202$/m.test(await configured()));
+    await eventually(async () => /^Port 2204$/m.test(await configured()));
 });

@@ -35,3 +35,27 @@ export function connectThroughConsole(socket: string): Transport {
     });
     return transport;
 }
+
+/** Comes to the machine as somebody does who was not there before; fails when it does not answer in that time. */
+export function reachAnew(milliseconds: number): Promise<void> {
+    return new Promise((resolve, reject) => {
+        const socket = new WebSocket(cockpit.transport.uri(), "cockpit1");
+        const done = (problem?: string) => {
+            clearTimeout(timer);
+            socket.close();
+            if (problem === undefined) {
+                resolve();
+            } else {
+                reject(new Error(problem));
+            }
+        };
+        const timer = setTimeout(() => done("no answer in time"), milliseconds);
+        socket.onerror = () => done("no new connection");
+        socket.onclose = () => done("no new connection");
+        // The console speaks first, and says whether it knows who asks.
+        socket.onmessage = ({ data }) => {
+            const said = JSON.parse(String(data)) as { problem?: string };
+            done(said.problem);
+        };
+    });
+}

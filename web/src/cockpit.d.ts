@@ -8,6 +8,7 @@ declare const cockpit: {
     user(): Promise<{ name: string; full_name: string; id: number; groups: string[]; home: string }>;
     permission(options: { admin: true }): CockpitPermission;
     location: CockpitLocation;
+    readonly transport: { uri(): string };
     readonly manifests: Record<string, Record<string, unknown> | undefined>;
     readonly language: string;
     readonly hidden: boolean;

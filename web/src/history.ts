@@ -1,19 +1,15 @@
 // The commits that have been made, kept up to date: a watch of its own connection tells of new ones, and while one
 // is on trial it is asked again and again what became of it. No React.
-import { Refusal, admin, commitNumbers, commitOf, info, trial } from "./model";
+import { Refusal, admin, commitNumbers, commitOf } from "./model";
+import { pendingOf } from "./pending-changes";
 import { ConnectionLost } from "./protocol";
 import type { Client } from "./protocol";
-import type { Commit, Trial } from "./model";
+import type { Commit } from "./model";
 import type { Session } from "./session";
 
 const page = 20;
 const trialEvery = 2000;
 const watchAgain = 5000;
-
-/** A trial, and when it ends by the clock of this browser. */
-export interface RunningTrial extends Trial {
-    end: number;
-}
 
 export class HistoryFeed {
     commits: Commit[] = [];
@@ -22,9 +18,6 @@ export class HistoryFeed {
     loaded = false;
     /** Why there is nothing to show, as the daemon words it. */
     problem = "";
-    trial?: RunningTrial;
-    /** The trial is being undone, in the daemon's words. */
-    trialText = "";
     version = 0;
     private readonly session: Session;
     private readonly listeners = new Set<() => void>();
@@ -83,7 +76,7 @@ export class HistoryFeed {
             this.commits = found.filter(one => one !== undefined);
             this.more = numbers.length > shown.length;
             this.problem = "";
-            await this.fetchTrial();
+            this.lookAgain();
         } catch (error) {
             if (!(error instanceof Refusal) && !(error instanceof ConnectionLost)) {
                 throw error;
@@ -106,13 +99,10 @@ export class HistoryFeed {
         }
     }
 
-    private async fetchTrial(): Promise<void> {
-        const found = await trial(this.session);
-        this.trial = found && { ...found, end: Date.now() + found.left * 1000 };
-        this.trialText = found ? "" : await info(this.session, "commits.trial");
+    private lookAgain(): void {
         clearTimeout(this.timer);
         const open = this.commits.some(one => one.state === "trial" || one.state === "open");
-        if (this.running && (open || this.trial || this.trialText !== "")) {
+        if (this.running && open) {
             this.timer = setTimeout(() => void this.refresh(), trialEvery);
         }
     }
@@ -126,7 +116,10 @@ export class HistoryFeed {
                 return;
             }
             this.client = client;
-            await admin(client, "commits.watch", [], () => void this.refresh());
+            await admin(client, "commits.watch", [], () => {
+                void this.refresh();
+                void pendingOf(this.session).refresh();
+            });
         } catch (error) {
             if (!(error instanceof ConnectionLost)) {
                 throw error;

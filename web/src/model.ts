@@ -51,6 +51,11 @@ export interface Trial {
     text: string;
 }
 
+/** A trial, and when it ends by the clock of this browser. */
+export interface RunningTrial extends Trial {
+    end: number;
+}
+
 /** The names of the children, escaped; of the whole tree without a path. */
 export async function list(at: Requester, path = "", tree: Tree = "parameters"): Promise<string[]> {
     return texts(await ask(at, join(tree === "management" ? "MLIST" : "LIST", path)));
@@ -153,11 +158,15 @@ export async function diff(at: Requester, path = "commits.diff"): Promise<string
 }
 
 /** The commit on trial, if there is one. */
-export async function trial(at: Requester): Promise<Trial | undefined> {
-    const text = await info(at, "commits.trial");
+export async function trial(at: Requester): Promise<RunningTrial | undefined> {
+    return trialOf(await info(at, "commits.trial"));
+}
+
+/** The trial that commits.trial tells of; it also tells of one that is being undone, which is none any more. */
+export function trialOf(text: string): RunningTrial | undefined {
     const found = /^commit (\d+), user (.*?), (\d+) seconds left/.exec(text);
     return found
-        ? { commit: Number(found[1]), user: found[2] ?? "", left: Number(found[3]), text }
+        ? { commit: Number(found[1]), user: found[2] ?? "", left: Number(found[3]), text, end: Date.now() + Number(found[3]) * 1000 }
         : undefined;
 }
 

@@ -1,12 +1,14 @@
 // What this session would commit, whether somebody else has committed meanwhile, and the trial that runs: asked for
 // after every change of the session, and now and then.
 import * as model from "./model";
-import type { Change, Trial } from "./model";
+import type { Change, RunningTrial } from "./model";
+import { OwnTrial } from "./own-trial";
 import { unescape } from "./protocol";
 import type { Order, Session } from "./session";
 
 // Milliseconds between two looks at what others do, and from a change to the look at it.
 const every = 5000;
+const everyOnTrial = 2000;
 const pause = 80;
 
 const all = new WeakMap<Session, PendingChanges>();
@@ -25,7 +27,11 @@ export class PendingChanges {
     changes: Change[] = [];
     /** Others have committed, and this session has changes that they do not know of. */
     behind = false;
-    trial?: Trial;
+    trial?: RunningTrial;
+    /** The trial is being undone, in the daemon's words. */
+    trialText = "";
+    /** The last commit of this page that was on trial, until its end has been read. */
+    own?: OwnTrial;
     /** Grows when the configuration may have become another one without an order of this session. */
     foreign = 0;
     /** Grows with everything that listeners are told. */
@@ -62,8 +68,28 @@ export class PendingChanges {
             // The session tells of a loss itself.
         }
         this.running = false;
-        this.soon(this.again ? pause : every);
+        this.soon(this.again ? pause : this.trial ? everyOnTrial : every);
         this.again = false;
+    }
+
+    /** Behind a commit on trial: the page keeps it by itself if it can. */
+    async began(): Promise<void> {
+        const running = await model.trial(this.session).catch(() => undefined);
+        if (running) {
+            this.own = new OwnTrial(this.session, running, () => {
+                this.tell();
+                if (this.own?.over) {
+                    void this.refresh();
+                }
+            });
+            this.tell();
+        }
+    }
+
+    /** What there was to say of the end of a trial has been read. */
+    dismiss(): void {
+        this.own = undefined;
+        this.tell();
     }
 
     private soon(milliseconds: number): void {
@@ -87,7 +113,9 @@ export class PendingChanges {
             this.foreign += 1;
         }
         this.changes = await this.readChanges();
-        this.trial = await model.trial(session).catch(() => undefined);
+        const text = await model.info(session, "commits.trial").catch(() => "");
+        this.trial = model.trialOf(text);
+        this.trialText = this.trial ? "" : text;
         const current = await session.request("CURRENT");
         this.behind = current.word === "ERR";
         if (this.behind && this.changes.length === 0 && session.permissions.write) {
@@ -98,10 +126,14 @@ export class PendingChanges {
             }
         }
         if (this.summary() !== before) {
-            this.version += 1;
-            for (const listener of [...this.listeners]) {
-                listener();
-            }
+            this.tell();
+        }
+    }
+
+    private tell(): void {
+        this.version += 1;
+        for (const listener of [...this.listeners]) {
+            listener();
         }
     }
 
@@ -118,7 +150,7 @@ export class PendingChanges {
     }
 
     private summary(): string {
-        return JSON.stringify([this.changes, this.behind, this.trial, this.foreign]);
+        return JSON.stringify([this.changes, this.behind, this.trial, this.trialText, this.foreign]);
     }
 }
 

@@ -8,7 +8,6 @@ import { useSession } from "../app";
 import { HistoryFeed } from "../history";
 import type { Reply } from "../protocol";
 import { CommitItem } from "../widgets/commit-item";
-import { TrialAlert } from "../widgets/trial-alert";
 
 const _ = cockpit.gettext;
 
@@ -55,7 +54,6 @@ export function History({ session }: PageProps) {
             <StackItem>
                 <Title headingLevel="h2">{_("History")}</Title>
             </StackItem>
-            <TrialAlert feed={feed} session={session} />
             <StackItem aria-live="polite">
                 {outcome && <OutcomeAlert {...outcome} onClose={() => setOutcome(undefined)} />}
             </StackItem>

@@ -5,7 +5,7 @@ import {
 } from "@patternfly/react-core";
 import { useSession } from "../app";
 import type { PageProps } from "../app";
-import { admin, diff } from "../model";
+import { diff } from "../model";
 import { pendingOf } from "../pending-changes";
 import { escape } from "../protocol";
 import type { Reply } from "../protocol";
@@ -13,6 +13,7 @@ import type { Session } from "../session";
 import { ChangesTable } from "../widgets/changes-table";
 import { DiffView } from "../widgets/diff-view";
 import { answered } from "../widgets/field";
+import { TrialAlert } from "../widgets/trial-alert";
 import { reasonId, reasonOf } from "../widgets/reason";
 
 const _ = cockpit.gettext;
@@ -27,7 +28,9 @@ async function commit(session: Session, comment: string, seconds: number): Promi
         }
     }
     const reply = await answered(session.commit());
-    if (reply.word !== "OK" && seconds > 0) {
+    if (reply.word === "OK" && seconds > 0) {
+        await pendingOf(session).began();
+    } else if (seconds > 0) {
         await answered(session.request("SET commits.trial 0"));
     }
     return reply;
@@ -57,7 +60,7 @@ export function Pending({ session }: PageProps) {
     const [seconds, setSeconds] = useState(60);
     const [busy, setBusy] = useState(false);
     const [refusal, setRefusal] = useState<Reply>();
-    const { changes, trial, behind } = pending;
+    const { changes, behind } = pending;
     useEffect(() => {
         if (open) {
             diff(session).then(setText, (error: unknown) => setText(error instanceof Error ? `# ${error.message}` : ""));
@@ -92,17 +95,7 @@ export function Pending({ session }: PageProps) {
                 title={_("Somebody else has committed since these changes were begun")}
                 actionLinks={<AlertActionLink onClick={() => void run(rebase)}>{_("Take that over and make my changes again")}</AlertActionLink>}
             />}
-            {trial && <Alert
-                isInline
-                variant="warning"
-                title={cockpit.format(_("Commit $0 is on trial, $1 seconds are left"), trial.commit, trial.left)}
-                actionLinks={
-                    <>
-                        <AlertActionLink onClick={() => void run(() => answered(admin(session, "commits.confirm")))}>{_("Confirm now")}</AlertActionLink>
-                        <AlertActionLink onClick={() => void run(() => answered(admin(session, "commits.cancel")))}>{_("Take back")}</AlertActionLink>
-                    </>
-                }
-            />}
+            <TrialAlert pending={pending} session={session} />
             {!open && refused}
             <Flex>
                 <FlexItem grow={{ default: "grow" }} role="status">

@@ -1,43 +1,96 @@
-// The commit that is undone unless somebody confirms it, with the time that is left.
+// The commit that is undone unless somebody confirms it: the time that is left, what the page does about one of its
+// own, and how that ended.
 import { useEffect, useState } from "react";
-import { Alert, AlertActionLink, StackItem } from "@patternfly/react-core";
-import type { HistoryFeed } from "../history";
+import { Alert, AlertActionCloseButton, AlertActionLink } from "@patternfly/react-core";
 import { admin } from "../model";
+import type { RunningTrial } from "../model";
+import type { OwnTrial } from "../own-trial";
+import type { PendingChanges } from "../pending-changes";
 import type { Session } from "../session";
+import { answered } from "./field";
 
 const _ = cockpit.gettext;
 
-export function TrialAlert({ feed, session }: { feed: HistoryFeed; session: Session }) {
-    const [refusal, setRefusal] = useState("");
-    const { trial, trialText } = feed;
-    if (!trial) {
-        return trialText === "" ? null : <StackItem><Alert isInline variant="warning" title={trialText} /></StackItem>;
+interface TrialProps {
+    pending: PendingChanges;
+    session: Session;
+}
+
+export function TrialAlert({ pending, session }: TrialProps) {
+    const { own, trial, trialText } = pending;
+    const ended = own?.over && <Ended own={own} onClose={() => pending.dismiss()} />;
+    if (own && !own.over) {
+        return <Running pending={pending} session={session} trial={own.trial} own={own} />;
     }
+    // What is over for this page may be told by the daemon for a moment yet.
+    return (
+        <>
+            {ended}
+            {trial && trial.commit !== own?.trial.commit && <Running pending={pending} session={session} trial={trial} />}
+            {!trial && trialText !== "" && <Alert isInline variant="warning" title={trialText} />}
+        </>
+    );
+}
+
+function Running({ pending, session, trial, own }: TrialProps & { trial: RunningTrial; own?: OwnTrial }) {
+    const [refusal, setRefusal] = useState("");
     const act = async (path: string) => {
         const complaints: string[] = [];
-        const reply = await admin(session, path, [], (_stream, text) => complaints.push(text));
+        const reply = await answered(admin(session, path, [], (_stream, text) => complaints.push(text)));
         setRefusal(reply.word === "OK" ? "" : complaints.join(" ") || reply.text);
-        await feed.refresh();
+        own?.look();
+        await pending.refresh();
     };
-    const actions = session.permissions.exec && (
+    const actions = session.permissions.exec && session.state === "open" && (
         <>
-            <AlertActionLink onClick={() => void act("commits.confirm")}>{_("Keep it")}</AlertActionLink>
-            <AlertActionLink onClick={() => void act("commits.cancel")}>{_("Undo it now")}</AlertActionLink>
+            <AlertActionLink onClick={() => void act("commits.confirm")}>{_("Confirm now")}</AlertActionLink>
+            <AlertActionLink onClick={() => void act("commits.cancel")}>{_("Take back")}</AlertActionLink>
         </>
     );
     return (
-        <StackItem>
-            <Alert
-                isInline
-                isLiveRegion
-                variant="warning"
-                title={cockpit.format(_("Commit $0 of $1 is on trial"), trial.commit, trial.user)}
-                actionLinks={actions}
-            >
-                {_("Unless somebody keeps it, it is undone by itself in")} <Countdown end={trial.end} />
-                {refusal !== "" && <p role="alert">{refusal}</p>}
-            </Alert>
-        </StackItem>
+        <Alert
+            isInline
+            isLiveRegion
+            variant="warning"
+            title={cockpit.format(_("Commit $0 of $1 is on trial"), trial.commit, trial.user)}
+            actionLinks={actions}
+        >
+            {_("Unless it is confirmed, it is taken back by itself in")} <Countdown end={trial.end} />
+            {own && <p>{doing(own)}</p>}
+            {refusal !== "" && <p role="alert">{refusal}</p>}
+        </Alert>
+    );
+}
+
+function doing({ step, reason }: OwnTrial): string {
+    if (step === "waiting") {
+        return _("In a moment the page tries a new connection to the machine, and confirms the commit if that succeeds.");
+    }
+    if (reason === undefined) {
+        return _("The page tries a new connection to the machine, and confirms the commit if that succeeds.");
+    }
+    return cockpit.format(_("The page could not confirm it by a new connection: $0. It tries again until the time is over."),
+        reason || _("another commit is on trial now"));
+}
+
+function Ended({ own, onClose }: { own: OwnTrial; onClose: () => void }) {
+    const kept = own.step === "kept" || own.step === "confirmed";
+    const titles: Partial<Record<OwnTrial["step"], string>> = {
+        kept: _("Commit $0 is confirmed: the machine answered over a new connection"),
+        confirmed: _("Commit $0 is confirmed"),
+        cancelled: _("Commit $0 is taken back, as it was ordered"),
+        expired: _("Commit $0 is taken back: nobody confirmed it in time"),
+    };
+    return (
+        <Alert
+            isInline
+            isLiveRegion
+            variant={kept ? "success" : "danger"}
+            title={cockpit.format(titles[own.step] ?? "", own.trial.commit)}
+            actionClose={<AlertActionCloseButton aria-label={_("Close")} onClose={onClose} />}
+        >
+            {!kept && own.reason && cockpit.format(_("The page could not confirm it by a new connection: $0."), own.reason)}
+        </Alert>
     );
 }
 
