@@ -55,8 +55,8 @@ typedef struct fd_callback {
 extern struct fd_callback *g_cb_list;
 extern struct fd_callback *g_timecb_list;
 
-/* Those of them that the loop looks at in each round, linked by `next_marked` in the same order: all
- * but the quiet ones. */
+/* Those of them that the loop looks at in each round, linked by `next_marked` in the same order:
+ * all but the quiet ones. */
 extern struct fd_callback *g_cb_plain;
 
 /* A new record that is in no list yet; null (errno ENOMEM) when memory is exhausted. */
