@@ -1,10 +1,15 @@
 """Framing, escaping and paths, against what was recorded."""
 
+import asyncio
+import os
 import socket
+import tempfile
+import threading
 import unittest
 
 import support  # noqa: F401, where the library is
 import ucfg
+import ucfg.aio
 from ucfg import operations
 from ucfg.protocol import Reply, Request, Wire, escape, unescape, value_lines
 
@@ -113,3 +118,23 @@ class Protocol(unittest.TestCase):
                 self.assertEqual(request.encode("t").count(b"\n"), 1)
         with self.assertRaises(ucfg.UsageError):
             Request("NOOP\nLOGOUT").encode("t")
+
+    def test_a_full_queue_of_connections_is_waited_for(self):
+        with tempfile.TemporaryDirectory() as folder, socket.socket(socket.AF_UNIX) as server:
+            server.bind(os.path.join(folder, "s"))
+            server.listen(0)
+            sessions = [kind(server.getsockname(), wait=0.6) for kind in (ucfg.Session, ucfg.aio.Session)]
+            for session in sessions:
+                with socket.socket(socket.AF_UNIX) as first:
+                    first.connect(server.getsockname())
+                    self.assertRaisesRegex(ucfg.ConnectError, "no answer in", opened, session)
+                    threading.Timer(0.2, lambda: server.accept()[0].close()).start()
+                    # Nobody speaks on the connection that was made.
+                    self.assertRaises(ucfg.ReplyTimeout, opened, session)
+                server.accept()[0].close()
+
+
+def opened(session):
+    """Opens a session of either kind."""
+    result = session.open()
+    return asyncio.run(result) if asyncio.iscoroutine(result) else result

@@ -23,16 +23,20 @@ WRITER_ARGUMENTS: dict[str, dict[str, Any]] = dict(
     confirm=dict(type="bool", default=True),
 )
 
-ATTEMPTS = 6
-FIRST_PAUSE = 0.2
+# Who has lost begins anew as soon as those who win: with longer and longer pauses, busy neighbours would
+# always be faster.
+PATIENCE = 30.0
+PAUSES = (0.05, 0.5)
+# An action fails without an identifier of the reason.
+OVERTAKEN = ("commit conflict", "others have changed it meanwhile")
 
 Edit = Callable[[ucfg.Session], None]
 
 
 def change(module: AnsibleModule, edit: Edit) -> None:
     """Ends the module with the edits committed, or with what was refused and nothing changed."""
-    pause = FIRST_PAUSE
-    for attempt in range(1, ATTEMPTS + 1):
+    end = time.monotonic() + PATIENCE
+    while True:
         try:
             with open_session(module) as session:
                 result = _attempt(module, session, edit)
@@ -43,19 +47,19 @@ def change(module: AnsibleModule, edit: Edit) -> None:
                  "arguments": told.get("arguments", [])}
                 for name, told in ((name, failure(reason)) for name, reason in error.refusals)])
         except (ucfg.UcfgError, OSError) as error:
-            if attempt == ATTEMPTS or not _overtaken(error):
+            if time.monotonic() >= end or not _overtaken(error):
                 module.fail_json(**failure(error))
-            time.sleep(pause * random.uniform(0.5, 1.5))
-            pause *= 2
+            time.sleep(random.uniform(*PAUSES))
 
 
 def _overtaken(error: Exception) -> bool:
     """Whether somebody else was faster, so that a new session would begin on what is there now."""
     if isinstance(error, ucfg.TrialRunning):
         return False
-    # The action that tells the diff fails, too, when the session is behind.
-    if isinstance(error, (ucfg.CommitConflict, ucfg.ActionFailed)):
+    if isinstance(error, ucfg.CommitConflict):
         return True
+    if isinstance(error, ucfg.ActionFailed):
+        return any(text in str(error) for text in OVERTAKEN)
     return getattr(error, "identifier", "") == "error.commit.conflict"
 
 

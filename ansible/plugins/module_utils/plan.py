@@ -119,6 +119,8 @@ class _Plan:
 
     def _set(self, path: Path, value: Any) -> None:
         attributes = self._session.attr(path)
+        if not set(attributes.operations) & {"g", "s"}:
+            raise ValueError("is no parameter")
         text = _text_of(value, attributes.choices)
         if "g" in attributes.operations and self._session.get(path) == text:
             return

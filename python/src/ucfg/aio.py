@@ -12,6 +12,7 @@ from __future__ import annotations
 
 import asyncio
 import contextlib
+import socket as sockets
 from types import TracebackType
 from typing import AsyncIterator, Dict, Iterable, List, Optional, Sequence, Tuple, Type, TypeVar
 
@@ -21,6 +22,7 @@ from .model import Add, Attributes, Commit, Delete, Login, Move, Order, Output, 
 from .operations import Operation
 from .paths import Path, PathLike
 from .protocol import Exchange, Reply, Request, Wire
+from .session import QUEUE_PAUSE
 
 __all__ = ["Session", "Transaction"]
 
@@ -28,6 +30,25 @@ T = TypeVar("T")
 
 _RESUME_ATTEMPTS = 12
 _RESUME_PAUSE = 0.25
+
+_Streams = Tuple[asyncio.StreamReader, asyncio.StreamWriter]
+
+
+async def _open_local(address: str) -> _Streams:
+    # asyncio takes a full queue of the daemon for a connection that is on its way.
+    local = sockets.socket(sockets.AF_UNIX, sockets.SOCK_STREAM)
+    try:
+        local.setblocking(False)
+        while True:
+            try:
+                local.connect(address)
+                break
+            except BlockingIOError:
+                await asyncio.sleep(QUEUE_PAUSE)
+        return await asyncio.open_unix_connection(sock=local)
+    except BaseException:
+        local.close()
+        raise
 
 
 class Transaction:
@@ -320,7 +341,7 @@ class Session:
         self.close()
         self._wire = Wire()
         opening = (
-            asyncio.open_unix_connection(self.login.address)
+            _open_local(self.login.address)
             if self.login.host is None
             else asyncio.open_connection(self.login.host, self.login.port)
         )

@@ -18,6 +18,8 @@ T = TypeVar("T")
 
 _RESUME_ATTEMPTS = 12
 _RESUME_PAUSE = 0.25
+#: Between two looks for a place in the daemon's queue of new connections.
+QUEUE_PAUSE = 0.02
 
 
 class Session:
@@ -308,10 +310,22 @@ class Session:
                 return
             self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
             self._socket.settimeout(self.wait)
-            self._socket.connect(self.login.address)
+            self._connect_local(self._socket)
         except (OSError, ValueError, OverflowError) as problem:
             self.close()
             raise self.login.unreachable(problem) from problem
+
+    def _connect_local(self, local: socket_type) -> None:
+        # With a timeout, connect() does not wait for a place in the daemon's queue.
+        end = time.monotonic() + (self.wait or 0)
+        while True:
+            try:
+                local.connect(self.login.address)
+                return
+            except BlockingIOError:
+                if time.monotonic() >= end:
+                    raise socket.timeout(f"no answer in {self.wait} seconds") from None
+                time.sleep(QUEUE_PAUSE)
 
     def _send(self, requests: Sequence[Request]) -> List[Exchange]:
         if self._socket is None:
