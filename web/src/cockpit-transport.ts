@@ -49,9 +49,9 @@ export function reachAnew(milliseconds: number): Promise<void> {
                 reject(new Error(problem));
             }
         };
-        const timer = setTimeout(() => done("no answer in time"), milliseconds);
-        socket.onerror = () => done("no new connection");
-        socket.onclose = () => done("no new connection");
+        const timer = setTimeout(() => done(cockpit.gettext("no answer in time")), milliseconds);
+        socket.onerror = () => done(cockpit.gettext("no new connection"));
+        socket.onclose = () => done(cockpit.gettext("no new connection"));
         // The console speaks first, and says whether it knows who asks.
         socket.onmessage = ({ data }) => {
             const said = JSON.parse(String(data)) as { problem?: string };

@@ -8,7 +8,7 @@ import type { Commit } from "./model";
 import type { Session } from "./session";
 
 const page = 20;
-const trialEvery = 2000;
+const lookEvery = 1000;
 const watchAgain = 5000;
 
 export class HistoryFeed {
@@ -99,11 +99,12 @@ export class HistoryFeed {
         }
     }
 
+    /** A commit that is still being made, or on trial, becomes another one without a word of the watch. */
     private lookAgain(): void {
         clearTimeout(this.timer);
-        const open = this.commits.some(one => one.state === "trial" || one.state === "open");
-        if (this.running && open) {
-            this.timer = setTimeout(() => void this.refresh(), trialEvery);
+        if (this.running && this.commits.some(one => one.state === "trial" || one.state === "open")) {
+            void pendingOf(this.session).refresh();
+            this.timer = setTimeout(() => void this.refresh(), lookEvery);
         }
     }
 
@@ -116,10 +117,7 @@ export class HistoryFeed {
                 return;
             }
             this.client = client;
-            await admin(client, "commits.watch", [], () => {
-                void this.refresh();
-                void pendingOf(this.session).refresh();
-            });
+            await admin(client, "commits.watch", [], () => void this.refresh());
         } catch (error) {
             if (!(error instanceof ConnectionLost)) {
                 throw error;

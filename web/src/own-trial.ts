@@ -101,7 +101,7 @@ export class OwnTrial {
         try {
             const running = await within(patience, trial(side));
             if (running?.commit !== this.trial.commit) {
-                throw new Error(running ? "" : "no commit is on trial");
+                throw new Error(running ? "" : cockpit.gettext("no commit is on trial"));
             }
             const reply = await within(patience, admin(side, "commits.confirm"));
             if (reply.word !== "OK") {
@@ -121,7 +121,7 @@ export class OwnTrial {
 
 function within<T>(milliseconds: number, promise: Promise<T>): Promise<T> {
     return new Promise((resolve, reject) => {
-        const timer = setTimeout(() => reject(new Error("no answer in time")), milliseconds);
+        const timer = setTimeout(() => reject(new Error(cockpit.gettext("no answer in time"))), milliseconds);
         promise.then(resolve, reject).finally(() => clearTimeout(timer));
     });
 }

@@ -145,12 +145,17 @@ export class Session implements Requester {
         return reply;
     }
 
-    /** Writes this session's changes to the disk. */
+    /** Writes this session's changes to the disk. Those that a commit has dropped as it failed are kept. */
     async commit(): Promise<Reply> {
         const reply = await this.request("COMMIT");
         if (reply.word === "OK") {
             this.orders = [];
             this.changed();
+        } else if (this.state === "open" && this.orders.length > 0) {
+            const dirty = await this.request("DIRTY");
+            if (dirty.data[0]?.text === "0") {
+                await this.rebase();
+            }
         }
         return reply;
     }

@@ -1,4 +1,6 @@
 import assert from "node:assert/strict";
+import { readFileSync, writeFileSync } from "node:fs";
+import path from "node:path";
 import { after, test } from "node:test";
 import { commitNumbers, commitOf, value } from "../src/model";
 import type { Transport } from "../src/protocol";
@@ -122,6 +124,17 @@ test("With a daemon", { skip: noDaemon, timeout: 60000 }, async context => {
         assert.deepEqual(outcomes.map(one => one.reply.word), ["OK", "ERR"]);
         assert.deepEqual([session.orders, session.kept], [[port("2204")], [host]]);
         assert.equal((await session.commit()).word, "OK");
+
+        // An editor has changed the same line: such a commit drops the changes as it fails.
+        session.forget();
+        const file = path.join(daemon.root, "etc/ssh/sshd_config");
+        await session.order(port("2206"));
+        writeFileSync(file, readFileSync(file, "utf8").replace("Port 2204", "Port 2207"));
+        assert.equal((await session.commit()).error?.id, "error.commit.conflict");
+        assert.deepEqual([session.orders, session.kept], [[], [port("2206")]]);
+        await session.reapply();
+        assert.equal((await session.commit()).word, "OK");
+        assert.match(daemon.file("etc/ssh/sshd_config"), /^Port 2206$/m);
     });
 
     await context.test("forced out, and back by force", async () => {

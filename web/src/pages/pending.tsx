@@ -46,7 +46,10 @@ function Kept({ session }: PageProps) {
             <AlertActionLink onClick={() => session.forget()}>{_("Forget them")}</AlertActionLink>
         </>
     );
-    const title = cockpit.format(_("$0 changes of the earlier session are kept"), session.kept.length);
+    const title = cockpit.format(
+        cockpit.ngettext("$0 change that was not committed is kept", "$0 changes that were not committed are kept", session.kept.length),
+        session.kept.length,
+    );
     return <Alert isInline variant="warning" title={title} actionLinks={actions}>{session.ending?.text}</Alert>;
 }
 
