@@ -169,26 +169,52 @@ bool is_child(pid_t pid, pid_t daemon) {
            parent == daemon;
 }
 
+/* The user of the session that the method runs for; the empty text for nobody's. */
+const char *user_of(fe_context *ctx) {
+    const char *sid = fe_get(ctx, "sid");
+    for (const ccd_session *session = g_session_list; sid && session; session = session->next)
+        if (session->sessionid && strcmp(session->sessionid, sid) == 0 && session->username)
+            return session->username;
+    return "";
+}
+
+fe_node *fe_func_sessionuser(fe_context *ctx, fe_node * /*call*/) {
+    return const_node(user_of(ctx));
+}
+
+bool is_daemons(const bgexec_ctx *job) {
+    return is_child(job->pid, getppid()) || is_child(job->pid, getpid());
+}
+
+/* Nobody ends what another user has begun, whatever its tag. */
+fe_node *fe_func_actionend(fe_context *ctx, fe_node *call) try {
+    call_arguments args{ctx, call};
+    const char *user = user_of(ctx);
+    bool ended = false;
+    for (const bgexec_ctx *job = g_bgexec_ctx_list; job; job = job->next) {
+        if (job->writes || !job->user || strcmp(job->user, user) != 0 || !job->id ||
+            strcmp(job->id, args[0]) != 0 || !is_daemons(job))
+            continue;
+        daemon_log(LOG_NOTICE, "action of user '%s', process %ld, is ended as was asked for", user,
+                   static_cast<long>(job->pid));
+        ended = kill(-job->pid, SIGKILL) == 0 || ended;
+    }
+    return truth_node(ended);
+} catch (const std::bad_alloc &) {
+    errno = ENOMEM;
+    return nullptr;
+}
+
 /* Called in the child of an action, whose parent is the daemon, or in the daemon itself. */
 fe_node *fe_func_commitend(fe_context * /*ctx*/, fe_node * /*call*/) try {
     const bgexec_ctx *job = bgexec_running_writer();
-    if (!job || !(is_child(job->pid, getppid()) || is_child(job->pid, getpid())))
-        return truth_node(false);
+    if (!job || !is_daemons(job)) return truth_node(false);
     daemon_log(LOG_WARNING, "commit of user '%s', process %ld, is ended as was asked for",
                job->user ? job->user : "", static_cast<long>(job->pid));
     return truth_node(kill(-job->pid, SIGKILL) == 0);
 } catch (const std::bad_alloc &) {
     errno = ENOMEM;
     return nullptr;
-}
-
-/* The user of the session that the method runs for. */
-fe_node *fe_func_sessionuser(fe_context *ctx, fe_node * /*call*/) {
-    const char *sid = fe_get(ctx, "sid");
-    for (const ccd_session *session = g_session_list; sid && session; session = session->next)
-        if (session->sessionid && strcmp(session->sessionid, sid) == 0 && session->username)
-            return const_node(session->username);
-    return const_node("");
 }
 
 std::string g_reload;
@@ -210,6 +236,7 @@ constexpr native_function k_functions[] = {
     {"daemoncount", fe_func_daemoncount},
     {"commitstatus", fe_func_commitstatus},
     {"commitend", fe_func_commitend},
+    {"actionend", fe_func_actionend},
     {"reloadstatus", fe_func_reloadstatus},
     {"sessionuser", fe_func_sessionuser},
     {"evaluate", fe_func_evaluate},

@@ -195,7 +195,7 @@ TEST_F(Definitions, AReloadTakesUpWhatPassesTheCheckAndSessionsLiveOn) {
     EXPECT_EQ(logged_in().ask("f SET level 7"), "f NO permission denied\n");
 }
 
-TEST_F(Definitions, AnExpressionIsTriedByRootAloneAndChangesNothing) {
+TEST_F(Definitions, AnExpressionIsTriedAndEndedByRootAloneAndChangesNothing) {
     configure("authtype: debug\n", "root {\n access: rwx\n}\nop {\n access: rwx\n}\n");
     std::filesystem::copy_file(SOURCE_DIR "/packaging/etc/ucfgd/features/daemon/management",
                                path("/etc/ucfgd/management.conf"),
@@ -211,6 +211,13 @@ TEST_F(Definitions, AnExpressionIsTriedByRootAloneAndChangesNothing) {
     client op = logged_in("l LOGIN op op");
     for (std::string_view node : {"eval 1", "tree"})
         EXPECT_EQ(op.ask("a ADMIN daemon." + std::string{node}), "a NO permission denied\n");
+    root.send("w1 ADMIN daemon.eval system('echo+here;+sleep+100')\n");
+    EXPECT_EQ(root.line(), "w1.1 here\n");
+    const std::string none = "no action of yours runs under that tag\n";
+    EXPECT_EQ(op.ask("a ADMIN daemon.end-action w1"), "a.1 " + none + "a.1 \na.2 \na ERR\n");
+    EXPECT_EQ(logged_in("l LOGIN root root").ask("a ADMIN daemon.end-action w1"),
+              "a.1 \na.2 \na OK\n");
+    EXPECT_EQ(root.reply("w1"), "w1.1 \nw1.2 \nw1 OK\n");
 }
 
 }  // namespace
