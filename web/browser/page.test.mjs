@@ -39,6 +39,7 @@ step("The page logs in as the console's account, without asking", async ({ frame
     await eventually(async () => await machine.ucfgsh("info", "daemon.sessions") === "2");
 });
 
+const tab = ({ frame }, name) => frame.getByRole("tab", { name, exact: true });
 const field = ({ frame }, path) => frame.locator(`[data-path="${path}"]`);
 const section = ({ frame }, name) => frame.getByRole("navigation", { name: "Sections" }).getByText(name, { exact: true });
 
@@ -65,7 +66,33 @@ step("A value that is refused is told at its field, and leaves no change", async
     await eventually(async () => await field(at, "ssh.port").getByRole("spinbutton").inputValue() === "22");
 });
 
-const tab = ({ frame }, name) => frame.getByRole("tab", { name, exact: true });
+const node = ({ frame }, path) => frame.locator(`[data-node="${path}"]`);
+
+async function act(at, path, argument) {
+    await node(at, path).getByRole("textbox").fill(argument);
+    await node(at, path).getByRole("button", { name: /^Run/ }).click();
+    await at.frame.getByRole("dialog").getByRole("button", { name: "Run", exact: true }).click();
+}
+
+step("The machine's actions take any character, show their output as it comes, and can be stopped", async at => {
+    await tab(at, "Machine").click();
+    await node(at, "services.restart").getByRole("button", { name: "Run restart" }).click();
+    await node(at, "services.restart").getByRole("alert").getByText("This is needed").waitFor();
+    await act(at, "services.restart", "a b%+.ü \"'\\");
+    await node(at, "services.restart").getByRole("log").getByText("a b%+.ü \"'\\ is not one of").waitFor();
+    await node(at, "services.restart").getByText("failed").waitFor();
+    await act(at, "system.watch", "600");
+    await node(at, "system.watch").getByRole("log").getByText(/^[0-9. ]+$/).nth(1).waitFor();
+    assert.equal(await machine.ucfgsh("info", "daemon.jobs"), "1");
+    await node(at, "system.watch").getByRole("button", { name: "Stop watch" }).click();
+    await node(at, "system.watch").getByText("stopped").waitFor();
+    assert.equal(await machine.ucfgsh("info", "daemon.jobs"), "0");
+    await node(at, "daemon.help").getByRole("textbox").fill("system.watch");
+    await node(at, "daemon.help").getByRole("textbox").press("Enter");
+    await node(at, "daemon.help").getByRole("status").getByText("The load, once a second").waitFor();
+    await tab(at, "Configure").click();
+});
+
 const commits = ({ frame }) => frame.getByRole("list", { name: "Commits, the newest first" });
 const configured = () => machine.file("etc/ssh/sshd_config");
 

@@ -1,73 +1,150 @@
-// The management tree by sections, as the page shows it. No React.
-import { attributes, info, list, listAll } from "./model";
-import { escape, splitPath } from "./protocol";
+// The management tree, as the page shows it: sections, information, actions and their arguments. No React.
+import { admin, allowed, attributes, info, list } from "./model";
 import { Refusal } from "./model";
-import type { Requester } from "./protocol";
+import { byteLength, escape, longestWord, splitPath } from "./protocol";
+import type { DataLine, Reply, Requester } from "./protocol";
 
-export interface Fact {
+export interface Argument {
+    name: string;
+    optional: boolean;
+    /** It may be given more than once, one a line. */
+    many: boolean;
+}
+
+export interface MachineNode {
     path: string;
     name: string;
     help: string;
+    args: Argument[];
+    isSection: boolean;
+    /** It tells something, or does something. */
+    tells: boolean;
+    acts: boolean;
+    /** What it tells without an argument; not set where it needs one. */
+    text?: string;
+}
+
+/** Passes requests on, so many at a time: some are answered by programs that the daemon has to run. */
+export function narrowed(at: Requester, width = 6): Requester {
+    let under = 0;
+    const waiting: (() => void)[] = [];
+    return {
+        async request(command: string, lines?: string[], onOutput?: (line: DataLine) => void): Promise<Reply> {
+            if (under >= width) {
+                await new Promise<void>(resolve => waiting.push(resolve));
+            } else {
+                under += 1;
+            }
+            try {
+                return await at.request(command, lines, onOutput);
+            } finally {
+                const next = waiting.shift();
+                if (next) {
+                    next();
+                } else {
+                    under -= 1;
+                }
+            }
+        },
+    };
+}
+
+/** The paths below a section, in the order of the tree. Commits have a page of their own. */
+export async function readPaths(at: Requester, path: string): Promise<string[]> {
+    const names = await list(at, path, "management");
+    return path === "" ? names.filter(name => name !== "commits") : names.map(name => `${path}.${name}`);
+}
+
+/** One node; undefined where there is nothing for this session. */
+export async function readNode(at: Requester, path: string): Promise<MachineNode | undefined> {
+    const ops = await orNothing(attributes(at, path, "management").then(found => found.ops));
+    if (!/[IAl]/.test(ops)) {
+        return undefined;
+    }
+    const tells = ops.includes("I");
+    const [help, args, acts] = await Promise.all([
+        orNothing(info(at, "daemon.help", [escape(path)])),
+        tells || ops.includes("A") ? orNothing(info(at, "daemon.arguments", [escape(path)])).then(argumentsOf) : [],
+        ops.includes("A") && allowed(at, path, "x", "management"),
+    ]);
+    const node: MachineNode = {
+        path, name: splitPath(path).pop() ?? "", help, args, isSection: ops.includes("l"), tells, acts,
+    };
+    if (tells && !args.some(arg => !arg.optional)) {
+        node.text = await orReason(info(at, path));
+    }
+    return tells || acts || node.isSection ? node : undefined;
+}
+
+/** What a definition says of its arguments: "ADDRESS [COUNT]", "[MODULE [PATH]]", "NAME...". */
+export function argumentsOf(text: string): Argument[] {
+    const found: Argument[] = [];
+    let depth = 0;
+    for (const part of text.match(/\[|\]|[^\s[\]]+/g) ?? []) {
+        const last = found.at(-1);
+        if (part === "[" || part === "]") {
+            depth += part === "[" ? 1 : -1;
+        } else if (part === "..." && last) {
+            last.many = true;
+        } else {
+            found.push({ name: part.replace(/\.\.\.$/, ""), optional: depth > 0, many: part.endsWith("...") });
+        }
+    }
+    return found;
+}
+
+/** What is wrong with an argument. */
+export type Fault = "missing" | "long";
+
+/** The words to send for what was entered, or what is wrong with which of the entries. */
+export function wordsOf(args: Argument[], given: string[]): { words: string[]; faults: Map<number, Fault> } {
+    const faults = new Map<number, Fault>();
+    const filled = args.map((arg, index) => {
+        const text = given[index] ?? "";
+        return (arg.many ? text.split("\n") : [text]).filter(word => word !== "").map(escape);
+    });
+    const last = filled.map(words => words.length > 0).lastIndexOf(true);
+    filled.forEach((words, index) => {
+        if (words.length === 0 && (!args[index]?.optional || index < last)) {
+            faults.set(index, "missing");
+        } else if (words.some(word => byteLength(word) > longestWord)) {
+            faults.set(index, "long");
+        }
+    });
+    return { words: filled.flat(), faults };
+}
+
+/** Ends an action of this user by the tag of its request; false where there is none, or where the daemon has no way. */
+export async function endAction(at: Requester, tag: string): Promise<boolean> {
+    return (await admin(at, "daemon.end-action", [tag])).word === "OK";
+}
+
+export interface Line {
+    number: number;
     text: string;
 }
 
-export interface Action {
-    path: string;
-    name: string;
-    help: string;
-    /** What it takes, as its definition words it; "" for nothing. */
-    args: string;
-}
+/** The last lines of an output that may be long. */
+export class Tail {
+    private lines: Line[] = [];
+    private count = 0;
+    private readonly most: number;
 
-export interface MachineSection {
-    path: string;
-    facts: Fact[];
-    actions: Action[];
-}
+    constructor(most: number) {
+        this.most = most;
+    }
 
-/** All sections that hold something, in the order of the tree. Commits have a page of their own. */
-export async function readMachine(at: Requester): Promise<MachineSection[]> {
-    const sections = new Map<string, MachineSection>();
-    const tops = (await list(at, "", "management")).filter(top => top !== "commits");
-    for (const top of tops) {
-        const paths = (await listAll(at, top, "management")).map(path => `${top}.${path}`);
-        const nodes = await Promise.all(paths.map(async path => readNode(at, path)));
-        for (const { fact, action, path } of nodes) {
-            const parent = path.slice(0, path.lastIndexOf("."));
-            const section = sections.get(parent) ?? { path: parent, facts: [], actions: [] };
-            if (fact) {
-                section.facts.push(fact);
-            }
-            if (action) {
-                section.actions.push(action);
-            }
-            if (fact ?? action) {
-                sections.set(parent, section);
-            }
+    add(text: string): void {
+        this.count += 1;
+        this.lines.push({ number: this.count, text });
+        if (this.lines.length > 2 * this.most) {
+            this.lines = this.last();
         }
     }
-    return [...sections.values()];
-}
 
-async function readNode(at: Requester, path: string): Promise<{ path: string; fact?: Fact; action?: Action }> {
-    const ops = await orNothing(attributes(at, path, "management").then(found => found.ops));
-    if (!/[IA]/.test(ops)) {
-        return { path };
+    last(): Line[] {
+        return this.lines.slice(-this.most);
     }
-    const [help, args] = await Promise.all([
-        orNothing(info(at, "daemon.help", [escape(path)])),
-        orNothing(info(at, "daemon.arguments", [escape(path)])),
-    ]);
-    const name = splitPath(path).pop() ?? "";
-    const found: { path: string; fact?: Fact; action?: Action } = { path };
-    // What must be given an argument has nothing to tell without one.
-    if (ops.includes("I") && (args === "" || args.startsWith("["))) {
-        found.fact = { path, name, help, text: await orReason(info(at, path)) };
-    }
-    if (ops.includes("A")) {
-        found.action = { path, name, help, args };
-    }
-    return found;
 }
 
 async function orNothing(promise: Promise<string>): Promise<string> {

@@ -101,7 +101,16 @@ export async function allowed(at: Requester, path: string, permission: string, t
 }
 
 export async function info(at: Requester, path: string, args: string[] = []): Promise<string> {
-    return unescape(texts(await ask(at, join("INFO", path, args)))[0] ?? "");
+    return infoOf(await ask(at, join("INFO", path, args)));
+}
+
+/** The same for who shows a refusal: the reply, and the text that it holds. */
+export async function infoReply(at: Requester, path: string, args: string[]): Promise<Reply> {
+    return at.request(join("INFO", path, args));
+}
+
+export function infoOf(reply: Reply): string {
+    return unescape(texts(reply)[0] ?? "");
 }
 
 /**

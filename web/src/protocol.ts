@@ -28,7 +28,7 @@ export interface Reply {
     word: Word;
     /** Behind the final word: most often empty for OK, otherwise the daemon's message for people. */
     text: string;
-    /** The data lines in their order, those of the error left out. */
+    /** The data lines in their order, those of the error left out, and those that were given as they arrived. */
     data: DataLine[];
     error?: Reason;
 }
@@ -92,6 +92,11 @@ export class Client implements Requester {
         return !this.closed;
     }
 
+    /** The tag of the last request. */
+    get tag(): string {
+        return this.prefix + this.count.toString(36);
+    }
+
     get busy(): boolean {
         return this.pending.size > 0;
     }
@@ -99,7 +104,7 @@ export class Client implements Requester {
     /**
      * Sends a command, with its continuation lines before it ("1 SET path value", or " text" for a value of
      * several lines). Resolves with the reply, a refusal too; rejects when there is none. onOutput is given
-     * each data line as it arrives.
+     * each data line as it arrives, and nothing is kept of them here: they may be many.
      */
     request(command: string, lines: string[] = [], onOutput?: (line: DataLine) => void): Promise<Reply> {
         if (this.closed) {
@@ -132,7 +137,7 @@ export class Client implements Requester {
 
     private nextTag(): string {
         this.count += 1;
-        return this.prefix + this.count.toString(36);
+        return this.tag;
     }
 
     private take(text: string): void {
@@ -160,8 +165,12 @@ export class Client implements Requester {
             pending.error ??= { id: "", args: [] };
             pending.error.args.push(text);
         } else {
-            pending.data.push({ qualifier, text });
-            pending.onOutput?.({ qualifier, text });
+            const line = { qualifier, text };
+            if (pending.onOutput) {
+                pending.onOutput(line);
+            } else {
+                pending.data.push(line);
+            }
         }
     }
 

@@ -122,10 +122,13 @@ export class Session implements Requester {
         return reply;
     }
 
-    /** A second connection of the same user, logged in: for actions that run for long. The caller closes it. */
+    /**
+     * A second connection of the same user, logged in: for actions that run for long. The caller closes it, and
+     * its session does not wait for long to be resumed. No other connection's tags begin as its own do.
+     */
     async side(): Promise<Client> {
-        const client = new Client(this.options.connect());
-        const reply = await client.request(`LOGIN ${escape(this.user)}`);
+        const client = new Client(this.options.connect(), `s${Math.random().toString(36).slice(2, 10)}`);
+        const reply = await client.request(`LOGIN ${escape(this.user)}`, ["1 timeout 60"]);
         if (reply.word !== "OK") {
             client.close();
             throw new ConnectionLost(reply.text);
