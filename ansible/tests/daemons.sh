@@ -4,15 +4,19 @@
 
 scratch=$(mktemp -d)
 daemons=''
-finish() {
+stop_all() {
     for daemon in $daemons; do kill "$daemon" 2>/dev/null && wait "$daemon" 2>/dev/null || true; done
+    daemons=''
+}
+finish() {
+    stop_all
     rm -rf "$scratch"
 }
 trap finish EXIT
 trap 'exit 1' INT TERM
 
 export PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME="$scratch/home" LC_ALL=C.UTF-8 SCRATCH="$scratch" PYTHONDONTWRITEBYTECODE=1
-export ANSIBLE_COLLECTIONS_PATH="$scratch/collections" ANSIBLE_NOCOLOR=1 ANSIBLE_REMOTE_TEMP="$scratch/remote"
+export ANSIBLE_COLLECTIONS_PATH="$scratch/collections" ANSIBLE_NOCOLOR=1 ANSIBLE_REMOTE_TEMP="$scratch/remote" ANSIBLE_ASYNC_DIR="$scratch/async"
 export ANSIBLE_CONNECTION_PLUGINS="$tests/connection_plugins" ANSIBLE_CONFIG="$scratch/ansible.cfg" ANSIBLE_PIPELINING=1
 mkdir -p "$HOME"
 : >"$scratch/ansible.cfg"
@@ -30,13 +34,21 @@ start() {
     printf '127.0.0.1\tlocalhost\n' >"$root/etc/hosts"
     printf 'auto lan0\niface lan0 inet dhcp\n' >"$root/etc/network/interfaces"
     printf '# by hand\nnameserver 192.0.2.1\n' >"$root/etc/resolv.conf"
+    cp -a ansible/tests/vpn "$root/etc/ucfgd/features/"
+    mv "$root/etc/ucfgd/features/vpn/vpn.conf" "$root/etc/ucfgd/features/"
+    printf 'peer 192.0.2.9\nsecret first-secret\n' >"$root/etc/vpn.conf"
     unshare --mount sh -c 'mount -t tmpfs none /run && exec "$@"' sh \
         "$build/src/daemon/ucfgd" --foreground --root="$root" >"$scratch/$1.log" 2>&1 &
     daemons="$daemons $!"
 }
 
+# Three machines as they are installed; those that ran are gone.
 start_all() {
-    for name in gw01 gw02 gw03; do start $name; done
+    stop_all
+    for name in gw01 gw02 gw03; do
+        rm -rf "${scratch:?}/$name"
+        start $name
+    done
     for name in gw01 gw02 gw03; do
         for _ in $(seq 100); do
             [ ! -S "$scratch/$name/dev/ucfgd" ] || break

@@ -11,6 +11,7 @@ from typing import Any, Callable
 from ansible.module_utils.basic import AnsibleModule
 
 from . import ucfg
+from .changes import told
 from .daemon import SESSION_ARGUMENTS, failure, open_session
 from .plan import Refused
 
@@ -35,6 +36,8 @@ Edit = Callable[[ucfg.Session], None]
 
 def change(module: AnsibleModule, edit: Edit) -> None:
     """Ends the module with the edits committed, or with what was refused and nothing changed."""
+    if module.params["confirm"] and 0 < module.params["trial"] <= module.params["trial_delay"]:
+        module.fail_json(msg="trial_delay: the trial would be over before anybody confirms it")
     end = time.monotonic() + PATIENCE
     while True:
         try:
@@ -68,7 +71,7 @@ def _attempt(module: AnsibleModule, session: ucfg.Session, edit: Edit) -> dict[s
     if params["trial"] > 0:
         _refuse_second_trial(module, session)
     edit(session)
-    diff, changes = _what_changes(session)
+    diff, changes = _what_changes(module, session)
     result: dict[str, Any] = {"changed": bool(diff), "commit": None, "changes": changes}
     if module._diff:
         result["diff"] = {"prepared": diff}
@@ -94,11 +97,11 @@ def _refuse_second_trial(module: AnsibleModule, session: ucfg.Session) -> None:
                          error="error.trial", arguments=[running.user])
 
 
-def _what_changes(session: ucfg.Session) -> tuple[str, list[str]]:
+def _what_changes(module: AnsibleModule, session: ucfg.Session) -> tuple[str, list[str]]:
     """The diff of the files, empty when a commit would write nothing, and the parameters."""
     if not session.dirty:
         return "", []
-    changes = [line for line in session.changes().splitlines() if line]
+    changes = told(module, session, session.changes().splitlines())
     try:
         diff = session.diff()
         return diff + "\n" if diff else "", changes

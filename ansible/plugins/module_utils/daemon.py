@@ -9,6 +9,7 @@ from typing import Any, Callable, Iterable, NoReturn
 from ansible.module_utils.basic import AnsibleModule
 
 from . import ucfg
+from .changes import told
 from .ucfg import Path
 from .words import path_of
 
@@ -19,7 +20,23 @@ SESSION_ARGUMENTS: dict[str, dict[str, Any]] = dict(
     timeout=dict(type="int", default=60),
 )
 
+# The least that a number may be, whichever module takes it.
+_LEAST = {"back_to": 1, "commit": 1, "limit": 0, "timeout": 1, "trial": 0, "trial_delay": 0}
+
 HISTORY = Path("commits", "history")
+
+
+def make_module(argument_spec: dict[str, Any], one_of: tuple[str, ...] = (), **further: Any) -> AnsibleModule:
+    """The module with its options checked; one at least of `one_of` has to be given. Ansible's own check of
+    that comes before the one for options that there are not, and would hide a misspelt one."""
+    module = AnsibleModule(argument_spec=argument_spec, **further)
+    for name, least in _LEAST.items():
+        number = module.params.get(name)
+        if isinstance(number, int) and number < least:
+            module.fail_json(msg=f"{name}: {number} is less than {least}")
+    if one_of and all(module.params[name] is None for name in one_of):
+        module.fail_json(msg=f"one of the following is required: {', '.join(one_of)}")
+    return module
 
 
 def open_session(module: AnsibleModule) -> ucfg.Session:
@@ -48,10 +65,15 @@ def with_session(module: AnsibleModule, work: Callable[[ucfg.Session], dict[str,
 
 def failure(error: Exception) -> dict[str, Any]:
     """An error as a module tells it."""
-    result: dict[str, Any] = {"msg": str(error)}
+    result: dict[str, Any] = {"msg": worded(error)}
     if getattr(error, "identifier", None):
         result.update(error=error.identifier, arguments=list(error.arguments))
     return result
+
+
+def worded(error: Exception) -> str:
+    """What an error says, to somebody who knows of parameters and not of files."""
+    return "there is no such parameter" if isinstance(error, ucfg.NotFound) else str(error)
 
 
 def option_path(module: AnsibleModule, option: str, text: str) -> Path:
@@ -82,16 +104,16 @@ def brief(commit: ucfg.Commit) -> dict[str, Any]:
     }
 
 
-def details(session: ucfg.Session, number: int) -> dict[str, Any]:
+def details(module: AnsibleModule, session: ucfg.Session, number: int) -> dict[str, Any]:
     """All that is known of a commit, as far as this user may see it."""
     commit = session.commit_record(number)
-    told: dict[str, Any] = {"changes": [], "diff": "", "notes": list(commit.notes)}
+    more: dict[str, Any] = {"changes": [], "diff": "", "notes": list(commit.notes)}
     try:
-        told["changes"] = session.commit_changes(number).splitlines()
-        told["diff"] = session.commit_diff(number)
+        more["changes"] = told(module, session, session.commit_changes(number).splitlines())
+        more["diff"] = session.commit_diff(number)
     except (ucfg.Failed, ucfg.Refused):
         pass
-    return {**brief(commit), **told}
+    return {**brief(commit), **more}
 
 
 def state_of(session: ucfg.Session, number: int) -> str:

@@ -12,9 +12,13 @@ from __future__ import annotations
 from typing import Any, Callable, Iterable
 
 from . import ucfg
+from .changes import is_secret
+from .daemon import worded
 from .ucfg import Path
 from .words import order_of
 
+# Keeps a value out of what is told.
+Hide = Callable[[str], None]
 Step = tuple[str, Callable[[], None]]
 
 # The daemon's no to one step, unlike the end of the session.
@@ -28,13 +32,13 @@ class Refused(Exception):
     """What was refused: (name, reason) of each step."""
 
     def __init__(self, refusals: list[tuple[str, Exception]]) -> None:
-        super().__init__("; ".join(f"{name}: {error}" for name, error in refusals))
+        super().__init__("; ".join(f"{name}: {worded(error)}" for name, error in refusals))
         self.refusals = refusals
 
 
-def apply_parameters(session: ucfg.Session, wanted: dict[str, Any]) -> None:
+def apply_parameters(session: ucfg.Session, wanted: dict[str, Any], hide: Hide) -> None:
     """Sets what a dictionary names. Edits of the session, nothing more; raises Refused."""
-    steps = list(_Plan(session).section(Path(), wanted))
+    steps = list(_Plan(session, hide).section(Path(), wanted))
     while steps:
         refusals: list[tuple[str, Exception]] = []
         left: list[Step] = []
@@ -49,9 +53,9 @@ def apply_parameters(session: ucfg.Session, wanted: dict[str, Any]) -> None:
         steps = left
 
 
-def apply_orders(session: ucfg.Session, lines: Iterable[str]) -> None:
+def apply_orders(session: ucfg.Session, lines: Iterable[str], hide: Hide) -> None:
     """Gives orders in their order; the first refusal ends it."""
-    plan = _Plan(session)
+    plan = _Plan(session, hide)
     for line in lines:
         try:
             kind, path, words = order_of(line)
@@ -61,8 +65,9 @@ def apply_orders(session: ucfg.Session, lines: Iterable[str]) -> None:
 
 
 class _Plan:
-    def __init__(self, session: ucfg.Session) -> None:
+    def __init__(self, session: ucfg.Session, hide: Hide) -> None:
         self._session = session
+        self._hide = hide
 
     def order(self, kind: str, path: Path, words: list[str]) -> None:
         if kind == "set":
@@ -86,7 +91,7 @@ class _Plan:
             if isinstance(value, dict):
                 yield from self.section(below, value)
             elif isinstance(value, list):
-                names = [str(entry) for entry in value]
+                names = _names_of(below, value)
                 yield str(below), lambda below=below, names=names: self._entries(below, names)
             elif value is not None:
                 yield str(below), lambda below=below, value=value: self._set(below, value)
@@ -122,6 +127,8 @@ class _Plan:
         if not set(attributes.operations) & {"g", "s"}:
             raise ValueError("is no parameter")
         text = _text_of(value, attributes.choices)
+        if is_secret(attributes):
+            self._hide(text)
         if "g" in attributes.operations and self._session.get(path) == text:
             return
         self._session.set(path, text)
@@ -133,6 +140,16 @@ class _Plan:
     def _delete(self, path: Path, name: str) -> None:
         if name in self._session.list(path):
             self._session.delete(path, name)
+
+
+def _names_of(path: Path, entries: list[Any]) -> list[str]:
+    names = [str(entry) for entry in entries]
+    for entry in entries:
+        if isinstance(entry, bool) or not isinstance(entry, (str, int)):
+            raise Refused([(str(path), ValueError(f"{entry} is no name of an entry; put it in quotes if it is meant"))])
+        if names.count(str(entry)) > 1:
+            raise Refused([(str(path), ValueError(f"{entry} stands there twice"))])
+    return names
 
 
 def _text_of(value: Any, choices: Iterable[str]) -> str:

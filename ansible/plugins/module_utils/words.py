@@ -23,9 +23,9 @@ def order_of(line: str) -> tuple[str, Path, list[str]]:
     words = words[:comment]
     kind = words[0][1].lower() if words else ""
     if kind not in _ARGUMENTS:
-        raise ValueError(f"{line}: an order begins with set, add, del or move")
+        raise ValueError("an order begins with set, add, del or move")
     if len(words) != _ARGUMENTS[kind] + 1:
-        raise ValueError(f"{line}: {kind} takes {_ARGUMENTS[kind]} arguments, and there are {len(words) - 1}")
+        raise ValueError(f"{kind} takes {_ARGUMENTS[kind]} arguments, and there are {len(words) - 1}")
     return kind, path_of(words[1][0]), [plain for _raw, plain in words[2:]]
 
 
@@ -50,7 +50,7 @@ def _split(text: str) -> list[tuple[str, str]]:
             plain += char
         at += 1
     if quote:
-        raise ValueError(f"{text}: a quote is not closed")
+        raise ValueError("a quote is not closed")
     return parts + [(text[start:], plain)]
 
 

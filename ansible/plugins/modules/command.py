@@ -81,18 +81,18 @@ stderr_lines:
   sample: []
 """
 
-from ansible.module_utils.basic import AnsibleModule
-from ..module_utils.daemon import SESSION_ARGUMENTS, option_path, run_action, with_session
+from ..module_utils import interpreter  # noqa: F401, first  pylint: disable=unused-import
+from ..module_utils.daemon import SESSION_ARGUMENTS, make_module, option_path, run_action, with_session
 
 
-def main() -> None:
+def main():
     """Runs the module."""
-    module = AnsibleModule(
+    module = make_module(
         argument_spec=dict(
             path=dict(type="str", required=True),
             arguments=dict(type="list", elements="str", default=[]),
             info=dict(type="bool", default=False),
-            **SESSION_ARGUMENTS,
+            **SESSION_ARGUMENTS
         ),
         supports_check_mode=True,
     )
@@ -100,11 +100,11 @@ def main() -> None:
     if module.check_mode and not module.params["info"]:
         module.exit_json(skipped=True, msg="an action is not run in check mode")
 
-    def run(session) -> dict:
+    def run(session):
         if module.params["info"]:
             return {"changed": False, "stdout": session.info(path, *module.params["arguments"]), "stderr": ""}
         stdout, stderr, refusal = run_action(session, path, module.params["arguments"])
-        result = {"changed": True, "stdout": stdout, "stderr": stderr}
+        result = {"changed": not refusal, "stdout": stdout, "stderr": stderr}
         if refusal:
             result.update(failed=True, msg=stderr or refusal)
         return result

@@ -132,26 +132,30 @@ refused:
       arguments: ["70000", "1", "65535"]
 """
 
-from ansible.module_utils.basic import AnsibleModule
+from functools import partial
+
+from ..module_utils import interpreter  # noqa: F401, first  pylint: disable=unused-import
+from ..module_utils.changes import hide
 from ..module_utils.commit import WRITER_ARGUMENTS, change
+from ..module_utils.daemon import make_module
 from ..module_utils.plan import apply_orders, apply_parameters
 
 
-def main() -> None:
+def main():
     """Runs the module."""
-    module = AnsibleModule(
+    module = make_module(
         argument_spec=dict(
             parameters=dict(type="dict"),
             orders=dict(type="list", elements="str"),
-            **WRITER_ARGUMENTS,
+            **WRITER_ARGUMENTS
         ),
-        required_one_of=[("parameters", "orders")],
+        one_of=("parameters", "orders"),
         supports_check_mode=True,
     )
 
-    def edit(session) -> None:
-        apply_parameters(session, module.params["parameters"] or {})
-        apply_orders(session, module.params["orders"] or [])
+    def edit(session):
+        apply_parameters(session, module.params["parameters"] or {}, partial(hide, module))
+        apply_orders(session, module.params["orders"] or [], partial(hide, module))
 
     change(module, edit)
 

@@ -77,31 +77,47 @@ ansible_facts:
           port: "22"
 """
 
-from ansible.module_utils.basic import AnsibleModule
-from ..module_utils.daemon import SESSION_ARGUMENTS, option_path, with_session
+from ..module_utils import interpreter  # noqa: F401, first  pylint: disable=unused-import
+from ..module_utils.daemon import SESSION_ARGUMENTS, make_module, option_path, with_session
+from ..module_utils.ucfg import NotFound, UcfgError
 from ..module_utils.subtree import read_management, read_parameters
 
 
-def main() -> None:
+def main():
     """Runs the module."""
-    module = AnsibleModule(
+    module = make_module(
         argument_spec=dict(
             paths=dict(type="list", elements="str"),
             management=dict(type="bool", default=False),
-            **SESSION_ARGUMENTS,
+            **SESSION_ARGUMENTS
         ),
-        required_if=[("management", True, ["paths"])],
         supports_check_mode=True,
     )
+    if module.params["management"] and not module.params["paths"]:
+        module.fail_json(msg="management wants paths: all of that tree would be too much")
     paths = [option_path(module, "paths", path) for path in module.params["paths"] or [""]]
 
-    def read(session) -> dict:
+    def read(session):
+        for path in paths:
+            if path and not is_known(session, path, module.params["management"]):
+                module.warn("paths: there is nothing of the name %s" % path)
         if module.params["management"]:
             return {"parameters": read_management(session, paths)}
         parameters = read_parameters(session, paths)
         return {"parameters": parameters, "ansible_facts": {"ucfgd": parameters}}
 
     with_session(module, read)
+
+
+def is_known(session, path, management):
+    """Whether there is a node, or could be an entry, of that name."""
+    try:
+        session.attr(path, management)
+    except NotFound:
+        return False
+    except UcfgError:
+        pass
+    return True
 
 
 if __name__ == "__main__":

@@ -98,28 +98,28 @@ commits:
       sample: "--- a/etc/ssh/sshd_config\n+++ b/etc/ssh/sshd_config\n"
 """
 
-from ansible.module_utils.basic import AnsibleModule
-from ..module_utils.daemon import SESSION_ARGUMENTS, brief, details, state_of, with_session
+from ..module_utils import interpreter  # noqa: F401, first  pylint: disable=unused-import
+from ..module_utils.daemon import SESSION_ARGUMENTS, brief, details, make_module, state_of, with_session
 
 
-def main() -> None:
+def main():
     """Runs the module."""
-    module = AnsibleModule(
+    module = make_module(
         argument_spec=dict(
             commit=dict(type="int"),
             limit=dict(type="int", default=20),
-            **SESSION_ARGUMENTS,
+            **SESSION_ARGUMENTS
         ),
         supports_check_mode=True,
     )
 
-    def tell(session) -> dict:
+    def tell(session):
         number = module.params["commit"]
         if number is None:
             return {"commits": [brief(commit) for commit in session.history(module.params["limit"] or None)]}
         if not state_of(session, number):
-            return {"failed": True, "msg": f"there is no commit {number}", "commits": []}
-        return {"commits": [details(session, number)]}
+            return {"failed": True, "msg": "there is no commit %d" % number, "commits": []}
+        return {"commits": [details(module, session, number)]}
 
     with_session(module, tell)
 

@@ -74,26 +74,26 @@ state:
 
 import time
 
-from ansible.module_utils.basic import AnsibleModule
-from ..module_utils.daemon import SESSION_ARGUMENTS, state_of, with_session
+from ..module_utils import interpreter  # noqa: F401, first  pylint: disable=unused-import
+from ..module_utils.daemon import SESSION_ARGUMENTS, make_module, state_of, with_session
 
 # Undoing writes files and runs hooks; the daemon goes on with it whoever waits.
 LONGEST_UNDO = 30
 
 
-def main() -> None:
+def main():
     """Runs the module."""
-    module = AnsibleModule(
+    module = make_module(
         argument_spec=dict(
             state=dict(type="str", choices=["confirmed", "cancelled"], default="confirmed"),
             commit=dict(type="int"),
-            **SESSION_ARGUMENTS,
+            **SESSION_ARGUMENTS
         ),
         supports_check_mode=True,
     )
     wanted = "done" if module.params["state"] == "confirmed" else "undone"
 
-    def settle(session) -> dict:
+    def settle(session):
         running = session.trial()
         number = module.params["commit"]
         if number is None:
@@ -108,13 +108,13 @@ def main() -> None:
             return {"changed": True, "commit": number, "state": state}
         result = {"changed": False, "commit": number, "state": state}
         if state != wanted:
-            result.update(failed=True, msg=f"commit {number} is not on trial, its state is: {state or 'unknown'}")
+            result.update(failed=True, msg="commit %d is not on trial, its state is: %s" % (number, state or "unknown"))
         return result
 
     with_session(module, settle)
 
 
-def settled_state(session, number: int) -> str:
+def settled_state(session, number):
     """The state of the commit once it is on trial no more."""
     end = time.monotonic() + LONGEST_UNDO
     while True:

@@ -78,27 +78,30 @@ trial:
   sample: {seconds: 60, running: false, confirmed: true, undone: false}
 """
 
-from ansible.module_utils.basic import AnsibleModule
+import re
+
+from ..module_utils import interpreter  # noqa: F401, first  pylint: disable=unused-import
 from ..module_utils.commit import WRITER_ARGUMENTS, change
+from ..module_utils.daemon import make_module
 
 
-def main() -> None:
+def main():
     """Runs the module."""
-    module = AnsibleModule(
+    module = make_module(
         argument_spec=dict(
             commit=dict(type="str"),
             back_to=dict(type="int"),
-            **WRITER_ARGUMENTS,
+            **WRITER_ARGUMENTS
         ),
-        required_one_of=[("commit", "back_to")],
+        one_of=("commit", "back_to"),
         mutually_exclusive=[("commit", "back_to")],
         supports_check_mode=True,
     )
     commit = module.params["commit"]
-    if commit is not None and commit != "last" and not commit.isdecimal():
-        module.fail_json(msg=f"commit: {commit} is neither a number nor last")
+    if commit is not None and commit != "last" and not re.match("0*[1-9][0-9]*$", commit):
+        module.fail_json(msg="commit: %s is neither a number of a commit nor last" % commit)
 
-    def edit(session) -> None:
+    def edit(session):
         if commit is None:
             session.load(module.params["back_to"])
         elif commit == "last":

@@ -8,7 +8,7 @@ from __future__ import annotations
 import time
 from typing import Any
 
-from ansible.errors import AnsibleConnectionFailure, AnsibleError
+from ansible.errors import AnsibleActionFail, AnsibleConnectionFailure, AnsibleError
 from ansible.plugins.action import ActionBase
 from ansible.plugins.connection import ConnectionBase
 from ansible.utils.display import Display
@@ -29,9 +29,15 @@ class TrialActionModule(ActionBase):
 
     def run(self, tmp: Any = None, task_vars: dict[str, Any] | None = None) -> dict[str, Any]:
         task_vars = task_vars or {}
+        self._supports_async = True
         result: dict[str, Any] = super().run(tmp, task_vars)
+        is_async = bool(self._task.async_val)
+        if is_async and self._wants_trial() and self._option("confirm", True):
+            raise AnsibleActionFail(
+                "an async task ends before its commit could be confirmed: give it confirm: false, and confirm with "
+                "ucfgd.config.trial later")
         try:
-            result.update(self._execute_module(task_vars=task_vars))
+            result.update(self._execute_module(task_vars=task_vars, wrap_async=is_async))
         except AnsibleConnectionFailure as error:
             if not self._wants_trial():
                 raise
