@@ -69,7 +69,7 @@ class Protocol(unittest.TestCase):
 
     def test_what_is_lost_is_not_taken_for_the_whole(self):
         for length, told in ((16376, "x" * 16376), (16377, None)):
-            operation, wire = operations.get("a"), Wire()
+            operation, wire = operations.info("a", ()), Wire()
             exchange = wire.start(next(operation)[0])
             wire.feed(b"u1.1 " + b"x" * length + b"\nu1 OK\n")
             with self.assertRaises(StopIteration if told else ucfg.ProtocolError) as end:
@@ -107,6 +107,11 @@ class Protocol(unittest.TestCase):
             [getattr(result.error, "identifier", None) for result in refused.exception.results],
             [None, "error.network.ip"],
         )
+
+    def test_no_other_port_is_taken(self):
+        for port in (0, -1, 65536, "http", None, True):
+            for kind in (ucfg.Session, ucfg.aio.Session):
+                self.assertRaises(ucfg.UsageError, kind, host="localhost", port=port)
 
     def test_nothing_is_smuggled_into_a_request(self):
         for args in (["a\nb"], [""], ["x" * 300]):

@@ -1,10 +1,16 @@
 """Sessions with a live daemon, blocking and with asyncio."""
 
 import asyncio
+import contextlib
+import io
+import os
+import re
+import textwrap
 import threading
 import time
+import unittest.mock as mock
 
-from support import DaemonTest
+from support import TOP, DaemonTest
 import ucfg
 import ucfg.aio
 
@@ -59,6 +65,13 @@ class Sessions(DaemonTest):
             with self.assertRaises(ucfg.BatchRefused):
                 session.submit([ucfg.Set("ssh.port", 2202), ucfg.Add("network.hosts", "x y")])
             self.assertFalse(session.dirty)
+            for told, ask, *words in (
+                ("ssh.x: no list that can be changed like that", session.add, "ssh", "x"),
+                ("ssh: no parameter that can be set", session.set, "ssh", 1),
+                ("ssh: this node has no value", session.get, "ssh"),
+                ('network.hosts."1.2": Entry does', session.delete, "network.hosts", "1.2"),
+            ):
+                self.assertRaisesRegex(ucfg.Failed, "^" + told, ask, *words)
             with self.assertRaises(ucfg.ActionFailed) as failed:
                 list(session.admin("services.restart", "nothing"))
             self.assertIn("nothing is not one of", str(failed.exception))
@@ -100,6 +113,34 @@ class Sessions(DaemonTest):
             self.assertRaises(ucfg.ConnectError, ucfg.Session(**nowhere).open)
             with self.assertRaises(ucfg.ConnectError):
                 asyncio.run(ucfg.aio.Session(**nowhere).open())
+
+    def test_what_is_broken_off_leaves_nothing(self):
+        steps = iter([None, KeyboardInterrupt])
+
+        def receive(patient):
+            if next(steps, None):
+                raise KeyboardInterrupt
+            ucfg.Session._receive(session, patient)
+
+        with self.session() as session:
+            session._receive = receive
+            self.assertRaises(KeyboardInterrupt, session.commit, trial=60)
+            self.assertEqual(session.get("commits.trial"), "0")
+            child = os.fork()
+            if child == 0:
+                session.__exit__(None, None, None)
+                os._exit(1 if session.connected else 0)
+            self.assertEqual(os.waitpid(child, 0)[1], 0)
+            session.noop()
+
+    def test_the_examples_run(self):
+        readme = (TOP / "python/README.md").read_text()
+        indented = textwrap.dedent(ucfg.__doc__[ucfg.__doc__.index("    ") : ucfg.__doc__.index("`")])
+        with mock.patch.dict(os.environ, UCFGD_SOCKET=self.socket):
+            for example in re.findall("```python\n(.*?)```", readme, re.DOTALL) + [indented]:
+                with contextlib.redirect_stdout(io.StringIO()) as told:
+                    exec(compile(example, "example", "exec"), {})
+                self.assertIn("22", told.getvalue())
 
     def test_output_comes_as_it_arrives(self):
         seen = []

@@ -73,7 +73,7 @@ def failure(error: Exception) -> dict[str, Any]:
 
 def worded(error: Exception) -> str:
     """What an error says, to somebody who knows of parameters and not of files."""
-    return "there is no such parameter" if isinstance(error, ucfg.NotFound) else str(error)
+    return "there is no such parameter" if isinstance(error, ucfg.NotFound) else getattr(error, "message", str(error))
 
 
 def option_path(module: AnsibleModule, option: str, text: str) -> Path:
@@ -92,7 +92,7 @@ def run_action(session: ucfg.Session, path: Path, arguments: Iterable[str]) -> t
         for line in session.admin(path, *arguments):
             texts[line.stream].append(line.text)
     except ucfg.ActionFailed as error:
-        refusal = str(error)
+        refusal = error.message
     return "\n".join(texts[1]), "\n".join(texts[2]), refusal
 
 

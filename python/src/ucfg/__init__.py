@@ -5,8 +5,8 @@
     with ucfg.Session() as session:
         print(session.get("ssh.port"))
         with session.transaction(comment="a second store"):
-            session.add("network.hosts", "192.0.2.20")
-            session.set(ucfg.path("network", "hosts", "192.0.2.20", "name"), "store.example.net")
+            session.add("network.hosts", "192.0.2.21")
+            session.set(ucfg.path("network", "hosts", "192.0.2.21", "name"), "store.example.net")
 
 `ucfg.aio` has the same session for asyncio.
 """

@@ -5,31 +5,31 @@
         async for line in session.admin("network.ping", "192.0.2.10"):
             print(line.text)
 
-Tasks may share a session: their requests take turns, the changes are the session's as a whole.
+Tasks may share a session: their requests take turns, the changes are the session's as a whole. A
+task may be cancelled, and asyncio.wait_for() used, at any time: the reply that comes late is skipped,
+and a commit that was under way is made as a whole or not at all, which the history tells.
 """
 
 from __future__ import annotations
 
 import asyncio
 import contextlib
+import os
 import socket as sockets
 from types import TracebackType
 from typing import AsyncIterator, Dict, Iterable, List, Optional, Sequence, Tuple, Type, TypeVar
 
 from . import operations
-from .errors import ConnectError, ConnectionLost, InUse, ReplyTimeout, UcfgError
-from .model import Add, Attributes, Commit, Delete, Login, Move, Order, Output, Set, Trial, Value
+from .connection import QUEUE_PAUSE, RESUME_ATTEMPTS, RESUME_PAUSE, Connection
+from .errors import ConnectError, ConnectionLost, InUse, UcfgError
+from .model import Add, Attributes, Commit, Delete, Move, Order, Output, Set, Trial, Value
 from .operations import Operation
 from .paths import Path, PathLike
-from .protocol import Exchange, Reply, Request, Wire
-from .session import QUEUE_PAUSE
+from .protocol import Exchange, Reply, Request
 
 __all__ = ["Session", "Transaction"]
 
 T = TypeVar("T")
-
-_RESUME_ATTEMPTS = 12
-_RESUME_PAUSE = 0.25
 
 _Streams = Tuple[asyncio.StreamReader, asyncio.StreamWriter]
 
@@ -58,36 +58,18 @@ class Transaction:
         self.commit: Optional[Commit] = None
 
 
-class Session:
+class Session(Connection):
     """As `ucfg.Session`, with the same arguments, for `async with`."""
 
-    def __init__(
-        self,
-        socket: Optional[str] = None,
-        *,
-        host: Optional[str] = None,
-        port: int = 222,
-        user: Optional[str] = None,
-        password: Optional[str] = None,
-        perms: Iterable[str] = (),
-        timeout: Optional[int] = None,
-        force: bool = False,
-        wait: Optional[float] = 60.0,
-    ) -> None:
-        self.login = Login(socket, host, port, user, password, tuple(perms), timeout, force)
-        self.wait = wait
-        self.id = ""
-        self.user = ""
-        self.perms: Tuple[str, ...] = ()
-        self._reader: Optional[asyncio.StreamReader] = None
-        self._writer: Optional[asyncio.StreamWriter] = None
-        self._wire = Wire()
-        self._turn = asyncio.Lock()
+    _reader: Optional[asyncio.StreamReader] = None
+    _writer: Optional[asyncio.StreamWriter] = None
+    _lock: Optional[asyncio.Lock] = None
 
     # ---- connecting, log-in and log-out ----
 
     async def open(self) -> Session:
         """Connects and logs in. Returns the session itself."""
+        self._owed = ()
         await self._connect()
         try:
             self.id, self.perms = await self._run(operations.login(self.login))
@@ -100,17 +82,18 @@ class Session:
     async def resume(self, session_id: Optional[str] = None) -> None:
         """Takes up the session of that id, or this one's own after its connection was lost."""
         wanted = session_id or self.id
-        for attempt in range(_RESUME_ATTEMPTS):
+        for attempt in range(RESUME_ATTEMPTS):
             if attempt:
-                await asyncio.sleep(_RESUME_PAUSE)
+                await asyncio.sleep(RESUME_PAUSE)
             try:
                 await self._connect()
                 self.user = await self._run(operations.resume(wanted))
                 self.id = wanted
+                self._take_back(self._owed)
                 return
             except (InUse, ConnectError, ConnectionLost):
                 self.close()
-                if attempt == _RESUME_ATTEMPTS - 1:
+                if attempt == RESUME_ATTEMPTS - 1:
                     raise
             except BaseException:
                 self.close()
@@ -126,13 +109,12 @@ class Session:
 
     def close(self) -> None:
         """Closes the connection without logging out."""
-        if self._writer is not None:
+        # In the child of a fork, closing would take it out of the parent's event loop.
+        if self._writer is not None and self._process == os.getpid():
             self._writer.close()
         self._reader = self._writer = None
 
-    @property
-    def connected(self) -> bool:
-        """Whether the connection is open, as far as is known."""
+    def _is_open(self) -> bool:
         return self._writer is not None
 
     async def __aenter__(self) -> Session:
@@ -144,13 +126,18 @@ class Session:
         error: Optional[BaseException],
         trace: Optional[TracebackType],
     ) -> None:
-        if self.connected:
-            with contextlib.suppress(UcfgError):
-                await self.logout()
-        self.close()
-
-    def __repr__(self) -> str:
-        return f"<ucfg.aio.Session of {self.login!r}{'' if self.connected else ', not connected'}>"
+        writer = self._writer
+        try:
+            if self.connected:
+                with contextlib.suppress(UcfgError):
+                    await self.logout()
+        finally:
+            self.close()
+        if writer is not None:
+            try:
+                await asyncio.wait_for(writer.wait_closed(), self.wait)
+            except (OSError, asyncio.TimeoutError):
+                writer.transport.abort()
 
     async def noop(self) -> None:
         """Asks for nothing: keeps the session from timing out."""
@@ -164,8 +151,7 @@ class Session:
     # ---- reading ----
 
     async def get(self, path: PathLike) -> str:
-        """The value of a parameter. One of more than 16 KiB raises ProtocolError: the daemon would
-        tell its beginning alone."""
+        """The value of a parameter."""
         return await self._run(operations.get(path))
 
     async def get_many(self, paths: Iterable[PathLike]) -> Dict[Path, str]:
@@ -229,7 +215,7 @@ class Session:
 
     async def run(self, path: PathLike, *args: str) -> List[str]:
         """Runs an action and returns the lines of its standard output. ActionFailed has all of
-        the output of one that failed."""
+        the output of one that failed; ProtocolError tells that a line was too long to come whole."""
         return await self._run(operations.run(path, args))
 
     # ---- changes ----
@@ -337,9 +323,17 @@ class Session:
 
     # ---- the connection ----
 
+    @property
+    def _turn(self) -> asyncio.Lock:
+        # Made where it is waited for: older Pythons tie it to the loop that they find here.
+        if self._lock is None:
+            self._lock = asyncio.Lock()
+        return self._lock
+
     async def _connect(self) -> None:
-        self.close()
-        self._wire = Wire()
+        self._begin()
+        if self._lock is not None and not self._lock.locked():
+            self._lock = None  # of an earlier loop
         opening = (
             _open_local(self.login.address)
             if self.login.host is None
@@ -349,17 +343,20 @@ class Session:
             self._reader, self._writer = await asyncio.wait_for(opening, self.wait)
         except asyncio.TimeoutError:
             raise ConnectError(f"{self.login.peer}: no answer in {self.wait} seconds") from None
-        except (OSError, ValueError, OverflowError) as problem:
+        except (OSError, ValueError) as problem:
             raise self.login.unreachable(problem) from problem
 
     async def _send(self, requests: Sequence[Request]) -> List[Exchange]:
-        if self._writer is None:
+        if self._writer is None or not self.connected:
             raise ConnectionLost("not connected")
-        exchanges = [self._wire.start(request) for request in requests]
+        exchanges = self._start(requests)
         self._writer.write(b"".join(exchange.data for exchange in exchanges))
-        # Where the daemon listens no more, a reply may tell why.
-        with contextlib.suppress(ConnectionError):
-            await self._writer.drain()
+        try:
+            await asyncio.wait_for(self._writer.drain(), self.wait)
+        except asyncio.TimeoutError:
+            raise self._lost(f"takes nothing in {self.wait} seconds") from None
+        except ConnectionError:
+            pass  # a reply may tell why the daemon listens no more
         return exchanges
 
     async def _receive(self, patient: bool) -> None:
@@ -368,18 +365,10 @@ class Session:
         try:
             data = await asyncio.wait_for(self._reader.read(65536), None if patient else self.wait)
         except asyncio.TimeoutError:
-            raise ReplyTimeout(f"{self.login.peer}: no answer in {self.wait} seconds") from None
+            raise self._late() from None
         except OSError as problem:
-            self.close()
-            raise ConnectionLost(f"{self.login.peer}: {problem}") from problem
-        if not data:
-            self.close()
-            raise ConnectionLost(f"{self.login.peer}: the connection was closed")
-        try:
-            self._wire.feed(data)
-        except UcfgError:
-            self.close()
-            raise
+            raise self._lost(problem) from problem
+        self._take(data)
 
     async def _exchange(self, requests: Sequence[Request]) -> List[Reply]:
         exchanges = await self._send(requests)
@@ -390,8 +379,7 @@ class Session:
                     await self._receive(exchange.request.patient)
                 replies.append(exchange.reply)
         finally:
-            for exchange in exchanges:
-                self._wire.forget(exchange)
+            self._forget(exchanges)
         return replies
 
     async def _run(self, operation: Operation[T]) -> T:
@@ -399,7 +387,21 @@ class Session:
             try:
                 requests = next(operation)
                 while True:
-                    requests = operation.send(await self._exchange(requests))
+                    try:
+                        replies = await self._exchange(requests)
+                    except BaseException as problem:
+                        self._take_back(operation.throw(problem))
+                        raise
+                    requests = operation.send(replies)
             except StopIteration as end:
                 result: T = end.value
                 return result
+
+    def _take_back(self, requests: Sequence[Request]) -> None:
+        """Sends what an operation that was broken off leaves to be done. Nobody waits for it."""
+        self._owed = requests
+        if self._writer is not None and self.connected:
+            exchanges = self._start(requests)
+            self._writer.write(b"".join(exchange.data for exchange in exchanges))
+            self._forget(exchanges)
+            self._owed = ()

@@ -35,7 +35,11 @@ class UcfgError(Exception):
 
     `message` is for people. `identifier` names the error for programs, such as
     "error.network.ip", where the daemon gave one, and `arguments` holds what fills its message.
+    `where` is the path that it is about, as people type it, "" where it is about none; as a text
+    the error is both.
     """
+
+    where = ""
 
     def __init__(
         self,
@@ -49,7 +53,7 @@ class UcfgError(Exception):
         self.arguments: Tuple[str, ...] = tuple(arguments)
 
     def __str__(self) -> str:
-        return self.message
+        return f"{self.where}: {self.message}" if self.where else self.message
 
 
 class UsageError(UcfgError, ValueError):

@@ -7,7 +7,7 @@ import pwd
 from dataclasses import dataclass
 from typing import NamedTuple, Optional, Tuple, Union
 
-from .errors import ConnectError, DaemonError
+from .errors import ConnectError, DaemonError, UsageError
 from .paths import PathLike
 
 #: What a parameter is set to; a number is written in decimal digits.
@@ -32,6 +32,11 @@ class Login:
     perms: Tuple[str, ...] = ()
     timeout: Optional[int] = None
     force: bool = False
+
+    def __post_init__(self) -> None:
+        number = isinstance(self.port, int) and not isinstance(self.port, bool)
+        if not number or not 1 <= self.port <= 65535:
+            raise UsageError(f"a port is a number from 1 to 65535, not {self.port!r}")
 
     @property
     def address(self) -> str:

@@ -27,6 +27,7 @@ from .paths import Path, PathLike, as_path, path, wire_path
 from .protocol import (
     ADMIN_WORD_LIMIT,
     ARGUMENT_LIMIT,
+    UNSAID,
     USER_LIMIT,
     WORD_LIMIT,
     Line,
@@ -53,10 +54,10 @@ _HISTORY = path("commits", "history")
 _COMMIT_PARTS = ("state", "time", "user", "from", "comment", "files", "notes")
 
 
-def ask(request: Request) -> Operation[Reply]:
-    """One request that must succeed."""
+def ask(request: Request, of: PathLike = "", unsaid: str = UNSAID) -> Operation[Reply]:
+    """One request, about that node, that must succeed."""
     (reply,) = yield [request]
-    return reply.check()
+    return reply.check(as_path(of), unsaid)
 
 
 def _number(text: str) -> int:
@@ -119,19 +120,17 @@ def simple(command: str, patient: bool = False) -> Operation[None]:
 
 def get(of: PathLike) -> Operation[str]:
     """The value of a parameter."""
-    reply = yield from ask(Request(f"GET {wire_path(of)}"))
-    if reply.cut:
-        raise ProtocolError(f"{as_path(of)}: the value is longer than a reply can be")
-    return reply.first()
+    request = Request(f"GET {wire_path(of)}")
+    return (yield from ask(request, of, "this node has no value")).first()
 
 
 def get_many(paths: Iterable[PathLike]) -> Operation[Dict[Path, str]]:
     """The values that can be had."""
     plain = [as_path(given) for given in paths]
     replies = yield from _in_windows([Request(f"GET {wire_path(of)}") for of in plain])
-    for reply in replies:
+    for where, reply in zip(plain, replies):
         if reply.word != "OK" and isinstance(reply.error(), (InUse, SessionEnded)):
-            raise reply.error()
+            raise reply.error(where)
     told = zip(plain, replies)
     return {of: reply.first() for of, reply in told if reply.word == "OK" and not reply.cut}
 
@@ -144,13 +143,13 @@ def _of_tree(command: str, of: PathLike, management: bool) -> Request:
 
 def list_names(of: PathLike, management: bool) -> Operation[List[str]]:
     """The names of a node's children."""
-    reply = yield from ask(_of_tree("LIST", of, management))
+    reply = yield from ask(_of_tree("LIST", of, management), of)
     return [unescape(name) for name in reply.values()]
 
 
 def list_all(of: PathLike, management: bool) -> Operation[List[Path]]:
     """All nodes below a node."""
-    reply = yield from ask(_of_tree("LISTR", of, management))
+    reply = yield from ask(_of_tree("LISTR", of, management), of)
     try:
         return [Path.from_wire(wire) for wire in reply.values()]
     except UsageError as problem:
@@ -166,7 +165,7 @@ def values(below: PathLike) -> Operation[Dict[Path, str]]:
 
 def attr(of: PathLike, management: bool) -> Operation[Attributes]:
     """A node's attributes."""
-    reply = yield from ask(Request(f"{'M' if management else ''}ATTR {wire_path(of)}"))
+    reply = yield from ask(Request(f"{'M' if management else ''}ATTR {wire_path(of)}"), of)
 
     def several(what: str) -> Tuple[str, ...]:
         start = what + "."
@@ -185,7 +184,7 @@ def help_text(of: PathLike, management: bool) -> Operation[str]:
     """A node's help, "" where there is none."""
     if management:
         return (yield from info("daemon.help", [str(as_path(of))]))
-    return (yield from ask(_of_tree("HELP", of, False))).first()
+    return (yield from ask(_of_tree("HELP", of, False), of)).first()
 
 
 def _with_words(command: str, of: PathLike, args: Iterable[str], limit: int) -> str:
@@ -197,13 +196,13 @@ def access(of: PathLike, perms: str, args: Sequence[str], management: bool) -> O
     """Whether a node's access method grants the rights."""
     command = "MACCESS" if management else "ACCESS"
     line = _with_words(command, of, [perms, *args], ARGUMENT_LIMIT)
-    return (yield from ask(Request(line))).first() == "1"
+    return (yield from ask(Request(line), of)).first() == "1"
 
 
 def info(of: PathLike, args: Sequence[str]) -> Operation[str]:
     """The text of a management node."""
-    reply = yield from ask(Request(_with_words("INFO", of, args, ARGUMENT_LIMIT)))
-    return reply.first()
+    request = Request(_with_words("INFO", of, args, ARGUMENT_LIMIT))
+    return (yield from ask(request, of, "this node has no text to tell")).first()
 
 
 # ---- actions ----
@@ -241,10 +240,12 @@ def check_action(of: PathLike, reply: Optional[Reply], output: Sequence[Output])
     if reply is None or reply.word == "OK":
         return
     if reply.word != "ERR":
-        raise reply.error()
+        raise reply.error(as_path(of))
     said = [line.text for line in output if line.stream == 2] or [line.text for line in output]
-    message = reply.text or (said[-1] if said else f"{as_path(of)} failed")
-    raise ActionFailed(message, reply.identifier, reply.arguments, output)
+    message = reply.text or (said[-1] if said else "failed without a word, or is no action")
+    failed = ActionFailed(message, reply.identifier, reply.arguments, output)
+    failed.where = str(as_path(of))
+    raise failed
 
 
 def run(of: PathLike, args: Sequence[str] = ()) -> Operation[List[str]]:
@@ -252,6 +253,7 @@ def run(of: PathLike, args: Sequence[str] = ()) -> Operation[List[str]]:
     (reply,) = yield [admin_request(of, args)]
     output = OutputCutter().take(reply.lines)
     check_action(of, reply, output)
+    reply.check(as_path(of))
     return [line.text for line in output if line.stream == 1]
 
 
@@ -277,24 +279,35 @@ def order_line(order: Order) -> str:
     return f"{'ADD' if isinstance(order, Add) else 'DEL'} {where} {name}"
 
 
+def _where(order: Order) -> Path:
+    return as_path(order.path) if isinstance(order, Set) else as_path(order.path) / order.name
+
+
+def _unsaid(order: Order) -> str:
+    if isinstance(order, Set):
+        return "no parameter that can be set"
+    return "no list that can be changed like that"
+
+
 def change(order: Order) -> Operation[None]:
     """One change."""
     if isinstance(order, Set):
         word = escape(_text(order.value))
         if len(word.encode()) > WORD_LIMIT:
             lines = tuple(f". {line}" for line in value_lines(word))
-            yield from ask(Request(f"SET {wire_path(order.path)}", lines))
+            request = Request(f"SET {wire_path(order.path)}", lines)
+            yield from ask(request, order.path, _unsaid(order))
             return
     (reply,) = yield [Request(order_line(order))]
-    if reply.word == "ERR" and reply.text.startswith("result=2 "):
-        # Told as a number alone. The same change as a batch of one tells the reason, and applies
-        # nothing when it is refused again.
+    if reply.word == "ERR" and (not reply.text or reply.text.startswith("result=2 ")):
+        # Told as a number alone, or not at all. The same change as a batch of one tells the
+        # reason, and applies nothing when it is refused again.
         try:
             yield from submit([order])
         except BatchRefused as refused:
             raise refused.results[0].error or refused from None
         return
-    reply.check()
+    reply.check(_where(order), _unsaid(order))
 
 
 def _results(orders: Sequence[Order], lines: Iterable[Line]) -> List[ItemResult]:
@@ -312,7 +325,10 @@ def _results(orders: Sequence[Order], lines: Iterable[Line]) -> List[ItemResult]
             word, said = read_verdict(text)
             if word != "OK":
                 told = arguments.get(number, ())
-                errors[number] = verdict(word, said, identifiers.get(number), told)
+                order = orders[number - 1] if 0 < number <= len(orders) else None
+                unsaid = _unsaid(order) if order else UNSAID
+                errors[number] = verdict(word, said, identifiers.get(number), told, unsaid)
+                errors[number].where = str(_where(order)) if order else ""
     return [ItemResult(order, errors.get(i)) for i, order in enumerate(orders, 1)]
 
 
@@ -331,7 +347,9 @@ def submit(orders: Iterable[Order]) -> Operation[None]:
         return
     results = _results(items, reply.lines)
     first = next((result.error for result in results if result.error), reply.error())
-    raise BatchRefused(first.message, first.identifier, first.arguments, results)
+    refused = BatchRefused(first.message, first.identifier, first.arguments, results)
+    refused.where = first.where
+    raise refused
 
 
 def dirty() -> Operation[bool]:
@@ -363,7 +381,9 @@ def commit(
         for wish in wishes:
             yield from change(wish)
         yield from simple("COMMIT", patient=True)
-    except UcfgError:
+    except GeneratorExit:
+        raise
+    except BaseException:
         # The next commit may be meant otherwise.
         yield withdrawals
         raise
@@ -385,7 +405,13 @@ def _records(numbers: Sequence[int]) -> Operation[List[Commit]]:
     node: Callable[[int, str], str] = lambda number, part: (_HISTORY / str(number) / part).wire
     wanted = [(number, part) for number in numbers for part in _COMMIT_PARTS]
     replies = yield from _in_windows([Request(f"INFO {node(*each)}") for each in wanted])
-    told = {each: reply.check().first() for each, reply in zip(wanted, replies)}
+    told: Dict[Tuple[int, str], str] = {}
+    for each, reply in zip(wanted, replies):
+        where = _HISTORY / str(each[0]) / each[1]
+        if reply.word == "OK" and reply.cut:  # names of files, say, of which there are many
+            told[each] = yield from _printed(where)
+        else:
+            told[each] = reply.check(where).first()
 
     def record(number: int) -> Commit:
         state, time, user, origin, comment, files, notes = (

@@ -140,6 +140,9 @@ class Line(NamedTuple):
     text: str
 
 
+#: What is said of a refusal that the daemon gives no reason for.
+UNSAID = "refused without a reason"
+
 _ENDED = ("timed out", "logged out", "login required")
 _ABSENT = ("parameter not found", "No such file or directory", "Entry does not exist")
 
@@ -173,14 +176,22 @@ class Reply:
         """The arguments of the error's message."""
         return self.values("error.arg")
 
-    def error(self) -> DaemonError:
-        """The exception that this reply calls for."""
-        return verdict(self.word, self.text, self.identifier, self.arguments)
+    def error(self, where: object = "", unsaid: str = UNSAID) -> DaemonError:
+        """The exception that this reply calls for. `where` is what was asked about; `unsaid` is
+        the message of a reply that gives no reason."""
+        error = verdict(self.word, self.text, self.identifier, self.arguments, unsaid)
+        error.where = str(where)
+        return error
 
-    def check(self) -> Reply:
-        """The reply itself when all went well; raises what error() says otherwise."""
+    def check(self, where: object = "", unsaid: str = UNSAID) -> Reply:
+        """The reply itself when all went well and all of it came; raises what error() says
+        otherwise."""
         if self.word != "OK":
-            raise self.error()
+            raise self.error(where, unsaid)
+        if self.cut:
+            problem = ProtocolError("longer than a line of the protocol, 16 KiB: its end is lost")
+            problem.where = str(where)
+            raise problem
         return self
 
 
@@ -196,8 +207,32 @@ def _failure(text: str, identifier: Optional[str]) -> type[Failed]:
     return Failed
 
 
+_RESULT = re.compile("result=([1-5]) (.*)", re.DOTALL)
+_RESULTS = {
+    "1": "no answer from the node's method",
+    "2": "refused by the node's method",
+    "3": "no such parameter",
+    "4": "no such parameter",
+}
+#: The system's words where no method had any.
+_EMPTY = ("Success", "Invalid argument", "No such file or directory")
+
+
+def _readable(text: str, unsaid: str) -> str:
+    """What a reply says, for people; "" when it says nothing."""
+    found = _RESULT.match(text)
+    if not found:
+        return "" if text == "Success" else text
+    said = _RESULTS.get(found.group(1), unsaid)
+    return said if found.group(2) in _EMPTY else f"{said}: {found.group(2)}"
+
+
 def verdict(
-    word: str, text: str, identifier: Optional[str] = None, arguments: Sequence[str] = ()
+    word: str,
+    text: str,
+    identifier: Optional[str] = None,
+    arguments: Sequence[str] = (),
+    unsaid: str = UNSAID,
 ) -> DaemonError:
     """The exception for a final word and the text behind it."""
     kind: type[DaemonError]
@@ -207,7 +242,7 @@ def verdict(
         kind = SessionEnded if text in _ENDED else Refused
     else:
         kind = InUse if word == "INUSE" else Malformed
-    return kind(text or identifier or f"the daemon answered {word}", identifier, arguments)
+    return kind(_readable(text, unsaid) or identifier or unsaid, identifier, arguments)
 
 
 _WORDS = ("OK", "NO", "BAD", "ERR", "INUSE")

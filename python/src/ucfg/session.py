@@ -5,24 +5,20 @@ from __future__ import annotations
 import socket
 import time
 from types import TracebackType
-from typing import Dict, Iterable, Iterator, List, Optional, Sequence, Tuple, Type, TypeVar
+from typing import Dict, Iterable, Iterator, List, Optional, Sequence, Type, TypeVar
 
 from . import operations
-from .errors import ConnectError, ConnectionLost, InUse, ReplyTimeout, UcfgError
-from .model import Add, Attributes, Commit, Delete, Login, Move, Order, Output, Set, Trial, Value
+from .connection import QUEUE_PAUSE, RESUME_ATTEMPTS, RESUME_PAUSE, Connection
+from .errors import ConnectError, ConnectionLost, InUse, UcfgError
+from .model import Add, Attributes, Commit, Delete, Move, Order, Output, Set, Trial, Value
 from .operations import Operation
 from .paths import Path, PathLike
-from .protocol import Exchange, Reply, Request, Wire
+from .protocol import Exchange, Reply, Request
 
 T = TypeVar("T")
 
-_RESUME_ATTEMPTS = 12
-_RESUME_PAUSE = 0.25
-#: Between two looks for a place in the daemon's queue of new connections.
-QUEUE_PAUSE = 0.02
 
-
-class Session:
+class Session(Connection):
     """A session with the daemon, as a context manager that logs in and out:
 
         with ucfg.Session() as session:
@@ -31,39 +27,24 @@ class Session:
 
     The arguments are those of `ucfg.Login`; `wait` bounds in seconds how long a request may go
     without a word from the daemon (commits and actions may take their time). Where a path is
-    asked for, text is taken as one types it, and `ucfg.path()` takes plain components.
+    asked for, text is taken as one types it, and `ucfg.path()` takes plain components. A text
+    of more than 16 KiB, longer than a line of the protocol, raises ProtocolError.
 
     Leaving the context logs out, and changes that were not committed are gone. close() instead
-    keeps the session at the daemon until its time-out, for resume(). One session serves one
-    thread at a time.
+    keeps the session at the daemon until its time-out, for resume(). A commit that is broken
+    off, by Ctrl-C say, is made as a whole or not at all; the history tells.
+
+    One session serves one thread at a time, and the process that opened it: a child made by
+    fork opens one of its own.
     """
 
-    def __init__(
-        self,
-        socket: Optional[str] = None,  # pylint: disable=redefined-outer-name
-        *,
-        host: Optional[str] = None,
-        port: int = 222,
-        user: Optional[str] = None,
-        password: Optional[str] = None,
-        perms: Iterable[str] = (),
-        timeout: Optional[int] = None,
-        force: bool = False,
-        wait: Optional[float] = 60.0,
-    ) -> None:
-        self.login = Login(socket, host, port, user, password, tuple(perms), timeout, force)
-        self.wait = wait
-        #: What resume() needs, "" before log-in; the user, and the rights that were granted.
-        self.id = ""
-        self.user = ""
-        self.perms: Tuple[str, ...] = ()
-        self._socket: Optional[socket_type] = None
-        self._wire = Wire()
+    _socket: Optional[socket.socket] = None
 
     # ---- connecting, log-in and log-out ----
 
     def open(self) -> Session:
         """Connects and logs in. Returns the session itself."""
+        self._owed = ()
         self._connect()
         try:
             self.id, self.perms = self._run(operations.login(self.login))
@@ -78,17 +59,18 @@ class Session:
         its uncommitted changes. The daemon may need a moment to see that the old connection is
         gone."""
         wanted = session_id or self.id
-        for attempt in range(_RESUME_ATTEMPTS):
+        for attempt in range(RESUME_ATTEMPTS):
             if attempt:
-                time.sleep(_RESUME_PAUSE)
+                time.sleep(RESUME_PAUSE)
             try:
                 self._connect()
                 self.user = self._run(operations.resume(wanted))
                 self.id = wanted
+                self._take_back(self._owed)
                 return
             except (InUse, ConnectError, ConnectionLost):
                 self.close()
-                if attempt == _RESUME_ATTEMPTS - 1:
+                if attempt == RESUME_ATTEMPTS - 1:
                     raise
             except BaseException:
                 self.close()
@@ -108,9 +90,7 @@ class Session:
             self._socket.close()
             self._socket = None
 
-    @property
-    def connected(self) -> bool:
-        """Whether the connection is open, as far as is known."""
+    def _is_open(self) -> bool:
         return self._socket is not None
 
     def __enter__(self) -> Session:
@@ -122,16 +102,13 @@ class Session:
         error: Optional[BaseException],
         trace: Optional[TracebackType],
     ) -> None:
-        if not self.connected:
-            return
         try:
-            self.logout()
+            if self.connected:
+                self.logout()
         except UcfgError:
-            # The session has ended in another way, which who asked last has been told.
+            pass  # The session has ended in another way, which who asked last has been told.
+        finally:
             self.close()
-
-    def __repr__(self) -> str:
-        return f"<ucfg.Session of {self.login!r}{'' if self.connected else ', not connected'}>"
 
     def noop(self) -> None:
         """Asks for nothing: keeps the session from timing out."""
@@ -144,8 +121,7 @@ class Session:
     # ---- reading ----
 
     def get(self, path: PathLike) -> str:
-        """The value of a parameter. One of more than 16 KiB raises ProtocolError: the daemon would
-        tell its beginning alone."""
+        """The value of a parameter."""
         return self._run(operations.get(path))
 
     def get_many(self, paths: Iterable[PathLike]) -> Dict[Path, str]:
@@ -187,7 +163,8 @@ class Session:
 
     def admin(self, path: PathLike, *args: str) -> Iterator[Output]:
         """Runs a management action and iterates over its output as it arrives. Raises
-        ActionFailed behind the last line when the action failed. Other requests wait for the
+        ActionFailed behind the last line when the action failed. A line of more than 16 KiB comes
+        in pieces, without a few bytes where it was cut. Other requests wait for the
         action's end, also when the iteration is given up; one that never ends, such as
         commits.watch, wants a session of its own."""
         exchange = self._send([operations.admin_request(path, args)])[0]
@@ -195,7 +172,7 @@ class Session:
 
     def run(self, path: PathLike, *args: str) -> List[str]:
         """Runs an action and returns the lines of its standard output. ActionFailed has all of
-        the output of one that failed."""
+        the output of one that failed; ProtocolError tells that a line was too long to come whole."""
         return self._run(operations.run(path, args))
 
     # ---- changes ----
@@ -301,8 +278,7 @@ class Session:
     # ---- the connection ----
 
     def _connect(self) -> None:
-        self.close()
-        self._wire = Wire()
+        self._begin()
         try:
             if self.login.host is not None:
                 address = (self.login.host, self.login.port)
@@ -311,11 +287,14 @@ class Session:
             self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
             self._socket.settimeout(self.wait)
             self._connect_local(self._socket)
-        except (OSError, ValueError, OverflowError) as problem:
+        except (OSError, ValueError) as problem:
             self.close()
             raise self.login.unreachable(problem) from problem
+        except BaseException:
+            self.close()
+            raise
 
-    def _connect_local(self, local: socket_type) -> None:
+    def _connect_local(self, local: socket.socket) -> None:
         # With a timeout, connect() does not wait for a place in the daemon's queue.
         end = time.monotonic() + (self.wait or 0)
         while True:
@@ -327,40 +306,37 @@ class Session:
                     raise socket.timeout(f"no answer in {self.wait} seconds") from None
                 time.sleep(QUEUE_PAUSE)
 
-    def _send(self, requests: Sequence[Request]) -> List[Exchange]:
-        if self._socket is None:
+    def _open_socket(self) -> socket.socket:
+        if self._socket is None or not self.connected:
             raise ConnectionLost("not connected")
-        exchanges = [self._wire.start(request) for request in requests]
+        return self._socket
+
+    def _send(self, requests: Sequence[Request]) -> List[Exchange]:
+        peer = self._open_socket()
+        exchanges = self._start(requests)
         try:
-            self._socket.settimeout(self.wait)
-            self._socket.sendall(b"".join(exchange.data for exchange in exchanges))
-        except OSError as problem:
-            # What was sent in part cannot be gone on with. A reply may tell why the daemon
-            # listens no more.
-            if not isinstance(problem, (BrokenPipeError, ConnectionResetError)):
-                self.close()
-                raise ConnectionLost(f"{self.login.peer}: {problem}") from problem
+            peer.settimeout(self.wait)
+            peer.sendall(b"".join(exchange.data for exchange in exchanges))
+        except (BrokenPipeError, ConnectionResetError):
+            pass  # a reply may tell why the daemon listens no more
+        except BaseException as problem:
+            # What was sent in part cannot be gone on with.
+            lost = self._lost(problem)
+            if isinstance(problem, OSError):
+                raise lost from problem
+            raise
         return exchanges
 
     def _receive(self, patient: bool) -> None:
-        if self._socket is None:
-            raise ConnectionLost("not connected")
+        peer = self._open_socket()
         try:
-            self._socket.settimeout(None if patient else self.wait)
-            data = self._socket.recv(65536)
+            peer.settimeout(None if patient else self.wait)
+            data = peer.recv(65536)
         except socket.timeout:
-            raise ReplyTimeout(f"{self.login.peer}: no answer in {self.wait} seconds") from None
+            raise self._late() from None
         except OSError as problem:
-            self.close()
-            raise ConnectionLost(f"{self.login.peer}: {problem}") from problem
-        if not data:
-            self.close()
-            raise ConnectionLost(f"{self.login.peer}: the connection was closed")
-        try:
-            self._wire.feed(data)
-        except UcfgError:
-            self.close()
-            raise
+            raise self._lost(problem) from problem
+        self._take(data)
 
     def _exchange(self, requests: Sequence[Request]) -> List[Reply]:
         exchanges = self._send(requests)
@@ -371,18 +347,31 @@ class Session:
                     self._receive(exchange.request.patient)
                 replies.append(exchange.reply)
         finally:
-            for exchange in exchanges:
-                self._wire.forget(exchange)
+            self._forget(exchanges)
         return replies
 
     def _run(self, operation: Operation[T]) -> T:
         try:
             requests = next(operation)
             while True:
-                requests = operation.send(self._exchange(requests))
+                try:
+                    replies = self._exchange(requests)
+                except BaseException as problem:
+                    self._take_back(operation.throw(problem))
+                    raise
+                requests = operation.send(replies)
         except StopIteration as end:
             result: T = end.value
             return result
+
+    def _take_back(self, requests: Sequence[Request]) -> None:
+        """Sends what an operation that was broken off leaves to be done. Nobody waits for it."""
+        self._owed = requests
+        try:
+            self._forget(self._send(requests))
+            self._owed = ()
+        except UcfgError:
+            pass  # resume() comes back to it
 
     def _output(self, path: PathLike, exchange: Exchange) -> Iterator[Output]:
         cutter = operations.OutputCutter()
@@ -400,9 +389,6 @@ class Session:
         finally:
             self._wire.forget(exchange)
         operations.check_action(path, exchange.reply, told)
-
-
-socket_type = socket.socket
 
 
 class Transaction:
