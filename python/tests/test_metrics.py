@@ -45,6 +45,7 @@ class Metrics(DaemonTest):
             first.commit(trial=60)
             with self.assertRaises(ucfg.TrialRunning):
                 second.commit()
+            first.commit()  # of nothing
             with self.assertRaises(ucfg.LoginFailed):
                 ucfg.Session(self.socket, user="nobody", password="wrong").open()
             second.close()

@@ -39,7 +39,8 @@ typedef struct bgexec_ctx {
     void (*cb_exit)(struct bgexec_ctx *job, int status); /* with the wait status */
     int writes; /* it replaces the modules' files: one such job runs at a time; others are actions
                  */
-    int answer; /* of a job that ends a commit which failed: the error number for its client */
+    int holds_edits; /* of a commit: there is something to write */
+    int answer;      /* of a job that ends a commit which failed: the error number for its client */
     /* Private from here on. */
     int status;
     char *user;       /* whose job it is, also when the session has gone; null for nobody's */

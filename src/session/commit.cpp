@@ -120,9 +120,11 @@ bool start(owned_job &job, bool is_tried = false) {
     if (pid == 0) run_commit(session);
     if (pid < 0) {
         session_writef(session, "%s ERR %s\n", job->id, strerror(errno));
+        g_counters.refused_commits++;
         llconf_forget_tried();
         return false;
     }
+    job->holds_edits = trns_isdirty_ctx(session->backend_ctx);
     if (!tries) trns_submit_ctx(session->backend_ctx);
     bgexec_ctx *started = job.release();
     bgexec_start(started, pid);
@@ -188,13 +190,14 @@ int error_of(const bgexec_ctx *job, int status) {
     return job->ended_for != 0 ? job->ended_for : EIO;
 }
 
-/* Files that are put back afterwards, or because a trial has run out, are no commit. */
-void count_end(int error) {
-    if (error == 0) {
+/* Files that are put back afterwards, or because a trial has run out, are no commit; nor is one of
+ * a session without edits, which writes nothing. */
+void count_end(const bgexec_ctx *job, int error) {
+    if (error != 0) {
+        g_counters.failed_commits++;
+    } else if (job->holds_edits) {
         g_counters.commits++;
         g_counters.last_commit = time(nullptr);
-    } else {
-        g_counters.failed_commits++;
     }
 }
 
@@ -253,7 +256,7 @@ void session_commit_next(void) {
 
 void session_commit_cb_exit(bgexec_ctx *job, int status) {
     const int error = error_of(job, status);
-    count_end(error);
+    count_end(job, error);
     /* A child that was killed has left temporary files at the least. */
     const bool killed = archive_is_on() && !WIFEXITED(status);
     if (error != 0 && (killed || restore_is_needed()) && restore_after(job, error)) return;

@@ -10,7 +10,7 @@
 /* What has happened since the daemon's start, for daemoncount(). Counted in the daemon itself,
  * never in a child. */
 struct daemon_counters {
-    unsigned long commits = 0;         /* that succeeded */
+    unsigned long commits = 0;         /* of edits, that succeeded */
     unsigned long failed_commits = 0;  /* that had begun to write */
     unsigned long refused_commits = 0; /* for a conflict, a trial, or edits that no file can hold */
     unsigned long refused_logins = 0;

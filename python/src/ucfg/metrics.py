@@ -115,7 +115,7 @@ FAMILIES = (
         _node("suspended-memory"),
     ),
     Family("ucfgd_jobs", "gauge", "Children that run actions and commits.", _node("jobs")),
-    Family("ucfgd_commits_total", "counter", "Commits that succeeded.", _node("commits")),
+    Family("ucfgd_commits_total", "counter", "Commits of changes that succeeded.", _node("commits")),
     Family(
         "ucfgd_commit_failures_total",
         "counter",
