@@ -108,4 +108,3 @@ def _what_changes(module: AnsibleModule, session: ucfg.Session) -> tuple[str, li
     except ucfg.Refused:
         # Lines of files may hold secrets; who may not see them gets the parameters.
         return "".join(line + "\n" for line in changes), changes
-

@@ -60,4 +60,3 @@ def _escaped(text: str, at: int) -> tuple[str, int]:
     if text[at] == "x" and len(digits) == 2 and all(digit in "0123456789abcdefABCDEF" for digit in digits):
         return chr(int(digits, 16)), at + 2
     return _ESCAPES.get(text[at], text[at]), at
-
