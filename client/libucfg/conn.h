@@ -27,6 +27,7 @@ inline constexpr size_t k_request_limit = 4U << 20U;
 /* What this side takes: a line of the daemon has at most 16383 characters, its newline included. */
 inline constexpr size_t k_reply_line_limit = 65536;
 inline constexpr size_t k_reply_line_full = 16382;
+inline constexpr const char *k_cut_text = "longer than a reply can be, 16 KiB";
 
 enum class peer_kind { none, local, tcp };
 
@@ -55,6 +56,7 @@ struct ucfg_conn {
     int timeout = 60000;
     int job_timeout = -1;
     size_t reply_limit = 64U << 20U;
+    bool cut = false; /* the last reply lost the end of a line */
     volatile sig_atomic_t *interrupt = nullptr;
 
     int code = k_ucfg_ok;

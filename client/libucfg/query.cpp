@@ -131,6 +131,7 @@ class value_stream {
                 },
                 end);
             if (result != k_ucfg_ok) return result;
+            if (end.code == k_ucfg_ok && end.cut) end.code = k_ucfg_too_long;
         }
         if (!silent)
             stop = callback_(index, end.code == k_ucfg_ok ? value.c_str() : nullptr, end.code,

@@ -82,13 +82,15 @@ int exchange(ucfg_conn *conn, std::string_view tag, std::string_view text, int t
     result = receive(conn, tag, timeout, collect, end);
     if (result != k_ucfg_ok) return result;
     conn->text = std::move(end.text);
+    conn->cut = end.cut;
     return conn->code = end.code;
 }
 
 int command(ucfg_conn *conn, std::string_view line, const line_sink &sink) {
     std::string tag = new_tag(conn);
     std::string text = tag + " " + std::string{line} + "\n";
-    return exchange(conn, tag, text, conn->timeout, sink);
+    int result = exchange(conn, tag, text, conn->timeout, sink);
+    return result == k_ucfg_ok && conn->cut ? fail(conn, k_ucfg_too_long, k_cut_text) : result;
 }
 
 }  // namespace ucfg

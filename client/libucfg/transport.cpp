@@ -23,7 +23,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <chrono>
+#include <cstdlib>
 
 #include "conn.h"
 
@@ -146,6 +148,17 @@ bool try_address(ucfg_conn *conn, const addrinfo &address, unique_fd &fd) {
     return problem == 0;
 }
 
+/* The resolver takes any number modulo 65536. The name of a service begins with a letter, or has
+ * one behind its digits. */
+bool may_be_port(const std::string &text) {
+    size_t digits = text.find_first_not_of("0123456789");
+    if (text.empty() || (digits == 0 && !isalpha(static_cast<unsigned char>(text[0]))))
+        return false;
+    if (digits != std::string::npos) return true;
+    unsigned long number = strtoul(text.c_str(), nullptr, 10);
+    return number >= 1 && number <= 65535;
+}
+
 int open_tcp(ucfg_conn *conn) {
     drop(conn);
     addrinfo hints{};
@@ -252,6 +265,10 @@ int ucfg_connect_tcp(ucfg_conn *conn, const char *host, const char *port) {
         conn->port = port ? port : k_default_port;
         bool colons = conn->host.find(':') != std::string::npos;
         conn->peer = (colons ? "[" + conn->host + "]" : conn->host) + ":" + conn->port;
+        if (!may_be_port(conn->port)) {
+            drop(conn);
+            return fail(conn, k_ucfg_usage, "\"" + conn->port + "\" is no port (1 to 65535)");
+        }
         return open_tcp(conn);
     });
 }

@@ -39,8 +39,35 @@ std::vector<std::string> commit_numbers(session &link) {
     return to_vector(names);
 }
 
+std::string plain_output(std::string_view text) {
+    std::string plain;
+    for (size_t i = 0; i < text.size(); i++) {
+        int byte = 0;
+        const char *digits = text.data() + i + 1;
+        bool coded = text[i] == '%' && i + 2 < text.size() &&
+                     std::from_chars(digits, digits + 2, byte, 16).ptr == digits + 2;
+        plain += coded ? static_cast<char>(byte) : text[i];
+        if (coded) i += 2;
+    }
+    return plain;
+}
+
+/* A text that no reply can hold is what the action of its node prints. */
 std::string commit_part(session &link, const std::string &number, const char *part) {
-    return quiet_info(link, std::string{k_history_node} + "." + number + "." + part);
+    const std::string node = std::string{k_history_node} + "." + number + "." + part;
+    char *text = nullptr;
+    const int code = link.quietly(
+        [&](ucfg_conn *conn) { return ucfg_info(conn, node.c_str(), nullptr, 0, &text); });
+    const owned_str owner{text};
+    if (code != k_ucfg_too_long) return owner ? owner.get() : "";
+    std::string printed;
+    const auto take = [](int stream, const char *line, void *data) {
+        if (stream == 1) *static_cast<std::string *>(data) += plain_output(line) + "\n";
+    };
+    link.quietly([&](ucfg_conn *conn) {
+        return ucfg_admin(conn, node.c_str(), nullptr, 0, take, &printed);
+    });
+    return printed;
 }
 
 std::optional<long> trial_left(session &link) {

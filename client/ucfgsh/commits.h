@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "ucfgsh/session.h"
@@ -30,6 +31,10 @@ bool has_node(session &link, ucfg_tree tree, const char *path);
 
 /* The newest first. */
 std::vector<std::string> commit_numbers(session &link);
+
+/* A line of the output of commits.changes and its like as it was meant: control characters do not
+ * pass in the output of an action: "%09" stands for a tab, and "%25" for the "%" itself. */
+std::string plain_output(std::string_view text);
 
 /* What "time", "user", "state", "comment", "files", "notes" or another part says; "" where that
  * cannot be had. */

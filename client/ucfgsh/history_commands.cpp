@@ -1,7 +1,6 @@
 /* What has been committed and by whom, taking it back, and watching. */
 #include <algorithm>
 #include <array>
-#include <charconv>
 
 #include "ucfgsh/commands.h"
 #include "ucfgsh/commits.h"
@@ -22,24 +21,9 @@ int complain_number(shell &sh, const std::string &text) {
     return complain_usage(sh, "\"" + text + "\" is not the number of a commit");
 }
 
-/* Control characters do not pass in the output of an action: "%09" stands for a tab, and "%25" for
- * the "%" itself. */
-std::string with_controls(std::string_view text) {
-    std::string plain;
-    for (size_t i = 0; i < text.size(); i++) {
-        int byte = 0;
-        const char *digits = text.data() + i + 1;
-        bool coded = text[i] == '%' && i + 2 < text.size() &&
-                     std::from_chars(digits, digits + 2, byte, 16).ptr == digits + 2;
-        plain += coded ? static_cast<char>(byte) : text[i];
-        if (coded) i += 2;
-    }
-    return plain;
-}
-
 void take_line(int stream, const char *text, void *data) {
     auto *list = static_cast<action_lines *>(data);
-    (stream == 1 ? list->lines : list->errors).push_back(with_controls(text));
+    (stream == 1 ? list->lines : list->errors).push_back(plain_output(text));
 }
 
 /* Runs an action of this daemon and shows what it put out. */

@@ -44,7 +44,9 @@ enum ucfg_code {
     k_ucfg_timeout,     /* no answer in time; a late one is skipped by the next call */
     k_ucfg_interrupted, /* the flag of ucfg_set_interrupt() was raised */
     k_ucfg_protocol,    /* the peer does not speak the protocol, or broke a limit */
-    k_ucfg_too_long, /* a path, value or batch that the protocol cannot carry; nothing was sent */
+    k_ucfg_too_long, /* a path, value or batch that the protocol cannot carry, and nothing was sent;
+                      * or a value or text of more than 16 KiB to be read, whose end would be lost
+                      */
     k_ucfg_usage,    /* an argument that no daemon could make sense of; nothing was sent */
     k_ucfg_no_memory
 };
@@ -73,7 +75,7 @@ void ucfg_destroy(ucfg_conn *conn);
 int ucfg_connect_local(ucfg_conn *conn, const char *path);
 
 /* Connects over TCP, trying every address of the host; a null host is "127.0.0.1", a null port
- * "222". */
+ * "222". The port is a number from 1 to 65535 or the name of a service. */
 int ucfg_connect_tcp(ucfg_conn *conn, const char *host, const char *port);
 
 /* Connects again to where the last ucfg_connect_ call went. No session is restored by it. */

@@ -98,6 +98,9 @@ TEST(Requests, ARefusalThatIsOnlyANumberIsAskedForItsReason) {
 TEST(Requests, WhatTheDaemonWouldCutIsRefusedBeforeItIsSent) {
     fake_daemon daemon{[](const fake_request &) { return fake_reply{" OK"}; }};
     owned_conn conn = connect_to(daemon);
+    for (const char *port : {"0", "65536", "-1", " 22", "", "4294967518"})
+        EXPECT_EQ(ucfg_connect_tcp(owned_conn{ucfg_create()}.get(), "127.0.0.1", port),
+                  k_ucfg_usage);
     std::string component(256, 'c');
     std::string line(17000, 'v');
     std::string word(1024, 'w');
@@ -293,6 +296,28 @@ TEST(Queries, ManyValuesComeInOrderAndMayBeCutShort) {
     EXPECT_EQ(ucfg_get_many(conn.get(), paths.data(), 1000, take, &result), k_ucfg_ok);
     EXPECT_EQ(result.values.size(), 5U);
     EXPECT_EQ(get(conn.get(), "next"), "vnext");
+}
+
+TEST(Queries, WhatLostItsEndIsNotTakenForTheWhole) {
+    fake_daemon daemon{[](const fake_request &r) {
+        const std::string_view full = r.args == "fits" ? "" : "x";
+        return fake_reply{".1 " + std::string(16382 - r.tag.size() - 4, 'v').append(full), " OK"};
+    }};
+    owned_conn conn = connect_to(daemon);
+    char *text = nullptr;
+    EXPECT_EQ(ucfg_info(conn.get(), "fits", nullptr, 0, &text), k_ucfg_ok);
+    const owned_str whole{text};
+    for (const auto &ask : {ucfg_get, ucfg_help})
+        EXPECT_EQ(ask(conn.get(), "cut", &text), k_ucfg_too_long);
+    EXPECT_EQ(ucfg_info(conn.get(), "cut", nullptr, 0, &text), k_ucfg_too_long);
+    const char *path = "cut";
+    int code = k_ucfg_ok;
+    auto take = [](size_t, const char *value, int told, void *data) {
+        *static_cast<int *>(data) = value ? k_ucfg_ok : told;
+        return 0;
+    };
+    EXPECT_EQ(ucfg_get_many(conn.get(), &path, 1, take, &code), k_ucfg_ok);
+    EXPECT_EQ(code, k_ucfg_too_long);
 }
 
 TEST(Queries, AnActionsOutputKeepsItsEmptyLinesButNotTheOnesThatEndIt) {
