@@ -10,6 +10,8 @@ export default ts.config(
         files: ["**/*.mjs"],
         languageOptions: { globals: { console: "readonly", process: "readonly", setTimeout: "readonly", clearTimeout: "readonly", URL: "readonly", Buffer: "readonly" } },
     },
+    // What runs in the page that a test looks at.
+    { files: ["browser/*.mjs"], languageOptions: { globals: { document: "readonly", window: "readonly" } } },
     {
         files: ["**/*.{ts,tsx}"],
         extends: [...ts.configs.strictTypeChecked],

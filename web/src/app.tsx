@@ -6,6 +6,7 @@ import { Configure } from "./pages/configure";
 import { History } from "./pages/history";
 import { Machine } from "./pages/machine";
 import { Pending } from "./pages/pending";
+import "./app.css";
 
 const _ = cockpit.gettext;
 
@@ -40,7 +41,7 @@ export function App({ session }: PageProps) {
     const [active, setActive] = useState(cockpit.location.path[0] ?? "configure");
     return (
         <Page>
-            <PageSection variant={PageSectionVariants.light} type="tabs" isWidthLimited>
+            <PageSection variant={PageSectionVariants.light} type="tabs" isWidthLimited isFilled className="ucfgd-pages">
                 <SessionState session={session} />
                 <Tabs
                     activeKey={active}

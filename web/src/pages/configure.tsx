@@ -4,6 +4,7 @@ import {
     Alert, Breadcrumb, BreadcrumbItem, Button, Form, List, ListItem, SearchInput, Sidebar, SidebarContent, SidebarPanel,
     Spinner, Text, TextContent, Title,
 } from "@patternfly/react-core";
+import AngleDownIcon from "@patternfly/react-icons/dist/esm/icons/angle-down-icon";
 import { useSession } from "../app";
 import type { PageProps } from "../app";
 import { Parameters, isAbsent, nameOf, parentOf } from "../parameters";
@@ -163,6 +164,8 @@ export function Configure({ session }: PageProps) {
     const [picked, setPicked] = useState(cockpit.location.path[0] === "configure" ? cockpit.location.path[1] ?? "" : "");
     const [search, setSearch] = useState("");
     const [said, setSaid] = useState("");
+    // Where there is no room beside the form, the tree is folded away.
+    const [unfolded, setUnfolded] = useState(false);
     const goal = useRef<string>();
     const heading = useRef<HTMLHeadingElement>(null);
     const path = picked || first;
@@ -171,6 +174,7 @@ export function Configure({ session }: PageProps) {
         goal.current = focus;
         setPicked(section);
         setSearch("");
+        setUnfolded(false);
         cockpit.location.go(["configure", section]);
     };
     const onShown = useCallback(() => {
@@ -191,11 +195,25 @@ export function Configure({ session }: PageProps) {
                 <SearchInput
                     aria-label={_("Search in names and helps")}
                     placeholder={_("Search")}
+                    resetButtonLabel={_("Clear the search")}
                     value={search}
                     onChange={(_event, text) => setSearch(text)}
                     onClear={() => setSearch("")}
                 />
-                <nav aria-label={_("Sections")}>
+                <div className="ucfgd-fold">
+                    <Button
+                        variant="secondary"
+                        isBlock
+                        icon={<AngleDownIcon />}
+                        iconPosition="end"
+                        aria-expanded={unfolded}
+                        aria-controls="sections"
+                        onClick={() => setUnfolded(!unfolded)}
+                    >
+                        {_("Sections")}
+                    </Button>
+                </div>
+                <nav id="sections" className={unfolded ? undefined : "ucfgd-folded"} aria-label={_("Sections")}>
                     <SectionTree parameters={parameters} active={path} onSelect={section => open(section, "")} />
                 </nav>
             </SidebarPanel>

@@ -1,7 +1,7 @@
 // The bar below every page: what this session would commit, and the ways to commit it or to drop it.
 import { useEffect, useState, useSyncExternalStore } from "react";
 import {
-    Alert, AlertActionLink, Button, Flex, FlexItem, Form, FormGroup, Modal, NumberInput, PageSection, TextInput,
+    Alert, AlertActionLink, Button, Flex, FlexItem, Form, FormGroup, Modal, NumberInput, PageSection, Stack, StackItem, TextInput,
 } from "@patternfly/react-core";
 import { useSession } from "../app";
 import type { PageProps } from "../app";
@@ -15,6 +15,7 @@ import { DiffView } from "../widgets/diff-view";
 import { answered } from "../widgets/field";
 import { TrialAlert } from "../widgets/trial-alert";
 import { reasonId, reasonOf } from "../widgets/reason";
+import "./pending.css";
 
 const _ = cockpit.gettext;
 
@@ -90,7 +91,12 @@ export function Pending({ session }: PageProps) {
     const refused = refusal &&
         <Alert isInline isLiveRegion variant="danger" title={<span title={reasonId(refusal)}>{reasonOf(refusal)}</span>} />;
     return (
-        <PageSection variant="light" stickyOnBreakpoint={{ default: "bottom" }} aria-label={_("Pending changes")}>
+        <PageSection
+            variant="light"
+            stickyOnBreakpoint={{ default: "bottom" }}
+            aria-label={_("Pending changes")}
+            className="ucfgd-pending"
+        >
             <Kept session={session} />
             {behind && <Alert
                 isInline
@@ -112,6 +118,7 @@ export function Pending({ session }: PageProps) {
                 variant="large"
                 title={_("Pending changes")}
                 isOpen={open}
+                showClose={false}
                 onClose={() => setOpen(false)}
                 actions={[
                     <Button key="commit" isDisabled={none} onClick={() => void run(() => commit(session, comment, 0))}>{_("Commit")}</Button>,
@@ -121,25 +128,33 @@ export function Pending({ session }: PageProps) {
                     <Button key="close" variant="link" onClick={() => setOpen(false)}>{_("Close")}</Button>,
                 ]}
             >
-                {refused}
-                <ChangesTable changes={changes} />
-                <DiffView text={text} />
-                <Form onSubmit={event => event.preventDefault()}>
-                    <FormGroup label={_("Comment")} fieldId="commit-comment">
-                        <TextInput id="commit-comment" value={comment} maxLength={500} onChange={(_event, now) => setComment(now)} />
-                    </FormGroup>
-                    <FormGroup label={_("Seconds of a trial, after which it is undone unless confirmed")} fieldId="trial-seconds">
-                        <NumberInput
-                            inputProps={{ id: "trial-seconds" }}
-                            value={seconds}
-                            min={5}
-                            max={604800}
-                            onMinus={() => setSeconds(seconds - 5)}
-                            onPlus={() => setSeconds(seconds + 5)}
-                            onChange={event => setSeconds(Number(event.currentTarget.value))}
-                        />
-                    </FormGroup>
-                </Form>
+                <Stack hasGutter>
+                    {refused && <StackItem>{refused}</StackItem>}
+                    <StackItem><ChangesTable changes={changes} /></StackItem>
+                    <StackItem><DiffView text={text} /></StackItem>
+                    <StackItem>
+                        <Form onSubmit={event => event.preventDefault()}>
+                            <FormGroup label={_("Comment")} fieldId="commit-comment">
+                                <TextInput id="commit-comment" value={comment} maxLength={500} onChange={(_event, now) => setComment(now)} />
+                            </FormGroup>
+                            <FormGroup label={_("Seconds of a trial, after which it is undone unless confirmed")} fieldId="trial-seconds">
+                                <NumberInput
+                                    inputProps={{ id: "trial-seconds" }}
+                                    inputAriaLabel={_("Seconds of a trial, after which it is undone unless confirmed")}
+                                    minusBtnAriaLabel={_("Less")}
+                                    plusBtnAriaLabel={_("More")}
+                                    widthChars={6}
+                                    value={seconds}
+                                    min={5}
+                                    max={604800}
+                                    onMinus={() => setSeconds(seconds - 5)}
+                                    onPlus={() => setSeconds(seconds + 5)}
+                                    onChange={event => setSeconds(Number(event.currentTarget.value))}
+                                />
+                            </FormGroup>
+                        </Form>
+                    </StackItem>
+                </Stack>
             </Modal>
         </PageSection>
     );

@@ -20,6 +20,7 @@ export function QuestionDialog({ title, answer, danger, onYes, onNo, children }:
             variant={ModalVariant.small}
             title={title}
             titleIconVariant={danger ? "warning" : undefined}
+            showClose={false}
             onClose={onNo}
             actions={[
                 <Button key="yes" variant={danger ? "danger" : "primary"} onClick={onYes}>{answer}</Button>,
