@@ -34,7 +34,8 @@ async function faultsOf(frame, language) {
     const faults = violations.flatMap(({ id, nodes }) => nodes.map(({ target, html, any }) =>
         `${id}: ${target.join(" ")}: ${html.slice(0, 150)} ${any.map(one => one.message).join("; ")}`));
     const { over, said } = await frame.evaluate(() => ({
-        over: document.documentElement.scrollWidth - document.documentElement.clientWidth,
+        over: Math.max(...[document.documentElement, ...document.querySelectorAll("main, .pf-v5-c-modal-box")].map(
+            one => one.scrollWidth - one.clientWidth)),
         said: [...document.body.querySelectorAll("*")].flatMap(one => [
             ...["aria-label", "placeholder", "title"].map(name => one.getAttribute(name)),
             ...[...one.childNodes].map(child => child.nodeType === 3 && child.data),

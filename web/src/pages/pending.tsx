@@ -95,6 +95,7 @@ export function Pending({ session }: PageProps) {
             variant="light"
             stickyOnBreakpoint={{ default: "bottom" }}
             aria-label={_("Pending changes")}
+            isFilled={false}
             className="ucfgd-pending"
         >
             <Kept session={session} />
