@@ -4,7 +4,7 @@ import * as esbuild from "esbuild";
 import { cp, mkdir, readdir, readFile, rm, writeFile } from "node:fs/promises";
 import path from "node:path";
 import { fileURLToPath } from "node:url";
-import { script } from "./po.mjs";
+import { manifestTexts, script } from "./po.mjs";
 
 const here = path.dirname(fileURLToPath(import.meta.url));
 const at = (...parts) => path.join(here, ...parts);
@@ -73,10 +73,14 @@ async function still() {
     await mkdir(at("dist"), { recursive: true });
     await cp(at("src/index.html"), at("dist/index.html"));
     await cp(at("manifest.json"), at("dist/manifest.json"));
+    const menu = manifestTexts(JSON.parse(await readFile(at("manifest.json"), "utf8")));
     for (const name of await readdir(at("po"))) {
         if (name.endsWith(".po")) {
             const text = await readFile(at("po", name), "utf8");
-            await writeFile(at("dist", `po.${path.basename(name, ".po")}.js`), script(text));
+            const language = path.basename(name, ".po");
+            await writeFile(at("dist", `po.${language}.js`), script(text));
+            // The menu's texts alone, where a newer console looks for them.
+            await writeFile(at("dist", `po.manifest.${language}.js`), script(text, menu));
         }
     }
 }

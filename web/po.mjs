@@ -37,8 +37,14 @@ export function entries(text) {
     return all;
 }
 
-// script TEXT: the JavaScript of one language.
-export function script(text) {
+// The texts of a manifest that the console looks up.
+export function manifestTexts(manifest) {
+    return Object.values(manifest.menu ?? {}).flatMap(({ label, keywords = [] }) =>
+        [label, ...keywords.flatMap(({ matches }) => matches)]);
+}
+
+// script TEXT [ONLY]: the JavaScript of one language, with the given texts alone.
+export function script(text, only) {
     const header = {};
     const lines = [];
     for (const entry of entries(text)) {
@@ -47,7 +53,7 @@ export function script(text) {
                 const [name, ...rest] = field.split(": ");
                 header[name.toLowerCase()] = rest.join(": ");
             }
-        } else if (!entry.fuzzy && entry.msgstr.every(one => one !== "")) {
+        } else if ((!only || only.includes(entry.msgid)) && !entry.fuzzy && entry.msgstr.every(one => one !== "")) {
             const key = (entry.msgctxt === undefined ? "" : entry.msgctxt + "\u0004") + entry.msgid;
             lines.push(`${JSON.stringify(key)}:${JSON.stringify([entry.msgid_plural ?? null, ...entry.msgstr])}`);
         }
