@@ -133,9 +133,11 @@ fe_node *fe_func_commitdiff(fe_context *ctx, fe_node * /*call*/) {
 
 fe_node *fe_func_sessionchanges(fe_context *ctx, fe_node * /*call*/) {
     if (!command_may_wait() || !g_current_session) return fail_outside_action();
+    auto *transaction = static_cast<trns_ctx *>(ctx->user_data);
+    /* Clients ask again and again, and a large tree takes its time. */
+    if (trns_isdirty_ctx(transaction) == 0) return truth_node(true);
     std::string text;
-    param_changes(g_current_session, g_trns_ctx, static_cast<trns_ctx *>(ctx->user_data), LONG_MAX,
-                  text);
+    param_changes(g_current_session, g_trns_ctx, transaction, LONG_MAX, text);
     /* A commit that would be refused is told of by commitdiff. */
     commit_plan plan;
     if (plan_of(ctx, plan) == 0) {

@@ -24,8 +24,8 @@ export interface Found {
 
 // So many requests are under way at once: what the page asks for meanwhile waits behind no more than these.
 const width = 6;
-// Of a longer list only so many entries can be found.
-const longestList = 2000;
+/** Of a longer section only so many children are read at once, and the tree does not show them. */
+export const longestSection = 100;
 
 export function parentOf(path: string): string {
     return path.slice(0, Math.max(0, path.lastIndexOf(".")));
@@ -33,6 +33,11 @@ export function parentOf(path: string): string {
 
 export function nameOf(path: string): string {
     return splitPath(path).at(-1) ?? "";
+}
+
+/** As the search compares: without case, and without what stands above or below a letter. */
+export function fold(text: string): string {
+    return text.normalize("NFKD").replace(/\p{M}/gu, "").toLowerCase().replaceAll("ß", "ss");
 }
 
 /** Whether its children are entries that come and go. */
@@ -73,6 +78,7 @@ export class Parameters {
     complete = false;
     private readonly nodes = new Map<string, ParameterNode>();
     private readonly entries = new Map<string, string[]>();
+    private readonly folded = new Map<string, { names: string; last: string; help: string; text: string }>();
     private readonly types = new Map<string, string>();
     private readonly listeners = new Set<() => void>();
     private round = 0;
@@ -94,15 +100,21 @@ export class Parameters {
         return (this.nodes.get(path)?.children ?? []).flatMap(child => this.nodes.get(child) ?? []);
     }
 
-    /** The paths of a list's entries, in their order, as they were read last. */
+    /** The paths of what is in a list, or in a long section, in their order, as they were read last. */
     entriesOf(path: string): string[] {
         return this.entries.get(path) ?? [];
     }
 
-    /** Reads the whole tree, of lists the first entry. Another call ends what an earlier one began. */
+    /** Whether there is more in a section than is read at once. */
+    isLong(path: string): boolean {
+        return this.entriesOf(path).length > longestSection;
+    }
+
+    /** Reads the whole tree, of lists and long sections the first entry. Another call ends what an earlier one began. */
     async fill(at: Requester): Promise<void> {
         const round = ++this.round;
         this.complete = false;
+        this.folded.clear();
         let sections = [""];
         while (sections.length > 0 && round === this.round) {
             const below: string[] = [];
@@ -110,7 +122,8 @@ export class Parameters {
                 if (round !== this.round) {
                     return;
                 }
-                for (const node of await this.readSection(at, section)) {
+                const read = await this.readSection(at, section, section === "" ? Infinity : 1);
+                for (const node of read) {
                     if (isSection(node) && !isAbsent(node)) {
                         below.push(node.path);
                     }
@@ -138,12 +151,16 @@ export class Parameters {
         }
     }
 
-    /** The children of a section, read anew; of a list the names only, and its first entry as an example. */
-    async readSection(at: Requester, path: string): Promise<ParameterNode[]> {
+    /**
+     * The children of a section, read anew; of a long one so many. Of a list the names only, and its first entry as
+     * an example.
+     */
+    async readSection(at: Requester, path: string, most = longestSection): Promise<ParameterNode[]> {
         const names = await model.list(at, path).catch(refused([]));
         const paths = names.map(name => path === "" ? name : `${path}.${name}`);
         const own = this.nodes.get(path);
-        const asked = own && isList(own) ? paths.slice(0, 1) : paths;
+        const list = own !== undefined && isList(own);
+        const asked = list ? paths.slice(0, 1) : paths.length > longestSection ? paths.slice(0, most) : paths;
         const read: ParameterNode[] = [];
         await inTurns(asked, async child => {
             const node = await this.read(at, child);
@@ -153,8 +170,10 @@ export class Parameters {
         });
         const order = new Map(paths.map((child, index) => [child, index]));
         read.sort((a, b) => (order.get(a.path) ?? 0) - (order.get(b.path) ?? 0));
-        if (own && isList(own)) {
+        if (list || paths.length > longestSection) {
             this.entries.set(path, paths);
+        } else {
+            this.entries.delete(path);
         }
         this.nodes.set(path, {
             ...(own ?? { path, name: "", attributes: { ops: "l", choices: [], flags: [] }, help: "" }),
@@ -177,32 +196,45 @@ export class Parameters {
 
     /** All that have each of the words in their path or their help, those whose name it is first. */
     search(text: string, most = 100): Found[] {
-        const words = text.toLowerCase().split(/\s+/).filter(word => word !== "");
-        if (words.length === 0) {
-            return [];
-        }
+        const words = fold(text).split(/\s+/).filter(word => word !== "");
         const found: (Found & { rank: number })[] = [];
         const consider = (path: string, help: string, section: string) => {
-            const names = splitPath(path).join(" ").toLowerCase();
-            const all = `${names} ${path.toLowerCase()} ${help.toLowerCase()}`;
-            if (path !== "" && words.every(word => all.includes(word))) {
-                const last = nameOf(path).toLowerCase();
+            const { names, last, text: all } = this.foldedOf(path, help);
+            if (words.every(word => all.includes(word))) {
                 const rank = words.some(word => last === word) ? 0
                     : words.some(word => last.includes(word)) ? 1
                         : words.some(word => names.includes(word)) ? 2 : 3;
                 found.push({ path, help, section, rank });
             }
         };
+        if (words.length === 0) {
+            return [];
+        }
         for (const node of this.nodes.values()) {
-            const inList = this.nodes.get(parentOf(node.path));
-            if (!(inList && isList(inList)) && this.isListed(node.path)) {
-                consider(node.path, node.help, isSection(node) ? node.path : parentOf(node.path));
+            const above = parentOf(node.path);
+            if (node.path !== "" && !this.entries.has(above) && this.isListed(node.path)) {
+                consider(node.path, node.help, isSection(node) ? node.path : above);
             }
         }
-        for (const [list, paths] of this.entries) {
-            paths.slice(0, longestList).forEach(path => consider(path, "", list));
+        for (const [above, paths] of this.entries) {
+            const node = this.nodes.get(above);
+            if (node && this.isListed(above)) {
+                paths.forEach(path => consider(path, "", isList(node) ? above : path));
+            }
         }
         return found.sort((a, b) => a.rank - b.rank).slice(0, most).map(({ path, help, section }) => ({ path, help, section }));
+    }
+
+    /** What the search looks at: thousands of entries for each letter that is typed. */
+    private foldedOf(path: string, help: string) {
+        let known = this.folded.get(path);
+        if (known?.help !== help) {
+            const names = splitPath(path).map(fold);
+            const text = `${names.join(" ")} ${fold(path)} ${fold(help)}`;
+            known = { names: names.join(" "), last: names.at(-1) ?? "", help, text };
+            this.folded.set(path, known);
+        }
+        return known;
     }
 
     private isListed(path: string): boolean {

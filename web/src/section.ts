@@ -18,19 +18,21 @@ export interface Section {
     node: ParameterNode;
     fields: Field[];
     sections: ParameterNode[];
+    /** How many children there are, of which those that were asked for have been read. */
+    total: number;
     /** Of a list: the paths of its entries, in their order. */
     entries?: string[];
 }
 
 /** Reads a section; undefined where there is none (any more). */
 export async function readSection(
-    at: Requester, parameters: Parameters, path: string, mayWrite: boolean,
+    at: Requester, parameters: Parameters, path: string, mayWrite: boolean, most?: number,
 ): Promise<Section | undefined> {
     const node = path === "" ? undefined : await parameters.read(at, path);
     if (path !== "" && !node) {
         return undefined;
     }
-    const children = !node || (isSection(node) && !isAbsent(node)) ? await parameters.readSection(at, path) : [];
+    const children = !node || (isSection(node) && !isAbsent(node)) ? await parameters.readSection(at, path, most) : [];
     const own = parameters.get(path);
     if (!own) {
         return undefined;
@@ -47,6 +49,7 @@ export async function readSection(
     return {
         node: own,
         fields,
+        total: Math.max(children.length, parameters.entriesOf(path).length),
         sections: list ? [] : children.filter(isSection),
         entries: list ? parameters.entriesOf(path) : undefined,
     };

@@ -7,14 +7,14 @@ import {
 import AngleDownIcon from "@patternfly/react-icons/dist/esm/icons/angle-down-icon";
 import { useSession } from "../app";
 import type { PageProps } from "../app";
-import { Parameters, isAbsent, nameOf, parentOf } from "../parameters";
+import { Parameters, isAbsent, longestSection, nameOf, parentOf } from "../parameters";
 import type { Found } from "../parameters";
 import { pendingOf } from "../pending-changes";
 import { splitPath } from "../protocol";
 import { readSection } from "../section";
 import type { Section } from "../section";
 import type { Session } from "../session";
-import { EntryList } from "../widgets/entry-list";
+import { EntryList, entryId } from "../widgets/entry-list";
 import { ParameterField, fieldId } from "../widgets/field";
 import { SectionTree } from "../widgets/section-tree";
 import "./configure.css";
@@ -27,12 +27,14 @@ interface SectionProps {
     path: string;
     onOpen: (path: string) => void;
     announce: (text: string) => void;
+    /** The entry or the parameter that was looked for. */
+    goal?: string;
     /** Called once when there is something to see. */
     onShown?: () => void;
 }
 
 /** Reads the section again after everything that may have changed it; undefined while it is read first. */
-function useSection(session: Session, parameters: Parameters, path: string): Section | null | undefined {
+function useSection(session: Session, parameters: Parameters, path: string, most: number): Section | null | undefined {
     const pending = pendingOf(session);
     const foreign = useSyncExternalStore(listener => pending.subscribe(listener), () => pending.foreign);
     const [read, setRead] = useState<{ path: string; section: Section | null }>();
@@ -43,7 +45,7 @@ function useSection(session: Session, parameters: Parameters, path: string): Sec
         }
         let wanted = true;
         const timer = setTimeout(() => {
-            readSection(session, parameters, path, session.permissions.write).then(
+            readSection(session, parameters, path, session.permissions.write, most).then(
                 section => wanted && setRead({ path, section: section ?? null }),
                 () => undefined, // a loss of the connection, which is told elsewhere
             );
@@ -52,12 +54,13 @@ function useSection(session: Session, parameters: Parameters, path: string): Sec
             wanted = false;
             clearTimeout(timer);
         };
-    }, [session, parameters, path, state, version, foreign]);
+    }, [session, parameters, path, most, state, version, foreign]);
     return read?.path === path ? read.section : undefined;
 }
 
-function SectionForm({ session, parameters, path, onOpen, announce, onShown }: SectionProps) {
-    const section = useSection(session, parameters, path);
+function SectionForm({ session, parameters, path, onOpen, announce, goal, onShown }: SectionProps) {
+    const [most, setMost] = useState(longestSection);
+    const section = useSection(session, parameters, path, most);
     const pending = pendingOf(session);
     const there = section !== undefined;
     useSyncExternalStore(listener => pending.subscribe(listener), () => pending.version);
@@ -73,7 +76,7 @@ function SectionForm({ session, parameters, path, onOpen, announce, onShown }: S
         return <Alert isInline variant="info" title={_("This is not there any more.")} />;
     }
     const changes = new Map(pending.changes.map(change => [change.path, change]));
-    const { fields, sections, entries } = section;
+    const { fields, sections, entries, total } = section;
     return (
         <>
             {fields.length > 0 &&
@@ -93,6 +96,7 @@ function SectionForm({ session, parameters, path, onOpen, announce, onShown }: S
                     session={session}
                     section={section}
                     announce={announce}
+                    wanted={goal}
                     content={entry =>
                         <SectionForm {...{ session, parameters, onOpen, announce }} path={entry} />}
                 />}
@@ -104,6 +108,10 @@ function SectionForm({ session, parameters, path, onOpen, announce, onShown }: S
                             {help !== "" && ` — ${help}`}
                         </ListItem>)}
                 </List>}
+            {!entries && total > most &&
+                <Button variant="link" onClick={() => setMost(most + longestSection)}>
+                    {cockpit.format(_("Show more: $0 of $1 are shown"), most, total)}
+                </Button>}
             {fields.length === 0 && sections.length === 0 && !entries && !isAbsent(section.node) &&
                 <p>{_("There is nothing here that may be shown.")}</p>}
         </>
@@ -166,27 +174,31 @@ export function Configure({ session }: PageProps) {
     const [said, setSaid] = useState("");
     // Where there is no room beside the form, the tree is folded away.
     const [unfolded, setUnfolded] = useState(false);
-    const goal = useRef<string>();
+    const [goal, setGoal] = useState<string>();
     const heading = useRef<HTMLHeadingElement>(null);
     const path = picked || first;
 
-    const open = (section: string, focus?: string) => {
-        goal.current = focus;
+    // What picked the section is gone behind it, unless that was the tree: then the focus stays there.
+    const open = (section: string, focus: string) => {
+        setGoal(focus);
         setPicked(section);
         setSearch("");
         setUnfolded(false);
         cockpit.location.go(["configure", section]);
     };
     const onShown = useCallback(() => {
-        const field = goal.current && document.getElementById(fieldId(goal.current));
-        if (field) {
-            field.scrollIntoView({ block: "center" });
-            field.focus();
-        } else if (goal.current !== undefined) {
+        const at = goal && (document.getElementById(fieldId(goal)) ?? document.getElementById(`${entryId(goal)}-toggle`));
+        if (at) {
+            at.scrollIntoView({ block: "center" });
+            at.focus();
+        } else if (goal !== undefined) {
             heading.current?.scrollIntoView({ block: "nearest" });
+            if (goal !== "") {
+                heading.current?.focus();
+            }
         }
-        goal.current = undefined;
-    }, []);
+        setGoal(undefined);
+    }, [goal]);
     const found = search.trim() === "" ? undefined : parameters.search(search);
     const node = parameters.get(path);
     return (
@@ -223,16 +235,16 @@ export function Configure({ session }: PageProps) {
                     ? <Results found={found} complete={parameters.complete} onPick={one => open(one.section, one.path)} />
                     : path !== "" &&
                         <>
-                            <Path path={path} onOpen={section => open(section, "")} />
+                            <Path path={path} onOpen={section => open(section, section)} />
                             <TextContent>
                                 <Title headingLevel="h2" ref={heading} tabIndex={-1}>{nameOf(path)}</Title>
                                 {node && node.help !== "" && <Text>{node.help}</Text>}
                             </TextContent>
                             <SectionForm
                                 key={path}
-                                {...{ session, parameters, path, onShown }}
+                                {...{ session, parameters, path, goal, onShown }}
                                 announce={setSaid}
-                                onOpen={section => open(section, "")}
+                                onOpen={section => open(section, section)}
                             />
                         </>}
             </SidebarContent>

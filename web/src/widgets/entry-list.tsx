@@ -24,10 +24,18 @@ const part = 200;
 interface EntryListProps {
     session: Session;
     section: Section;
+    /** The entry that was looked for is open and among those that are shown. */
+    wanted?: string;
     /** Draws the parameters of an entry. */
     content: (path: string) => React.ReactNode;
     /** For people who do not see what has moved. */
     announce: (text: string) => void;
+}
+
+/** The part of a long list that holds the entry at that place. */
+function rangeAt(index: number): { from: number; to: number } {
+    const from = Math.floor(Math.max(0, index) / part) * part;
+    return { from, to: from + part };
 }
 
 interface EntryProps {
@@ -44,9 +52,13 @@ interface EntryProps {
     onDrag: (what: "start" | "over" | "end") => void;
 }
 
+export function entryId(path: string): string {
+    return `entry-${path}`;
+}
+
 function Entry({ path, index, count, open, dropBefore, ops, content, onToggle, onDelete, onMove, onDrag }: EntryProps) {
     const name = nameOf(path);
-    const id = `entry-${path}`;
+    const id = entryId(path);
     const moves = ops.includes("m");
     const step = (label: string, to: number, icon: React.ReactNode) => (
         <Button
@@ -142,10 +154,10 @@ function AddEntry({ name, add }: { name: string; add: (name: string) => Promise<
     );
 }
 
-export function EntryList({ session, section, content, announce }: EntryListProps) {
+export function EntryList({ session, section, wanted, content, announce }: EntryListProps) {
     const { node, entries = [] } = section;
-    const [open, setOpen] = useState<ReadonlySet<string>>(new Set());
-    const [shown, setShown] = useState(part);
+    const [open, setOpen] = useState<ReadonlySet<string>>(new Set(wanted ? [wanted] : []));
+    const [range, setRange] = useState(() => rangeAt(entries.indexOf(wanted ?? "")));
     const [drag, setDrag] = useState<{ from: number; over: number }>();
     const [refusal, setRefusal] = useState<Reply>();
     const ops = session.permissions.write ? node.attributes.ops : "";
@@ -200,8 +212,12 @@ export function EntryList({ session, section, content, announce }: EntryListProp
                     add={name => order({ verb: "ADD", path: node.path, name: escape(name) }, cockpit.format(_("$0 is added"), name))}
                 />}
             {refusal && <HelperText><Reason reply={refusal} /></HelperText>}
+            {range.from > 0 &&
+                <Button variant="link" onClick={() => setRange({ ...range, from: range.from - part })}>
+                    {cockpit.format(_("Show the $0 before"), part)}
+                </Button>}
             <DataList aria-label={cockpit.format(_("Entries of $0"), node.name)} isCompact>
-                {entries.slice(0, shown).map((path, index) => (
+                {entries.slice(range.from, range.to).map((path, at) => [path, range.from + at] as const).map(([path, index]) => (
                     <Entry
                         key={path}
                         path={path}
@@ -220,9 +236,9 @@ export function EntryList({ session, section, content, announce }: EntryListProp
                 ))}
             </DataList>
             {entries.length === 0 && <p>{_("There are no entries.")}</p>}
-            {entries.length > shown &&
-                <Button variant="link" onClick={() => setShown(shown + part)}>
-                    {cockpit.format(_("Show more: $0 of $1 are shown"), shown, entries.length)}
+            {entries.length > range.to &&
+                <Button variant="link" onClick={() => setRange({ ...range, to: range.to + part })}>
+                    {cockpit.format(_("Show more: $0 of $1 are shown"), range.to - range.from, entries.length)}
                 </Button>}
         </>
     );

@@ -43,8 +43,8 @@ export async function answered(asked: Promise<Reply>): Promise<Reply> {
     }
 }
 
-function Present({ id, value }: { id: string; value: string }) {
-    return <div id={id} className="ucfgd-present">{value === "" ? <em>{_("(empty)")}</em> : value}</div>;
+function Present({ id, value, empty }: { id: string; value: string; empty: string }) {
+    return <div id={id} tabIndex={-1} className="ucfgd-present">{value === "" ? <em>{empty}</em> : value}</div>;
 }
 
 export function ParameterField({ session, field, change, stamp }: FieldProps) {
@@ -90,13 +90,14 @@ export function ParameterField({ session, field, change, stamp }: FieldProps) {
                     kind={kind}
                     choices={attributes.choices}
                     shown={shown}
+                    unknown={problem !== undefined}
                     refused={draft?.state === "refused"}
                     describedBy={`${id}-help`}
                     onEdit={text => setDraft({ text, state: "edited" })}
                     onDone={text => void send(text)}
                     onCancel={() => setDraft(undefined)}
                 />
-                : <Present id={id} value={kind.widget === "secret" ? _("not shown") : shown} />}
+                : <Present id={id} value={kind.widget === "secret" ? _("not shown") : shown} empty={problem === undefined ? _("(empty)") : _("(not known)")} />}
             <FormHelperText>
                 <HelperText id={`${id}-help`}>
                     {draft?.reply && <Reason reply={draft.reply} />}

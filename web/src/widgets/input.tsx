@@ -10,6 +10,8 @@ export interface InputProps {
     kind: Kind;
     choices: string[];
     shown: string;
+    /** What is shown is not the value, which cannot be read. */
+    unknown?: boolean;
     refused: boolean;
     describedBy: string;
     onEdit: (value: string) => void;
@@ -21,7 +23,7 @@ export interface InputProps {
 const other = "\0other";
 
 function Choice(props: InputProps) {
-    const { id, choices, shown, refused, describedBy, onDone } = props;
+    const { id, choices, shown, unknown, refused, describedBy, onDone } = props;
     const [free, setFree] = useState(false);
     if (free) {
         return <Text {...props} onDone={text => { setFree(false); onDone(text); }} autoFocus />;
@@ -42,7 +44,11 @@ function Choice(props: InputProps) {
             }}
         >
             {offered.map(choice =>
-                <FormSelectOption key={choice} value={choice} label={choice === "" ? _("(empty)") : choice} />)}
+                <FormSelectOption
+                    key={choice}
+                    value={choice}
+                    label={choice === "" ? unknown ? _("(not known)") : _("(empty)") : choice}
+                />)}
             <FormSelectOption value={other} label={_("Other value…")} />
         </FormSelect>
     );

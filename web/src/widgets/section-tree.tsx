@@ -82,9 +82,9 @@ export function SectionTree({ parameters, active, onSelect }: SectionTreeProps) 
         setFocused("");
     }, [active]);
 
-    // The entries of a list stand in its form.
+    // The entries of a list, and of a long section, stand in its form.
     const below = (node: ParameterNode) =>
-        isList(node) || isAbsent(node) ? [] : parameters.children(node.path).filter(isSection);
+        isList(node) || isAbsent(node) || parameters.isLong(node.path) ? [] : parameters.children(node.path).filter(isSection);
     const nodes = parameters.children("").filter(isSection);
     const isShown = (path: string) => above(parentOf(path)).every(one => expanded.has(one));
     const stop = [focused, ...above(active)].find(path => parameters.get(path) && path !== "" && isShown(path)) ?? nodes[0]?.path ?? "";
