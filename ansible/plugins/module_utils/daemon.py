@@ -4,6 +4,7 @@
 
 from __future__ import annotations
 
+import signal
 from typing import Any, Callable, Iterable, NoReturn
 
 from ansible.module_utils.basic import AnsibleModule
@@ -20,6 +21,8 @@ SESSION_ARGUMENTS: dict[str, dict[str, Any]] = dict(
     timeout=dict(type="int", default=60),
 )
 
+# What a module that was killed has not committed is gone after so many seconds.
+_IDLE = 30
 # The least that a number may be, whichever module takes it.
 _LEAST = {"back_to": 1, "commit": 1, "limit": 0, "timeout": 1, "trial": 0, "trial_delay": 0}
 
@@ -29,6 +32,9 @@ HISTORY = Path("commits", "history")
 def make_module(argument_spec: dict[str, Any], one_of: tuple[str, ...] = (), **further: Any) -> AnsibleModule:
     """The module with its options checked; one at least of `one_of` has to be given. Ansible's own check of
     that comes before the one for options that there are not, and would hide a misspelt one."""
+    # A connection that is lost takes the terminal away; what the module has opened is to be closed.
+    for ending in (signal.SIGHUP, signal.SIGTERM):
+        signal.signal(ending, _leave)
     module = AnsibleModule(argument_spec=argument_spec, **further)
     for name, least in _LEAST.items():
         number = module.params.get(name)
@@ -48,7 +54,12 @@ def open_session(module: AnsibleModule) -> ucfg.Session:
         password=params["password"],
         force=bool(params.get("force")),
         wait=params["timeout"],
+        timeout=_IDLE,
     )
+
+
+def _leave(number: int, _frame: Any) -> None:
+    raise SystemExit(128 + number)
 
 
 def with_session(module: AnsibleModule, work: Callable[[ucfg.Session], dict[str, Any]]) -> NoReturn:
