@@ -130,6 +130,7 @@ int complain_missing(shell &sh, const std::string &what, const char *node);
 /* What an action puts out. */
 struct action_lines {
     std::vector<std::string> lines, errors;
+    bool goes_on = false; /* the last of the lines does, with the next */
 };
 
 /* Runs one that only looks; an ucfg_code. */

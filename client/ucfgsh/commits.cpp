@@ -39,7 +39,12 @@ std::vector<std::string> commit_numbers(session &link) {
     return to_vector(names);
 }
 
+bool output_goes_on(std::string_view text) {
+    return text.ends_with('%');
+}
+
 std::string plain_output(std::string_view text) {
+    if (output_goes_on(text)) text.remove_suffix(1);
     std::string plain;
     for (size_t i = 0; i < text.size(); i++) {
         int byte = 0;
@@ -62,7 +67,10 @@ std::string commit_part(session &link, const std::string &number, const char *pa
     if (code != k_ucfg_too_long) return owner ? owner.get() : "";
     std::string printed;
     const auto take = [](int stream, const char *line, void *data) {
-        if (stream == 1) *static_cast<std::string *>(data) += plain_output(line) + "\n";
+        if (stream != 1) return;
+        auto *all = static_cast<std::string *>(data);
+        *all += plain_output(line);
+        if (!output_goes_on(line)) *all += '\n';
     };
     link.quietly([&](ucfg_conn *conn) {
         return ucfg_admin(conn, node.c_str(), nullptr, 0, take, &printed);

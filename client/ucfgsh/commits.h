@@ -36,6 +36,9 @@ std::vector<std::string> commit_numbers(session &link);
  * pass in the output of an action: "%09" stands for a tab, and "%25" for the "%" itself. */
 std::string plain_output(std::string_view text);
 
+/* Whether the next line goes on with this one, which is too long for a reply. */
+bool output_goes_on(std::string_view text);
+
 /* What "time", "user", "state", "comment", "files", "notes" or another part says; "" where that
  * cannot be had. */
 std::string commit_part(session &link, const std::string &number, const char *part);

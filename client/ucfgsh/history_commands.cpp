@@ -23,7 +23,13 @@ int complain_number(shell &sh, const std::string &text) {
 
 void take_line(int stream, const char *text, void *data) {
     auto *list = static_cast<action_lines *>(data);
-    (stream == 1 ? list->lines : list->errors).push_back(plain_output(text));
+    std::vector<std::string> &lines = stream == 1 ? list->lines : list->errors;
+    std::string_view line = text;
+    if (stream == 1 && list->goes_on)
+        lines.back() += plain_output(line);
+    else
+        lines.push_back(plain_output(line));
+    if (stream == 1) list->goes_on = output_goes_on(line);
 }
 
 /* Runs an action of this daemon and shows what it put out. */

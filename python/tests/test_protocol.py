@@ -75,6 +75,12 @@ class Protocol(unittest.TestCase):
             with self.assertRaises(StopIteration if told else ucfg.ProtocolError) as end:
                 operation.send([exchange.reply])
             self.assertEqual(getattr(end.exception, "value", None), told)
+        operation, wire = operations.preview("diff"), Wire()
+        exchange = wire.start(next(operation)[0])
+        wire.feed(b"u1.1 +a%09b%\nu1.1 c%25\nu1.1 \nu1 OK\n")
+        with self.assertRaises(StopIteration) as end:
+            operation.send([exchange.reply])
+        self.assertEqual(end.exception.value, "+a\tbc%\n")
         session = ucfg.Session()
         session._socket, peer = socket.socketpair()
         with peer:

@@ -32,18 +32,30 @@ using owned_ctx = owned<trns_ctx, trns_destroy_ctx>;
 constexpr long k_quick_values = 500;
 constexpr size_t k_quick_files = 128 * 1024;
 
+/* What a line of a reply has room for, its tag left out of account. */
+constexpr size_t k_printed_line = 16000;
+
 /* Replies lose control characters, which files are made of: the tab stands as "%09" in what an
- * action prints, and "%" itself as "%25". */
+ * action prints, and "%" itself as "%25". They lose bytes of long lines, too: where such a line is
+ * broken, a "%" stands before the newline; no character is. */
 std::string printable(std::string_view text) {
     constexpr char k_digits[] = "0123456789abcdef";
+    constexpr size_t k_character = 4;
     std::string result;
+    size_t begin = 0; /* of the line */
     for (char c : text) {
-        if (c != '%' && (c == '\n' || !is_control(c))) {
-            result += c;
-            continue;
-        }
         const auto byte = static_cast<unsigned char>(c);
-        result += {'%', k_digits[byte >> 4], k_digits[byte & 15]};
+        const size_t length = result.size() - begin;
+        const bool inside = (byte & 0xC0U) == 0x80U && length < k_printed_line + k_character;
+        if (length >= k_printed_line && c != '\n' && !inside) {
+            result += "%\n";
+            begin = result.size();
+        }
+        if (c == '%' || (c != '\n' && is_control(c)))
+            result += {'%', k_digits[byte >> 4U], k_digits[byte & 15U]};
+        else
+            result += c;
+        if (c == '\n') begin = result.size();
     }
     return result;
 }

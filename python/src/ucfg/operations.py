@@ -438,9 +438,14 @@ def history(most: Optional[int]) -> Operation[List[Commit]]:
 
 
 def _printed(node: Path) -> Operation[str]:
-    """What an action of the archive prints: control characters travel escaped in that, and "%"."""
+    """What an action of the archive prints: control characters travel escaped in that, and "%",
+    which at the end of a line breaks a long one."""
     text = "".join(line + "\n" for line in (yield from run(node)))
-    return re.sub("%([0-9a-f]{2})", lambda found: chr(int(found.group(1), 16)), text)
+    return re.sub("%(\n|[0-9a-f]{2})", lambda found: _printed_as(found.group(1)), text)
+
+
+def _printed_as(code: str) -> str:
+    return "" if code == "\n" else chr(int(code, 16))
 
 
 def commit_text(number: int, part: str) -> Operation[str]:
