@@ -115,6 +115,30 @@ step("A change is shown as a difference of the file before it is committed, and 
     assert.match(await configured(), /^Port 2201$/m);
 });
 
+step("Entries are moved by drag and by keyboard, and a value arrives as it was typed, whatever it holds", async at => {
+    const search = at.frame.getByRole("textbox", { name: "Search in names and helps" });
+    await search.fill("NÄMESERVERS 192.0.2.54");
+    await at.frame.getByRole("button", { name: "network › nameservers › 192.0.2.54" }).click();
+    await eventually(() => at.frame.getByRole("button", { name: "Parameters of 192.0.2.54" }).evaluate(one => one === document.activeElement));
+    const entry = name => at.frame.locator(`[data-entry="${name}"]`);
+    const firstIs = name => eventually(async () => await at.frame.locator("[data-entry]").first().getAttribute("data-entry") === name);
+    await firstIs("192.0.2.53");
+    await entry("192.0.2.54").dragTo(entry("192.0.2.53"));
+    await firstIs("192.0.2.54");
+    await at.frame.getByRole("button", { name: "Move 192.0.2.54 down" }).press("Enter");
+    await firstIs("192.0.2.53");
+    await search.fill("banner");
+    await at.frame.getByRole("button", { name: "system › banner" }).click();
+    const banner = "Grüße  \"an\" 'alle' 100%+1 \\n\n\nEnde.";
+    await field(at, "system.banner").getByRole("textbox").fill(banner);
+    await field(at, "system.banner").getByRole("textbox").press("Control+Enter");
+    await review(at, "1 parameter changed");
+    await dialog(at).getByRole("button", { name: "Commit", exact: true }).click();
+    await pending(at).getByText("No changes").waitFor();
+    assert.equal((await machine.file("etc/issue")).trimEnd(), banner);
+    await section(at, "ssh").click();
+});
+
 step("A commit of somebody else in between is told, and the changes are made again behind it", async at => {
     await put(at, "ssh.port", "2202");
     await pending(at).getByText("1 parameter changed").waitFor();

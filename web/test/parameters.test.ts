@@ -51,4 +51,6 @@ test("The search compares without case and accents, and a section of thousands c
     assert.deepEqual([search(" "), search("nothing office")], [[], []]);
     const users = await readSection(at, parameters, "users", true);
     assert.deepEqual([users?.fields.length, users?.total], [longestSection, 5000]);
+    const writable = async (may: boolean) => (await readSection(at, parameters, "büro", may))?.fields.map(field => field.writable);
+    assert.deepEqual([await writable(true), await writable(false)], [[true], [false]]);
 });
