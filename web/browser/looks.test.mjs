@@ -5,7 +5,7 @@ import { readFileSync } from "node:fs";
 import { createRequire } from "node:module";
 import { after, before, test } from "node:test";
 import { entries, manifestTexts } from "../po.mjs";
-import { Console } from "./console.mjs";
+import { Console, eventually } from "./console.mjs";
 
 const possible = await Console.possible();
 const machine = new Console();
@@ -165,3 +165,88 @@ Object.entries(variants).forEach(([name, { style, ...options }], n) => test(`It 
     }
     assert.deepEqual([...faults, ...window.faults], []);
 }));
+
+test("It goes by the keys alone, and what has the focus is told", { skip: possible ? false : "needs root and mount namespaces", timeout: 60000 }, async () => {
+    const { page, frame, faults } = await machine.open();
+    const inner = () => page.frame({ name: "cockpit1:localhost/ucfgd" });
+    const focused = () => inner().evaluate(() => {
+        const one = document.activeElement;
+        return one.getAttribute("aria-label") || one.labels?.[0]?.textContent || one.textContent;
+    });
+    const press = async (...keys) => {
+        for (const key of keys) {
+            await page.keyboard.press(key);
+        }
+    };
+    const isOn = name => eventually(async () => assert.equal((await focused()).trim(), name));
+    /** The tabulator until the focus stands there, with a ring or a line to be seen around it. */
+    const tabTo = async (name, key = "Tab") => {
+        for (let steps = 0; (await focused()).trim() !== name; steps++) {
+            assert.ok(steps < 60, `the focus does not come to ${name}`);
+            await press(key);
+        }
+    };
+    await frame.getByRole("treeitem", { name: "ssh" }).waitFor();
+    await frame.locator("body").evaluate(body => body.focus());
+    await inner().evaluate(() => window.focus());
+    await page.locator("iframe").first().focus();
+    await tabTo("system");
+    await press("ArrowDown");
+    await isOn("log");
+    await press("ArrowLeft", "ArrowLeft", "ArrowDown", "ArrowRight", "ArrowRight", "Enter");
+    await frame.getByRole("heading", { name: "nameservers" }).waitFor();
+    await isOn("nameservers");
+    await tabTo("New entry of nameservers");
+    await page.keyboard.type("192.0.2.55");
+    await press("Enter");
+    await frame.getByRole("button", { name: "Move 192.0.2.55 up" }).waitFor();
+    await isOn("New entry of nameservers");
+    await tabTo("Move 192.0.2.55 up");
+    await press("Enter");
+    await frame.getByText("192.0.2.55 is at place 2 of 3").waitFor();
+    await isOn("Move 192.0.2.55 up");
+    await tabTo("Delete 192.0.2.55");
+    await press("Space");
+    await isOn("Delete 192.0.2.54");
+    await tabTo("Search in names and helps", "Shift+Tab");
+    await page.keyboard.type("log-in attempts");
+    await tabTo("ssh › max-tries");
+    await press("Enter");
+    await isOn("max-tries");
+    await page.keyboard.press("ControlOrMeta+a");
+    await page.keyboard.type("11");
+    await press("Enter");
+    await frame.getByRole("alert").getByText("1 to 10, not 11").waitFor();
+    await page.keyboard.press("ControlOrMeta+a");
+    await page.keyboard.type("9");
+    await press("Enter");
+    await tabTo("x11", "Shift+Tab");
+    await press("Space");
+    await tabTo("root-login", "Shift+Tab");
+    await press("ArrowUp");
+    await frame.getByText(/[34] parameters changed/).waitFor();
+    await tabTo("Review and commit");
+    await press("Enter");
+    await tabTo("Comment");
+    await page.keyboard.type("by the keys");
+    await tabTo("Commit");
+    await press("Enter");
+    await frame.getByText("No changes").waitFor();
+    await isOn("Review and commit");
+    await tabTo("History", "Shift+Tab");
+    await press("Enter");
+    await tabTo("Details");
+    await press("Enter");
+    await tabTo("Undo this commit");
+    await press("Enter");
+    await frame.getByText(/[34] parameters changed/).waitFor();
+    await tabTo("Machine", "Shift+Tab");
+    await press("Enter");
+    await tabTo("Run disk");
+    await press("Enter");
+    await tabTo("Run");
+    await press("Enter");
+    await frame.getByRole("log", { name: "Output of disk" }).waitFor();
+    await isOn("Run disk");
+    assert.deepEqual(faults, []);
+});

@@ -193,7 +193,8 @@ export function Configure({ session }: PageProps) {
             at.focus();
         } else if (goal !== undefined) {
             heading.current?.scrollIntoView({ block: "nearest" });
-            if (goal !== "") {
+            // The tree is gone, too, where it is folded away.
+            if (goal !== "" || !document.activeElement?.getClientRects().length || document.activeElement === document.body) {
                 heading.current?.focus();
             }
         }

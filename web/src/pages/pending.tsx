@@ -112,8 +112,8 @@ export function Pending({ session }: PageProps) {
                     {changes.length === 0 ? _("No changes") : cockpit.format(
                         cockpit.ngettext("$0 parameter changed", "$0 parameters changed", changes.length), changes.length)}
                 </FlexItem>
-                <Button isDisabled={none} onClick={() => setOpen(true)}>{_("Review and commit")}</Button>
-                <Button variant="secondary" isDisabled={none} onClick={() => void run(() => answered(session.revert()))}>{_("Revert")}</Button>
+                <Button isAriaDisabled={none} onClick={() => setOpen(true)}>{_("Review and commit")}</Button>
+                <Button variant="secondary" isAriaDisabled={none} onClick={() => void run(() => answered(session.revert()))}>{_("Revert")}</Button>
             </Flex>
             <Modal
                 variant="large"
@@ -122,8 +122,8 @@ export function Pending({ session }: PageProps) {
                 showClose={false}
                 onClose={() => setOpen(false)}
                 actions={[
-                    <Button key="commit" isDisabled={none} onClick={() => void run(() => commit(session, comment, 0))}>{_("Commit")}</Button>,
-                    <Button key="trial" variant="secondary" isDisabled={none} onClick={() => void run(() => commit(session, comment, seconds))}>
+                    <Button key="commit" isAriaDisabled={none} onClick={() => void run(() => commit(session, comment, 0))}>{_("Commit")}</Button>,
+                    <Button key="trial" variant="secondary" isAriaDisabled={none} onClick={() => void run(() => commit(session, comment, seconds))}>
                         {_("Commit with a trial")}
                     </Button>,
                     <Button key="close" variant="link" onClick={() => setOpen(false)}>{_("Close")}</Button>,

@@ -72,7 +72,7 @@ export function ArgumentForm({ id, args, label, isDisabled, refusal, onEdit, onS
                 );
             })}
             <div>
-                <Button type="submit" variant="secondary" isDisabled={isDisabled}>{label}</Button>
+                <Button type="submit" variant="secondary" isAriaDisabled={isDisabled}>{label}</Button>
             </div>
         </Form>
     );

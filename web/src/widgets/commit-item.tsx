@@ -35,6 +35,7 @@ export function CommitItem({ commit, session, onUndo, onLoad }: CommitItemProps)
                 <DataListToggle
                     id={`${title}-toggle`}
                     aria-controls={`${title}-details`}
+                    aria-label={_("Details")}
                     aria-labelledby={`${title}-toggle ${title}`}
                     isExpanded={isOpen}
                     onClick={() => setOpen(!isOpen)}

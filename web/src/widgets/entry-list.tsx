@@ -1,5 +1,5 @@
 // The entries of a list: add, delete, move by drag and by keyboard, and the parameters of each behind its toggle.
-import { useState } from "react";
+import { useEffect, useRef, useState } from "react";
 import {
     Button, DataList, DataListAction, DataListCell, DataListContent, DataListControl, DataListItem, DataListItemCells,
     DataListItemRow, DataListToggle, Form, FormHelperText, HelperText, InputGroup, InputGroupItem, TextInput,
@@ -62,9 +62,10 @@ function Entry({ path, index, count, open, dropBefore, ops, content, onToggle, o
     const moves = ops.includes("m");
     const step = (label: string, to: number, icon: React.ReactNode) => (
         <Button
+            id={`${id}-${to < index ? "up" : "down"}`}
             variant="plain"
             aria-label={cockpit.format(label, name)}
-            isDisabled={to < 0 || to >= count}
+            isAriaDisabled={to < 0 || to >= count}
             onClick={() => onMove(to)}
         >
             {icon}
@@ -105,7 +106,7 @@ function Entry({ path, index, count, open, dropBefore, ops, content, onToggle, o
                     {moves && step(_("Move $0 up"), index - 1, <AngleUpIcon />)}
                     {moves && step(_("Move $0 down"), index + 1, <AngleDownIcon />)}
                     {ops.includes("d") &&
-                        <Button variant="plain" aria-label={cockpit.format(_("Delete $0"), name)} onClick={onDelete}>
+                        <Button id={`${id}-delete`} variant="plain" aria-label={cockpit.format(_("Delete $0"), name)} onClick={onDelete}>
                             <TrashIcon />
                         </Button>}
                 </DataListAction>
@@ -125,10 +126,11 @@ function AddEntry({ name, add }: { name: string; add: (name: string) => Promise<
         setRefusal(reply.word === "OK" ? undefined : reply);
         if (reply.word === "OK") {
             setText("");
+            document.getElementById("new-entry")?.focus();
         }
     };
     return (
-        <Form onSubmit={event => { event.preventDefault(); void send(); }} className="ucfgd-add">
+        <Form onSubmit={event => { event.preventDefault(); if (text !== "") void send(); }} className="ucfgd-add">
             <InputGroup>
                 <InputGroupItem isFill>
                     <TextInput
@@ -144,7 +146,7 @@ function AddEntry({ name, add }: { name: string; add: (name: string) => Promise<
                     />
                 </InputGroupItem>
                 <InputGroupItem>
-                    <Button variant="secondary" type="submit" isDisabled={text === ""}>{_("Add")}</Button>
+                    <Button variant="secondary" type="submit" isAriaDisabled={text === ""}>{_("Add")}</Button>
                 </InputGroupItem>
             </InputGroup>
             <FormHelperText>
@@ -161,6 +163,14 @@ export function EntryList({ session, section, wanted, content, announce }: Entry
     const [drag, setDrag] = useState<{ from: number; over: number }>();
     const [refusal, setRefusal] = useState<Reply>();
     const ops = session.permissions.write ? node.attributes.ops : "";
+    // What the keys go on with once the entries have changed as ordered: a button of a neighbour, or of what has moved.
+    const next = useRef<{ there: (entries: string[]) => boolean; ids: string[] }>();
+    useEffect(() => {
+        if (next.current?.there(section.entries ?? [])) {
+            next.current.ids.map(id => document.getElementById(id)).find(one => one)?.focus();
+            next.current = undefined;
+        }
+    }, [section]);
 
     const order = async (one: Order, said: string) => {
         const reply = await answered(session.order(one));
@@ -176,15 +186,25 @@ export function EntryList({ session, section, wanted, content, announce }: Entry
         const now = [...entries];
         const path = now[from];
         const step = to > from ? 1 : -1;
+        next.current = { there: entries => entries[to] === path, ids: [`entry-${path ?? ""}-${step > 0 ? "down" : "up"}`] };
         for (let at = from; path !== undefined && at !== to; at += step) {
             const neighbour = now[at + step] ?? path;
             const [lower, upper] = step > 0 ? [neighbour, path] : [path, neighbour];
             const said = cockpit.format(_("$0 is at place $1 of $2"), nameOf(path), at + step + 1, now.length);
             const reply = await order({ verb: "MOVE", path: node.path, name: word(lower), before: word(upper) }, said);
             if (reply.word !== "OK") {
+                next.current = undefined;
                 return;
             }
             [now[at], now[at + step]] = [neighbour, path];
+        }
+    };
+    const remove = async (path: string, index: number) => {
+        const neighbour = entries[index + 1] ?? entries[index - 1] ?? "";
+        next.current = { there: entries => !entries.includes(path), ids: [`entry-${neighbour}-delete`, "new-entry"] };
+        const reply = await order({ verb: "DEL", path: node.path, name: word(path) }, cockpit.format(_("$0 is deleted"), nameOf(path)));
+        if (reply.word !== "OK") {
+            next.current = undefined;
         }
     };
     const onDrag = (index: number, what: "start" | "over" | "end") => {
@@ -228,8 +248,7 @@ export function EntryList({ session, section, wanted, content, announce }: Entry
                         ops={ops}
                         content={content}
                         onToggle={() => toggle(path)}
-                        onDelete={() => void order(
-                            { verb: "DEL", path: node.path, name: word(path) }, cockpit.format(_("$0 is deleted"), nameOf(path)))}
+                        onDelete={() => void remove(path, index)}
                         onMove={to => void move(index, to)}
                         onDrag={what => onDrag(index, what)}
                     />
