@@ -13,6 +13,9 @@ export class Refusal extends Error {
     }
 }
 
+/** The refusal of a value or text that would come without its end. */
+export const tooLong = "longer than a reply can hold, 16 KiB";
+
 export type Tree = "parameters" | "management";
 
 export interface Attributes {
@@ -113,6 +116,18 @@ export function infoOf(reply: Reply): string {
     return unescape(texts(reply)[0] ?? "");
 }
 
+/** The text of a node whose action prints it where it is too long for a reply. */
+async function longInfo(at: Requester, path: string): Promise<string> {
+    try {
+        return await info(at, path);
+    } catch (error) {
+        if (error instanceof Refusal && error.reply.cut) {
+            return (await output(at, path)).map(plainOutput).join("\n");
+        }
+        throw error;
+    }
+}
+
 /**
  * Runs an action. Its output is given line by line as it arrives, with the number of its stream (1 or 2). An
  * action that fails is no Refusal: the reply tells.
@@ -142,11 +157,14 @@ export async function admin(
     return at.request(join("ADMIN", path, args), [], take);
 }
 
-/** An action's standard output as a whole. */
+/** What an action that previews prints, as a whole. A "%" at the end of a line says that the next one goes on with it. */
 export async function output(at: Requester, path: string, args: string[] = []): Promise<string[]> {
     const lines: string[] = [];
     const reply = await admin(at, path, args, (stream, text) => {
-        if (stream === 1) {
+        const last = lines.length - 1;
+        if (stream === 1 && lines[last]?.endsWith("%")) {
+            lines[last] = lines[last].slice(0, -1) + text;
+        } else if (stream === 1) {
             lines.push(text);
         }
     });
@@ -186,7 +204,7 @@ export async function commitNumbers(at: Requester): Promise<number[]> {
 
 export async function commitOf(at: Requester, number: number): Promise<Commit> {
     const fields = ["time", "user", "from", "state", "comment", "files", "notes"];
-    const found = await Promise.all(fields.map(field => info(at, `commits.history.${number}.${field}`)));
+    const found = await Promise.all(fields.map(field => longInfo(at, `commits.history.${number}.${field}`)));
     const [time = "", user = "", from = "", state = "", comment = "", files = "", notes = ""] = found;
     const lines = (text: string) => text.split("\n").filter(line => line !== "");
     return { number, time, user, from, state, comment, files: lines(files), notes: lines(notes) };
@@ -216,6 +234,9 @@ async function ask(at: Requester, command: string): Promise<Reply> {
     const reply = await at.request(command);
     if (reply.word !== "OK") {
         throw new Refusal(reply);
+    }
+    if (reply.cut) {
+        throw new Refusal({ word: "ERR", text: tooLong, data: [], cut: true });
     }
     return reply;
 }

@@ -31,6 +31,8 @@ export interface Reply {
     /** The data lines in their order, those of the error left out, and those that were given as they arrived. */
     data: DataLine[];
     error?: Reason;
+    /** A data line was as long as the daemon makes them, which drops the rest of longer ones. */
+    cut?: true;
 }
 
 /** What can send requests: a connection, or a session that keeps one up. */
@@ -64,6 +66,7 @@ interface Pending {
     tag: string;
     data: DataLine[];
     error?: Reason;
+    cut?: true;
     onOutput?: (line: DataLine) => void;
     resolve: (reply: Reply) => void;
     reject: (error: Error) => void;
@@ -165,11 +168,15 @@ export class Client implements Requester {
             pending.error ??= { id: "", args: [] };
             pending.error.args.push(text);
         } else {
-            const line = { qualifier, text };
+            // A character takes three bytes at most.
+            if (line.length > longestLine / 3 && byteLength(line) >= longestLine) {
+                pending.cut = true;
+            }
+            const found = { qualifier, text };
             if (pending.onOutput) {
-                pending.onOutput(line);
+                pending.onOutput(found);
             } else {
-                pending.data.push(line);
+                pending.data.push(found);
             }
         }
     }
@@ -192,6 +199,9 @@ export class Client implements Requester {
             : { word: "BAD", text, data: pending.data };
         if (pending.error) {
             reply.error = pending.error;
+        }
+        if (pending.cut) {
+            reply.cut = true;
         }
         pending.resolve(reply);
     }

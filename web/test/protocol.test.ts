@@ -1,7 +1,8 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
-import { admin, attributes, changes, diff, help, list, value } from "../src/model";
+import { admin, attributes, changes, diff, help, list, tooLong, value } from "../src/model";
 import { Client, ConnectionLost, RequestTooLong, escape, quotePath, splitPath, unescape } from "../src/protocol";
+import type { Transport } from "../src/protocol";
 import { Recorded } from "./harness";
 
 const logIn = "LOGIN root";
@@ -58,6 +59,17 @@ test("Several requests under way, and what is read of them", async () => {
     ]);
     assert.deepEqual(await names, ["192%2e0%2e2%2e53", "192%2e0%2e2%2e54"]);
     assert.ok(recorded.played);
+});
+
+test("What has lost its end is not taken for the whole", async () => {
+    const transport: Transport = {
+        onData: () => undefined,
+        onClose: () => undefined,
+        send: (text: string) => transport.onData(`w1.1 ${"ü".repeat(8188)}${text.includes("fits") ? "" : "x"}\nw1 OK\n`),
+        close: () => undefined,
+    };
+    assert.equal((await value(new Client(transport), "fits")).length, 8188);
+    await assert.rejects(value(new Client(transport), "cut"), { message: tooLong });
 });
 
 test("The output of actions: tags that are cut, streams, and the remainder that is none", async () => {

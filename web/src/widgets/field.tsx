@@ -2,6 +2,7 @@
 import { useEffect, useState } from "react";
 import { Button, FormGroup, FormHelperText, HelperText, HelperTextItem, Label } from "@patternfly/react-core";
 import { kindOf } from "../kind";
+import { tooLong } from "../model";
 import type { Change } from "../model";
 import { ConnectionLost } from "../protocol";
 import type { Reply } from "../protocol";
@@ -102,7 +103,7 @@ export function ParameterField({ session, field, change, stamp }: FieldProps) {
                 <HelperText id={`${id}-help`}>
                     {draft?.reply && <Reason reply={draft.reply} />}
                     {problem !== undefined &&
-                        <HelperTextItem variant="warning" hasIcon>{problem}</HelperTextItem>}
+                        <HelperTextItem variant="warning" hasIcon>{problem === tooLong ? _("Too long to be shown") : problem}</HelperTextItem>}
                     {(help !== "" || typeHelp !== "") &&
                         <HelperTextItem>{[help, typeHelp].filter(part => part !== "").join(" — ")}</HelperTextItem>}
                     {draft?.state === "refused" && kind.widget !== "secret" && value !== undefined &&
