@@ -54,7 +54,7 @@ function useRun(session: Session, node: MachineNode) {
                 } else if (reply.word === "OK") {
                     show("done", reply.text);
                 } else {
-                    show("failed", reply.text || reply.error ? reasonOf(reply) : "");
+                    show("failed", reply.text || reply.error || tail.last().length === 0 ? reasonOf(reply) : "");
                 }
             } finally {
                 client.close();
