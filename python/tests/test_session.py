@@ -80,7 +80,7 @@ class Sessions(DaemonTest):
         with self.session() as session:
             session.set("ssh.port", 2203)
             self.assertEqual(session.commit(trial=1).state, "trial")
-            with self.session() as other, self.assertRaises(ucfg.TrialRunning):
+            with self.session() as other, self.assertRaisesRegex(ucfg.TrialRunning, "of root is on"):
                 other.set("ssh.port", 2204)
                 other.commit()
             for _ in range(100):

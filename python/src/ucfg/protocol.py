@@ -242,7 +242,10 @@ def verdict(
         kind = SessionEnded if text in _ENDED else Refused
     else:
         kind = InUse if word == "INUSE" else Malformed
-    return kind(_readable(text, unsaid) or identifier or unsaid, identifier, arguments)
+    said = _readable(text, unsaid) or identifier or unsaid
+    if identifier == "error.trial" and len(arguments) > 2:
+        said = f"a commit of {arguments[0]} is on trial until {arguments[2]}"
+    return kind(said, identifier, arguments)
 
 
 _WORDS = ("OK", "NO", "BAD", "ERR", "INUSE")

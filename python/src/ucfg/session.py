@@ -25,10 +25,11 @@ class Session(Connection):
             session.set("ssh.port", 2222)
             session.commit(comment="out of the way of scanners")
 
-    The arguments are those of `ucfg.Login`; `wait` bounds in seconds how long a request may go
-    without a word from the daemon (commits and actions may take their time). Where a path is
-    asked for, text is taken as one types it, and `ucfg.path()` takes plain components. A text
-    of more than 16 KiB, longer than a line of the protocol, raises ProtocolError.
+    The arguments are those of `ucfg.Login`: without any, the local socket as the account that the
+    program runs under. `wait` bounds in seconds how long a request may go without a word from
+    the daemon (commits and actions may take their time). Where a path is asked for, text is
+    taken as one types it, and `ucfg.path()` takes plain components. A text of more than 16 KiB,
+    longer than a line of the protocol, raises ProtocolError.
 
     Leaving the context logs out, and changes that were not committed are gone. close() instead
     keeps the session at the daemon until its time-out, for resume(). A commit that is broken
