@@ -79,6 +79,9 @@ def _attempt(module: AnsibleModule, session: ucfg.Session, edit: Edit) -> dict[s
         return result  # the edits end with the session
     commit = session.commit(comment=params["comment"], trial=params["trial"] or None)
     if commit is None:
+        if params["trial"] > 0 and session.trial() is not None:
+            module.fail_json(msg="a commit is on trial that is not found in the history, where this user may not read "
+                                 "it; nobody confirms it, and the daemon takes it back")
         return result
     result.update(commit=commit.number, files=list(commit.files), notes=list(commit.notes))
     for note in commit.notes:

@@ -267,8 +267,7 @@ class Session(Connection):
     ) -> Optional[Commit]:
         """Writes the changes to the files. With `trial` seconds they are undone unless somebody
         calls confirm() in time. None when nothing was to be written, or no history is kept."""
-        local = self.login.host is None
-        return await self._run(operations.commit(comment, trial, local))
+        return await self._run(operations.commit(comment, trial, self.id))
 
     async def trial(self) -> Optional[Trial]:
         """The commit on trial, if there is one."""
