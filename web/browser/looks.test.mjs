@@ -2,6 +2,7 @@
 // the window, nothing left in English. With PICTURES=yes each is drawn into build/pictures.
 import assert from "node:assert/strict";
 import { readFileSync } from "node:fs";
+import { rename } from "node:fs/promises";
 import { createRequire } from "node:module";
 import { after, before, test } from "node:test";
 import { entries, manifestTexts } from "../po.mjs";
@@ -134,10 +135,16 @@ const way = ({ frame }, t, n) => {
 Object.entries(variants).forEach(([name, { style, ...options }], n) => test(`It looks right: ${name}`, {
     skip: possible ? false : "needs root and mount namespaces", timeout: 60000,
 }, async () => {
+    const socket = `${machine.root}/dev/ucfgd`;
+    await rename(socket, `${socket}-away`);
     const window = await machine.open(options);
     const { page } = window;
     const frame = () => page.frame({ name: "cockpit1:localhost/ucfgd" });
     const t = text => options.language === "de" ? german.get(text) ?? text : text;
+    const faults = [];
+    await window.frame.getByRole("heading", { name: t("The configuration daemon is not running") }).waitFor();
+    faults.push(...(await faultsOf(frame(), options.language)).map(fault => `${name} not-running: ${fault}`));
+    await rename(`${socket}-away`, socket);
     await window.frame.getByRole("tab").first().waitFor();
     if (options.language === "de") {
         await page.locator("#host-apps").getByText(t("Configuration")).waitFor();
@@ -149,7 +156,6 @@ Object.entries(variants).forEach(([name, { style, ...options }], n) => test(`It 
         }, style);
         await frame().waitForFunction("document.documentElement.matches('.pf-v5-theme-dark')");
     }
-    const faults = [];
     for (const [what, go] of Object.entries(way(window, t, n))) {
         try {
             await go();

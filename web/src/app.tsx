@@ -1,11 +1,12 @@
 // The page's frame: the tabs, the state of the session above them, the pending changes below.
-import { useState, useSyncExternalStore } from "react";
+import { useRef, useState, useSyncExternalStore } from "react";
 import { Alert, AlertActionLink, Page, PageSection, PageSectionVariants, Tab, TabTitleText, Tabs } from "@patternfly/react-core";
 import type { Session } from "./session";
 import { Configure } from "./pages/configure";
 import { History } from "./pages/history";
 import { Machine } from "./pages/machine";
 import { Pending } from "./pages/pending";
+import { NoSession } from "./widgets/no-session";
 import "./app.css";
 
 const _ = cockpit.gettext;
@@ -38,7 +39,12 @@ function SessionState({ session }: PageProps) {
 
 export function App({ session }: PageProps) {
     useSession(session);
+    const wasOpen = useRef(false);
+    wasOpen.current ||= session.state === "open";
     const [active, setActive] = useState(cockpit.location.path[0] ?? "configure");
+    if (!wasOpen.current) {
+        return <Page><PageSection isFilled><NoSession session={session} /></PageSection></Page>;
+    }
     return (
         <Page>
             <PageSection variant={PageSectionVariants.light} type="tabs" isWidthLimited isFilled className="ucfgd-pages">

@@ -1,0 +1,58 @@
+// What there is to see before the daemon has let the page in: that it is awaited, or why it does not come and what helps.
+import { Button, EmptyState, EmptyStateActions, EmptyStateBody, EmptyStateFooter, EmptyStateHeader, EmptyStateIcon, Spinner } from "@patternfly/react-core";
+import ExclamationCircleIcon from "@patternfly/react-icons/dist/esm/icons/exclamation-circle-icon";
+import type { Session } from "../session";
+
+const _ = cockpit.gettext;
+
+/** By what the console calls the failure to open the socket. */
+const helps: Record<string, { title: string; help: string; command?: string }> = {
+    "not-found": {
+        title: _("The configuration daemon is not running"),
+        help: _("Start it as root. The page goes on by itself as soon as the daemon answers."),
+        command: "systemctl start ucfgd",
+    },
+    "access-denied": {
+        title: _("This account may not talk to the configuration daemon"),
+        help: _("Turn on administrative access above, or have the account admitted: the daemon's listeners stand in ucfgd.conf(5)."),
+    },
+};
+
+export function NoSession({ session }: { session: Session }) {
+    const { state, ending, problem } = session;
+    if (state === "ended") {
+        return (
+            <EmptyState>
+                <EmptyStateHeader
+                    titleText={_("The configuration daemon does not let this account in")}
+                    headingLevel="h1"
+                    icon={<EmptyStateIcon icon={ExclamationCircleIcon} />}
+                />
+                <EmptyStateBody>{ending?.text}</EmptyStateBody>
+                <EmptyStateFooter>
+                    <EmptyStateActions>
+                        <Button onClick={() => void session.start()}>{_("Log in again")}</Button>
+                    </EmptyStateActions>
+                </EmptyStateFooter>
+            </EmptyState>
+        );
+    }
+    // Between two tries the reason of the last one stays.
+    if (problem === undefined) {
+        return (
+            <EmptyState>
+                <EmptyStateHeader titleText={_("Connecting to the configuration daemon")} headingLevel="h1" icon={<EmptyStateIcon icon={Spinner} />} />
+            </EmptyState>
+        );
+    }
+    const { title, help, command } = helps[problem] ?? { title: _("The configuration daemon cannot be reached"), help: problem };
+    return (
+        <EmptyState role="alert">
+            <EmptyStateHeader titleText={title} headingLevel="h1" icon={<EmptyStateIcon icon={ExclamationCircleIcon} />} />
+            <EmptyStateBody>
+                <p>{help}</p>
+                {command && <p><code>{command}</code></p>}
+            </EmptyStateBody>
+        </EmptyState>
+    );
+}
