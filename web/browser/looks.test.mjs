@@ -187,6 +187,7 @@ test("It goes by the keys alone, and what has the focus is told", { skip: possib
     const isOn = name => eventually(async () => assert.equal((await focused()).trim(), name));
     /** The tabulator until the focus stands there, with a ring or a line to be seen around it. */
     const tabTo = async (name, key = "Tab") => {
+        await frame.getByRole("button", { name }).or(frame.getByLabel(name)).or(frame.getByText(name, { exact: true })).first().waitFor();
         for (let steps = 0; (await focused()).trim() !== name; steps++) {
             assert.ok(steps < 60, `the focus does not come to ${name}`);
             await press(key);
