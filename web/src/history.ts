@@ -117,9 +117,12 @@ export class HistoryFeed {
                 return;
             }
             this.client = client;
-            await admin(client, "commits.watch", [], () => void this.refresh());
+            // Nothing tells when the watch has begun: it begins with the first commit that this refresh may miss.
+            const [newest = 0] = await commitNumbers(client);
+            void this.refresh();
+            await admin(client, "commits.watch", [String(newest + 1)], () => void this.refresh());
         } catch (error) {
-            if (!(error instanceof ConnectionLost)) {
+            if (!(error instanceof ConnectionLost || error instanceof Refusal)) {
                 throw error;
             }
         } finally {
