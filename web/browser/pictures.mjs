@@ -9,7 +9,7 @@ const machine = new Console();
 try {
     await mkdir(images, { recursive: true });
     await machine.start();
-    const { page, frame } = await machine.open({ viewport: { width: 1100, height: 700 } });
+    const { page, frame } = await machine.open({ viewport: { width: 1100, height: 780 } });
     const picture = async name => {
         await page.mouse.move(400, 30);
         await page.waitForTimeout(600);
