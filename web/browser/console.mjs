@@ -106,6 +106,13 @@ export class Console {
         return this.ucfgsh("--file", file);
     }
 
+    /** The daemon dies, and is started anew. */
+    async restartDaemon() {
+        const order = path.join(this.scratch, "restart");
+        await writeFile(order, "");
+        await eventually(() => access(order).then(() => false, () => true));
+    }
+
     file(name) {
         return readFile(path.join(this.root, name), "utf8");
     }

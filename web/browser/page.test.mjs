@@ -142,9 +142,12 @@ step("Entries are moved by drag and by keyboard, and a value arrives as it was t
 step("A commit of somebody else in between is told, and the changes are made again behind it", async at => {
     await put(at, "ssh.port", "2202");
     await pending(at).getByText("1 parameter changed").waitFor();
-    await machine.ucfgsh("set", "ssh.max-tries", "4");
-    await pending(at).getByRole("button", { name: "Take that over and make my changes again" }).click();
+    await machine.script("set ssh.max-tries 4", "set ssh.port 2200", "commit");
     await review(at, "1 parameter changed");
+    await dialog(at).getByText(/Commit \d+ of root: replaced .etc.ssh.sshd_config/).waitFor();
+    await dialog(at).getByRole("row", { name: "ssh.port 2200 2202" }).first().waitFor();
+    assert.equal(await dialog(at).getByRole("button", { name: "Commit", exact: true }).isDisabled(), true);
+    await dialog(at).getByRole("button", { name: "Take that over and make my changes again" }).click();
     await dialog(at).getByRole("button", { name: "Commit", exact: true }).click();
     await pending(at).getByText("No changes").waitFor();
     assert.match(await configured(), /^MaxAuthTries 4$/m);
@@ -152,13 +155,15 @@ step("A commit of somebody else in between is told, and the changes are made aga
 });
 
 async function commitOnTrial(at, port, seconds) {
-    await put(at, "ssh.port", port);
+    await changed(at, port);
     await review(at, "1 parameter changed");
     await dialog(at).getByRole("spinbutton").fill(seconds);
     await dialog(at).getByRole("button", { name: "Commit with a trial" }).click();
     await eventually(async () => (await configured()).includes(`\nPort ${port}\n`));
     await pending(at).getByText(/is on trial/).waitFor();
 }
+
+const again = "Make them again";
 
 step("A commit with a trial is undone by itself when the machine cannot be reached anew, and kept by the page when it can", async at => {
     const uri = "cockpit.transport.uri";
@@ -167,6 +172,15 @@ step("A commit with a trial is undone by itself when the machine cannot be reach
     await pending(at).getByText(/could not confirm it by a new connection: no new connection/).waitFor();
     await pending(at).getByText(/is taken back: nobody confirmed it in time/).waitFor();
     await eventually(async () => /^Port 2202$/m.test(await configured()));
+    await pending(at).getByRole("button", { name: again }).click();
+    await pending(at).getByText("1 parameter changed").waitFor();
+    await pending(at).getByRole("button", { name: "Revert" }).click();
+    await eventually(async () => await field(at, "ssh.port").getByRole("spinbutton").inputValue() === "2202");
+    await commitOnTrial(at, "2203", "60");
+    await pending(at).getByRole("button", { name: "Take back" }).click();
+    await pending(at).getByText(/is taken back, as it was ordered/).waitFor();
+    await eventually(async () => /^Port 2202$/m.test(await configured()));
+    await pending(at).getByRole("button", { name: "Forget them" }).click();
     await at.frame.locator("body").evaluate(`${uri} = window.before`);
     await commitOnTrial(at, "2204", "10");
     await pending(at).getByText(/is confirmed: the machine answered over a new connection/).waitFor();
@@ -196,4 +210,106 @@ step("Undoing a commit takes back what it changed, with the next commit", async 
     await review(at, "1 parameter changed");
     await dialog(at).getByRole("button", { name: "Commit", exact: true }).click();
     await eventually(async () => /^Port 2204$/m.test(await configured()));
+});
+
+step("Loading the state behind a commit is asked about first, and made at once although others have committed", async at => {
+    await machine.script("set ssh.port 2300", "commit -m 'in between'");
+    const commit = commits(at).getByRole("listitem").filter({ hasText: "out of the way" });
+    await commit.getByRole("button").first().click();
+    await commit.getByRole("button", { name: "Load the state behind it" }).click();
+    await at.frame.getByRole("dialog", { name: /Load the files as they stood after commit \d+/ }).getByRole("button", { name: "Load" }).click();
+    await at.frame.getByText(/The files as they stood after commit \d+ are loaded/).waitFor();
+    await commitNow(at, /\d+ parameters? changed/);
+    assert.match(await configured(), /^Port 2201$/m);
+});
+
+async function commitNow(at, count) {
+    await review(at, count);
+    await dialog(at).getByRole("button", { name: "Commit", exact: true }).click();
+    await pending(at).getByText("No changes").waitFor();
+}
+
+async function changed(at, port) {
+    await tab(at, "Configure").click();
+    await section(at, "ssh").click();
+    await put(at, "ssh.port", port);
+    await pending(at).getByText("1 parameter changed").waitFor();
+}
+
+async function madeAgain(at, port) {
+    await pending(at).getByText("1 change that was not committed is kept").waitFor();
+    await pending(at).getByRole("button", { name: again }).click();
+    await commitNow(at, "1 parameter changed");
+    assert.ok((await configured()).includes(`\nPort ${port}\n`));
+}
+
+// From the next connection on, a channel hears nothing more behind what window.cut tells, and is cut then; its log-in
+// has window.limit seconds.
+function meddle() {
+    const open = window.cockpit.channel;
+    window.cockpit.channel = options => {
+        const channel = open(options);
+        const send = channel.send.bind(channel);
+        let deaf = false;
+        channel.send = data => {
+            const text = new TextDecoder().decode(data);
+            const limit = window.limit && / LOGIN /.test(text) ? `${text.split(" ")[0]}.1 timeout ${window.limit}\n` : "";
+            setTimeout(() => {
+                send(limit + text);
+                if (window.cut && text.includes(window.cut)) {
+                    window.cut = undefined;
+                    deaf = true;
+                    setTimeout(() => channel.close("disconnected"), 400);
+                }
+            }, window.wait ?? 0);
+        };
+        const addEventListener = (name, hear) =>
+            channel.addEventListener(name, (...said) => deaf && name === "message" || hear(...said));
+        return Object.create(channel, { addEventListener: { value: addEventListener } });
+    };
+}
+
+step("A daemon that is started anew, and somebody who takes over: said in plain words, and the changes are made again", async at => {
+    await changed(at, "2401");
+    await at.frame.locator("body").evaluate(meddle);
+    await machine.restartDaemon();
+    await pending(at).getByText(/The session is gone/).waitFor();
+    await madeAgain(at, "2401");
+    await changed(at, "2402");
+    await machine.ucfgsh("--force", "info", "daemon.sessions");
+    const alert = at.frame.getByText("Somebody else has taken over, and has ended all other sessions that may change something");
+    await alert.waitFor();
+    await at.frame.getByText("1 change of yours that was not committed is kept in this page").waitFor();
+    await at.frame.getByText("The daemon says: you have been logged out").waitFor();
+    await at.frame.locator("body").evaluate("window.limit = 1");
+    await at.frame.getByRole("button", { name: "Log in again" }).click();
+    await madeAgain(at, "2402");
+});
+
+step("A session that has timed out, and a channel that is cut: the changes are made again, or are still there", async at => {
+    await changed(at, "2403");
+    await at.frame.locator("body").evaluate("window.wait = 2500");
+    await at.frame.getByText("You have been logged out: nothing was heard of this page for too long").waitFor();
+    await at.frame.locator("body").evaluate("window.wait = window.limit = 0");
+    await at.frame.getByRole("button", { name: "Log in again" }).click();
+    await madeAgain(at, "2403");
+    await changed(at, "2404");
+    await at.frame.locator("body").evaluate("window.cut = 'commits.changes'");
+    await at.frame.getByText("The connection is lost. It is tried again.").waitFor();
+    await commitNow(at, "1 parameter changed");
+});
+
+step("A commit whose answer is lost is found again: for good, and on trial, which the page keeps", async at => {
+    await changed(at, "2405");
+    await at.frame.locator("body").evaluate("window.cut = ' COMMIT'");
+    await commitNow(at, "1 parameter changed");
+    await at.frame.getByText(/lost before the commit was answered. It was carried out: commit \d+/).waitFor();
+    assert.match(await configured(), /^Port 2405$/m);
+    await at.frame.locator("body").evaluate("window.cut = ' COMMIT'");
+    await commitOnTrial(at, "2406", "30");
+    await pending(at).getByText(/is confirmed: the machine answered over a new connection/).waitFor();
+    await changed(at, "2407");
+    await at.page.reload();
+    await commitNow(at, "1 parameter changed");
+    assert.match(await configured(), /^Port 2407$/m);
 });

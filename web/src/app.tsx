@@ -1,12 +1,13 @@
 // The page's frame: the tabs, the state of the session above them, the pending changes below.
 import { useRef, useState, useSyncExternalStore } from "react";
-import { Alert, AlertActionLink, Page, PageSection, PageSectionVariants, Tab, TabTitleText, Tabs } from "@patternfly/react-core";
+import { Page, PageSection, PageSectionVariants, Tab, TabTitleText, Tabs } from "@patternfly/react-core";
 import type { Session } from "./session";
 import { Configure } from "./pages/configure";
 import { History } from "./pages/history";
 import { Machine } from "./pages/machine";
 import { Pending } from "./pages/pending";
 import { NoSession } from "./widgets/no-session";
+import { SessionState } from "./widgets/session-state";
 import "./app.css";
 
 const _ = cockpit.gettext;
@@ -24,17 +25,6 @@ const tabs = [
 /** Draws the component anew whenever the session has changed. */
 export function useSession(session: Session): void {
     useSyncExternalStore(listener => session.subscribe(listener), () => session.version);
-}
-
-function SessionState({ session }: PageProps) {
-    if (session.state === "lost") {
-        return <Alert isInline variant="warning" title={_("The connection is lost. It is tried again.")} />;
-    }
-    if (session.state === "ended") {
-        const again = <AlertActionLink onClick={() => void session.start()}>{_("Log in again")}</AlertActionLink>;
-        return <Alert isInline variant="danger" title={session.ending?.text} actionLinks={again} />;
-    }
-    return null;
 }
 
 export function App({ session }: PageProps) {

@@ -5,6 +5,8 @@ import { App } from "./app";
 import { Session } from "./session";
 import { connectThroughConsole } from "./cockpit-transport";
 
+const memory = "ucfgd:session";
+
 // Another socket than the usual one is named by an override of the manifest, which is the administrator's.
 function socketPath(): string {
     const socket = cockpit.manifests.ucfgd?.socket;
@@ -34,6 +36,11 @@ document.addEventListener("DOMContentLoaded", () => {
             connect: () => connectThroughConsole(socketPath()),
             user: account,
             visible: () => !cockpit.hidden,
+            // The console's log-in and log-out empty it.
+            memory: {
+                load: () => window.sessionStorage.getItem(memory),
+                save: text => window.sessionStorage.setItem(memory, text),
+            },
         });
         cockpit.addEventListener("visibilitychange", () => {
             if (!cockpit.hidden) {

@@ -30,6 +30,8 @@ export interface Attributes {
 
 export interface Change {
     path: string;
+    /** An entry of a list that comes or goes, or a parameter whose value may not be read. */
+    silent?: boolean;
     before?: string;
     after?: string;
 }
@@ -160,16 +162,19 @@ export async function admin(
 /** What an action that previews prints, as a whole. A "%" at the end of a line says that the next one goes on with it. */
 export async function output(at: Requester, path: string, args: string[] = []): Promise<string[]> {
     const lines: string[] = [];
+    const complaints: string[] = [];
     const reply = await admin(at, path, args, (stream, text) => {
         const last = lines.length - 1;
         if (stream === 1 && lines[last]?.endsWith("%")) {
             lines[last] = lines[last].slice(0, -1) + text;
         } else if (stream === 1) {
             lines.push(text);
+        } else {
+            complaints.push(text);
         }
     });
     if (reply.word !== "OK") {
-        throw new Refusal(reply);
+        throw new Refusal({ ...reply, text: reply.text || [...complaints, ...lines].join("\n") });
     }
     return lines;
 }
@@ -222,12 +227,24 @@ export function readChanges(lines: string[]): Change[] {
         const parts = /^([-+]) (\S+?)(?:: (.*))?$/s.exec(plainOutput(line));
         if (parts) {
             const [, sign, path = "", text = ""] = parts;
-            const change = found.get(path) ?? { path };
+            const change: Change = found.get(path) ?? (parts[3] === undefined ? { path, silent: true } : { path });
             change[sign === "-" ? "before" : "after"] = text;
             found.set(path, change);
         }
     }
     return [...found.values()];
+}
+
+/** What was asked for; undefined where the daemon refuses it. */
+export async function unlessRefused<T>(asked: Promise<T>): Promise<T | undefined> {
+    try {
+        return await asked;
+    } catch (error) {
+        if (error instanceof Refusal) {
+            return undefined;
+        }
+        throw error;
+    }
 }
 
 async function ask(at: Requester, command: string): Promise<Reply> {

@@ -35,6 +35,7 @@ export class OwnTrial {
     private readonly onChange: () => void;
     private timer?: ReturnType<typeof setTimeout>;
     private busy = false;
+    private stopped = false;
 
     constructor(session: Session, running: RunningTrial, onChange: () => void) {
         this.session = session;
@@ -52,13 +53,22 @@ export class OwnTrial {
         this.later(0);
     }
 
+    /** Another commit has taken the trial over. */
+    stop(): void {
+        this.stopped = true;
+        clearTimeout(this.timer);
+    }
+
     private later(milliseconds: number): void {
         clearTimeout(this.timer);
+        if (this.stopped) {
+            return;
+        }
         this.timer = setTimeout(() => void this.go(), milliseconds);
     }
 
     private async go(): Promise<void> {
-        if (this.busy || this.over) {
+        if (this.busy || this.over || this.stopped) {
             return;
         }
         this.busy = true;

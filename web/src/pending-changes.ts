@@ -1,10 +1,13 @@
 // What this session would commit, whether somebody else has committed meanwhile, and the trial that runs: asked for
 // after every change of the session, and now and then.
 import * as model from "./model";
-import type { Change, RunningTrial } from "./model";
+import { newestCommit } from "./commit";
+import type { Change, Commit, RunningTrial } from "./model";
 import { OwnTrial } from "./own-trial";
 import { unescape } from "./protocol";
-import type { Order, Session } from "./session";
+import { touches } from "./orders";
+import type { Order } from "./orders";
+import type { Session } from "./session";
 
 // Milliseconds between two looks at what others do, and from a change to the look at it.
 const every = 5000;
@@ -27,6 +30,9 @@ export class PendingChanges {
     changes: Change[] = [];
     /** Others have committed, and this session has changes that they do not know of. */
     behind = false;
+    /** What they are, the oldest first, as far as their records can be read; and which of these changes they made, too. */
+    others: Commit[] = [];
+    clashes: Change[] = [];
     trial?: RunningTrial;
     /** The trial is being undone, in the daemon's words. */
     trialText = "";
@@ -42,6 +48,9 @@ export class PendingChanges {
     private running = false;
     private again = false;
     private seenState?: string;
+    private seenUpdates = 0;
+    /** The session's version when it was last up to date, and the newest commit by then. */
+    private known?: { version: number; newest?: number };
 
     constructor(session: Session) {
         this.session = session;
@@ -72,20 +81,6 @@ export class PendingChanges {
         this.again = false;
     }
 
-    /** Behind a commit on trial: the page keeps it by itself if it can. */
-    async began(): Promise<void> {
-        const running = await model.trial(this.session).catch(() => undefined);
-        if (running) {
-            this.own = new OwnTrial(this.session, running, () => {
-                this.tell();
-                if (this.own?.over) {
-                    void this.refresh();
-                }
-            });
-            this.tell();
-        }
-    }
-
     /** What there was to say of the end of a trial has been read. */
     dismiss(): void {
         this.own = undefined;
@@ -108,25 +103,74 @@ export class PendingChanges {
             return;
         }
         const before = this.summary();
-        if (this.seenState !== "open") {
+        if (this.seenState !== "open" || this.seenUpdates !== session.updates) {
             this.seenState = "open";
+            this.seenUpdates = session.updates;
             this.foreign += 1;
         }
-        this.changes = await this.readChanges();
+        const changes = await this.readChanges();
         const text = await model.info(session, "commits.trial").catch(() => "");
         this.trial = model.trialOf(text);
         this.trialText = this.trial ? "" : text;
+        this.follow();
         const current = await session.request("CURRENT");
         this.behind = current.word === "ERR";
-        if (this.behind && this.changes.length === 0 && session.permissions.write) {
+        if (this.behind && (changes.length === 0 || session.orders.length === 0) && session.permissions.write) {
             const updated = await session.request("UPDATE");
             if (updated.word === "OK") {
                 this.behind = false;
                 this.foreign += 1;
+                this.known = undefined;
             }
         }
+        // What others have changed differs, too, from the copy of a session that is behind.
+        this.changes = this.behind ? changes.filter(({ path }) => touches(session.orders, path)) : changes;
+        await this.readOthers();
         if (this.summary() !== before) {
             this.tell();
+        }
+    }
+
+    /** Keeps a commit of this session on trial by itself, if it can. */
+    private follow(): void {
+        const { session, trial } = this;
+        const mine = session.onTrial;
+        if (!mine || mine.commit === this.own?.trial.commit) {
+            return;
+        }
+        this.own?.stop();
+        const ended: RunningTrial = { ...mine, user: session.user, left: 0, text: "" };
+        const own = new OwnTrial(session, trial?.commit === mine.commit ? trial : ended, () => {
+            if (own.over) {
+                session.trialOver(own.step === "cancelled" || own.step === "expired");
+                void this.refresh();
+            }
+            this.tell();
+        });
+        this.own = own;
+        this.tell();
+    }
+
+    private async readOthers(): Promise<void> {
+        const { session } = this;
+        if (!this.behind) {
+            this.others = [];
+            this.clashes = [];
+            const { version } = session;
+            if (this.known?.version !== version) {
+                this.known = { version, newest: await newestCommit(session) };
+            }
+            return;
+        }
+        const since = this.known?.newest;
+        const numbers = since === undefined ? [] : (await model.commitNumbers(session)).filter(number => number > since);
+        if (numbers.length !== this.others.length) {
+            const others = await Promise.all(numbers.map(number => model.commitOf(session, number)));
+            const theirs = await Promise.all(numbers.map(number =>
+                model.unlessRefused(model.changes(session, `commits.history.${number}.changes`))));
+            const paths = new Set(theirs.flatMap(found => found ?? []).map(({ path }) => path));
+            this.others = others.sort((a, b) => a.number - b.number);
+            this.clashes = this.changes.filter(({ path }) => paths.has(path));
         }
     }
 
@@ -150,7 +194,7 @@ export class PendingChanges {
     }
 
     private summary(): string {
-        return JSON.stringify([this.changes, this.behind, this.trial, this.trialText, this.foreign]);
+        return JSON.stringify([this.changes, this.behind, this.others, this.clashes, this.trial, this.trialText, this.foreign]);
     }
 }
 

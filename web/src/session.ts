@@ -1,13 +1,14 @@
 // A session with the daemon that outlives its connections: logs in, keeps itself alive, resumes after a loss,
 // and remembers the orders that a session has taken with it, to be offered again.
-import { Client, ConnectionLost, byteLength, escape, longestWord } from "./protocol";
+import { fateOf, newestCommit, notSent, prepareCommit } from "./commit";
+import type { Asked, CommitPlan, Fate } from "./commit";
+import { endingOf, grantedBy, nothing } from "./log-in";
+import type { Ending, Permissions } from "./log-in";
+import { trial, unlessRefused } from "./model";
+import { orderLines, remember, sameParameter } from "./orders";
+import type { Order } from "./orders";
+import { Client, ConnectionLost, escape } from "./protocol";
 import type { DataLine, Reply, Requester, Transport } from "./protocol";
-
-/** A change that this session has ordered; path and names are escaped as they go over the wire. */
-export type Order =
-    | { verb: "SET"; path: string; value: string }
-    | { verb: "ADD" | "DEL"; path: string; name: string }
-    | { verb: "MOVE"; path: string; name: string; before: string };
 
 export type State =
     | "connecting"
@@ -17,22 +18,29 @@ export type State =
     /** The daemon has ended the session, or refused the log-in: nothing happens until start() is called again. */
     | "ended";
 
-/** Why a session ended, or why its changes are gone although a new one is open. */
-export interface Ending {
-    kind: "timeout" | "forced" | "logout" | "refused" | "lost";
-    /** As the daemon words it. */
-    text: string;
-}
-
-export interface Permissions {
-    read: boolean;
-    write: boolean;
-    exec: boolean;
-}
-
 export interface Outcome {
     order: Order;
     reply: Reply;
+}
+
+/** A commit of this session that is on trial, and what it changed. */
+export interface OnTrial {
+    commit: number;
+    /** By the clock of this browser. */
+    end: number;
+    orders: Order[];
+}
+
+/** What a page that is loaded anew finds again. */
+interface Memory {
+    user: string;
+    id: string;
+    permissions: Permissions;
+    orders: Order[];
+    kept: Order[];
+    ending?: Ending;
+    asked?: Asked;
+    onTrial?: OnTrial;
 }
 
 export interface SessionOptions {
@@ -46,10 +54,14 @@ export interface SessionOptions {
     /** Milliseconds before the first new try after a loss; doubled with each further one, up to `longestPause`. */
     pause?: number;
     longestPause?: number;
+    /** Keeps a text for the same window's next page. */
+    memory?: { load(): string | null; save(text: string): void };
 }
 
 const triesToResume = 6;
-const nothing: Permissions = { read: false, write: false, exec: false };
+// Behind a loading of the page: another window may have the session.
+const triesToResumeAnew = 3;
+const forGood: CommitPlan = { comment: "", seconds: 0 };
 
 export class Session implements Requester {
     state: State = "connecting";
@@ -63,6 +75,13 @@ export class Session implements Requester {
     orders: Order[] = [];
     /** Orders of a session that is gone, to be offered again: see reapply() and forget(). */
     kept: Order[] = [];
+    /** Why one of the kept orders was refused when it was given again. */
+    refusals = new Map<Order, Reply>();
+    /** What became of a commit whose answer was lost, until that has been read. */
+    fate?: Fate;
+    onTrial?: OnTrial;
+    /** Grows when an order made the session catch up with what others had committed. */
+    updates = 0;
     private readonly options: SessionOptions;
     private readonly listeners = new Set<() => void>();
     private client?: Client;
@@ -72,9 +91,19 @@ export class Session implements Requester {
     private retry?: ReturnType<typeof setTimeout>;
     private alive?: ReturnType<typeof setInterval>;
     private tries = 0;
+    private asked?: Asked;
+    private comment = "";
+    /** The user of the page before this one, whose session goes on. */
+    private resumes?: string;
 
     constructor(options: SessionOptions) {
         this.options = options;
+        this.recall();
+    }
+
+    /** How many orders this page holds that the daemon does not have any more. */
+    get held(): number {
+        return this.kept.length + (this.asked?.orders.length ?? 0);
     }
 
     /** Calls the listener after every change of state, orders or permissions. Returns what ends that. */
@@ -96,7 +125,7 @@ export class Session implements Requester {
             this.ending = undefined;
         }
         this.changed();
-        await this.attempt(force ? "LOGINFORCE" : "LOGIN");
+        await this.attempt(force ? "LOGINFORCE" : this.id ? "RESUME" : "LOGIN");
     }
 
     /** Logs out and stays out. */
@@ -136,31 +165,71 @@ export class Session implements Requester {
         return client;
     }
 
-    /** Sends a change. What is refused leaves nothing behind; what is taken is remembered. */
+    /**
+     * Sends a change. What is refused leaves nothing behind; what is taken is remembered. Without changes of its own,
+     * the session catches up first with what others have committed.
+     */
     async order(order: Order): Promise<Reply> {
-        const [command, lines] = orderLines(order);
-        const reply = await this.request(command, lines);
+        if (this.orders.length === 0 && this.permissions.write) {
+            const updated = await this.request("UPDATE");
+            this.updates += updated.text === "updated" ? 1 : 0;
+        }
+        const reply = await this.give(order);
         if (reply.word === "OK") {
-            this.orders = remember(this.orders, order);
-            this.kept = this.kept.filter(one => !sameParameter(one, order));
-            this.changed();
+            this.keepOnly(one => !sameParameter(one, order));
         }
         return reply;
     }
 
-    /** Writes this session's changes to the disk. Those that a commit has dropped as it failed are kept. */
-    async commit(): Promise<Reply> {
+    /**
+     * Writes this session's changes to the disk. Those that a commit has dropped as it failed are kept. Where the
+     * connection is lost before the answer, the session finds out what became of it as soon as it is open again: see
+     * `fate` and `onTrial`.
+     */
+    async commit(plan = forGood): Promise<Reply> {
+        const asked: Asked = { ...plan, before: notSent, orders: [] };
+        this.asked = asked;
+        this.fate = undefined;
+        const refused = await prepareCommit(this, plan, this.comment);
+        if (refused) {
+            this.asked = undefined;
+            return refused;
+        }
+        this.comment = plan.comment;
+        asked.before = await newestCommit(this);
+        this.changed();
         const reply = await this.request("COMMIT");
         if (reply.word === "OK") {
+            asked.orders = this.orders;
             this.orders = [];
-            this.changed();
-        } else if (this.state === "open" && this.orders.length > 0) {
-            const dirty = await this.request("DIRTY");
-            if (dirty.data[0]?.text === "0") {
-                await this.rebase();
+            this.comment = "";
+            if (plan.seconds > 0) {
+                await this.begin(this, asked.orders);
             }
         }
+        this.asked = undefined;
+        this.changed();
+        if (reply.word !== "OK" && this.state === "open") {
+            await this.refusedCommit(plan, reply);
+        }
         return reply;
+    }
+
+    /** The trial has ended; what was taken back is offered again. */
+    trialOver(takenBack: boolean): void {
+        const orders = this.onTrial?.orders ?? [];
+        this.onTrial = undefined;
+        if (takenBack && orders.length > 0) {
+            this.ending = { kind: "undone", text: "" };
+            this.kept = [...orders, ...this.kept];
+        }
+        this.changed();
+    }
+
+    /** What there was to say of a commit without an answer has been read. */
+    dismiss(): void {
+        this.fate = undefined;
+        this.changed();
     }
 
     /** Drops this session's changes, and catches up with what others have committed. */
@@ -175,27 +244,30 @@ export class Session implements Requester {
     }
 
     /** After a conflict: takes the session to what others have committed, and offers its orders again. */
-    async rebase(): Promise<Reply> {
+    async rebase(why = ""): Promise<Reply> {
         const orders = this.orders;
         const reply = await this.revert();
         if (reply.word === "OK") {
+            this.ending = { kind: "conflict", text: why };
             this.kept = [...orders, ...this.kept];
             this.changed();
         }
         return reply;
     }
 
-    /** Gives the kept orders once more, one by one; those that are refused now stay kept. */
+    /** Gives the kept orders once more, one by one; those that are refused now stay kept, see `refusals`. */
     async reapply(): Promise<Outcome[]> {
         const outcomes: Outcome[] = [];
         for (const order of [...this.kept]) {
-            const reply = await this.order(order);
+            const reply = await this.give(order);
             outcomes.push({ order, reply });
             if (this.state !== "open") {
                 break;
             }
             if (reply.word === "OK") {
-                this.kept = this.kept.filter(one => one !== order);
+                this.keepOnly(one => one !== order);
+            } else {
+                this.refusals.set(order, reply);
             }
         }
         this.changed();
@@ -211,9 +283,43 @@ export class Session implements Requester {
 
     /** Drops what was kept, and what there was to say about it. */
     forget(): void {
-        this.kept = [];
+        this.keepOnly(() => false);
         this.ending = undefined;
         this.changed();
+    }
+
+    private async give(order: Order): Promise<Reply> {
+        const [command, lines] = orderLines(order);
+        const reply = await this.request(command, lines);
+        if (reply.word === "OK") {
+            this.orders = remember(this.orders, order);
+            this.changed();
+        }
+        return reply;
+    }
+
+    private keepOnly(wanted: (order: Order) => boolean): void {
+        this.kept = this.kept.filter(wanted);
+        this.refusals = new Map([...this.refusals].filter(([order]) => this.kept.includes(order)));
+        this.changed();
+    }
+
+    private async refusedCommit({ seconds }: CommitPlan, reply: Reply): Promise<void> {
+        if (seconds > 0) {
+            await this.request("SET commits.trial 0");
+        }
+        const dirty = this.orders.length > 0 ? await this.request("DIRTY") : undefined;
+        if (dirty?.data[0]?.text === "0") {
+            await this.rebase(reply.text);
+        }
+    }
+
+    /** Remembers the trial that has begun; what a trial before it changed is part of it. */
+    private async begin(at: Requester, orders: Order[]): Promise<void> {
+        const running = await unlessRefused(trial(at));
+        if (running) {
+            this.onTrial = { commit: running.commit, end: running.end, orders: [...this.onTrial?.orders ?? [], ...orders] };
+        }
     }
 
     private async attempt(word: "LOGIN" | "LOGINFORCE" | "RESUME"): Promise<void> {
@@ -224,6 +330,11 @@ export class Session implements Requester {
             this.user ||= await this.options.user();
             if (mine !== this.attempts) {
                 return;
+            }
+            if (this.resumes !== undefined && this.resumes !== this.user) {
+                // Nobody inherits what another user has ordered.
+                Object.assign(this, { id: "", orders: [], kept: [], ending: undefined, asked: undefined, onTrial: undefined });
+                word = "LOGIN";
             }
             client = new Client(this.options.connect());
             this.client = client;
@@ -238,6 +349,7 @@ export class Session implements Requester {
     }
 
     private async logIn(client: Client, word: "LOGIN" | "LOGINFORCE" | "RESUME"): Promise<void> {
+        let gone: Ending | undefined;
         if (word === "RESUME") {
             const resumed = await client.request(`RESUME ${this.id}`);
             if (resumed.word === "OK") {
@@ -245,41 +357,66 @@ export class Session implements Requester {
                 return;
             }
             // The daemon may not have seen yet that the old connection is gone.
-            if (resumed.word === "INUSE" && this.tries < triesToResume) {
-                this.lost(client, resumed.text);
+            if (resumed.word === "INUSE" && this.tries < (this.resumes === undefined ? triesToResume : triesToResumeAnew)) {
+                this.lost(client, this.resumes === undefined ? resumed.text : undefined);
                 return;
             }
-            this.keep({ kind: "lost", text: resumed.text });
+            gone = endingOf(resumed) ?? { kind: "lost", text: resumed.text };
         }
         const reply = await client.request(`${word === "LOGINFORCE" ? word : "LOGIN"} ${escape(this.user)}`);
         if (reply.word !== "OK") {
             this.ended({ kind: "refused", text: reply.text });
             return;
         }
-        const facts = reply.data.map(line => line.text);
-        const granted = facts.find(fact => fact.startsWith("PERMS "))?.split(" ") ?? [];
-        this.permissions = {
-            read: granted.includes("read"),
-            write: granted.includes("write"),
-            exec: granted.includes("exec"),
-        };
-        this.id = facts.find(fact => fact.startsWith("SESSION "))?.slice(8) ?? "";
+        const { permissions, id } = grantedBy(reply);
+        this.permissions = permissions;
+        await this.settle(client, false);
+        if (gone) {
+            this.keep(gone);
+        }
+        this.id = id;
+        this.opened();
+    }
+
+    private async resumed(client: Client): Promise<void> {
+        const dirty = await client.request("DIRTY");
+        const clean = dirty.data[0]?.text === "0";
+        await this.settle(client, true, !clean);
+        if (clean) {
+            this.orders = [];
+        }
         this.opened();
     }
 
     /** A commit that was under way when the connection broke may have been carried out meanwhile. */
-    private async resumed(client: Client): Promise<void> {
-        const dirty = await client.request("DIRTY");
-        if (dirty.data[0]?.text === "0") {
-            this.orders = [];
+    private async settle(client: Client, goesOn: boolean, dirty = false): Promise<void> {
+        const asked = this.asked;
+        if (!asked) {
+            return;
         }
-        this.opened();
+        const fate: Fate = dirty ? { carriedOut: "no" } : await fateOf(client, asked, this.user, goesOn);
+        if (dirty && asked.seconds > 0) {
+            await client.request("SET commits.trial 0");
+        }
+        if (fate.commit?.state === "trial") {
+            await this.begin(client, asked.orders);
+        }
+        const back = fate.carriedOut !== "yes" || fate.commit?.state === "undone" ? asked.orders : [];
+        if (dirty) {
+            this.orders = [...back, ...this.orders];
+        } else if (back.length > 0) {
+            this.ending = { kind: fate.commit?.state === "undone" ? "undone" : "lost", text: "" };
+            this.kept = [...back, ...this.kept];
+        }
+        this.asked = undefined;
+        this.fate = fate;
     }
 
     private opened(): void {
         this.state = "open";
         this.problem = undefined;
         this.tries = 0;
+        this.resumes = undefined;
         const every = this.options.keepAlive ?? 30000;
         if (every > 0) {
             this.alive = setInterval(() => {
@@ -298,6 +435,10 @@ export class Session implements Requester {
         this.stop();
         this.state = "lost";
         this.problem = problem;
+        if (this.asked) {
+            this.asked.orders = [...this.asked.orders, ...this.orders];
+            this.orders = [];
+        }
         const pause = Math.min((this.options.pause ?? 500) * 2 ** this.tries, this.options.longestPause ?? 10000);
         this.tries += 1;
         this.retry = setTimeout(() => void this.attempt(this.id ? "RESUME" : "LOGIN"), pause);
@@ -327,72 +468,28 @@ export class Session implements Requester {
         client?.close();
     }
 
+    private recall(): void {
+        try {
+            const text = this.options.memory?.load();
+            if (text) {
+                const { user, ...rest } = JSON.parse(text) as Memory;
+                Object.assign(this, rest);
+                this.resumes = user;
+            }
+        } catch {
+            // Another version of the page has left it.
+        }
+    }
+
     private changed(): void {
+        const { user, id, permissions, orders, kept, ending, asked, onTrial } = this;
+        if (user !== "") {
+            const memory: Memory = { user, id, permissions, orders, kept, ending, asked, onTrial };
+            this.options.memory?.save(JSON.stringify(memory));
+        }
         this.generation += 1;
         for (const listener of [...this.listeners]) {
             listener();
         }
     }
-}
-
-// Setting one of these edits whole files, each time anew.
-const edits: ReadonlySet<string> = new Set(["commits.undo", "commits.load"]);
-
-const endings: Record<string, Ending["kind"]> = {
-    "NO timed out": "timeout",
-    "NO logged out": "logout",
-    "INUSE you have been logged out": "forced",
-};
-
-function endingOf(reply: Reply): Ending | undefined {
-    const kind = endings[`${reply.word} ${reply.text}`];
-    return kind && { kind, text: reply.text };
-}
-
-/** A later value of a parameter takes the place of an earlier one, unless the shape of the tree changed since. */
-function remember(orders: Order[], order: Order): Order[] {
-    const reshaped = orders.reduce((last, one, at) => (one.verb === "SET" && !edits.has(one.path) ? last : at), -1);
-    return [...orders.filter((one, at) => at <= reshaped || !sameParameter(one, order)), order];
-}
-
-function sameParameter(one: Order, other: Order): boolean {
-    return one.verb === "SET" && other.verb === "SET" && one.path === other.path;
-}
-
-/** The command of an order, and the lines before it that carry a value too long for one word. */
-export function orderLines(order: Order): [string, string[]] {
-    switch (order.verb) {
-        case "SET": {
-            const word = escape(order.value);
-            if (byteLength(word) <= longestWord) {
-                return [word === "" ? `SET ${order.path}` : `SET ${order.path} ${word}`, []];
-            }
-            return [`SET ${order.path}`, cut(word).map(line => " " + line)];
-        }
-        case "MOVE":
-            return [`MOVE ${order.path} ${order.name} ${order.before}`, []];
-        default:
-            return [`${order.verb} ${order.path} ${order.name}`, []];
-    }
-}
-
-// The daemon joins lines with a newline and drops empty ones: a value is cut at its newlines, the one at each cut is
-// left out, and no piece is empty.
-function cut(word: string): string[] {
-    const longest = 16000;
-    const newline = "%0a";
-    const pieces: string[] = [];
-    let rest = word;
-    while (byteLength(rest) > longest) {
-        let at = rest.lastIndexOf(newline, longest);
-        while (at > 0 && (byteLength(rest.slice(0, at)) > longest || at + newline.length === rest.length)) {
-            at = rest.lastIndexOf(newline, at - 1);
-        }
-        if (at <= 0) {
-            break;
-        }
-        pieces.push(rest.slice(0, at));
-        rest = rest.slice(at + newline.length);
-    }
-    return [...pieces, rest];
 }

@@ -2,10 +2,12 @@ import assert from "node:assert/strict";
 import { readFileSync, writeFileSync } from "node:fs";
 import path from "node:path";
 import { after, test } from "node:test";
-import { commitNumbers, commitOf, value } from "../src/model";
+import { admin, commitNumbers, commitOf, value } from "../src/model";
 import type { Transport } from "../src/protocol";
-import { Session, orderLines } from "../src/session";
-import type { Order, SessionOptions } from "../src/session";
+import { orderLines, remember, touches } from "../src/orders";
+import type { Order } from "../src/orders";
+import { Session } from "../src/session";
+import type { SessionOptions } from "../src/session";
 import { Daemon, Recorded, Socket, eventually, noDaemon } from "./harness";
 
 const port = (value: string): Order => ({ verb: "SET", path: "ssh.port", value });
@@ -17,6 +19,20 @@ function make(connect: () => Transport, options: Partial<SessionOptions> = {}): 
     const session = new Session({ connect, user, keepAlive: 20, pause: 10, longestPause: 50, ...options });
     open.push(session);
     return session;
+}
+
+/** The connection breaks when the last of them has sent that. */
+function breakBehind(word: string): void {
+    const socket = last;
+    const send = socket?.send.bind(socket);
+    if (socket && send) {
+        socket.send = text => {
+            send(text);
+            if (text.includes(word)) {
+                socket.socket.destroy();
+            }
+        };
+    }
 }
 
 after(() => Promise.all(open.map(session => session.end())));
@@ -48,6 +64,22 @@ test("A long value is cut at its newlines, and no piece is empty", () => {
     assert.equal(command, "SET system.banner");
     assert.deepEqual(lines, [` ${"x".repeat(9000)}`, ` ${"y".repeat(9000)}%0a`]);
     assert.deepEqual(orderLines(port("")), ["SET ssh.port", []]);
+});
+
+test("What is remembered gives the same changes once more", () => {
+    const set = (path: string, value: string): Order => ({ verb: "SET", path, value });
+    const add: Order = { verb: "ADD", path: "network.hosts", name: "a" };
+    const move: Order = { verb: "MOVE", path: "network.hosts", name: "a", before: "b" };
+    const [undo, undoNext, alias] = [set("commits.undo", "3"), set("commits.undo", "4"), set("network.hosts.a", "x")];
+    for (const [given, kept] of [
+        [[port("1"), alias, port("2")], [alias, port("2")]],
+        [[port("1"), add, alias, port("2"), port("3")], [port("1"), add, alias, port("3")]],
+        [[port("1"), undo, port("2"), undoNext], [port("1"), undo, port("2"), undoNext]],
+        [[alias, move, alias], [alias, move, alias]],
+    ] as const) {
+        assert.deepEqual((given as readonly Order[]).reduce<Order[]>(remember, []), kept);
+    }
+    assert.deepEqual([touches([add], "network.hosts.a.name"), touches([port("1")], "ssh"), touches([undo], "x")], [true, false, true]);
 });
 
 test("With a daemon", { skip: noDaemon, timeout: 60000 }, async context => {
@@ -89,12 +121,28 @@ test("With a daemon", { skip: noDaemon, timeout: 60000 }, async context => {
         await eventually(() => session.state === "open");
         assert.deepEqual(session.orders, [port("2203")]);
 
-        const commit = session.commit();
-        last?.socket.destroy();
-        await assert.rejects(commit);
+        breakBehind("COMMIT");
+        await assert.rejects(session.commit());
         await eventually(() => session.state === "open");
         assert.match(daemon.file("etc/ssh/sshd_config"), /^Port 2203$/m);
         assert.deepEqual([session.orders, session.kept], [[], []]);
+        assert.equal(session.fate?.carriedOut, "yes");
+
+        // The same with a trial; and one that never reached the daemon.
+        await session.order(port("2208"));
+        breakBehind("COMMIT");
+        await assert.rejects(session.commit({ comment: "for a moment", seconds: 60 }));
+        await eventually(() => session.state === "open");
+        assert.deepEqual([session.onTrial?.commit, session.onTrial?.orders], [session.fate.commit?.number, [port("2208")]]);
+        await admin(session, "commits.cancel");
+        session.trialOver(true);
+        assert.deepEqual([session.kept, session.ending?.kind], [[port("2208")], "undone"]);
+        await session.request("UPDATE");
+        await session.reapply();
+        breakBehind("MLIST");
+        await assert.rejects(session.commit());
+        await eventually(() => session.state === "open");
+        assert.deepEqual([session.orders, session.kept, session.fate], [[port("2208")], [], { carriedOut: "no" }]);
         await session.order(port("2204"));
     });
 

@@ -1,20 +1,16 @@
 // The commits that have been made: who, when, why and what; one can be undone, or the state behind it loaded.
 import { useEffect, useState, useSyncExternalStore } from "react";
 import {
-    Alert, Button, DataList, EmptyState, EmptyStateBody, EmptyStateHeader, Spinner, Stack, StackItem, Title,
+    Alert, AlertActionCloseButton, Button, DataList, EmptyState, EmptyStateBody, EmptyStateHeader, Spinner, Stack, StackItem, Title,
 } from "@patternfly/react-core";
 import type { PageProps } from "../app";
 import { useSession } from "../app";
 import { HistoryFeed } from "../history";
-import type { Reply } from "../protocol";
+import { pendingOf } from "../pending-changes";
 import { CommitItem } from "../widgets/commit-item";
+import { Refused, useRun } from "../widgets/use-run";
 
 const _ = cockpit.gettext;
-
-interface Outcome {
-    text: string;
-    reply: Reply;
-}
 
 export function History({ session }: PageProps) {
     useSession(session);
@@ -28,12 +24,14 @@ export function History({ session }: PageProps) {
         }
         return undefined;
     }, [feed, open]);
-    const [outcome, setOutcome] = useState<Outcome>();
-
-    const order = async (path: string, number: number, text: string) => {
-        const reply = await session.order({ verb: "SET", path, value: String(number) });
-        setOutcome({ text, reply });
-    };
+    const [done, setDone] = useState("");
+    const attempt = useRun();
+    // Somebody who has changed something else meanwhile is told of at once.
+    const order = (path: string, number: number, text: string) =>
+        attempt.run(() => session.order({ verb: "SET", path, value: String(number) }), reply => {
+            setDone(reply.word === "OK" ? text : "");
+            void pendingOf(session).refresh();
+        });
 
     if (!feed.loaded) {
         return <Spinner aria-label={_("The history is being fetched")} />;
@@ -55,7 +53,12 @@ export function History({ session }: PageProps) {
                 <Title headingLevel="h2">{_("History")}</Title>
             </StackItem>
             <StackItem aria-live="polite">
-                {outcome && <OutcomeAlert {...outcome} onClose={() => setOutcome(undefined)} />}
+                <Refused {...attempt} />
+                {done !== "" && (
+                    <Alert isInline variant="info" title={done} actionClose={<AlertActionCloseButton aria-label={_("Close")} onClose={() => setDone("")} />}>
+                        {_("This is a change of yours that has not been written yet: look at the pending changes, and commit or revert them.")}
+                    </Alert>
+                )}
             </StackItem>
             <StackItem>
                 <DataList aria-label={_("Commits, the newest first")} isCompact>
@@ -77,15 +80,4 @@ export function History({ session }: PageProps) {
             )}
         </Stack>
     );
-}
-
-function OutcomeAlert({ text, reply, onClose }: Outcome & { onClose: () => void }) {
-    const close = <Button variant="plain" aria-label={_("Close")} onClick={onClose}>×</Button>;
-    return reply.word === "OK"
-        ? (
-            <Alert isInline variant="info" title={text} actionClose={close}>
-                {_("This is a change of yours that has not been written yet: look at the pending changes, and commit or revert them.")}
-            </Alert>
-        )
-        : <Alert isInline variant="danger" title={_("Refused")} actionClose={close}>{reply.text}</Alert>;
 }

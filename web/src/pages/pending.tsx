@@ -1,58 +1,20 @@
 // The bar below every page: what this session would commit, and the ways to commit it or to drop it.
 import { useEffect, useState, useSyncExternalStore } from "react";
-import {
-    Alert, AlertActionLink, Button, Flex, FlexItem, Form, FormGroup, Modal, NumberInput, PageSection, Stack, StackItem, TextInput,
-} from "@patternfly/react-core";
+import { Button, Flex, FlexItem, Form, FormGroup, Modal, NumberInput, PageSection, Stack, StackItem, TextInput } from "@patternfly/react-core";
 import { useSession } from "../app";
 import type { PageProps } from "../app";
 import { diff } from "../model";
 import { pendingOf } from "../pending-changes";
-import { escape } from "../protocol";
-import type { Reply } from "../protocol";
-import type { Session } from "../session";
+import { Behind } from "../widgets/behind";
 import { ChangesTable } from "../widgets/changes-table";
 import { DiffView } from "../widgets/diff-view";
-import { answered } from "../widgets/field";
+import { Kept } from "../widgets/kept";
+import { CommitFate } from "../widgets/session-state";
 import { TrialAlert } from "../widgets/trial-alert";
-import { reasonId, reasonOf } from "../widgets/reason";
+import { Refused, useRun } from "../widgets/use-run";
 import "./pending.css";
 
 const _ = cockpit.gettext;
-
-/** Commits, on trial where seconds are given. An order for a trial that came to nothing is taken back. */
-async function commit(session: Session, comment: string, seconds: number): Promise<Reply> {
-    const orders = [comment && `SET commits.comment ${escape(comment)}`, seconds > 0 && `SET commits.trial ${seconds}`];
-    for (const order of orders) {
-        const reply = order ? await answered(session.request(order)) : undefined;
-        if (reply && reply.word !== "OK") {
-            return reply;
-        }
-    }
-    const reply = await answered(session.commit());
-    if (reply.word === "OK" && seconds > 0) {
-        await pendingOf(session).began();
-    } else if (seconds > 0) {
-        await answered(session.request("SET commits.trial 0"));
-    }
-    return reply;
-}
-
-function Kept({ session }: PageProps) {
-    if (session.kept.length === 0 || session.state !== "open") {
-        return null;
-    }
-    const actions = (
-        <>
-            <AlertActionLink onClick={() => void session.reapply()}>{_("Make them again")}</AlertActionLink>
-            <AlertActionLink onClick={() => session.forget()}>{_("Forget them")}</AlertActionLink>
-        </>
-    );
-    const title = cockpit.format(
-        cockpit.ngettext("$0 change that was not committed is kept", "$0 changes that were not committed are kept", session.kept.length),
-        session.kept.length,
-    );
-    return <Alert isInline variant="warning" title={title} actionLinks={actions}>{session.ending?.text}</Alert>;
-}
 
 export function Pending({ session }: PageProps) {
     useSession(session);
@@ -62,34 +24,44 @@ export function Pending({ session }: PageProps) {
     const [text, setText] = useState("");
     const [comment, setComment] = useState("");
     const [seconds, setSeconds] = useState(60);
-    const [busy, setBusy] = useState(false);
-    const [refusal, setRefusal] = useState<Reply>();
+    const attempt = useRun();
     const { changes, behind } = pending;
     useEffect(() => {
         if (open) {
-            diff(session).then(setText, (error: unknown) => setText(error instanceof Error ? `# ${error.message}` : ""));
+            const written = behind ? Promise.resolve("") : diff(session);
+            written.then(setText, (error: unknown) => setText(error instanceof Error && error.message !== "" ? `# ${error.message}` : ""));
         }
-    }, [open, session, changes]);
+    }, [open, session, changes, behind]);
 
-    const run = async (work: () => Promise<Reply>) => {
-        setBusy(true);
-        const reply = await work();
-        setBusy(false);
-        setRefusal(reply.word === "OK" ? undefined : reply);
+    // There is nothing more to review where the answer was lost alone.
+    const carriedOut = session.fate?.carriedOut === "yes";
+    useEffect(() => {
+        if (carriedOut) {
+            setOpen(false);
+            setComment("");
+            attempt.dismiss();
+        }
+        // eslint-disable-next-line react-hooks/exhaustive-deps -- once for each fate
+    }, [carriedOut]);
+
+    const look = () => void pending.refresh();
+    const commit = (trial: number) => attempt.run(() => session.commit({ comment, seconds: trial }), reply => {
         if (reply.word === "OK") {
             setOpen(false);
             setComment("");
         }
-        await pending.refresh();
-    };
-    const rebase = async () => {
-        const reply = await answered(session.rebase());
-        await session.reapply().catch(() => undefined);
-        return reply;
-    };
-    const none = changes.length === 0 || session.state !== "open" || busy;
-    const refused = refusal &&
-        <Alert isInline isLiveRegion variant="danger" title={<span title={reasonId(refusal)}>{reasonOf(refusal)}</span>} />;
+        look();
+    });
+    const idle = session.state === "open" && !attempt.busy;
+    const none = changes.length === 0 || !idle;
+    const told = (
+        <>
+            {!session.fate && <Refused {...attempt} />}
+            <CommitFate session={session} />
+            <Kept session={session} attempt={attempt} onDone={look} />
+            <Behind session={session} pending={pending} attempt={attempt} onDone={look} />
+        </>
+    );
     return (
         <PageSection
             variant="light"
@@ -98,22 +70,15 @@ export function Pending({ session }: PageProps) {
             isFilled={false}
             className="ucfgd-pending"
         >
-            <Kept session={session} />
-            {behind && <Alert
-                isInline
-                variant="warning"
-                title={_("Somebody else has committed since these changes were begun")}
-                actionLinks={<AlertActionLink onClick={() => void run(rebase)}>{_("Take that over and make my changes again")}</AlertActionLink>}
-            />}
+            {!open && told}
             <TrialAlert pending={pending} session={session} />
-            {!open && refused}
             <Flex>
                 <FlexItem grow={{ default: "grow" }} role="status">
                     {changes.length === 0 ? _("No changes") : cockpit.format(
                         cockpit.ngettext("$0 parameter changed", "$0 parameters changed", changes.length), changes.length)}
                 </FlexItem>
                 <Button isAriaDisabled={none} onClick={() => setOpen(true)}>{_("Review and commit")}</Button>
-                <Button variant="secondary" isAriaDisabled={none} onClick={() => void run(() => answered(session.revert()))}>{_("Revert")}</Button>
+                <Button variant="secondary" isAriaDisabled={none} onClick={() => attempt.run(() => session.revert(), look)}>{_("Revert")}</Button>
             </Flex>
             <Modal
                 variant="large"
@@ -122,17 +87,17 @@ export function Pending({ session }: PageProps) {
                 showClose={false}
                 onClose={() => setOpen(false)}
                 actions={[
-                    <Button key="commit" isAriaDisabled={none} onClick={() => void run(() => commit(session, comment, 0))}>{_("Commit")}</Button>,
-                    <Button key="trial" variant="secondary" isAriaDisabled={none} onClick={() => void run(() => commit(session, comment, seconds))}>
+                    <Button key="commit" isAriaDisabled={none || behind} onClick={() => commit(0)}>{_("Commit")}</Button>,
+                    <Button key="trial" variant="secondary" isAriaDisabled={none || behind} onClick={() => commit(seconds)}>
                         {_("Commit with a trial")}
                     </Button>,
                     <Button key="close" variant="link" onClick={() => setOpen(false)}>{_("Close")}</Button>,
                 ]}
             >
                 <Stack hasGutter>
-                    {refused && <StackItem>{refused}</StackItem>}
-                    <StackItem><ChangesTable changes={changes} /></StackItem>
-                    <StackItem><DiffView text={text} /></StackItem>
+                    {open && told}
+                    {changes.length > 0 && <StackItem><ChangesTable changes={changes} /></StackItem>}
+                    {text !== "" && <StackItem><DiffView text={text} /></StackItem>}
                     <StackItem>
                         <Form onSubmit={event => event.preventDefault()}>
                             <FormGroup label={_("Comment")} fieldId="commit-comment">

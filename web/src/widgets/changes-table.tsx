@@ -4,16 +4,28 @@ import { SimpleTable } from "./simple-table";
 
 const _ = cockpit.gettext;
 
-export function ChangesTable({ changes, label = _("Changed parameters") }: { changes: Change[]; label?: string }) {
+interface ChangesTableProps {
+    changes: Change[];
+    label?: string;
+    columns?: string[];
+}
+
+export function ChangesTable({ changes, label = _("Changed parameters"), columns = [_("Parameter"), _("Before"), _("After")] }: ChangesTableProps) {
     return (
         <SimpleTable
             label={label}
-            columns={[_("Parameter"), _("Before"), _("After")]}
-            rows={changes.map(({ path, before, after }) => ({ key: path, cells: [path, shown(before), shown(after)] }))}
+            columns={columns}
+            rows={changes.map(change => ({ key: change.path, cells: [change.path, shown(change, "before"), shown(change, "after")] }))}
         />
     );
 }
 
-function shown(text?: string) {
-    return text === undefined ? <em>{_("not there")}</em> : text === "" ? <em>{_("empty")}</em> : text;
+// One side alone with a value: on the other one it had the same by default, or by other parameters.
+function shown(change: Change, side: "before" | "after") {
+    const text = change[side];
+    if (change.silent) {
+        const both = change.before !== undefined && change.after !== undefined;
+        return <em>{both ? _("not shown") : text === undefined ? _("not there") : _("there")}</em>;
+    }
+    return text === undefined ? <em>{_("not set")}</em> : text === "" ? <em>{_("empty")}</em> : text;
 }

@@ -17,8 +17,8 @@ const _ = cockpit.gettext;
 interface CommitDetailsProps {
     commit: Commit;
     session: Session;
-    onUndo: () => Promise<void>;
-    onLoad: () => Promise<void>;
+    onUndo: () => void;
+    onLoad: () => void;
 }
 
 interface Found {
@@ -65,7 +65,7 @@ export function CommitDetails({ commit, session, onUndo, onLoad }: CommitDetails
                 <ActionList>
                     {found.mayUndo && (
                         <ActionListItem>
-                            <Button variant="secondary" onClick={() => void onUndo()}>{_("Undo this commit")}</Button>
+                            <Button variant="secondary" onClick={onUndo}>{_("Undo this commit")}</Button>
                         </ActionListItem>
                     )}
                     {found.mayLoad && (
@@ -82,7 +82,7 @@ export function CommitDetails({ commit, session, onUndo, onLoad }: CommitDetails
                     onNo={() => setAsking(false)}
                     onYes={() => {
                         setAsking(false);
-                        void onLoad();
+                        onLoad();
                     }}
                 >
                     {_("What has been changed since is taken back in your pending changes. Nothing is written before you commit.")}

@@ -21,8 +21,8 @@ const states: Record<string, { text: string; color: NonNullable<LabelProps["colo
 interface CommitItemProps {
     commit: Commit;
     session: Session;
-    onUndo: () => Promise<void>;
-    onLoad: () => Promise<void>;
+    onUndo: () => void;
+    onLoad: () => void;
 }
 
 export function CommitItem({ commit, session, onUndo, onLoad }: CommitItemProps) {

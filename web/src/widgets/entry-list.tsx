@@ -12,7 +12,8 @@ import { nameOf } from "../parameters";
 import { escape } from "../protocol";
 import type { Reply } from "../protocol";
 import type { Section } from "../section";
-import type { Order, Session } from "../session";
+import type { Order } from "../orders";
+import type { Session } from "../session";
 import { answered } from "./field";
 import { Reason } from "./reason";
 

@@ -21,6 +21,10 @@ const helps: Record<string, { title: string; help: string; command?: string }> =
 export function NoSession({ session }: { session: Session }) {
     const { state, ending, problem } = session;
     if (state === "ended") {
+        const logIn = () => {
+            // What comes of it is the session's state.
+            void session.start();
+        };
         return (
             <EmptyState>
                 <EmptyStateHeader
@@ -31,7 +35,7 @@ export function NoSession({ session }: { session: Session }) {
                 <EmptyStateBody>{ending?.text}</EmptyStateBody>
                 <EmptyStateFooter>
                     <EmptyStateActions>
-                        <Button onClick={() => void session.start()}>{_("Log in again")}</Button>
+                        <Button onClick={logIn}>{_("Log in again")}</Button>
                     </EmptyStateActions>
                 </EmptyStateFooter>
             </EmptyState>

@@ -7,7 +7,7 @@ import type { RunningTrial } from "../model";
 import type { OwnTrial } from "../own-trial";
 import type { PendingChanges } from "../pending-changes";
 import type { Session } from "../session";
-import { answered } from "./field";
+import { Refused, useRun } from "./use-run";
 
 const _ = cockpit.gettext;
 
@@ -33,18 +33,20 @@ export function TrialAlert({ pending, session }: TrialProps) {
 }
 
 function Running({ pending, session, trial, own }: TrialProps & { trial: RunningTrial; own?: OwnTrial }) {
-    const [refusal, setRefusal] = useState("");
-    const act = async (path: string) => {
+    const attempt = useRun();
+    const decide = async (path: string) => {
         const complaints: string[] = [];
-        const reply = await answered(admin(session, path, [], (_stream, text) => complaints.push(text)));
-        setRefusal(reply.word === "OK" ? "" : complaints.join(" ") || reply.text);
-        own?.look();
-        await pending.refresh();
+        const reply = await admin(session, path, [], (_stream, text) => complaints.push(text));
+        return { ...reply, text: complaints.join(" ") || reply.text };
     };
+    const act = (path: string) => attempt.run(() => decide(path), () => {
+        own?.look();
+        void pending.refresh();
+    });
     const actions = session.permissions.exec && session.state === "open" && (
         <>
-            <AlertActionLink onClick={() => void act("commits.confirm")}>{_("Confirm now")}</AlertActionLink>
-            <AlertActionLink onClick={() => void act("commits.cancel")}>{_("Take back")}</AlertActionLink>
+            <AlertActionLink isDisabled={attempt.busy} onClick={() => act("commits.confirm")}>{_("Confirm now")}</AlertActionLink>
+            <AlertActionLink isDisabled={attempt.busy} onClick={() => act("commits.cancel")}>{_("Take back")}</AlertActionLink>
         </>
     );
     return (
@@ -57,7 +59,7 @@ function Running({ pending, session, trial, own }: TrialProps & { trial: Running
         >
             {_("Unless it is confirmed, it is taken back by itself in")} <Countdown end={trial.end} />
             {own && <p>{doing(own)}</p>}
-            {refusal !== "" && <p role="alert">{refusal}</p>}
+            <Refused {...attempt} />
         </Alert>
     );
 }
