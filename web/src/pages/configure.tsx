@@ -1,7 +1,7 @@
 // Sections on the left, the parameters of one of them on the right, and a search over all.
 import { useCallback, useEffect, useRef, useState, useSyncExternalStore } from "react";
 import {
-    Alert, Breadcrumb, BreadcrumbItem, Button, Form, List, ListItem, SearchInput, Sidebar, SidebarContent, SidebarPanel,
+    Breadcrumb, BreadcrumbItem, Button, Form, List, ListItem, SearchInput, Sidebar, SidebarContent, SidebarPanel,
     Spinner, Text, TextContent, Title,
 } from "@patternfly/react-core";
 import AngleDownIcon from "@patternfly/react-icons/dist/esm/icons/angle-down-icon";
@@ -14,6 +14,7 @@ import { splitPath } from "../protocol";
 import { readSection } from "../section";
 import type { Section } from "../section";
 import type { Session } from "../session";
+import { Alert } from "../widgets/alert";
 import { EntryList, entryId } from "../widgets/entry-list";
 import { ParameterField, fieldId } from "../widgets/field";
 import { SectionTree } from "../widgets/section-tree";

@@ -1,12 +1,13 @@
 // The commits that have been made: who, when, why and what; one can be undone, or the state behind it loaded.
 import { useEffect, useState, useSyncExternalStore } from "react";
 import {
-    Alert, AlertActionCloseButton, Button, DataList, EmptyState, EmptyStateBody, EmptyStateHeader, Spinner, Stack, StackItem, Title,
+    AlertActionCloseButton, Button, DataList, EmptyState, EmptyStateBody, EmptyStateHeader, Spinner, Stack, StackItem, Title,
 } from "@patternfly/react-core";
 import type { PageProps } from "../app";
 import { useSession } from "../app";
 import { HistoryFeed } from "../history";
 import { pendingOf } from "../pending-changes";
+import { Alert } from "../widgets/alert";
 import { CommitItem } from "../widgets/commit-item";
 import { Refused, useRun } from "../widgets/use-run";
 

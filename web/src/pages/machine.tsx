@@ -2,7 +2,7 @@
 // it is opened, and what is open is read again on request.
 import { useEffect, useMemo, useState } from "react";
 import {
-    Alert, Button, DescriptionList, ExpandableSection, HelperText, HelperTextItem, Spinner, Stack, StackItem, Title,
+    Button, DescriptionList, ExpandableSection, HelperText, HelperTextItem, Spinner, Stack, StackItem, Title,
 } from "@patternfly/react-core";
 import type { PageProps } from "../app";
 import { useSession } from "../app";
@@ -12,6 +12,7 @@ import { inTurns } from "../parameters";
 import { ConnectionLost } from "../protocol";
 import type { Requester } from "../protocol";
 import type { Session } from "../session";
+import { Alert } from "../widgets/alert";
 import { ActionCard } from "../widgets/action-card";
 import { Fact } from "../widgets/fact";
 import "./machine.css";

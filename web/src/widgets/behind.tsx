@@ -1,5 +1,6 @@
 // Others have committed since these changes were begun: who and what, what both have changed, and the choices.
-import { Alert, AlertActionLink } from "@patternfly/react-core";
+import { AlertActionLink } from "@patternfly/react-core";
+import { Alert } from "./alert";
 import type { PendingChanges } from "../pending-changes";
 import type { Session } from "../session";
 import { ChangesTable } from "./changes-table";

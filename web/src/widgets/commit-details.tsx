@@ -1,13 +1,14 @@
 // What a commit changed, and what can be made of it.
 import { useEffect, useState } from "react";
 import {
-    ActionList, ActionListItem, Alert, Button, DescriptionList, DescriptionListDescription, DescriptionListGroup,
+    ActionList, ActionListItem, Button, DescriptionList, DescriptionListDescription, DescriptionListGroup,
     DescriptionListTerm, ExpandableSection, Spinner, Stack, StackItem,
 } from "@patternfly/react-core";
 import { Refusal, allowed, changes, diff } from "../model";
 import { ConnectionLost } from "../protocol";
 import type { Change, Commit } from "../model";
 import type { Session } from "../session";
+import { Alert } from "./alert";
 import { ChangesTable } from "./changes-table";
 import { DiffView } from "./diff-view";
 import { QuestionDialog } from "./question-dialog";

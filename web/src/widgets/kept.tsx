@@ -1,6 +1,7 @@
 // The changes that the page holds although the daemon has them no more: why, which, and what keeps one from being made
 // again.
-import { Alert, AlertActionLink, ExpandableSection } from "@patternfly/react-core";
+import { AlertActionLink, ExpandableSection } from "@patternfly/react-core";
+import { Alert } from "./alert";
 import { changeOf } from "../pending-changes";
 import type { Session } from "../session";
 import { Reason } from "./reason";

@@ -1,5 +1,6 @@
 // What has become of the session, in plain words: what happened, what became of the changes, what to do.
-import { Alert, AlertActionCloseButton, AlertActionLink } from "@patternfly/react-core";
+import { AlertActionCloseButton, AlertActionLink } from "@patternfly/react-core";
+import { Alert } from "./alert";
 import type { Ending } from "../log-in";
 import type { Session } from "../session";
 

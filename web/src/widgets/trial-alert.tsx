@@ -1,7 +1,8 @@
 // The commit that is undone unless somebody confirms it: the time that is left, what the page does about one of its
 // own, and how that ended.
 import { useEffect, useState } from "react";
-import { Alert, AlertActionCloseButton, AlertActionLink } from "@patternfly/react-core";
+import { AlertActionCloseButton, AlertActionLink } from "@patternfly/react-core";
+import { Alert } from "./alert";
 import { admin } from "../model";
 import type { RunningTrial } from "../model";
 import type { OwnTrial } from "../own-trial";

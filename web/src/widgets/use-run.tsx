@@ -1,6 +1,7 @@
 // Where a button's order is run: one at a time, and what does not come to an answer of OK is shown.
 import { useState } from "react";
-import { Alert, AlertActionCloseButton } from "@patternfly/react-core";
+import { AlertActionCloseButton } from "@patternfly/react-core";
+import { Alert } from "./alert";
 import type { Reply } from "../protocol";
 import { answered } from "./field";
 import { reasonId, reasonOf } from "./reason";
