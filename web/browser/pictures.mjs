@@ -18,7 +18,7 @@ try {
     await machine.script("set network.domain 'lab.example.net example.net'", "commit -m 'Names of the laboratory are found, too'");
     await machine.script("set ssh.port 2222", "set ssh.root-login no", "commit -m 'Out of the way of scanners'");
     await frame.getByRole("navigation", { name: "Sections" }).getByText("ssh", { exact: true }).click();
-    const port = frame.locator('[data-path="ssh.port"]').getByRole("spinbutton");
+    const port = frame.locator('[data-path="ssh.port"]').getByRole("textbox");
     await port.fill("70000");
     await port.press("Enter");
     await picture("web-configure");

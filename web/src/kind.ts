@@ -6,9 +6,8 @@ export interface Kind {
     /** Of a switch: the values for on and off. */
     on?: string;
     off?: string;
-    /** Of a number. */
-    min?: number;
-    max?: number;
+    /** Of a choice: other values are taken, too. */
+    open?: boolean;
 }
 
 const pairs = [["yes", "no"], ["on", "off"], ["true", "false"], ["enabled", "disabled"], ["1", "0"]] as const;
@@ -18,7 +17,7 @@ const pairs = [["yes", "no"], ["on", "off"], ["true", "false"], ["enabled", "dis
  * judge of values: the widget only makes the usual ones easy, and takes none away that is there.
  */
 export function kindOf(attributes: Attributes, value: string | undefined, words: string): Kind {
-    const { ops, choices, type = "" } = attributes;
+    const { ops, choices, flags, type = "" } = attributes;
     if (!ops.includes("g") || value === undefined || /passw|secret/i.test(type)) {
         return { widget: "secret" };
     }
@@ -28,14 +27,13 @@ export function kindOf(attributes: Attributes, value: string | undefined, words:
         }
     }
     if (choices.length > 0) {
-        return { widget: "choice" };
+        return { widget: "choice", open: flags.includes("open") };
     }
     if (value.includes("\n") || /several lines/i.test(words)) {
         return { widget: "lines" };
     }
-    const range = /(-?\d+) to (-?\d+)/.exec(words);
-    if (range && /^-?\d+$/.test(value) && !/\d,? or\b|\bor (a|an|empty|never|none)\b/i.test(words)) {
-        return { widget: "number", min: Number(range[1]), max: Number(range[2]) };
+    if (/(^|[^-\d])\d+ to \d+/.test(words) && /^\d+$/.test(value) && !/\d,? or\b|\bor (a|an|empty|never|none)\b/i.test(words)) {
+        return { widget: "number" };
     }
     return { widget: "text" };
 }

@@ -220,7 +220,10 @@ export function plainOutput(line: string): string {
     return unescape(line.replaceAll("+", "%2b"));
 }
 
-/** "- PATH: VALUE" for what was, "+ PATH: VALUE" for what will be; several lines of one path are one change. */
+/**
+ * "- PATH: VALUE" for what was, "+ PATH: VALUE" for what will be, where a newline of the value is "\n" and a backslash
+ * "\\"; several lines of one path are one change.
+ */
 export function readChanges(lines: string[]): Change[] {
     const found = new Map<string, Change>();
     for (const line of lines) {
@@ -228,7 +231,7 @@ export function readChanges(lines: string[]): Change[] {
         if (parts) {
             const [, sign, path = "", text = ""] = parts;
             const change: Change = found.get(path) ?? (parts[3] === undefined ? { path, silent: true } : { path });
-            change[sign === "-" ? "before" : "after"] = text;
+            change[sign === "-" ? "before" : "after"] = text.replace(/\\(.)/g, (_all, meant: string) => meant === "n" ? "\n" : meant);
             found.set(path, change);
         }
     }

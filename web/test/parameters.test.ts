@@ -1,9 +1,11 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 import { kindOf } from "../src/kind";
+import { readChanges } from "../src/model";
 import { Parameters, longestSection } from "../src/parameters";
 import type { Reply } from "../src/protocol";
 import { readSection } from "../src/section";
+import { visible } from "../src/visible";
 
 test("Each parameter has the widget that it asks for", () => {
     const widget = (value: string | undefined, words = "", { ops = "gs", choices = [] as string[], type = "" } = {}) =>
@@ -12,10 +14,15 @@ test("Each parameter has the widget that it asks for", () => {
     assert.deepEqual(
         [widget("yes", "", yesNo), widget("maybe", "", yesNo), widget("a", "", { choices: ["a", "b", "c"] })],
         ["switch", "choice", "choice"]);
-    assert.deepEqual(kindOf({ ops: "gs", choices: [], flags: [] }, "22", "a port (1 to 65535)"), { widget: "number", min: 1, max: 65535 });
-    assert.deepEqual([widget("never", "1 to 9"), widget("5", "1 to 9, or never"), widget("5", "a number")], ["text", "text", "text"]);
+    assert.deepEqual([widget("22", "a port (1 to 65535)"), widget("5", "-9 to 9"), widget("never", "1 to 9"), widget("5", "1 to 9, or never"), widget("5", "a number")],
+        ["number", "text", "text", "text", "text"]);
     assert.deepEqual([widget("a\nb"), widget("", "several lines are allowed")], ["lines", "lines"]);
     assert.deepEqual([widget(undefined), widget("x", "", { ops: "s" }), widget("x", "", { type: "password" })], ["secret", "secret", "secret"]);
+});
+
+test("Values of changes are as the fields show them, and what cannot be seen in them is", () => {
+    assert.deepEqual(readChanges(["- a: \\\\n \\\\l\\n", "+ a:  b%09"]), [{ path: "a", before: "\\n \\l\n", after: " b\t" }]);
+    assert.deepEqual([" a  b ", "a\n b\n", "\t\x7f"].map(visible), ["␣a  b␣", "a\n␣b↵", "␉␡"]);
 });
 
 // name: [ops, help, children]; "*" stands for any number of entries.

@@ -1,5 +1,6 @@
 // Parameters as they were and as they are then.
 import type { Change } from "../model";
+import { visible } from "../visible";
 import { SimpleTable } from "./simple-table";
 
 const _ = cockpit.gettext;
@@ -27,5 +28,5 @@ function shown(change: Change, side: "before" | "after") {
         const both = change.before !== undefined && change.after !== undefined;
         return <em>{both ? _("not shown") : text === undefined ? _("not there") : _("there")}</em>;
     }
-    return text === undefined ? <em>{_("not set")}</em> : text === "" ? <em>{_("empty")}</em> : text;
+    return text === undefined ? <em>{_("not set")}</em> : text === "" ? <em>{_("empty")}</em> : visible(text);
 }

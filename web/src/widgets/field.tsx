@@ -8,6 +8,7 @@ import { ConnectionLost } from "../protocol";
 import type { Reply } from "../protocol";
 import type { Field } from "../section";
 import type { Session } from "../session";
+import { visible } from "../visible";
 import { Input } from "./input";
 import { Reason } from "./reason";
 
@@ -107,14 +108,14 @@ export function ParameterField({ session, field, change, stamp }: FieldProps) {
                     {(help !== "" || typeHelp !== "") &&
                         <HelperTextItem>{[help, typeHelp].filter(part => part !== "").join(" — ")}</HelperTextItem>}
                     {draft?.state === "refused" && kind.widget !== "secret" && value !== undefined &&
-                        <HelperTextItem>
-                            {cockpit.format(_("It is still: $0"), value === "" ? _("(empty)") : value)}
+                        <HelperTextItem className="ucfgd-present">
+                            {cockpit.format(_("It is still: $0"), value === "" ? _("(empty)") : visible(value))}
                             {" "}
                             <Button variant="link" isInline onClick={() => setDraft(undefined)}>{_("Go back to that")}</Button>
                         </HelperTextItem>}
                     {writable && before !== undefined && draft?.state !== "refused" && kind.widget !== "secret" &&
-                        <HelperTextItem>
-                            {cockpit.format(_("Before: $0"), before === "" ? _("(empty)") : before)}
+                        <HelperTextItem className="ucfgd-present">
+                            {cockpit.format(_("Before: $0"), before === "" ? _("(empty)") : visible(before))}
                         </HelperTextItem>}
                 </HelperText>
             </FormHelperText>

@@ -1,5 +1,5 @@
 // The widget of one parameter. It shows the draft that it is given, and tells of edits and of their end.
-import { useState } from "react";
+import { useEffect, useRef, useState } from "react";
 import { FormSelect, FormSelectOption, Switch, TextArea, TextInput } from "@patternfly/react-core";
 import type { Kind } from "../kind";
 
@@ -23,10 +23,29 @@ export interface InputProps {
 const other = "\0other";
 
 function Choice(props: InputProps) {
-    const { id, choices, shown, unknown, refused, describedBy, onDone } = props;
+    const { id, kind, choices, shown, unknown, refused, describedBy, onDone, onCancel } = props;
     const [free, setFree] = useState(false);
+    // The keys go on with the list where they have left the text.
+    const byKey = useRef(false);
+    useEffect(() => {
+        if (!free && byKey.current) {
+            byKey.current = false;
+            document.getElementById(id)?.focus();
+        }
+    }, [free, id]);
     if (free) {
-        return <Text {...props} onDone={text => { setFree(false); onDone(text); }} autoFocus />;
+        const leave = () => {
+            byKey.current = document.activeElement?.id === id;
+            setFree(false);
+        };
+        return (
+            <Text
+                {...props}
+                onDone={text => { leave(); onDone(text); }}
+                onCancel={() => { leave(); onCancel(); }}
+                autoFocus
+            />
+        );
     }
     const offered = choices.includes(shown) ? choices : [shown, ...choices];
     return (
@@ -49,7 +68,7 @@ function Choice(props: InputProps) {
                     value={choice}
                     label={choice === "" ? unknown ? _("(not known)") : _("(empty)") : choice}
                 />)}
-            <FormSelectOption value={other} label={_("Other value…")} />
+            {kind.open && <FormSelectOption value={other} label={_("Other value…")} />}
         </FormSelect>
     );
 }
@@ -57,16 +76,15 @@ function Choice(props: InputProps) {
 function Text(props: InputProps & { autoFocus?: boolean }) {
     const { id, kind, shown, refused, describedBy, onEdit, onDone, onCancel, autoFocus } = props;
     const secret = kind.widget === "secret";
-    const number = kind.widget === "number";
     return (
         <TextInput
             id={id}
             value={shown}
-            type={secret ? "password" : number ? "number" : "text"}
+            // A number, too: what else is typed is there to be judged, and a turn of the wheel changes nothing.
+            type={secret ? "password" : "text"}
+            inputMode={kind.widget === "number" ? "numeric" : undefined}
             autoComplete={secret ? "new-password" : "off"}
             placeholder={secret ? _("not shown; type a new one to change it") : undefined}
-            min={kind.min}
-            max={kind.max}
             spellCheck={false}
             autoFocus={autoFocus}
             validated={refused ? "error" : "default"}
