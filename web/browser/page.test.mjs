@@ -58,6 +58,27 @@ step("It shows a section's parameters with their values and helps, and finds the
     await eventually(async () => await field(at, "system.location").getByRole("textbox").inputValue() === "Machine room 2, rack 7");
 });
 
+const isSeen = locator => eventually(() => locator.evaluate(one => {
+    const { left, top, width, height } = one.getBoundingClientRect();
+    return one.contains(document.elementFromPoint(left + width / 2, top + height / 2));
+}));
+
+step("The browser's address and its Back lead where the page does, and a zoomed page shows the field", async at => {
+    await at.page.goBack();
+    await field(at, "ssh.port").waitFor();
+    await tab(at, "Machine").click();
+    await tab(at, "Configure").click();
+    await eventually(() => at.page.url().endsWith("#/configure/ssh"));
+    await at.page.goto(`${machine.address}/ucfgd#/configure/network.hosts.192%2e0%2e2%2e10`);
+    await at.frame.getByRole("heading", { name: "192.0.2.10", exact: true }).waitFor();
+    assert.equal(await at.frame.getByRole("navigation", { name: "Sections above" }).textContent(), "networkhosts192.0.2.10");
+    await at.page.setViewportSize({ width: 640, height: 450 });
+    await at.frame.getByRole("button", { name: "Sections", exact: true }).click();
+    await section(at, "ssh").click();
+    await isSeen(field(at, "ssh.port").locator("input"));
+    await at.page.setViewportSize({ width: 1280, height: 900 });
+});
+
 step("A value that is refused is told at its field, and leaves no change", async at => {
     await section(at, "ssh").click();
     await put(at, "ssh.port", "70000");
@@ -206,6 +227,11 @@ step("Undoing a commit takes back what it changed, with the next commit", async 
     const commit = commits(at).getByRole("listitem").filter({ hasText: "by another hand" });
     await commit.getByRole("button").first().click();
     await commit.getByRole("button", { name: "Undo this commit" }).click();
+    const { hash } = new URL(at.page.url());
+    await at.page.goBack();
+    await commit.getByRole("button", { expanded: false }).first().waitFor();
+    await at.page.goto(`${machine.address}/ucfgd${hash}`);
+    await commit.getByRole("button", { expanded: true }).first().waitFor();
     await at.frame.getByText(/What commit \d+ changed is taken back/).waitFor();
     await review(at, "1 parameter changed");
     await dialog(at).getByRole("button", { name: "Commit", exact: true }).click();

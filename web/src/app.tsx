@@ -1,11 +1,13 @@
 // The page's frame: the tabs, the state of the session above them, the pending changes below.
-import { useRef, useState, useSyncExternalStore } from "react";
+import { useRef, useSyncExternalStore } from "react";
 import { Page, PageSection, PageSectionVariants, Tab, TabTitleText, Tabs } from "@patternfly/react-core";
+import { goTo, useTab } from "./address";
 import type { Session } from "./session";
 import { Configure } from "./pages/configure";
 import { History } from "./pages/history";
 import { Machine } from "./pages/machine";
 import { Pending } from "./pages/pending";
+import { Held } from "./widgets/held";
 import { NoSession } from "./widgets/no-session";
 import { SessionState } from "./widgets/session-state";
 import "./app.css";
@@ -31,27 +33,25 @@ export function App({ session }: PageProps) {
     useSession(session);
     const wasOpen = useRef(false);
     wasOpen.current ||= session.state === "open";
-    const [active, setActive] = useState(cockpit.location.path[0] ?? "configure");
+    const named = useTab();
+    const active = tabs.some(({ key }) => key === named) ? named : "configure";
     if (!wasOpen.current) {
         return <Page><PageSection isFilled><NoSession session={session} /></PageSection></Page>;
     }
     return (
         <Page>
             <PageSection variant={PageSectionVariants.light} type="tabs" isWidthLimited isFilled className="ucfgd-pages">
-                <SessionState session={session} />
+                <div className="ucfgd-state"><SessionState session={session} /></div>
                 <Tabs
                     activeKey={active}
                     aria-label={_("Pages")}
                     mountOnEnter
-                    onSelect={(_event, key) => {
-                        setActive(String(key));
-                        cockpit.location.go([String(key)]);
-                    }}
+                    onSelect={(_event, key) => goTo(String(key))}
                 >
                     {tabs.map(({ key, title, Content }) => (
                         <Tab key={key} eventKey={key} title={<TabTitleText>{title}</TabTitleText>}>
                             <PageSection isFilled>
-                                <Content session={session} />
+                                <Held session={session}><Content session={session} /></Held>
                             </PageSection>
                         </Tab>
                     ))}

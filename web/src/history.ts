@@ -22,6 +22,7 @@ export class HistoryFeed {
     private readonly session: Session;
     private readonly listeners = new Set<() => void>();
     private wanted = page;
+    private oldest = Infinity;
     private running = false;
     private client?: Client;
     private timer?: ReturnType<typeof setTimeout>;
@@ -57,6 +58,14 @@ export class HistoryFeed {
         void this.refresh();
     }
 
+    /** Fetches those down to a number, too. */
+    reach(number: number): void {
+        if (number < this.oldest) {
+            this.oldest = number;
+            void this.refresh();
+        }
+    }
+
     /** One refresh after the other: the newest list is what stays. */
     refresh(): Promise<void> {
         this.turn = this.turn.then(() => this.fetch());
@@ -69,7 +78,7 @@ export class HistoryFeed {
         }
         try {
             const numbers = await commitNumbers(this.session);
-            const shown = numbers.slice(0, this.wanted);
+            const shown = numbers.filter((number, at) => at < this.wanted || number >= this.oldest);
             // Only its state changes once a commit has ended, and that only of one on trial.
             const known = new Map(this.commits.filter(one => settled.has(one.state)).map(one => [one.number, one]));
             const found = await Promise.all(shown.map(async number => known.get(number) ?? this.fetchOne(number)));

@@ -1,10 +1,11 @@
 // Sections on the left, the parameters of one of them on the right, and a search over all.
 import { useCallback, useEffect, useRef, useState, useSyncExternalStore } from "react";
 import {
-    Breadcrumb, BreadcrumbItem, Button, Form, List, ListItem, SearchInput, Sidebar, SidebarContent, SidebarPanel,
-    Spinner, Text, TextContent, Title,
+    Breadcrumb, BreadcrumbItem, Button, EmptyState, EmptyStateHeader, EmptyStateIcon, Form, List, ListItem, SearchInput,
+    Sidebar, SidebarContent, SidebarPanel, Spinner, Text, TextContent, Title,
 } from "@patternfly/react-core";
 import AngleDownIcon from "@patternfly/react-icons/dist/esm/icons/angle-down-icon";
+import { goTo, useShown } from "../address";
 import { useSession } from "../app";
 import type { PageProps } from "../app";
 import { Parameters, isAbsent, longestSection, nameOf, parentOf } from "../parameters";
@@ -21,6 +22,9 @@ import { SectionTree } from "../widgets/section-tree";
 import "./configure.css";
 
 const _ = cockpit.gettext;
+
+// As the style sheet has it.
+const narrow = window.matchMedia("(max-width: 767px)");
 
 interface SectionProps {
     session: Session;
@@ -151,6 +155,13 @@ function Path({ path, onOpen }: { path: string; onOpen: (path: string) => void }
     );
 }
 
+/** What there is to see before a section is. */
+function First({ parameters }: { parameters: Parameters }) {
+    return parameters.complete
+        ? <p>{_("There is nothing here that may be shown.")}</p>
+        : <EmptyState><EmptyStateHeader titleText={_("Reading the sections")} headingLevel="h2" icon={<EmptyStateIcon icon={Spinner} />} /></EmptyState>;
+}
+
 /** The tree's data, read when the session opens and when others have changed it. */
 function useParameters(session: Session): Parameters {
     const [parameters] = useState(() => new Parameters());
@@ -170,30 +181,38 @@ export function Configure({ session }: PageProps) {
     useSession(session);
     const parameters = useParameters(session);
     const first = parameters.children("")[0]?.path ?? "";
-    const [picked, setPicked] = useState(cockpit.location.path[0] === "configure" ? cockpit.location.path[1] ?? "" : "");
     const [search, setSearch] = useState("");
     const [said, setSaid] = useState("");
     // Where there is no room beside the form, the tree is folded away.
     const [unfolded, setUnfolded] = useState(false);
     const [goal, setGoal] = useState<string>();
     const heading = useRef<HTMLHeadingElement>(null);
-    const path = picked || first;
+    const path = useShown("configure") || first;
 
     // What picked the section is gone behind it, unless that was the tree: then the focus stays there.
     const open = (section: string, focus: string) => {
         setGoal(focus);
-        setPicked(section);
         setSearch("");
         setUnfolded(false);
-        cockpit.location.go(["configure", section]);
+        goTo("configure", section);
     };
+    // The browser's Back and Forward lead to another section as the tree does, and what was said was of the one before.
+    const before = useRef(path);
+    useEffect(() => {
+        if (before.current !== path && before.current !== "") {
+            setGoal(now => now ?? "");
+            setSearch("");
+            setSaid("");
+        }
+        before.current = path;
+    }, [path]);
     const onShown = useCallback(() => {
         const at = goal && (document.getElementById(fieldId(goal)) ?? document.getElementById(`${entryId(goal)}-toggle`));
         if (at) {
             at.scrollIntoView({ block: "center" });
             at.focus();
         } else if (goal !== undefined) {
-            heading.current?.scrollIntoView({ block: "nearest" });
+            heading.current?.scrollIntoView({ block: narrow.matches ? "start" : "nearest" });
             // The tree is gone, too, where it is folded away.
             if (goal !== "" || !document.activeElement?.getClientRects().length || document.activeElement === document.body) {
                 heading.current?.focus();
@@ -235,7 +254,7 @@ export function Configure({ session }: PageProps) {
                 <div className="pf-v5-screen-reader" role="status">{said}</div>
                 {found
                     ? <Results found={found} complete={parameters.complete} onPick={one => open(one.section, one.path)} />
-                    : path !== "" &&
+                    : path === "" ? <First parameters={parameters} /> :
                         <>
                             <Path path={path} onOpen={section => open(section, section)} />
                             <TextContent>

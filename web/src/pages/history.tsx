@@ -3,10 +3,12 @@ import { useEffect, useState, useSyncExternalStore } from "react";
 import {
     AlertActionCloseButton, Button, DataList, EmptyState, EmptyStateBody, EmptyStateHeader, Spinner, Stack, StackItem, Title,
 } from "@patternfly/react-core";
+import { useShown } from "../address";
 import type { PageProps } from "../app";
 import { useSession } from "../app";
 import { HistoryFeed } from "../history";
 import { pendingOf } from "../pending-changes";
+import { splitPath } from "../protocol";
 import { Alert } from "../widgets/alert";
 import { CommitItem } from "../widgets/commit-item";
 import { Refused, useRun } from "../widgets/use-run";
@@ -25,6 +27,8 @@ export function History({ session }: PageProps) {
         }
         return undefined;
     }, [feed, open]);
+    const asked = Math.min(...splitPath(useShown("history")).map(Number));
+    useEffect(() => feed.reach(asked), [feed, asked]);
     const [done, setDone] = useState("");
     const attempt = useRun();
     // Somebody who has changed something else meanwhile is told of at once.

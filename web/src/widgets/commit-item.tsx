@@ -1,10 +1,12 @@
 // One commit in the history: a line, and when it is opened all that is known of it.
-import { useState } from "react";
+import { useEffect } from "react";
 import {
     DataListCell, DataListContent, DataListItem, DataListItemCells, DataListItemRow, DataListToggle, Label,
 } from "@patternfly/react-core";
 import type { LabelProps } from "@patternfly/react-core";
+import { goTo, useShown } from "../address";
 import type { Commit } from "../model";
+import { quotePath, splitPath } from "../protocol";
 import type { Session } from "../session";
 import { CommitDetails } from "./commit-details";
 
@@ -26,9 +28,18 @@ interface CommitItemProps {
 }
 
 export function CommitItem({ commit, session, onUndo, onLoad }: CommitItemProps) {
-    const [isOpen, setOpen] = useState(false);
+    // Those that are open stand in the address.
+    const all = splitPath(useShown("history"));
+    const number = String(commit.number);
+    const isOpen = all.includes(number);
+    const toggle = () => goTo("history", quotePath(isOpen ? all.filter(one => one !== number) : [...all, number]));
     const state = states[commit.state] ?? { text: commit.state, color: "grey" };
     const title = `commit-${commit.number}`;
+    useEffect(() => {
+        if (isOpen) {
+            document.getElementById(title)?.scrollIntoView({ block: "nearest" });
+        }
+    }, [isOpen, title]);
     return (
         <DataListItem isExpanded={isOpen} aria-labelledby={title}>
             <DataListItemRow>
@@ -38,7 +49,7 @@ export function CommitItem({ commit, session, onUndo, onLoad }: CommitItemProps)
                     aria-label={_("Details")}
                     aria-labelledby={`${title}-toggle ${title}`}
                     isExpanded={isOpen}
-                    onClick={() => setOpen(!isOpen)}
+                    onClick={toggle}
                 />
                 <DataListItemCells
                     dataListCells={[
