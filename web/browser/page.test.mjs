@@ -1,5 +1,7 @@
 // One story in a real browser, against a real daemon: each step goes on where the one before it ended.
 import assert from "node:assert/strict";
+import { writeFile } from "node:fs/promises";
+import path from "node:path";
 import { after, before, test } from "node:test";
 import { Console, eventually } from "./console.mjs";
 
@@ -300,6 +302,7 @@ step("A daemon that is started anew, and somebody who takes over: said in plain 
     await at.frame.locator("body").evaluate(meddle);
     await machine.restartDaemon();
     await pending(at).getByText(/The session is gone/).waitFor();
+    await pending(at).getByRole("row", { name: "ssh.port set" }).or(pending(at).getByRole("row", { name: "ssh › port set" })).waitFor();
     await madeAgain(at, "2401");
     await changed(at, "2402");
     await machine.ucfgsh("--force", "info", "daemon.sessions");
@@ -307,6 +310,9 @@ step("A daemon that is started anew, and somebody who takes over: said in plain 
     await alert.waitFor();
     await at.frame.getByText("1 change of yours that was not committed is kept in this page").waitFor();
     await at.frame.getByText("The daemon says: you have been logged out").waitFor();
+    await field(at, "ssh.alive-interval").locator("input").scrollIntoViewIfNeeded();
+    await isSeen(alert);
+    await eventually(() => field(at, "ssh.port").locator("input").isDisabled());
     await at.frame.locator("body").evaluate("window.limit = 1");
     await at.frame.getByRole("button", { name: "Log in again" }).click();
     await madeAgain(at, "2402");
@@ -338,4 +344,13 @@ step("A commit whose answer is lost is found again: for good, and on trial, whic
     await at.page.reload();
     await commitNow(at, "1 parameter changed");
     assert.match(await configured(), /^Port 2407$/m);
+});
+
+step("An account that may only look is told so, and offered nothing to press", async at => {
+    const settings = "etc/ucfgd/ucfgd.conf";
+    const text = await machine.file(settings);
+    await writeFile(path.join(machine.root, settings), text.replace(/(admin \{\s*access: )wx/, "$1r"));
+    await machine.restartDaemon();
+    await pending(at).getByText(/^Read only/).waitFor();
+    assert.equal(await pending(at).getByRole("button", { name: /Review|Revert/ }).count(), 0);
 });

@@ -4,6 +4,12 @@ import type { Transport } from "./protocol";
 // The bridge takes larger messages in one piece only up to a limit of its own.
 const piece = 16384;
 
+/** Another socket than the usual one is named by an override of the manifest, which is the administrator's. */
+export function socketPath(): string {
+    const socket = cockpit.manifests.ucfgd?.socket;
+    return typeof socket === "string" ? socket : "/dev/ucfgd";
+}
+
 /** Opens the socket with administrative privileges where the console has them, otherwise as the user. */
 export function connectThroughConsole(socket: string): Transport {
     const channel = cockpit.channel({ payload: "stream", unix: socket, superuser: "try", binary: true });

@@ -3,15 +3,9 @@ import "./theme";
 import { createRoot } from "react-dom/client";
 import { App } from "./app";
 import { Session } from "./session";
-import { connectThroughConsole } from "./cockpit-transport";
+import { connectThroughConsole, socketPath } from "./cockpit-transport";
 
 const memory = "ucfgd:session";
-
-// Another socket than the usual one is named by an override of the manifest, which is the administrator's.
-function socketPath(): string {
-    const socket = cockpit.manifests.ucfgd?.socket;
-    return typeof socket === "string" ? socket : "/dev/ucfgd";
-}
 
 // The account that the socket shows as its peer: root where the console has administrative access.
 async function account(): Promise<string> {

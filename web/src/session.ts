@@ -361,7 +361,8 @@ export class Session implements Requester {
                 this.lost(client, this.resumes === undefined ? resumed.text : undefined);
                 return;
             }
-            gone = endingOf(resumed) ?? { kind: "lost", text: resumed.text };
+            // That the number of a session is not known says nothing to people.
+            gone = endingOf(resumed) ?? { kind: "lost", text: "" };
         }
         const reply = await client.request(`${word === "LOGINFORCE" ? word : "LOGIN"} ${escape(this.user)}`);
         if (reply.word !== "OK") {

@@ -54,6 +54,7 @@ export function Pending({ session }: PageProps) {
     });
     const idle = session.state === "open" && !attempt.busy;
     const none = changes.length === 0 || !idle;
+    const { write } = session.permissions;
     const told = (
         <>
             {!session.fate && <Refused {...attempt} />}
@@ -74,11 +75,11 @@ export function Pending({ session }: PageProps) {
             <TrialAlert pending={pending} session={session} />
             <Flex>
                 <FlexItem grow={{ default: "grow" }} role="status">
-                    {changes.length === 0 ? _("No changes") : cockpit.format(
+                    {!write ? _("Read only: this account may look at the configuration, but not change it") : changes.length === 0 ? _("No changes") : cockpit.format(
                         cockpit.ngettext("$0 parameter changed", "$0 parameters changed", changes.length), changes.length)}
                 </FlexItem>
-                <Button isAriaDisabled={none} onClick={() => setOpen(true)}>{_("Review and commit")}</Button>
-                <Button variant="secondary" isAriaDisabled={none} onClick={() => attempt.run(() => session.revert(), look)}>{_("Revert")}</Button>
+                {write && <Button isAriaDisabled={none} onClick={() => setOpen(true)}>{_("Review and commit")}</Button>}
+                {write && <Button variant="secondary" isAriaDisabled={none} onClick={() => attempt.run(() => session.revert(), look)}>{_("Revert")}</Button>}
             </Flex>
             <Modal
                 variant="large"

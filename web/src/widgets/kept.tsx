@@ -11,6 +11,9 @@ import type { Run } from "./use-run";
 
 const _ = cockpit.gettext;
 
+// So many are shown without being asked for.
+const few = 4;
+
 const verbs = { SET: _("set"), ADD: _("added"), DEL: _("deleted"), MOVE: _("moved") };
 
 export function Kept({ session, attempt, onDone }: { session: Session; attempt: Run; onDone: () => void }) {
@@ -34,19 +37,17 @@ export function Kept({ session, attempt, onDone }: { session: Session; attempt: 
     );
     const rows = kept.map((order, at) => {
         const reply = refusals.get(order);
-        return { key: String(at), cells: [changeOf(order).path, verbs[order.verb], reply && <Reason reply={reply} />] };
+        return { key: String(at), cells: [changeOf(order).path, verbs[order.verb], ...refusals.size > 0 ? [reply && <Reason reply={reply} />] : []] };
     });
+    const columns = [_("Parameter"), _("Change"), ...refusals.size > 0 ? [_("Refused because")] : []];
+    const table = <SimpleTable label={_("Changes that are kept")} columns={columns} rows={rows} />;
     return (
         <Alert isInline variant="warning" title={title} actionLinks={actions}>
             <p>{whatHappened(ending)}</p>
             <p>{daemonSays(ending)}</p>
-            <ExpandableSection
-                key={refusals.size > 0 ? "refused" : ""}
-                toggleText={refusals.size > 0 ? _("Not made again, and why") : _("Which they are")}
-                {...refusals.size > 0 ? { isExpanded: true } : {}}
-            >
-                <SimpleTable label={_("Changes that are kept")} columns={[_("Parameter"), _("Change"), _("Refused because")]} rows={rows} />
-            </ExpandableSection>
+            {kept.length <= few || refusals.size > 0
+                ? table
+                : <ExpandableSection toggleText={_("Which they are")}>{table}</ExpandableSection>}
         </Alert>
     );
 }

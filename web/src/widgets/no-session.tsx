@@ -1,22 +1,41 @@
 // What there is to see before the daemon has let the page in: that it is awaited, or why it does not come and what helps.
 import { Button, EmptyState, EmptyStateActions, EmptyStateBody, EmptyStateFooter, EmptyStateHeader, EmptyStateIcon, Spinner } from "@patternfly/react-core";
 import ExclamationCircleIcon from "@patternfly/react-icons/dist/esm/icons/exclamation-circle-icon";
+import { socketPath } from "../cockpit-transport";
 import type { Session } from "../session";
 
 const _ = cockpit.gettext;
 
 /** By what the console calls the failure to open the socket. */
-const helps: Record<string, { title: string; help: string; command?: string }> = {
+const helps: Record<string, { reason: string; title: string; help: string; command?: string }> = {
     "not-found": {
+        reason: _("it is not there"),
         title: _("The configuration daemon is not running"),
         help: _("Start it as root. The page goes on by itself as soon as the daemon answers."),
         command: "systemctl start ucfgd",
     },
     "access-denied": {
+        reason: _("permission denied"),
         title: _("This account may not talk to the configuration daemon"),
         help: _("Turn on administrative access above, or have the account admitted: the daemon's listeners stand in ucfgd.conf(5)."),
     },
 };
+
+/** Which socket could not be opened, and why. */
+export function noConnection(problem: string): string {
+    return cockpit.format(_("Cannot connect to $0: $1"), socketPath(), helps[problem]?.reason ?? problem);
+}
+
+/** What helps, where that is known. */
+export function Help({ problem }: { problem: string }) {
+    const { help, command } = helps[problem] ?? {};
+    return (
+        <>
+            <p>{help}</p>
+            {command && <p><code>{command}</code></p>}
+        </>
+    );
+}
 
 export function NoSession({ session }: { session: Session }) {
     const { state, ending, problem } = session;
@@ -49,13 +68,13 @@ export function NoSession({ session }: { session: Session }) {
             </EmptyState>
         );
     }
-    const { title, help, command } = helps[problem] ?? { title: _("The configuration daemon cannot be reached"), help: problem };
+    const known = helps[problem];
     return (
         <EmptyState role="alert">
-            <EmptyStateHeader titleText={title} headingLevel="h1" icon={<EmptyStateIcon icon={ExclamationCircleIcon} />} />
+            <EmptyStateHeader titleText={known?.title ?? _("The configuration daemon cannot be reached")} headingLevel="h1" icon={<EmptyStateIcon icon={ExclamationCircleIcon} />} />
             <EmptyStateBody>
-                <p>{help}</p>
-                {command && <p><code>{command}</code></p>}
+                <p>{noConnection(problem)}</p>
+                <Help problem={problem} />
             </EmptyStateBody>
         </EmptyState>
     );

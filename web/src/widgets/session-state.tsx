@@ -3,6 +3,7 @@ import { AlertActionCloseButton, AlertActionLink } from "@patternfly/react-core"
 import { Alert } from "./alert";
 import type { Ending } from "../log-in";
 import type { Session } from "../session";
+import { Help, noConnection } from "./no-session";
 
 const _ = cockpit.gettext;
 
@@ -41,7 +42,8 @@ export function SessionState({ session }: { session: Session }) {
         return (
             <Alert isInline isLiveRegion variant="warning" title={_("The connection is lost. It is tried again.")}>
                 <p>{_("What you have changed stays where it is: the daemon keeps it for a while, and this page remembers it.")}</p>
-                {problem && <p>{cockpit.format(_("The system says: $0"), problem)}</p>}
+                {problem && <p>{noConnection(problem)}</p>}
+                {problem && <Help problem={problem} />}
             </Alert>
         );
     }
