@@ -253,6 +253,7 @@ step("Loading the state behind a commit is asked about first, and made at once a
 
 async function commitNow(at, count) {
     await review(at, count);
+    await dialog(at).getByText(/^@@ /).first().waitFor();
     await dialog(at).getByRole("button", { name: "Commit", exact: true }).click();
     await pending(at).getByText("No changes").waitFor();
 }
