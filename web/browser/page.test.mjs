@@ -85,6 +85,17 @@ step("A value that is refused is told at its field, and leaves no change", async
     await section(at, "ssh").click();
     await put(at, "ssh.port", "70000");
     await field(at, "ssh.port").getByRole("alert").getByText("70000 is not a port (1 to 65535)").waitFor();
+    await section(at, "system").click();
+    await pending(at).getByText("1 value was refused").waitFor();
+    await pending(at).getByRole("button", { name: "ssh › port" }).click();
+    await field(at, "ssh.port").getByRole("alert").getByText("70000 is not a port").waitFor();
+    await eventually(() => field(at, "ssh.port").getByRole("textbox").evaluate(one => one === document.activeElement));
+    await put(at, "ssh.max-tries", "5");
+    await review(at, "1 parameter changed");
+    await dialog(at).getByText("1 value that you have typed is not among the changes").waitFor();
+    await dialog(at).getByRole("button", { name: "Drop this change" }).click();
+    await dialog(at).getByRole("button", { name: "Close" }).click();
+    await pending(at).getByText("No changes").waitFor();
     await field(at, "ssh.port").getByRole("button", { name: "Go back to that" }).click();
     await eventually(async () => await field(at, "ssh.port").getByRole("textbox").inputValue() === "22");
 });
@@ -134,7 +145,7 @@ step("A change is shown as a difference of the file before it is committed, and 
     assert.doesNotMatch(await configured(), /^Port/m);
     await dialog(at).getByRole("textbox", { name: "Comment" }).fill("out of the way");
     await dialog(at).getByRole("button", { name: "Commit", exact: true }).click();
-    await pending(at).getByText("No changes").waitFor();
+    await pending(at).getByText(/Commit \d+ is done/).waitFor();
     assert.match(await configured(), /^Port 2201$/m);
 });
 
@@ -168,7 +179,7 @@ step("A commit of somebody else in between is told, and the changes are made aga
     await machine.script("set ssh.max-tries 4", "set ssh.port 2200", "commit");
     await review(at, "1 parameter changed");
     await dialog(at).getByText(/Commit \d+ of root: replaced .etc.ssh.sshd_config/).waitFor();
-    await dialog(at).getByRole("row", { name: "ssh.port 2200 2202" }).first().waitFor();
+    await dialog(at).getByRole("row", { name: "ssh › port 2200 2202" }).first().waitFor();
     assert.equal(await dialog(at).getByRole("button", { name: "Commit", exact: true }).isDisabled(), true);
     await dialog(at).getByRole("button", { name: "Take that over and make my changes again" }).click();
     await dialog(at).getByRole("button", { name: "Commit", exact: true }).click();
@@ -180,7 +191,12 @@ step("A commit of somebody else in between is told, and the changes are made aga
 async function commitOnTrial(at, port, seconds) {
     await changed(at, port);
     await review(at, "1 parameter changed");
-    await dialog(at).getByRole("spinbutton").fill(seconds);
+    const length = dialog(at).getByRole("textbox", { name: /^Seconds of a trial/ });
+    for (const none of ["", "0", "604801", "1e1"]) {
+        await length.fill(none);
+        assert.equal(await dialog(at).getByRole("button", { name: "Commit with a trial" }).isDisabled(), true);
+    }
+    await length.fill(seconds);
     await dialog(at).getByRole("button", { name: "Commit with a trial" }).click();
     await eventually(async () => (await configured()).includes(`\nPort ${port}\n`));
     await pending(at).getByText(/is on trial/).waitFor();
@@ -198,6 +214,7 @@ step("A commit with a trial is undone by itself when the machine cannot be reach
     await pending(at).getByRole("button", { name: again }).click();
     await pending(at).getByText("1 parameter changed").waitFor();
     await pending(at).getByRole("button", { name: "Revert" }).click();
+    await at.frame.getByRole("dialog", { name: "Drop all changes?" }).getByRole("button", { name: "Revert" }).click();
     await eventually(async () => await field(at, "ssh.port").getByRole("textbox").inputValue() === "2202");
     await commitOnTrial(at, "2203", "60");
     await pending(at).getByRole("button", { name: "Take back" }).click();

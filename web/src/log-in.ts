@@ -9,8 +9,11 @@ export interface Permissions {
 
 /** Why a session ended, or why its changes are gone although one is open. */
 export interface Ending {
-    /** "conflict": a commit dropped them as it failed, or others had committed; "undone": a trial was taken back. */
-    kind: "timeout" | "forced" | "logout" | "refused" | "lost" | "conflict" | "undone";
+    /**
+     * "conflict": a commit dropped them as it failed, or others had committed; "undone": a trial was taken back;
+     * "rest": others of them were, one by one.
+     */
+    kind: "timeout" | "forced" | "logout" | "refused" | "lost" | "conflict" | "undone" | "rest";
     /** As the daemon words it. */
     text: string;
 }

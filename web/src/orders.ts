@@ -33,6 +33,19 @@ export function touches(orders: Order[], path: string): boolean {
     return orders.map(pathOf).some(own => own === undefined || own === path || path.startsWith(`${own}.`));
 }
 
+/** Whether a change comes of the order: of a parameter, of a list's order, or of an entry with all that is in it. */
+export function isWithin(order: Order, path: string, entry: boolean): boolean {
+    const own = pathOf(order);
+    return own === path || (entry && own !== undefined && (
+        own.startsWith(`${path}.`) || (order.verb === "MOVE" && `${own}.${order.name}` === path)));
+}
+
+/** The commit that the last of the orders undoes, or whose state it loads. */
+export function sourceOf(orders: Order[]): { verb: "undo" | "load"; commit: string } | undefined {
+    const last = orders.filter(order => order.verb === "SET" && edits.has(order.path)).at(-1);
+    return last?.verb === "SET" ? { verb: last.path === "commits.undo" ? "undo" : "load", commit: last.value } : undefined;
+}
+
 /** The command of an order, and the lines before it that carry a value too long for one word. */
 export function orderLines(order: Order): [string, string[]] {
     switch (order.verb) {

@@ -4,8 +4,11 @@ import { fateOf, newestCommit, notSent, prepareCommit } from "./commit";
 import type { Asked, CommitPlan, Fate } from "./commit";
 import { endingOf, grantedBy, nothing } from "./log-in";
 import type { Ending, Permissions } from "./log-in";
+import { recalled } from "./memory";
+import type { Memory, OnTrial } from "./memory";
 import { trial, unlessRefused } from "./model";
-import { orderLines, remember, sameParameter } from "./orders";
+import type { Commit } from "./model";
+import { isWithin, orderLines, remember, sameParameter } from "./orders";
 import type { Order } from "./orders";
 import { Client, ConnectionLost, escape } from "./protocol";
 import type { DataLine, Reply, Requester, Transport } from "./protocol";
@@ -21,26 +24,6 @@ export type State =
 export interface Outcome {
     order: Order;
     reply: Reply;
-}
-
-/** A commit of this session that is on trial, and what it changed. */
-export interface OnTrial {
-    commit: number;
-    /** By the clock of this browser. */
-    end: number;
-    orders: Order[];
-}
-
-/** What a page that is loaded anew finds again. */
-interface Memory {
-    user: string;
-    id: string;
-    permissions: Permissions;
-    orders: Order[];
-    kept: Order[];
-    ending?: Ending;
-    asked?: Asked;
-    onTrial?: OnTrial;
 }
 
 export interface SessionOptions {
@@ -75,10 +58,14 @@ export class Session implements Requester {
     orders: Order[] = [];
     /** Orders of a session that is gone, to be offered again: see reapply() and forget(). */
     kept: Order[] = [];
+    /** What is kept is being given again by takeBack(). */
+    remaking = false;
     /** Why one of the kept orders was refused when it was given again. */
     refusals = new Map<Order, Reply>();
     /** What became of a commit whose answer was lost, until that has been read. */
     fate?: Fate;
+    /** The last commit for good, until that has been read or something new is changed; its record where that is found. */
+    done?: { commit?: Commit };
     onTrial?: OnTrial;
     /** Grows when an order made the session catch up with what others had committed. */
     updates = 0;
@@ -98,7 +85,9 @@ export class Session implements Requester {
 
     constructor(options: SessionOptions) {
         this.options = options;
-        this.recall();
+        const found = recalled(options.memory?.load());
+        Object.assign(this, { ...found, user: "" });
+        this.resumes = found?.user;
     }
 
     /** How many orders this page holds that the daemon does not have any more. */
@@ -176,6 +165,7 @@ export class Session implements Requester {
         }
         const reply = await this.give(order);
         if (reply.word === "OK") {
+            this.done = undefined;
             this.keepOnly(one => !sameParameter(one, order));
         }
         return reply;
@@ -189,7 +179,7 @@ export class Session implements Requester {
     async commit(plan = forGood): Promise<Reply> {
         const asked: Asked = { ...plan, before: notSent, orders: [] };
         this.asked = asked;
-        this.fate = undefined;
+        this.fate = this.done = undefined;
         const refused = await prepareCommit(this, plan, this.comment);
         if (refused) {
             this.asked = undefined;
@@ -208,6 +198,10 @@ export class Session implements Requester {
             }
         }
         this.asked = undefined;
+        if (reply.word === "OK" && plan.seconds === 0) {
+            const found = await fateOf(this, asked, this.user, true).catch(() => undefined);
+            this.done = { commit: found?.commit };
+        }
         this.changed();
         if (reply.word !== "OK" && this.state === "open") {
             await this.refusedCommit(plan, reply);
@@ -226,9 +220,9 @@ export class Session implements Requester {
         this.changed();
     }
 
-    /** What there was to say of a commit without an answer has been read. */
+    /** What there was to say of a commit has been read. */
     dismiss(): void {
-        this.fate = undefined;
+        this.fate = this.done = undefined;
         this.changed();
     }
 
@@ -243,12 +237,12 @@ export class Session implements Requester {
         return reply;
     }
 
-    /** After a conflict: takes the session to what others have committed, and offers its orders again. */
-    async rebase(why = ""): Promise<Reply> {
-        const orders = this.orders;
+    /** After a conflict: takes the session to what others have committed, and offers its orders again, or some of them. */
+    async rebase(why = "", kind: Ending["kind"] = "conflict", wanted: (order: Order) => boolean = () => true): Promise<Reply> {
+        const orders = this.orders.filter(wanted);
         const reply = await this.revert();
         if (reply.word === "OK") {
-            this.ending = { kind: "conflict", text: why };
+            this.ending = { kind, text: why };
             this.kept = [...orders, ...this.kept];
             this.changed();
         }
@@ -272,6 +266,26 @@ export class Session implements Requester {
         }
         this.changed();
         return outcomes;
+    }
+
+    /** Whether a change can be dropped without the others. */
+    mayTakeBack(path: string, entry: boolean): boolean {
+        return this.orders.some(order => isWithin(order, path, entry));
+    }
+
+    /** Drops a change, and makes all others anew; those that are refused then are kept. */
+    async takeBack(path: string, entry: boolean): Promise<Reply> {
+        this.remaking = true;
+        try {
+            const reply = await this.rebase("", "rest", order => !isWithin(order, path, entry));
+            if (reply.word === "OK") {
+                await this.reapply();
+            }
+            return reply;
+        } finally {
+            this.remaking = false;
+            this.changed();
+        }
     }
 
     /** Asks for a sign of life: an answer tells whether the session has been ended, a loss is told by itself. */
@@ -467,19 +481,6 @@ export class Session implements Requester {
         const client = this.client;
         this.client = undefined;
         client?.close();
-    }
-
-    private recall(): void {
-        try {
-            const text = this.options.memory?.load();
-            if (text) {
-                const { user, ...rest } = JSON.parse(text) as Memory;
-                Object.assign(this, rest);
-                this.resumes = user;
-            }
-        } catch {
-            // Another version of the page has left it.
-        }
     }
 
     private changed(): void {

@@ -1,64 +1,85 @@
 // The bar below every page: what this session would commit, and the ways to commit it or to drop it.
 import { useEffect, useState, useSyncExternalStore } from "react";
-import { Button, Flex, FlexItem, Form, FormGroup, Modal, NumberInput, PageSection, Stack, StackItem, TextInput } from "@patternfly/react-core";
+import { Button, Flex, FlexItem, PageSection } from "@patternfly/react-core";
 import { useSession } from "../app";
 import type { PageProps } from "../app";
-import { diff } from "../model";
+import { isEntry, rowsOf } from "../change-rows";
+import type { CommitPlan } from "../commit";
+import { useDrafts } from "../drafts";
+import { sourceOf } from "../orders";
+import type { Order } from "../orders";
 import { pendingOf } from "../pending-changes";
 import { Behind } from "../widgets/behind";
-import { ChangesTable } from "../widgets/changes-table";
-import { DiffView } from "../widgets/diff-view";
+import { CommitDialog } from "../widgets/commit-dialog";
 import { Kept } from "../widgets/kept";
-import { CommitFate } from "../widgets/session-state";
+import { NotTaken, RefusedValues } from "../widgets/not-taken";
+import { QuestionDialog } from "../widgets/question-dialog";
+import { CommitDone, CommitFate } from "../widgets/session-state";
 import { TrialAlert } from "../widgets/trial-alert";
 import { Refused, useRun } from "../widgets/use-run";
 import "./pending.css";
 
 const _ = cockpit.gettext;
 
+/** The comment for an undo or a load, which speaks for itself. */
+function proposed(orders: Order[]): string {
+    const source = sourceOf(orders);
+    return !source ? "" : cockpit.format(source.verb === "undo" ? _("Undo of commit $0") : _("State behind commit $0"), source.commit);
+}
+
 export function Pending({ session }: PageProps) {
     useSession(session);
     const pending = pendingOf(session);
     useSyncExternalStore(listener => pending.subscribe(listener), () => pending.version);
+    const drafts = useDrafts(session);
     const [open, setOpen] = useState(false);
-    const [text, setText] = useState("");
+    const [asking, setAsking] = useState(false);
     const [comment, setComment] = useState("");
-    const [seconds, setSeconds] = useState(60);
     const attempt = useRun();
     const { changes, behind } = pending;
-    useEffect(() => {
-        if (open) {
-            const written = behind ? Promise.resolve("") : diff(session);
-            written.then(setText, (error: unknown) => setText(error instanceof Error && error.message !== "" ? `# ${error.message}` : ""));
-        }
-    }, [open, session, changes, behind]);
+    const count = rowsOf(changes).length;
 
+    const done = () => {
+        setOpen(false);
+        setComment("");
+    };
     // There is nothing more to review where the answer was lost alone.
     const carriedOut = session.fate?.carriedOut === "yes";
     useEffect(() => {
         if (carriedOut) {
-            setOpen(false);
-            setComment("");
-            attempt.dismiss();
+            done();
         }
-        // eslint-disable-next-line react-hooks/exhaustive-deps -- once for each fate
     }, [carriedOut]);
+    // A refusal was about what stood there then.
+    const about = [session.state, behind, open, count === 0, session.fate === undefined].join(" ");
+    // eslint-disable-next-line react-hooks/exhaustive-deps -- once for each of them
+    useEffect(() => attempt.dismiss(), [about]);
 
     const look = () => void pending.refresh();
-    const commit = (trial: number) => attempt.run(() => session.commit({ comment, seconds: trial }), reply => {
+    const review = () => {
+        setComment(comment || proposed(session.orders));
+        setOpen(true);
+    };
+    const commit = (plan: CommitPlan) => attempt.run(() => session.commit(plan), reply => {
         if (reply.word === "OK") {
-            setOpen(false);
-            setComment("");
+            done();
         }
         look();
     });
+    const revert = () => {
+        setAsking(false);
+        drafts.drop();
+        setComment("");
+        attempt.run(() => session.revert(), look);
+    };
     const idle = session.state === "open" && !attempt.busy;
     const none = changes.length === 0 || !idle;
     const { write } = session.permissions;
     const told = (
         <>
-            {!session.fate && <Refused {...attempt} />}
+            {!session.fate && !behind && <Refused {...attempt} />}
             <CommitFate session={session} />
+            <CommitDone session={session} />
             <Kept session={session} attempt={attempt} onDone={look} />
             <Behind session={session} pending={pending} attempt={attempt} onDone={look} />
         </>
@@ -74,55 +95,36 @@ export function Pending({ session }: PageProps) {
             {!open && told}
             <TrialAlert pending={pending} session={session} />
             <Flex>
-                <FlexItem grow={{ default: "grow" }} role="status">
-                    {!write ? _("Read only: this account may look at the configuration, but not change it") : changes.length === 0 ? _("No changes") : cockpit.format(
-                        cockpit.ngettext("$0 parameter changed", "$0 parameters changed", changes.length), changes.length)}
+                <FlexItem grow={{ default: "grow" }}>
+                    <div role="status">
+                        {!write ? _("Read only: this account may look at the configuration, but not change it") : count === 0 ? _("No changes") : cockpit.format(
+                            cockpit.ngettext("$0 parameter changed", "$0 parameters changed", count), count)}
+                    </div>
+                    <RefusedValues drafts={drafts} />
                 </FlexItem>
-                {write && <Button isAriaDisabled={none} onClick={() => setOpen(true)}>{_("Review and commit")}</Button>}
-                {write && <Button variant="secondary" isAriaDisabled={none} onClick={() => attempt.run(() => session.revert(), look)}>{_("Revert")}</Button>}
+                {write && <Button isAriaDisabled={none} onClick={review}>{_("Review and commit")}</Button>}
+                {write && <Button variant="secondary" isAriaDisabled={none} onClick={() => setAsking(true)}>{_("Revert")}</Button>}
             </Flex>
-            <Modal
-                variant="large"
-                title={_("Pending changes")}
-                isOpen={open}
-                showClose={false}
+            {open && <CommitDialog
+                {...{ session, pending, comment }}
+                disabled={!idle}
+                told={<>{told}<NotTaken drafts={drafts} onGo={() => setOpen(false)} /></>}
+                onComment={setComment}
+                onCommit={commit}
+                onTakeBack={change => attempt.run(() => session.takeBack(change.path, isEntry(change)), look)}
                 onClose={() => setOpen(false)}
-                actions={[
-                    <Button key="commit" isAriaDisabled={none || behind} onClick={() => commit(0)}>{_("Commit")}</Button>,
-                    <Button key="trial" variant="secondary" isAriaDisabled={none || behind} onClick={() => commit(seconds)}>
-                        {_("Commit with a trial")}
-                    </Button>,
-                    <Button key="close" variant="link" onClick={() => setOpen(false)}>{_("Close")}</Button>,
-                ]}
+            />}
+            {asking && <QuestionDialog
+                danger
+                title={_("Drop all changes?")}
+                answer={_("Revert")}
+                onYes={revert}
+                onNo={() => setAsking(false)}
             >
-                <Stack hasGutter>
-                    {open && told}
-                    {changes.length > 0 && <StackItem><ChangesTable changes={changes} /></StackItem>}
-                    {text !== "" && <StackItem><DiffView text={text} /></StackItem>}
-                    <StackItem>
-                        <Form onSubmit={event => event.preventDefault()}>
-                            <FormGroup label={_("Comment")} fieldId="commit-comment">
-                                <TextInput id="commit-comment" value={comment} maxLength={500} onChange={(_event, now) => setComment(now)} />
-                            </FormGroup>
-                            <FormGroup label={_("Seconds of a trial, after which it is undone unless confirmed")} fieldId="trial-seconds">
-                                <NumberInput
-                                    inputProps={{ id: "trial-seconds" }}
-                                    inputAriaLabel={_("Seconds of a trial, after which it is undone unless confirmed")}
-                                    minusBtnAriaLabel={_("Less")}
-                                    plusBtnAriaLabel={_("More")}
-                                    widthChars={6}
-                                    value={seconds}
-                                    min={5}
-                                    max={604800}
-                                    onMinus={() => setSeconds(seconds - 5)}
-                                    onPlus={() => setSeconds(seconds + 5)}
-                                    onChange={event => setSeconds(Number(event.currentTarget.value))}
-                                />
-                            </FormGroup>
-                        </Form>
-                    </StackItem>
-                </Stack>
-            </Modal>
+                {cockpit.format(cockpit.ngettext(
+                    "$0 changed parameter becomes again what it was. A single one can be dropped in the review.",
+                    "$0 changed parameters become again what they were. A single one can be dropped in the review.", count), count)}
+            </QuestionDialog>}
         </PageSection>
     );
 }

@@ -31,8 +31,12 @@ export function Behind({ session, pending, attempt, onDone }: { session: Session
             </AlertActionLink>
         </>
     );
+    const own = others.length > 0 && others.every(({ user }) => user === session.user);
+    const title = own
+        ? cockpit.format(_("Another session of $0 has committed since these changes were begun"), session.user)
+        : _("Somebody else has committed since these changes were begun");
     return (
-        <Alert isInline variant="warning" title={_("Somebody else has committed since these changes were begun")} actionLinks={actions}>
+        <Alert isInline variant="warning" title={title} actionLinks={actions}>
             <p>{_("Yours cannot be committed as they are. They can be made again on what the others have written: those that are refused then stay kept, each with its reason.")}</p>
             {others.length > 0 && (
                 <ul aria-label={_("Commits of others")}>

@@ -1,4 +1,7 @@
 // Parameters as they were and as they are then.
+import type { ReactNode } from "react";
+import { isEntry, rowsOf, spoken } from "../change-rows";
+import type { Row } from "../change-rows";
 import type { Change } from "../model";
 import { visible } from "../visible";
 import { SimpleTable } from "./simple-table";
@@ -9,24 +12,33 @@ interface ChangesTableProps {
     changes: Change[];
     label?: string;
     columns?: string[];
+    /** What can be done about one of them. */
+    action?: (change: Change) => ReactNode;
 }
 
-export function ChangesTable({ changes, label = _("Changed parameters"), columns = [_("Parameter"), _("Before"), _("After")] }: ChangesTableProps) {
-    return (
-        <SimpleTable
-            label={label}
-            columns={columns}
-            rows={changes.map(change => ({ key: change.path, cells: [change.path, shown(change, "before"), shown(change, "after")] }))}
-        />
-    );
+export function ChangesTable({
+    changes, label = _("Changed parameters"), columns = [_("Parameter"), _("Before"), _("After")], action,
+}: ChangesTableProps) {
+    const rows = rowsOf(changes).map(row => ({
+        key: row.path,
+        cells: [spoken(row.path), shown(row, "before"), shown(row, "after"), ...action ? [action(row)] : []],
+    }));
+    return <SimpleTable label={label} columns={action ? [...columns, _("Action")] : columns} rows={rows} />;
 }
 
 // One side alone with a value: on the other one it had the same by default, or by other parameters.
-function shown(change: Change, side: "before" | "after") {
-    const text = change[side];
-    if (change.silent) {
-        const both = change.before !== undefined && change.after !== undefined;
-        return <em>{both ? _("not shown") : text === undefined ? _("not there") : _("there")}</em>;
+function shown(row: Row, side: "before" | "after") {
+    const text = row[side];
+    if (isEntry(row)) {
+        if (text === undefined) {
+            return <em>{_("not there")}</em>;
+        }
+        return row.parts.length === 0
+            ? <em>{_("there")}</em>
+            : row.parts.map(({ name, text: value }) => <div key={name}>{name}: {visible(value)}</div>);
+    }
+    if (row.silent || (row.before === undefined && row.after === undefined)) {
+        return <em>{side === "after" ? _("changed, not shown") : _("not shown")}</em>;
     }
     return text === undefined ? <em>{_("not set")}</em> : text === "" ? <em>{_("empty")}</em> : visible(text);
 }

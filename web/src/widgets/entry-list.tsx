@@ -8,6 +8,8 @@ import AngleDownIcon from "@patternfly/react-icons/dist/esm/icons/angle-down-ico
 import AngleUpIcon from "@patternfly/react-icons/dist/esm/icons/angle-up-icon";
 import GripVerticalIcon from "@patternfly/react-icons/dist/esm/icons/grip-vertical-icon";
 import TrashIcon from "@patternfly/react-icons/dist/esm/icons/trash-icon";
+import { draftsOf, useDrafts } from "../drafts";
+import type { Draft } from "../drafts";
 import { nameOf } from "../parameters";
 import { escape } from "../protocol";
 import type { Reply } from "../protocol";
@@ -52,6 +54,8 @@ interface EntryProps {
     onMove: (to: number) => void;
     onDrag: (what: "start" | "over" | "end") => void;
 }
+
+export const newEntryId = "new-entry";
 
 export function entryId(path: string): string {
     return `entry-${path}`;
@@ -119,15 +123,16 @@ function Entry({ path, index, count, open, dropBefore, ops, content, onToggle, o
     );
 }
 
-function AddEntry({ name, add }: { name: string; add: (name: string) => Promise<Reply> }) {
-    const [text, setText] = useState("");
-    const [refusal, setRefusal] = useState<Reply>();
+function AddEntry({ session, list, name, add }: { session: Session; list: string; name: string; add: (name: string) => Promise<Reply> }) {
+    const drafts = useDrafts(session);
+    const draft = drafts.get(list, true);
+    const { text = "", reply: refusal } = draft ?? {};
+    const setDraft = (now?: Draft) => drafts.set(now, list, true);
     const send = async () => {
         const reply = await add(text);
-        setRefusal(reply.word === "OK" ? undefined : reply);
+        setDraft(reply.word === "OK" ? undefined : { text, state: "refused", reply });
         if (reply.word === "OK") {
-            setText("");
-            document.getElementById("new-entry")?.focus();
+            document.getElementById(newEntryId)?.focus();
         }
     };
     return (
@@ -135,7 +140,7 @@ function AddEntry({ name, add }: { name: string; add: (name: string) => Promise<
             <InputGroup>
                 <InputGroupItem isFill>
                     <TextInput
-                        id="new-entry"
+                        id={newEntryId}
                         aria-label={cockpit.format(_("New entry of $0"), name)}
                         placeholder={_("New entry")}
                         aria-describedby="new-entry-help"
@@ -143,7 +148,7 @@ function AddEntry({ name, add }: { name: string; add: (name: string) => Promise<
                         spellCheck={false}
                         autoComplete="off"
                         validated={refusal ? "error" : "default"}
-                        onChange={(_event, now) => { setText(now); setRefusal(undefined); }}
+                        onChange={(_event, now) => setDraft(now === "" ? undefined : { text: now, state: "edited" })}
                     />
                 </InputGroupItem>
                 <InputGroupItem>
@@ -202,9 +207,11 @@ export function EntryList({ session, section, wanted, content, announce }: Entry
     };
     const remove = async (path: string, index: number) => {
         const neighbour = entries[index + 1] ?? entries[index - 1] ?? "";
-        next.current = { there: entries => !entries.includes(path), ids: [`entry-${neighbour}-delete`, "new-entry"] };
+        next.current = { there: entries => !entries.includes(path), ids: [`entry-${neighbour}-delete`, newEntryId] };
         const reply = await order({ verb: "DEL", path: node.path, name: word(path) }, cockpit.format(_("$0 is deleted"), nameOf(path)));
-        if (reply.word !== "OK") {
+        if (reply.word === "OK") {
+            draftsOf(session).drop(path);
+        } else {
             next.current = undefined;
         }
     };
@@ -229,6 +236,8 @@ export function EntryList({ session, section, wanted, content, announce }: Entry
         <>
             {ops.includes("a") &&
                 <AddEntry
+                    session={session}
+                    list={node.path}
                     name={node.name}
                     add={name => order({ verb: "ADD", path: node.path, name: escape(name) }, cockpit.format(_("$0 is added"), name))}
                 />}

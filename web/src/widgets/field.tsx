@@ -1,6 +1,8 @@
 // A parameter in its form: name, widget, help, what was before, and why a value was refused.
-import { useEffect, useState } from "react";
+import { useEffect } from "react";
 import { Button, FormGroup, FormHelperText, HelperText, HelperTextItem, Label } from "@patternfly/react-core";
+import { useDrafts } from "../drafts";
+import type { Draft } from "../drafts";
 import { kindOf } from "../kind";
 import { tooLong } from "../model";
 import type { Change } from "../model";
@@ -20,12 +22,6 @@ interface FieldProps {
     change?: Change;
     /** The section that was read: a new one brings what the daemon has made of a value. */
     stamp: unknown;
-}
-
-interface Draft {
-    text: string;
-    state: "edited" | "sent" | "refused";
-    reply?: Reply;
 }
 
 export function fieldId(path: string): string {
@@ -52,8 +48,12 @@ function Present({ id, value, empty }: { id: string; value: string; empty: strin
 export function ParameterField({ session, field, change, stamp }: FieldProps) {
     const { node, value, problem, writable, typeHelp } = field;
     const { attributes, path, name, help } = node;
-    const [draft, setDraft] = useState<Draft>();
-    useEffect(() => setDraft(now => now?.state === "sent" ? undefined : now), [stamp]);
+    const drafts = useDrafts(session);
+    const draft = drafts.get(path);
+    const setDraft = (now?: Draft) => drafts.set(now, path);
+    const dropSent = () => drafts.get(path)?.state === "sent" && setDraft();
+    // eslint-disable-next-line react-hooks/exhaustive-deps -- once for what was read
+    useEffect(() => void dropSent(), [stamp]);
 
     const kind = kindOf(attributes, problem === undefined ? value : "", `${help} ${typeHelp}`);
     const id = fieldId(path);
@@ -64,7 +64,9 @@ export function ParameterField({ session, field, change, stamp }: FieldProps) {
     const send = async (text: string) => {
         const same = kind.widget === "secret" ? text === "" : text === (value ?? "") && problem === undefined;
         if (same || (draft?.state === "sent" && draft.text === text)) {
-            setDraft(now => now?.state === "sent" ? now : undefined);
+            if (draft?.state !== "sent") {
+                setDraft();
+            }
             return;
         }
         if (draft?.state === "refused" && draft.text === text && document.activeElement?.id !== id) {
@@ -74,6 +76,13 @@ export function ParameterField({ session, field, change, stamp }: FieldProps) {
         const reply = await answered(session.order({ verb: "SET", path, value: text }));
         if (reply.word !== "OK") {
             setDraft({ text, state: "refused", reply });
+        }
+    };
+
+    const goBack = async () => {
+        const reply = await answered(session.takeBack(path, false));
+        if (reply.word !== "OK") {
+            setDraft({ text: shown, state: "refused", reply });
         }
     };
 
@@ -97,7 +106,7 @@ export function ParameterField({ session, field, change, stamp }: FieldProps) {
                     describedBy={`${id}-help`}
                     onEdit={text => setDraft({ text, state: "edited" })}
                     onDone={text => void send(text)}
-                    onCancel={() => setDraft(undefined)}
+                    onCancel={() => setDraft()}
                 />
                 : <Present id={id} value={kind.widget === "secret" ? _("not shown") : shown} empty={problem === undefined ? _("(empty)") : _("(not known)")} />}
             <FormHelperText>
@@ -111,11 +120,14 @@ export function ParameterField({ session, field, change, stamp }: FieldProps) {
                         <HelperTextItem className="ucfgd-present">
                             {cockpit.format(_("It is still: $0"), value === "" ? _("(empty)") : visible(value))}
                             {" "}
-                            <Button variant="link" isInline onClick={() => setDraft(undefined)}>{_("Go back to that")}</Button>
+                            <Button variant="link" isInline onClick={() => setDraft()}>{_("Go back to that")}</Button>
                         </HelperTextItem>}
                     {writable && before !== undefined && draft?.state !== "refused" && kind.widget !== "secret" &&
                         <HelperTextItem className="ucfgd-present">
                             {cockpit.format(_("Before: $0"), before === "" ? _("(empty)") : visible(before))}
+                            {session.kept.length === 0 && session.mayTakeBack(path, false) && (
+                                <>{" "}<Button variant="link" isInline onClick={() => void goBack()}>{_("Go back to that")}</Button></>
+                            )}
                         </HelperTextItem>}
                 </HelperText>
             </FormHelperText>

@@ -2,6 +2,7 @@
 // again.
 import { AlertActionLink, ExpandableSection } from "@patternfly/react-core";
 import { Alert } from "./alert";
+import { spoken } from "../change-rows";
 import { changeOf } from "../pending-changes";
 import type { Session } from "../session";
 import { Reason } from "./reason";
@@ -17,8 +18,8 @@ const few = 4;
 const verbs = { SET: _("set"), ADD: _("added"), DEL: _("deleted"), MOVE: _("moved") };
 
 export function Kept({ session, attempt, onDone }: { session: Session; attempt: Run; onDone: () => void }) {
-    const { kept, refusals, state, ending } = session;
-    if (kept.length === 0 || state !== "open") {
+    const { kept, refusals, state, ending, remaking } = session;
+    if (kept.length === 0 || state !== "open" || remaking) {
         return null;
     }
     const again = async () => {
@@ -37,7 +38,8 @@ export function Kept({ session, attempt, onDone }: { session: Session; attempt: 
     );
     const rows = kept.map((order, at) => {
         const reply = refusals.get(order);
-        return { key: String(at), cells: [changeOf(order).path, verbs[order.verb], ...refusals.size > 0 ? [reply && <Reason reply={reply} />] : []] };
+        const name = spoken(changeOf(order).path);
+        return { key: String(at), cells: [name, verbs[order.verb], ...refusals.size > 0 ? [reply && <Reason reply={reply} />] : []] };
     });
     const columns = [_("Parameter"), _("Change"), ...refusals.size > 0 ? [_("Refused because")] : []];
     const table = <SimpleTable label={_("Changes that are kept")} columns={columns} rows={rows} />;

@@ -15,6 +15,7 @@ const happened: Record<Ending["kind"], string> = {
     lost: _("The session is gone: the machine or its daemon was started anew, or the connection was away for too long"),
     conflict: _("Others have changed the same meanwhile"),
     undone: _("The trial was taken back, and with it what you had changed"),
+    rest: _("Another change was taken back, which these seem to need"),
 };
 
 export function whatHappened(ending?: Ending): string {
@@ -61,6 +62,26 @@ export function SessionState({ session }: { session: Session }) {
         );
     }
     return null;
+}
+
+/** That a commit for good has been written, and which one it is. */
+export function CommitDone({ session }: { session: Session }) {
+    const { done, state } = session;
+    if (!done || state !== "open") {
+        return null;
+    }
+    const { commit } = done;
+    return (
+        <Alert
+            isInline
+            isLiveRegion
+            variant="success"
+            title={commit ? cockpit.format(_("Commit $0 is done"), commit.number) : _("The commit is done")}
+            actionClose={<AlertActionCloseButton aria-label={_("Close")} onClose={() => session.dismiss()} />}
+        >
+            {commit?.files.join(", ")}
+        </Alert>
+    );
 }
 
 /** What became of a commit whose answer was lost. */
