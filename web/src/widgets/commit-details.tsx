@@ -20,6 +20,8 @@ interface CommitDetailsProps {
     session: Session;
     onUndo: () => void;
     onLoad: () => void;
+    /** Called when there is something to see. */
+    onShown: () => void;
 }
 
 interface Found {
@@ -30,7 +32,7 @@ interface Found {
     mayLoad: boolean;
 }
 
-export function CommitDetails({ commit, session, onUndo, onLoad }: CommitDetailsProps) {
+export function CommitDetails({ commit, session, onUndo, onLoad, onShown }: CommitDetailsProps) {
     const [found, setFound] = useState<Found>();
     const [asking, setAsking] = useState(false);
     const { number, state } = commit;
@@ -45,6 +47,12 @@ export function CommitDetails({ commit, session, onUndo, onLoad }: CommitDetails
             shown = false;
         };
     }, [session, number, state]);
+    const there = found !== undefined;
+    useEffect(() => {
+        if (there) {
+            onShown();
+        }
+    }, [there, onShown]);
     if (!found) {
         return <Spinner size="md" aria-label={_("The commit is being fetched")} />;
     }

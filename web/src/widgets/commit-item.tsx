@@ -1,5 +1,5 @@
 // One commit in the history: a line, and when it is opened all that is known of it.
-import { useEffect } from "react";
+import { useCallback, useRef } from "react";
 import {
     DataListCell, DataListContent, DataListItem, DataListItemCells, DataListItemRow, DataListToggle, Label,
 } from "@patternfly/react-core";
@@ -32,14 +32,19 @@ export function CommitItem({ commit, session, onUndo, onLoad }: CommitItemProps)
     const all = splitPath(useShown("history"));
     const number = String(commit.number);
     const isOpen = all.includes(number);
-    const toggle = () => goTo("history", quotePath(isOpen ? all.filter(one => one !== number) : [...all, number]));
+    const byHand = useRef(false);
+    const toggle = () => {
+        byHand.current = true;
+        goTo("history", quotePath(isOpen ? all.filter(one => one !== number) : [...all, number]));
+    };
     const state = states[commit.state] ?? { text: commit.state, color: "grey" };
     const title = `commit-${commit.number}`;
-    useEffect(() => {
-        if (isOpen) {
-            document.getElementById(title)?.scrollIntoView({ block: "nearest" });
+    const onShown = useCallback(() => {
+        if (!byHand.current) {
+            document.getElementById(title)?.scrollIntoView({ block: "start" });
         }
-    }, [isOpen, title]);
+        byHand.current = false;
+    }, [title]);
     return (
         <DataListItem isExpanded={isOpen} aria-labelledby={title}>
             <DataListItemRow>
@@ -66,7 +71,7 @@ export function CommitItem({ commit, session, onUndo, onLoad }: CommitItemProps)
                 />
             </DataListItemRow>
             <DataListContent id={`${title}-details`} aria-label={cockpit.format(_("Details of commit $0"), commit.number)} isHidden={!isOpen}>
-                {isOpen && <CommitDetails commit={commit} session={session} onUndo={onUndo} onLoad={onLoad} />}
+                {isOpen && <CommitDetails commit={commit} session={session} onUndo={onUndo} onLoad={onLoad} onShown={onShown} />}
             </DataListContent>
         </DataListItem>
     );
