@@ -47,8 +47,8 @@ int receive(ucfg_conn *conn, std::string_view tag, int timeout, const line_sink 
         std::string_view line;
         int result = read_line(conn, timeout, line);
         if (result != k_ucfg_ok) return result;
-        cut = cut || line.size() >= k_reply_line_full;
         bool ours = line.starts_with(tag);
+        cut = cut || (ours && line.size() >= k_reply_line_full);
         std::string_view rest = ours ? line.substr(tag.size()) : std::string_view{};
         if (ours && (rest.empty() || rest.front() == ' ')) {
             end = read_verdict(rest.empty() ? rest : rest.substr(1));

@@ -23,13 +23,15 @@ int complain_number(shell &sh, const std::string &text) {
 
 void take_line(int stream, const char *text, void *data) {
     auto *list = static_cast<action_lines *>(data);
-    std::vector<std::string> &lines = stream == 1 ? list->lines : list->errors;
-    std::string_view line = text;
-    if (stream == 1 && list->goes_on)
-        lines.back() += plain_output(line);
+    if (stream != 1) {
+        list->errors.emplace_back(text);
+        return;
+    }
+    if (list->goes_on)
+        list->lines.back() += plain_output(text);
     else
-        lines.push_back(plain_output(line));
-    if (stream == 1) list->goes_on = output_goes_on(line);
+        list->lines.push_back(plain_output(text));
+    list->goes_on = output_goes_on(text);
 }
 
 /* Runs an action of this daemon and shows what it put out. */

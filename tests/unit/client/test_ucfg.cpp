@@ -249,7 +249,7 @@ TEST(Sessions, AReplyThatComesTooLateIsNotTakenForTheNextOne) {
     std::string late;
     fake_daemon daemon{[&](const fake_request &r) {
         if (late.empty()) {
-            late = "!" + r.tag + ".1 late\n" + r.tag + " OK\n";
+            late = "!" + r.tag + ".1 " + std::string(16380, 'l') + "\n" + r.tag + " OK\n";
             return fake_reply{};
         }
         return fake_reply{late, ".1 right", " OK"};
