@@ -36,7 +36,7 @@ start() {
     printf '# by hand\nnameserver 192.0.2.1\n' >"$root/etc/resolv.conf"
     cp -a ansible/tests/vpn "$root/etc/ucfgd/features/"
     mv "$root/etc/ucfgd/features/vpn/vpn.conf" "$root/etc/ucfgd/features/"
-    printf 'peer 192.0.2.9\nsecret first-secret\n' >"$root/etc/vpn.conf"
+    printf 'peer 192.0.2.9\nsecret other-line\342\200\250first-secret\npin 7\n' >"$root/etc/vpn.conf"
     unshare --mount sh -c 'mount -t tmpfs none /run && exec "$@"' sh \
         "$build/src/daemon/ucfgd" --foreground --root="$root" >"$scratch/$1.log" 2>&1 &
     daemons="$daemons $!"

@@ -5,7 +5,6 @@
 from __future__ import annotations
 
 import re
-from typing import Iterable
 
 from ansible.module_utils.basic import AnsibleModule
 
@@ -14,8 +13,9 @@ from .ucfg import Path
 
 # As the daemon knows them: a word among the flags of a parameter, or its type.
 _SECRET = {"hidden", "password", "secret"}
-# Shorter lines of a secret stand in files for other reasons, too.
+# Shorter lines of a secret stand in files for other reasons, too, and shorter numbers in the result.
 _LEAST_LINE = 4
+_TRUTHS = "True False None"
 
 _CHANGE = re.compile(r"([-+]) ([^ ]+?)(?:: (.*))?")
 _ESCAPED = re.compile(r"\\(.)")
@@ -27,14 +27,18 @@ def is_secret(attributes: ucfg.Attributes) -> bool:
 
 
 def hide(module: AnsibleModule, value: str) -> None:
-    """Keeps a value out of everything that the module will tell, the lines of files among it."""
+    """Keeps a value out of everything that the module will tell, the lines of files among it. What Ansible would
+    find in the numbers and truths of the result, too, and spoil these, stays."""
     lines = [line for line in value.splitlines() if len(line) >= _LEAST_LINE]
-    module.no_log_values.update(text for text in (value, *lines) if text)
+    if value.isdecimal() and len(value) < _LEAST_LINE or value in _TRUTHS:
+        return
+    module.no_log_values.update((value, *lines))
 
 
-def told(module: AnsibleModule, session: ucfg.Session, lines: Iterable[str]) -> list[str]:
+def told(module: AnsibleModule, session: ucfg.Session, changes: str) -> list[str]:
     """The daemon's lines "+ PATH: VALUE" with the path as it is typed. The values of secrets are hidden."""
-    return [_told(module, session, line) for line in lines if line]
+    # Not splitlines(), which takes characters that a value may have for line ends.
+    return [_told(module, session, line) for line in changes.split("\n") if line]
 
 
 def _told(module: AnsibleModule, session: ucfg.Session, line: str) -> str:

@@ -104,7 +104,7 @@ def _what_changes(module: AnsibleModule, session: ucfg.Session) -> tuple[str, li
     """The diff of the files, empty when a commit would write nothing, and the parameters."""
     if not session.dirty:
         return "", []
-    changes = told(module, session, session.changes().splitlines())
+    changes = told(module, session, session.changes())
     try:
         diff = session.diff()
         return diff + "\n" if diff else "", changes

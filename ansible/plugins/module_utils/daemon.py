@@ -34,7 +34,8 @@ def make_module(argument_spec: dict[str, Any], one_of: tuple[str, ...] = (), **f
     that comes before the one for options that there are not, and would hide a misspelt one."""
     # A connection that is lost takes the terminal away; what the module has opened is to be closed.
     for ending in (signal.SIGHUP, signal.SIGTERM):
-        signal.signal(ending, _leave)
+        if signal.getsignal(ending) is not signal.SIG_IGN:  # as nohup has it
+            signal.signal(ending, _leave)
     module = AnsibleModule(argument_spec=argument_spec, **further)
     for name, least in _LEAST.items():
         number = module.params.get(name)
@@ -120,7 +121,7 @@ def details(module: AnsibleModule, session: ucfg.Session, number: int) -> dict[s
     commit = session.commit_record(number)
     more: dict[str, Any] = {"changes": [], "diff": "", "notes": list(commit.notes)}
     try:
-        more["changes"] = told(module, session, session.commit_changes(number).splitlines())
+        more["changes"] = told(module, session, session.commit_changes(number))
         more["diff"] = session.commit_diff(number)
     except (ucfg.Failed, ucfg.Refused):
         pass
