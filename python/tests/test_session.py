@@ -35,12 +35,15 @@ class Sessions(DaemonTest):
 
     def test_a_transaction_commits_or_leaves_nothing(self):
         banner = "\n".join(["über uns"] * 100)  # too long for one word
+        line = "x" * 15998 + "ü%\t" * 9000  # too long for one reply
+        (self.root / "etc/issue").write_text(f"{line}\nall of it: 100%\n")
         # As in a container, where the process has another number.
         with mock.patch("os.getpid", return_value=1), self.session() as session:
             with session.transaction(comment="two at once") as done:
                 session.set("ssh.port", 2200)
                 session.set("system.banner", banner)
-                self.assertIn("+Port 2200\n", session.diff())
+                for lines in ("+Port 2200\n", f"-{line}\n-all of it: 100%\n+über uns\n"):
+                    self.assertIn(lines, session.diff())
             self.assertEqual((done.commit.comment, done.commit.state), ("two at once", "done"))
             self.assertIn("Port 2200\n", self.text("etc/ssh/sshd_config"))
             self.assertEqual(self.text("etc/issue"), banner + "\n")

@@ -265,7 +265,9 @@ TEST_F(ShellTest, ACommitTellsWhatItDidAndWhatFailed) {
                  {"commits.history.8.files", {".1 replaced /etc/a", " OK"}},
                  {"commits.history.8.notes", {".1 b:+done%0ac:+failed:+no", " OK"}},
                  {"commits.history.8.state", {".1 trial", " OK"}},
+                 {"commits.diff", {".1 +a%09b%", ".1 c%25", ".2 50%", ".1 ", ".2 ", " OK"}},
                  {"commits.trial", {".1 commit 8, user ann, 245 seconds left", " OK"}}};
+    EXPECT_EQ(script("diff\n").second, "+a\tbc%\ns:1: 50%\n");
     std::tie(status, said) = script("commit --trial 5 -m 'a b'\n");
     EXPECT_EQ(said,
               "commit 8\n  replaced /etc/a\n  b: done\n  c: failed: no\n"
