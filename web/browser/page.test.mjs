@@ -115,7 +115,8 @@ step("The machine's actions take any character, show their output as it comes, a
     await act(at, "services.restart", "a b%+.ü \"'\\");
     await node(at, "services.restart").getByRole("log").getByText("a b%+.ü \"'\\ is not one of").waitFor();
     await node(at, "services.restart").getByText("failed").waitFor();
-    await act(at, "system.watch", "600");
+    await node(at, "system.watch").getByRole("textbox").fill("600");
+    await node(at, "system.watch").getByRole("button", { name: "Run watch" }).click();
     await node(at, "system.watch").getByRole("log").getByText(/^[0-9. ]+$/).nth(1).waitFor();
     assert.equal(await machine.ucfgsh("info", "daemon.jobs"), "1");
     await node(at, "system.watch").getByRole("button", { name: "Stop watch" }).click();

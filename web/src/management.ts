@@ -20,6 +20,8 @@ export interface MachineNode {
     /** It tells something, or does something. */
     tells: boolean;
     acts: boolean;
+    /** What it does changes nothing. */
+    harmless: boolean;
     /** What it tells without an argument; not set where it needs one. */
     text?: string;
 }
@@ -57,7 +59,7 @@ export async function readPaths(at: Requester, path: string): Promise<string[]> 
 
 /** One node; undefined where there is nothing for this session. */
 export async function readNode(at: Requester, path: string): Promise<MachineNode | undefined> {
-    const ops = await orNothing(attributes(at, path, "management").then(found => found.ops));
+    const { ops, flags } = await attributes(at, path, "management").catch(refused(() => ({ ops: "", flags: [""] })));
     if (!/[IAl]/.test(ops)) {
         return undefined;
     }
@@ -68,7 +70,7 @@ export async function readNode(at: Requester, path: string): Promise<MachineNode
         ops.includes("A") && allowed(at, path, "x", "management"),
     ]);
     const node: MachineNode = {
-        path, name: splitPath(path).pop() ?? "", help, args, isSection: ops.includes("l"), tells, acts,
+        path, name: splitPath(path).pop() ?? "", help, args, isSection: ops.includes("l"), tells, acts, harmless: flags.includes("harmless"),
     };
     if (tells && !args.some(arg => !arg.optional)) {
         node.text = await orReason(info(at, path));
@@ -155,7 +157,7 @@ async function orReason(promise: Promise<string>): Promise<string> {
     return promise.catch(refused(reason => reason));
 }
 
-function refused(answer: (reason: string) => string): (error: unknown) => string {
+function refused<T>(answer: (reason: string) => T): (error: unknown) => T {
     return error => {
         if (error instanceof Refusal) {
             return answer(error.message);

@@ -22,7 +22,7 @@ test("Each parameter has the widget that it asks for", () => {
 
 test("Values of changes are as the fields show them, and what cannot be seen in them is", () => {
     assert.deepEqual(readChanges(["- a: \\\\n \\\\l\\n", "+ a:  b%09"]), [{ path: "a", before: "\\n \\l\n", after: " b\t" }]);
-    assert.deepEqual([" a  b ", "a\n b\n", "\t\x7f"].map(visible), ["␣a  b␣", "a\n␣b↵", "␉␡"]);
+    assert.deepEqual([" a  b ", "a\n b\n", "\t\x7f"].map(visible), ["␣a  b␣", "a\n␣b↵", "→^?"]);
 });
 
 // name: [ops, help, children]; "*" stands for any number of entries.

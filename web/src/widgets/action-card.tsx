@@ -102,7 +102,7 @@ export function ActionCard({ node, session }: { node: MachineNode; session: Sess
                     args={args}
                     label={cockpit.format(_("Run $0"), name)}
                     isDisabled={run?.state === "running"}
-                    onSend={(words, given) => setAsking({ words, given })}
+                    onSend={(words, given) => node.harmless ? void start(words) : setAsking({ words, given })}
                 />
                 {run && <Status run={run} name={name} onStop={() => void stop()} />}
                 {run && (run.state === "running" || run.lines.length > 0) &&

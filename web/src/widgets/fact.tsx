@@ -3,6 +3,7 @@ import { useState } from "react";
 import { DescriptionListDescription, DescriptionListGroup, DescriptionListTerm, HelperText, HelperTextItem } from "@patternfly/react-core";
 import type { MachineNode } from "../management";
 import { infoOf, infoReply } from "../model";
+import { readable } from "../readable";
 import type { Reply } from "../protocol";
 import type { Session } from "../session";
 import { ArgumentForm } from "./argument-form";
@@ -34,11 +35,15 @@ function Question({ node, session }: { node: MachineNode; session: Session }) {
 }
 
 export function Fact({ node, session }: { node: MachineNode; session: Session }) {
+    const text = node.text === undefined ? undefined : readable(node.text, node.help, cockpit.language.replace("_", "-"));
     return (
         <DescriptionListGroup data-node={node.path}>
             <DescriptionListTerm>{node.name}</DescriptionListTerm>
             <DescriptionListDescription>
-                {node.text !== undefined && <div className="ucfgd-said">{node.text === "" ? <em>{_("(empty)")}</em> : node.text}</div>}
+                {text !== undefined &&
+                    <div className="ucfgd-said" title={text === node.text ? undefined : node.text}>
+                        {text === "" ? <em>{node.text === "" ? _("(empty)") : _("never")}</em> : text}
+                    </div>}
                 {node.help !== "" && <HelperText><HelperTextItem>{node.help}</HelperTextItem></HelperText>}
                 {node.args.length > 0 && <Question node={node} session={session} />}
             </DescriptionListDescription>
