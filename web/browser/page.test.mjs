@@ -87,6 +87,7 @@ step("A value that is refused is told at its field, and leaves no change", async
     await field(at, "ssh.port").getByRole("alert").getByText("70000 is not a port (1 to 65535)").waitFor();
     await section(at, "system").click();
     await pending(at).getByText("1 value was refused").waitFor();
+    await at.frame.getByRole("treeitem", { name: /ssh.*A value was refused here/ }).waitFor();
     await pending(at).getByRole("button", { name: "ssh › port" }).click();
     await field(at, "ssh.port").getByRole("alert").getByText("70000 is not a port").waitFor();
     await eventually(() => field(at, "ssh.port").getByRole("textbox").evaluate(one => one === document.activeElement));
@@ -360,7 +361,12 @@ step("A commit whose answer is lost is found again: for good, and on trial, whic
     await commitOnTrial(at, "2406", "30");
     await pending(at).getByText(/is confirmed: the machine answered over a new connection/).waitFor();
     await changed(at, "2407");
+    const asked = new Promise(resolve => at.page.once("dialog", async dialog => {
+        await dialog.accept();
+        resolve(dialog.type());
+    }));
     await at.page.reload();
+    assert.equal(await asked, "beforeunload");
     await commitNow(at, "1 parameter changed");
     assert.match(await configured(), /^Port 2407$/m);
 });

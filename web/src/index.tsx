@@ -2,6 +2,7 @@ import "@patternfly/react-core/dist/styles/base.css";
 import "./theme";
 import { createRoot } from "react-dom/client";
 import { App } from "./app";
+import { draftsOf } from "./drafts";
 import { Session } from "./session";
 import { connectThroughConsole, socketPath } from "./cockpit-transport";
 
@@ -39,6 +40,11 @@ document.addEventListener("DOMContentLoaded", () => {
         cockpit.addEventListener("visibilitychange", () => {
             if (!cockpit.hidden) {
                 session.check();
+            }
+        });
+        window.addEventListener("beforeunload", event => {
+            if (session.orders.length > 0 || session.held > 0 || draftsOf(session).left.length > 0) {
+                event.preventDefault();
             }
         });
         void session.start();

@@ -8,6 +8,7 @@ import AngleDownIcon from "@patternfly/react-icons/dist/esm/icons/angle-down-ico
 import { goTo, useShown } from "../address";
 import { useSession } from "../app";
 import type { PageProps } from "../app";
+import { useDrafts } from "../drafts";
 import { Parameters, isAbsent, longestSection, nameOf, parentOf } from "../parameters";
 import type { Found } from "../parameters";
 import { pendingOf } from "../pending-changes";
@@ -222,6 +223,7 @@ export function Configure({ session }: PageProps) {
     }, [goal]);
     const found = search.trim() === "" ? undefined : parameters.search(search);
     const node = parameters.get(path);
+    const refused = useDrafts(session).left.filter(({ state }) => state === "refused").map(one => one.path);
     return (
         <Sidebar hasGutter>
             <SidebarPanel width={{ default: "width_100", md: "width_25" }}>
@@ -247,7 +249,7 @@ export function Configure({ session }: PageProps) {
                     </Button>
                 </div>
                 <nav id="sections" className={unfolded ? undefined : "ucfgd-folded"} aria-label={_("Sections")}>
-                    <SectionTree parameters={parameters} active={path} onSelect={section => open(section, "")} />
+                    <SectionTree parameters={parameters} active={path} refused={refused} onSelect={section => open(section, "")} />
                 </nav>
             </SidebarPanel>
             <SidebarContent hasPadding>

@@ -2,6 +2,7 @@
 import { useEffect, useRef, useState } from "react";
 import type { KeyboardEvent } from "react";
 import AngleRightIcon from "@patternfly/react-icons/dist/esm/icons/angle-right-icon";
+import ExclamationCircleIcon from "@patternfly/react-icons/dist/esm/icons/exclamation-circle-icon";
 import styles from "@patternfly/react-styles/css/components/TreeView/tree-view.mjs";
 import { isAbsent, isList, isSection, parentOf } from "../parameters";
 import type { ParameterNode, Parameters } from "../parameters";
@@ -11,6 +12,8 @@ const _ = cockpit.gettext;
 interface SectionTreeProps {
     parameters: Parameters;
     active: string;
+    /** What holds a value that was refused. */
+    refused: string[];
     onSelect: (path: string) => void;
 }
 
@@ -18,6 +21,7 @@ interface BranchProps {
     nodes: ParameterNode[];
     below: (node: ParameterNode) => ParameterNode[];
     active: string;
+    refused: string[];
     /** The one that the tabulator stops at. */
     stop: string;
     expanded: ReadonlySet<string>;
@@ -27,11 +31,12 @@ interface BranchProps {
 }
 
 function Branch(props: BranchProps) {
-    const { nodes, below, active, stop, expanded, onSelect, onToggle, onFocus } = props;
+    const { nodes, below, active, refused, stop, expanded, onSelect, onToggle, onFocus } = props;
     return nodes.map(node => {
         const { path, name, help } = node;
         const children = below(node);
         const open = children.length > 0 && expanded.has(path);
+        const holds = refused.some(one => one === path || one.startsWith(`${path}.`));
         return (
             <li key={path} role="none" className={`${styles.treeViewListItem} ${open ? styles.modifiers.expanded : ""}`}>
                 <div role="none" className={styles.treeViewContent}>
@@ -59,6 +64,11 @@ function Branch(props: BranchProps) {
                                     <span className={styles.treeViewNodeToggleIcon}><AngleRightIcon aria-hidden /></span>
                                 </span>}
                             <span className={`${styles.treeViewNodeText} ${isAbsent(node) ? "ucfgd-absent" : ""}`}>{name}</span>
+                            {holds &&
+                                <span className="ucfgd-holds" title={_("A value was refused here")}>
+                                    <ExclamationCircleIcon aria-hidden />
+                                    <span className="pf-v5-screen-reader">{`, ${_("A value was refused here")}`}</span>
+                                </span>}
                         </span>
                     </button>
                 </div>
@@ -73,7 +83,7 @@ function above(path: string): string[] {
     return path === "" ? [] : [path, ...above(parentOf(path))];
 }
 
-export function SectionTree({ parameters, active, onSelect }: SectionTreeProps) {
+export function SectionTree({ parameters, active, refused, onSelect }: SectionTreeProps) {
     const tree = useRef<HTMLUListElement>(null);
     const [expanded, setExpanded] = useState<ReadonlySet<string>>(new Set());
     const [focused, setFocused] = useState("");
@@ -119,7 +129,7 @@ export function SectionTree({ parameters, active, onSelect }: SectionTreeProps) 
         <div className={styles.treeView}>
             <ul ref={tree} role="tree" aria-label={_("Sections")} className="pf-v5-c-tree-view__list" onKeyDown={onKeyDown}>
                 <Branch
-                    {...{ nodes, below, active, stop, expanded, onSelect }}
+                    {...{ nodes, below, active, refused, stop, expanded, onSelect }}
                     onToggle={toggle}
                     onFocus={setFocused}
                 />
