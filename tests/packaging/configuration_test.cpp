@@ -189,7 +189,7 @@ TEST_F(Configuration, ReadsWhatTheFilesSayAndOtherwiseWhatHoldsWithoutThem) {
         EXPECT_EQ(c.ask("a GET " + std::string{name}), "a.1 " + std::string{value} + "\na OK\n");
     }
     EXPECT_EQ(c.ask("b ATTR time.zone"),
-              "b.ops gsh\nb.len 64\nb.choices.1 Etc/UTC\nb.choices.2 Europe/Vienna\nb OK\n");
+              "b.ops gsh\nb.len 64\nb.choices.1 Etc/UTC\nb.choices.2 Europe/Vienna\nb.flags.1 open\nb OK\n");
     EXPECT_EQ(c.ask("c MLIST services"), "c OK\n");
     EXPECT_EQ(c.ask("d ATTR users.root.shell"), "d.ops gh\nd OK\n");
     put("/etc/ssh/sshd_config", "Include /etc/ssh/sshd_config.d/*.conf\nBanner /etc/issue.net\n");

@@ -341,7 +341,8 @@ step("A daemon that is started anew, and somebody who takes over: said in plain 
 step("A session that has timed out, and a channel that is cut: the changes are made again, or are still there", async at => {
     await changed(at, "2403");
     await at.frame.locator("body").evaluate("window.wait = 2500");
-    await at.frame.getByText("You have been logged out: nothing was heard of this page for too long").waitFor();
+    // The page hears of it with its next look alone, which is held up like every other request.
+    await at.frame.getByText("You have been logged out: nothing was heard of this page for too long").waitFor({ timeout: 20000 });
     await at.frame.locator("body").evaluate("window.wait = window.limit = 0");
     await at.frame.getByRole("button", { name: "Log in again" }).click();
     await madeAgain(at, "2403");
