@@ -322,7 +322,7 @@ step("A daemon that is started anew, and somebody who takes over: said in plain 
     await at.frame.locator("body").evaluate(meddle);
     await machine.restartDaemon();
     await pending(at).getByText(/The session is gone/).waitFor();
-    await pending(at).getByRole("row", { name: "ssh.port set" }).or(pending(at).getByRole("row", { name: "ssh › port set" })).waitFor();
+    await pending(at).getByRole("row", { name: "ssh › port set" }).waitFor();
     await madeAgain(at, "2401");
     await changed(at, "2402");
     await machine.ucfgsh("--force", "info", "daemon.sessions");

@@ -26,11 +26,12 @@ export function noConnection(problem: string): string {
     return cockpit.format(_("Cannot connect to $0: $1"), socketPath(), helps[problem]?.reason ?? problem);
 }
 
-/** What helps, where that is known. */
-export function Help({ problem }: { problem: string }) {
-    const { help, command } = helps[problem] ?? {};
+/** What helps, where that is known; without a heading above it, with what the matter is. */
+export function Help({ problem, alone = false }: { problem: string; alone?: boolean }) {
+    const { title = "", help, command } = helps[problem] ?? {};
     return (
         <>
+            {alone && title !== "" && <p>{title}.</p>}
             <p>{help}</p>
             {command && <p><code>{command}</code></p>}
         </>

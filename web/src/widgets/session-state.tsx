@@ -44,7 +44,7 @@ export function SessionState({ session }: { session: Session }) {
             <Alert isInline isLiveRegion variant="warning" title={_("The connection is lost. It is tried again.")}>
                 <p>{_("What you have changed stays where it is: the daemon keeps it for a while, and this page remembers it.")}</p>
                 {problem && <p>{noConnection(problem)}</p>}
-                {problem && <Help problem={problem} />}
+                {problem && <Help problem={problem} alone />}
             </Alert>
         );
     }
