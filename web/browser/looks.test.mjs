@@ -40,7 +40,8 @@ async function faultsOf(frame, language) {
     const { over, said } = await frame.evaluate(() => ({
         over: Math.max(...[document.documentElement, ...document.querySelectorAll("main, .pf-v5-c-modal-box")].map(
             one => one.scrollWidth - one.clientWidth)),
-        said: [...document.body.querySelectorAll("*")].flatMap(one => [
+        // What an action prints is its own.
+        said: [...document.body.querySelectorAll("*")].filter(one => !one.closest("[role=log]")).flatMap(one => [
             ...["aria-label", "placeholder", "title"].map(name => one.getAttribute(name)),
             ...[...one.childNodes].map(child => child.nodeType === 3 && child.data),
         ]).filter(Boolean),

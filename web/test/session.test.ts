@@ -2,7 +2,8 @@ import assert from "node:assert/strict";
 import { readFileSync, writeFileSync } from "node:fs";
 import path from "node:path";
 import { after, test } from "node:test";
-import { admin, commitNumbers, commitOf, value } from "../src/model";
+import { rowsOf, spoken } from "../src/change-rows";
+import { admin, commitNumbers, commitOf, readChanges, value } from "../src/model";
 import type { Transport } from "../src/protocol";
 import { orderLines, remember, touches } from "../src/orders";
 import type { Order } from "../src/orders";
@@ -64,6 +65,19 @@ test("A long value is cut at its newlines, and no piece is empty", () => {
     assert.equal(command, "SET system.banner");
     assert.deepEqual(lines, [` ${"x".repeat(9000)}`, ` ${"y".repeat(9000)}%0a`]);
     assert.deepEqual(orderLines(port("")), ["SET ssh.port", []]);
+});
+
+test("A new entry, and the order of a list, are one row each, without escapes", () => {
+    const [entry, list] = ["network.nameservers.192%2e0%2e2%2e55", "network.nameservers"];
+    const rows = rowsOf(readChanges([
+        `- ${list}: a%252eb c`, `+ ${list}: c a%252eb`, `+ ${entry}`.replaceAll("%", "%25"), `+ ${entry}.address: x`.replaceAll("%", "%25"),
+        "- system.contact: a%252eb c", "+ system.contact: c",
+    ]));
+    assert.deepEqual(rows.map(({ path, before, after, parts }) => [spoken(path), before, after, parts.length]), [
+        ["network › nameservers", "a.b, c", "c, a.b", 0],
+        ["network › nameservers › 192.0.2.55", undefined, "", 1],
+        ["system › contact", "a%2eb c", "c", 0],
+    ]);
 });
 
 test("What is remembered gives the same changes once more", () => {
@@ -183,6 +197,21 @@ test("With a daemon", { skip: noDaemon, timeout: 60000 }, async context => {
         await session.reapply();
         assert.equal((await session.commit()).word, "OK");
         assert.match(daemon.file("etc/ssh/sshd_config"), /^Port 2206$/m);
+    });
+
+    await context.test("one change is dropped, and the others are made again", async () => {
+        const host: Order = { verb: "ADD", path: "network.hosts", name: "192%2e0%2e2%2e78" };
+        const entry = `${host.path}.${host.name}`;
+        const tries: Order = { verb: "SET", path: "ssh.max-tries", value: "3" };
+        for (const order of [host, { verb: "SET", path: `${entry}.name`, value: "a" } as const, port("2209"), tries]) {
+            assert.equal((await session.order(order)).word, "OK", JSON.stringify(order));
+        }
+        await session.takeBack(entry, true);
+        assert.deepEqual([session.orders, session.kept], [[port("2209"), tries], []]);
+        await session.takeBack("ssh.port", false);
+        await session.takeBack("ssh.max-tries", false);
+        assert.equal((await session.request("DIRTY")).data[0]?.text, "0");
+        assert.equal(await value(session, "ssh.port"), "2206");
     });
 
     await context.test("forced out, and back by force", async () => {
