@@ -238,7 +238,12 @@ step("The history shows what others commit as it comes, and what a trial takes b
     assert.match(await configured(), /^Port 2023$/m);
     await at.frame.getByText("of root is on trial").waitFor();
     await eventually(async () => /^Port 2022$/m.test(await configured()));
-    await commits(at).getByRole("listitem").filter({ hasText: "for a moment" }).getByText("undone").waitFor();
+    const undone = commits(at).getByRole("listitem").filter({ hasText: "for a moment" });
+    await undone.getByText("undone").waitFor();
+    await pending(at).getByText(/Commit \d+ of root was on trial, and is taken back/).waitFor();
+    await undone.getByRole("button").first().click();
+    await undone.getByRole("button", { name: "Load the state behind it" }).waitFor();
+    assert.equal(await undone.getByRole("button", { name: "Undo this commit" }).count(), 0);
 });
 
 step("Undoing a commit takes back what it changed, with the next commit", async at => {
@@ -253,10 +258,17 @@ step("Undoing a commit takes back what it changed, with the next commit", async 
     await commit.getByRole("button", { expanded: false }).first().waitFor();
     await at.page.goto(`${machine.address}/ucfgd${hash}`);
     await commit.getByRole("button", { expanded: true }).first().waitFor();
-    await at.frame.getByText(/What commit \d+ changed is taken back/).waitFor();
-    await review(at, "1 parameter changed");
-    await dialog(at).getByRole("button", { name: "Commit", exact: true }).click();
-    await eventually(async () => /^Port 2204$/m.test(await configured()));
+    await commit.getByText(/What commit \d+ changed is taken back/).waitFor();
+    await commitNow(at, "1 parameter changed");
+    assert.match(await configured(), /^Port 2204$/m);
+    await eventually(async () => await commit.getByRole("heading", { name: /taken back/ }).count() === 0);
+    await commit.getByRole("button", { name: "Undo this commit" }).click();
+    await commit.getByText(/Nothing has changed: what commit \d+ changed is taken back already/).waitFor();
+    const first = commits(at).getByRole("listitem").filter({ hasText: "out of the way" });
+    await first.getByRole("button").first().click();
+    await first.getByRole("button", { name: "Undo this commit" }).click();
+    await first.getByText(/^commit \d+ cannot be undone: .*sshd_config has been changed since/).waitFor();
+    await first.getByRole("button").first().click();
 });
 
 step("Loading the state behind a commit is asked about first, and made at once although others have committed", async at => {
@@ -264,7 +276,7 @@ step("Loading the state behind a commit is asked about first, and made at once a
     const commit = commits(at).getByRole("listitem").filter({ hasText: "out of the way" });
     await commit.getByRole("button").first().click();
     await commit.getByRole("button", { name: "Load the state behind it" }).click();
-    await at.frame.getByRole("dialog", { name: /Load the files as they stood after commit \d+/ }).getByRole("button", { name: "Load" }).click();
+    await at.frame.getByRole("dialog", { name: "Load an earlier state?" }).filter({ hasText: /after commit \d+/ }).getByRole("button", { name: "Load" }).click();
     await at.frame.getByText(/The files as they stood after commit \d+ are loaded/).waitFor();
     await commitNow(at, /\d+ parameters? changed/);
     assert.match(await configured(), /^Port 2201$/m);

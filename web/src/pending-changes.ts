@@ -3,6 +3,7 @@
 import * as model from "./model";
 import { newestCommit } from "./commit";
 import type { Change, Commit, RunningTrial } from "./model";
+import { OthersTrial } from "./others-trial";
 import { OwnTrial } from "./own-trial";
 import { unescape } from "./protocol";
 import { touches } from "./orders";
@@ -38,6 +39,8 @@ export class PendingChanges {
     trialText = "";
     /** The last commit of this page that was on trial, until its end has been read. */
     own?: OwnTrial;
+    /** The trials of other sessions. */
+    readonly othersTrial = new OthersTrial();
     /** Grows when the configuration may have become another one without an order of this session. */
     foreign = 0;
     /** Grows with everything that listeners are told. */
@@ -87,6 +90,12 @@ export class PendingChanges {
         this.tell();
     }
 
+    /** The same of a trial of somebody else. */
+    dismissOthers(): void {
+        this.othersTrial.ended = undefined;
+        this.tell();
+    }
+
     private soon(milliseconds: number): void {
         if (this.running) {
             this.again = true;
@@ -113,6 +122,7 @@ export class PendingChanges {
         this.trial = model.trialOf(text);
         this.trialText = this.trial ? "" : text;
         this.follow();
+        await this.othersTrial.look(session, this.trial, text, this.own?.trial.commit);
         const current = await session.request("CURRENT");
         this.behind = current.word === "ERR";
         if (this.behind && (changes.length === 0 || session.orders.length === 0) && session.permissions.write) {
@@ -194,7 +204,8 @@ export class PendingChanges {
     }
 
     private summary(): string {
-        return JSON.stringify([this.changes, this.behind, this.others, this.clashes, this.trial, this.trialText, this.foreign]);
+        const { changes, behind, others, clashes, trial, trialText, othersTrial, foreign } = this;
+        return JSON.stringify([changes, behind, others, clashes, trial, trialText, othersTrial.ended, foreign]);
     }
 }
 

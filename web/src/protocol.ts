@@ -192,7 +192,8 @@ export class Client implements Requester {
 
     private finish(pending: Pending, text: string): void {
         this.pending.delete(pending.tag);
-        const [, first = "", behind = ""] = /^([^ ]*)(?: (.*))?$/s.exec(text) ?? [];
+        // Some refusals begin with a number for programs, "result=2 ".
+        const [, first = "", behind = ""] = /^([^ ]*)(?: (?:result=\d+ )?(.*))?$/s.exec(text) ?? [];
         const reply: Reply = words.has(first)
             ? { word: first as Word, text: behind, data: pending.data }
             // One complaint comes without a final word.

@@ -209,6 +209,12 @@ export class Session implements Requester {
         return reply;
     }
 
+    /** An order that has changed nothing need not be given again. */
+    withdraw(order: Order): void {
+        this.orders = this.orders.filter(one => one !== order);
+        this.changed();
+    }
+
     /** The trial has ended; what was taken back is offered again. */
     trialOver(takenBack: boolean): void {
         const orders = this.onTrial?.orders ?? [];
@@ -297,14 +303,12 @@ export class Session implements Requester {
 
     /** Drops what was kept, and what there was to say about it. */
     forget(): void {
-        this.keepOnly(() => false);
         this.ending = undefined;
-        this.changed();
+        this.keepOnly(() => false);
     }
 
     private async give(order: Order): Promise<Reply> {
-        const [command, lines] = orderLines(order);
-        const reply = await this.request(command, lines);
+        const reply = await this.request(...orderLines(order));
         if (reply.word === "OK") {
             this.orders = remember(this.orders, order);
             this.changed();
@@ -337,8 +341,7 @@ export class Session implements Requester {
     }
 
     private async attempt(word: "LOGIN" | "LOGINFORCE" | "RESUME"): Promise<void> {
-        this.attempts += 1;
-        const mine = this.attempts;
+        const mine = ++this.attempts;
         let client: Client | undefined;
         try {
             this.user ||= await this.options.user();
@@ -486,8 +489,7 @@ export class Session implements Requester {
     private changed(): void {
         const { user, id, permissions, orders, kept, ending, asked, onTrial } = this;
         if (user !== "") {
-            const memory: Memory = { user, id, permissions, orders, kept, ending, asked, onTrial };
-            this.options.memory?.save(JSON.stringify(memory));
+            this.options.memory?.save(JSON.stringify({ user, id, permissions, orders, kept, ending, asked, onTrial } satisfies Memory));
         }
         this.generation += 1;
         for (const listener of [...this.listeners]) {

@@ -1,8 +1,7 @@
 // What a commit changed, and what can be made of it.
 import { useEffect, useState } from "react";
 import {
-    ActionList, ActionListItem, Button, DescriptionList, DescriptionListDescription, DescriptionListGroup,
-    DescriptionListTerm, ExpandableSection, Spinner, Stack, StackItem,
+    DescriptionList, DescriptionListDescription, DescriptionListGroup, DescriptionListTerm, ExpandableSection, Spinner, Stack, StackItem,
 } from "@patternfly/react-core";
 import { Refusal, allowed, changes, diff } from "../model";
 import { ConnectionLost } from "../protocol";
@@ -11,15 +10,13 @@ import type { Session } from "../session";
 import { Alert } from "./alert";
 import { ChangesTable } from "./changes-table";
 import { DiffView } from "./diff-view";
-import { QuestionDialog } from "./question-dialog";
+import { Restore } from "./restore";
 
 const _ = cockpit.gettext;
 
 interface CommitDetailsProps {
     commit: Commit;
     session: Session;
-    onUndo: () => void;
-    onLoad: () => void;
     /** Called when there is something to see. */
     onShown: () => void;
 }
@@ -32,9 +29,8 @@ interface Found {
     mayLoad: boolean;
 }
 
-export function CommitDetails({ commit, session, onUndo, onLoad, onShown }: CommitDetailsProps) {
+export function CommitDetails({ commit, session, onShown }: CommitDetailsProps) {
     const [found, setFound] = useState<Found>();
-    const [asking, setAsking] = useState(false);
     const { number, state } = commit;
     useEffect(() => {
         let shown = true;
@@ -70,33 +66,7 @@ export function CommitDetails({ commit, session, onUndo, onLoad, onShown }: Comm
                 </StackItem>
             )}
             <StackItem><Facts commit={commit} /></StackItem>
-            <StackItem>
-                <ActionList>
-                    {found.mayUndo && (
-                        <ActionListItem>
-                            <Button variant="secondary" onClick={onUndo}>{_("Undo this commit")}</Button>
-                        </ActionListItem>
-                    )}
-                    {found.mayLoad && (
-                        <ActionListItem>
-                            <Button variant="secondary" onClick={() => setAsking(true)}>{_("Load the state behind it")}</Button>
-                        </ActionListItem>
-                    )}
-                </ActionList>
-            </StackItem>
-            {asking && (
-                <QuestionDialog
-                    title={cockpit.format(_("Load the files as they stood after commit $0?"), number)}
-                    answer={_("Load")}
-                    onNo={() => setAsking(false)}
-                    onYes={() => {
-                        setAsking(false);
-                        onLoad();
-                    }}
-                >
-                    {_("What has been changed since is taken back in your pending changes. Nothing is written before you commit.")}
-                </QuestionDialog>
-            )}
+            <StackItem><Restore commit={commit} session={session} mayUndo={found.mayUndo} mayLoad={found.mayLoad} /></StackItem>
         </Stack>
     );
 }

@@ -23,11 +23,9 @@ const states: Record<string, { text: string; color: NonNullable<LabelProps["colo
 interface CommitItemProps {
     commit: Commit;
     session: Session;
-    onUndo: () => void;
-    onLoad: () => void;
 }
 
-export function CommitItem({ commit, session, onUndo, onLoad }: CommitItemProps) {
+export function CommitItem({ commit, session }: CommitItemProps) {
     // Those that are open stand in the address.
     const all = splitPath(useShown("history"));
     const number = String(commit.number);
@@ -71,7 +69,7 @@ export function CommitItem({ commit, session, onUndo, onLoad }: CommitItemProps)
                 />
             </DataListItemRow>
             <DataListContent id={`${title}-details`} aria-label={cockpit.format(_("Details of commit $0"), commit.number)} isHidden={!isOpen}>
-                {isOpen && <CommitDetails commit={commit} session={session} onUndo={onUndo} onLoad={onLoad} onShown={onShown} />}
+                {isOpen && <CommitDetails commit={commit} session={session} onShown={onShown} />}
             </DataListContent>
         </DataListItem>
     );

@@ -1,6 +1,7 @@
 // Asks before something is done.
 import type { ReactNode } from "react";
 import { Button, Modal, ModalVariant } from "@patternfly/react-core";
+import "./question-dialog.css";
 
 const _ = cockpit.gettext;
 

@@ -28,6 +28,7 @@ export function TrialAlert({ pending, session }: TrialProps) {
         <>
             {ended}
             {trial && trial.commit !== own?.trial.commit && <Running pending={pending} session={session} trial={trial} />}
+            <OthersEnded pending={pending} />
             {!trial && trialText !== "" && <Alert isInline variant="warning" title={trialText} />}
         </>
     );
@@ -88,12 +89,31 @@ function Ended({ own, onClose }: { own: OwnTrial; onClose: () => void }) {
         <Alert
             isInline
             isLiveRegion
-            variant={kept ? "success" : "danger"}
+            variant={kept ? "success" : own.step === "cancelled" ? "info" : "danger"}
             title={cockpit.format(titles[own.step] ?? "", own.trial.commit)}
             actionClose={<AlertActionCloseButton aria-label={_("Close")} onClose={onClose} />}
         >
             {!kept && own.reason && cockpit.format(_("The page could not confirm it by a new connection: $0."), own.reason)}
         </Alert>
+    );
+}
+
+function OthersEnded({ pending }: { pending: PendingChanges }) {
+    const { ended } = pending.othersTrial;
+    if (!ended) {
+        return null;
+    }
+    const title = ended.confirmed
+        ? _("Commit $0 of $1 was on trial, and is confirmed")
+        : _("Commit $0 of $1 was on trial, and is taken back: what it changed is as it was before");
+    return (
+        <Alert
+            isInline
+            isLiveRegion
+            variant={ended.confirmed ? "success" : "warning"}
+            title={cockpit.format(title, ended.commit, ended.user)}
+            actionClose={<AlertActionCloseButton aria-label={_("Close")} onClose={() => pending.dismissOthers()} />}
+        />
     );
 }
 
