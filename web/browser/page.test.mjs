@@ -78,6 +78,8 @@ step("The browser's address and its Back lead where the page does, and a zoomed 
     await at.frame.getByRole("button", { name: "Sections", exact: true }).click();
     await section(at, "ssh").click();
     await isSeen(field(at, "ssh.port").locator("input"));
+    await field(at, "ssh.alive-interval").locator("input").focus();
+    assert.ok((await at.frame.getByRole("textbox", { name: "Search in names and helps" }).evaluate(one => one.getBoundingClientRect().bottom)) < 0);
     await at.page.setViewportSize({ width: 1280, height: 900 });
 });
 
