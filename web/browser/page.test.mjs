@@ -161,8 +161,17 @@ step("Entries are moved by drag and by keyboard, and a value arrives as it was t
     const entry = name => at.frame.locator(`[data-entry="${name}"]`);
     const firstIs = name => eventually(async () => await at.frame.locator("[data-entry]").first().getAttribute("data-entry") === name);
     await firstIs("192.0.2.53");
+    const added = at.frame.getByRole("textbox", { name: "New entry of nameservers" });
+    await added.fill("nowhere");
+    await added.press("Enter");
+    const refused = at.frame.getByRole("alert").getByText("nowhere is not an address");
+    await refused.waitFor();
     await entry("192.0.2.54").dragTo(entry("192.0.2.53"));
     await firstIs("192.0.2.54");
+    await refused.waitFor({ state: "hidden" });
+    await added.fill("");
+    await entry("192.0.2.54").getByText("moved").waitFor();
+    await at.frame.getByRole("treeitem", { name: /nameservers.*changed/ }).waitFor();
     await at.frame.getByRole("button", { name: "Move 192.0.2.54 down" }).press("Enter");
     await firstIs("192.0.2.53");
     await search.fill("banner");

@@ -1,5 +1,6 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
+import { marksOf } from "../src/entry-marks";
 import { kindOf } from "../src/kind";
 import { readChanges } from "../src/model";
 import { Parameters, longestSection } from "../src/parameters";
@@ -18,6 +19,12 @@ test("Each parameter has the widget that it asks for", () => {
         ["number", "text", "text", "text", "text"]);
     assert.deepEqual([widget("a\nb"), widget("", "several lines are allowed")], ["lines", "lines"]);
     assert.deepEqual([widget(undefined), widget("x", "", { ops: "s" }), widget("x", "", { type: "password" })], ["secret", "secret", "secret"]);
+});
+
+test("Entries of a list are marked by what the changes do to them", () => {
+    const { marks, gone } = marksOf("l", readChanges(["- l: a b c d", "+ l: d a b c", "+ l.n", "+ l.n.x: 1", "- l.g", "- l.b.x: 1", "+ l.b.x: 2", "+ ll.a"]));
+    assert.deepEqual([...marks], [["l.d", "moved"], ["l.n", "new"], ["l.b", "changed"]]);
+    assert.deepEqual(gone, ["l.g"]);
 });
 
 test("Values of changes are as the fields show them, and what cannot be seen in them is", () => {

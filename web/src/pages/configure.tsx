@@ -100,6 +100,7 @@ function SectionForm({ session, parameters, path, onOpen, announce, goal, onShow
                 <EntryList
                     key={path}
                     session={session}
+                    parameters={parameters}
                     section={section}
                     announce={announce}
                     wanted={goal}
@@ -221,6 +222,9 @@ export function Configure({ session }: PageProps) {
         }
         setGoal(undefined);
     }, [goal]);
+    const pending = pendingOf(session);
+    useSyncExternalStore(listener => pending.subscribe(listener), () => pending.version);
+    const changed = pending.changes.map(change => change.path);
     const found = search.trim() === "" ? undefined : parameters.search(search);
     const node = parameters.get(path);
     const refused = useDrafts(session).left.filter(({ state }) => state === "refused").map(one => one.path);
@@ -249,7 +253,7 @@ export function Configure({ session }: PageProps) {
                     </Button>
                 </div>
                 <nav id="sections" className={unfolded ? undefined : "ucfgd-folded"} aria-label={_("Sections")}>
-                    <SectionTree parameters={parameters} active={path} refused={refused} onSelect={section => open(section, "")} />
+                    <SectionTree {...{ parameters, refused, changed }} active={path} onSelect={section => open(section, "")} />
                 </nav>
             </SidebarPanel>
             <SidebarContent hasPadding>

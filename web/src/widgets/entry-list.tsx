@@ -1,8 +1,9 @@
 // The entries of a list: add, delete, move by drag and by keyboard, and the parameters of each behind its toggle.
-import { useEffect, useRef, useState } from "react";
+import { useEffect, useRef, useState, useSyncExternalStore } from "react";
 import {
     Button, DataList, DataListAction, DataListCell, DataListContent, DataListControl, DataListItem, DataListItemCells,
-    DataListItemRow, DataListToggle, Form, FormHelperText, HelperText, InputGroup, InputGroupItem, TextInput,
+    DataListItemRow, DataListToggle, Form, FormHelperText, HelperText, InputGroup, InputGroupItem, Label,
+    TextInput,
 } from "@patternfly/react-core";
 import AngleDownIcon from "@patternfly/react-icons/dist/esm/icons/angle-down-icon";
 import AngleUpIcon from "@patternfly/react-icons/dist/esm/icons/angle-up-icon";
@@ -10,7 +11,11 @@ import GripVerticalIcon from "@patternfly/react-icons/dist/esm/icons/grip-vertic
 import TrashIcon from "@patternfly/react-icons/dist/esm/icons/trash-icon";
 import { draftsOf, useDrafts } from "../drafts";
 import type { Draft } from "../drafts";
+import { marksOf, summariesOf } from "../entry-marks";
+import type { Mark } from "../entry-marks";
 import { nameOf } from "../parameters";
+import type { Parameters } from "../parameters";
+import { pendingOf } from "../pending-changes";
 import { escape } from "../protocol";
 import type { Reply } from "../protocol";
 import type { Section } from "../section";
@@ -24,8 +29,11 @@ const _ = cockpit.gettext;
 // A longer list is shown in parts.
 const part = 200;
 
+const markTexts: Record<Mark, string> = { new: _("new"), changed: _("changed"), moved: _("moved") };
+
 interface EntryListProps {
     session: Session;
+    parameters: Parameters;
     section: Section;
     /** The entry that was looked for is open and among those that are shown. */
     wanted?: string;
@@ -48,6 +56,8 @@ interface EntryProps {
     open: boolean;
     dropBefore: boolean;
     ops: string;
+    mark?: Mark;
+    summary?: string;
     content: (path: string) => React.ReactNode;
     onToggle: () => void;
     onDelete: () => void;
@@ -61,7 +71,7 @@ export function entryId(path: string): string {
     return `entry-${path}`;
 }
 
-function Entry({ path, index, count, open, dropBefore, ops, content, onToggle, onDelete, onMove, onDrag }: EntryProps) {
+function Entry({ path, index, count, open, dropBefore, ops, mark, summary, content, onToggle, onDelete, onMove, onDrag }: EntryProps) {
     const name = nameOf(path);
     const id = entryId(path);
     const moves = ops.includes("m");
@@ -105,7 +115,13 @@ function Entry({ path, index, count, open, dropBefore, ops, content, onToggle, o
                     onClick={onToggle}
                 />
                 <DataListItemCells
-                    dataListCells={[<DataListCell key="name" wrapModifier="breakWord"><span id={id}>{name}</span></DataListCell>]}
+                    dataListCells={[
+                        <DataListCell key="name" wrapModifier="breakWord">
+                            <span id={id}>{name}</span>
+                            {mark && <> <Label isCompact color="blue">{markTexts[mark]}</Label></>}
+                            {summary && <div className="ucfgd-help">{summary}</div>}
+                        </DataListCell>,
+                    ]}
                 />
                 <DataListAction id={`${id}-actions`} aria-labelledby={id} aria-label={_("Actions")}>
                     {moves && step(_("Move $0 up"), index - 1, <AngleUpIcon />)}
@@ -121,6 +137,39 @@ function Entry({ path, index, count, open, dropBefore, ops, content, onToggle, o
             </DataListContent>
         </DataListItem>
     );
+}
+
+function Gone({ path }: { path: string }) {
+    const id = entryId(path);
+    return (
+        <DataListItem aria-labelledby={id}>
+            <DataListItemRow>
+                <DataListItemCells
+                    dataListCells={[
+                        <DataListCell key="name" wrapModifier="breakWord">
+                            <del id={id}>{nameOf(path)}</del> <Label isCompact color="red">{_("deleted")}</Label>
+                        </DataListCell>,
+                    ]}
+                />
+            </DataListItemRow>
+        </DataListItem>
+    );
+}
+
+/** What is in the entries that are shown; read again with the section. */
+function useSummaries(session: Session, parameters: Parameters, section: Section, from: number, to: number) {
+    const [summaries, setSummaries] = useState<ReadonlyMap<string, string>>(new Map());
+    useEffect(() => {
+        let wanted = true;
+        summariesOf(session, parameters, (section.entries ?? []).slice(from, to)).then(
+            found => wanted && setSummaries(found),
+            () => undefined, // a loss of the connection, which is told elsewhere
+        );
+        return () => {
+            wanted = false;
+        };
+    }, [session, parameters, section, from, to]);
+    return summaries;
 }
 
 function AddEntry({ session, list, name, add }: { session: Session; list: string; name: string; add: (name: string) => Promise<Reply> }) {
@@ -162,12 +211,31 @@ function AddEntry({ session, list, name, add }: { session: Session; list: string
     );
 }
 
-export function EntryList({ session, section, wanted, content, announce }: EntryListProps) {
+export function EntryList({ session, parameters, section, wanted, content, announce }: EntryListProps) {
     const { node, entries = [] } = section;
     const [open, setOpen] = useState<ReadonlySet<string>>(new Set(wanted ? [wanted] : []));
     const [range, setRange] = useState(() => rangeAt(entries.indexOf(wanted ?? "")));
     const [drag, setDrag] = useState<{ from: number; over: number }>();
     const [refusal, setRefusal] = useState<Reply>();
+    const pending = pendingOf(session);
+    useSyncExternalStore(listener => pending.subscribe(listener), () => pending.version);
+    const { marks, gone } = marksOf(node.path, pending.changes);
+    const deleted = gone.filter(path => !entries.includes(path));
+    const summaries = useSummaries(session, parameters, section, range.from, range.to);
+    // What was refused was so for the list as it was.
+    const names = entries.join(" ");
+    const refusedAt = useRef(names);
+    useEffect(() => {
+        if (refusedAt.current !== names) {
+            refusedAt.current = names;
+            setRefusal(undefined);
+            const drafts = draftsOf(session);
+            const draft = drafts.get(node.path, true);
+            if (draft?.state === "refused") {
+                drafts.set({ text: draft.text, state: "edited" }, node.path, true);
+            }
+        }
+    }, [session, node.path, names]);
     const ops = session.permissions.write ? node.attributes.ops : "";
     // What the keys go on with once the entries have changed as ordered: a button of a neighbour, or of what has moved.
     const next = useRef<{ there: (entries: string[]) => boolean; ids: string[] }>();
@@ -246,7 +314,7 @@ export function EntryList({ session, section, wanted, content, announce }: Entry
                 <Button variant="link" onClick={() => setRange({ ...range, from: range.from - part })}>
                     {cockpit.format(_("Show the $0 before"), part)}
                 </Button>}
-            <DataList aria-label={cockpit.format(_("Entries of $0"), node.name)} isCompact>
+            <DataList aria-label={cockpit.format(_("Entries of $0"), node.name)} isCompact className="ucfgd-entries">
                 {entries.slice(range.from, range.to).map((path, at) => [path, range.from + at] as const).map(([path, index]) => (
                     <Entry
                         key={path}
@@ -256,6 +324,8 @@ export function EntryList({ session, section, wanted, content, announce }: Entry
                         open={open.has(path)}
                         dropBefore={drag !== undefined && drag.over === index && drag.from !== index}
                         ops={ops}
+                        mark={marks.get(path)}
+                        summary={summaries.get(path)}
                         content={content}
                         onToggle={() => toggle(path)}
                         onDelete={() => void remove(path, index)}
@@ -263,6 +333,7 @@ export function EntryList({ session, section, wanted, content, announce }: Entry
                         onDrag={what => onDrag(index, what)}
                     />
                 ))}
+                {deleted.map(path => <Gone key={path} path={path} />)}
             </DataList>
             {entries.length === 0 && <p>{_("There are no entries.")}</p>}
             {entries.length > range.to &&

@@ -14,6 +14,8 @@ interface SectionTreeProps {
     active: string;
     /** What holds a value that was refused. */
     refused: string[];
+    /** What pending changes are in. */
+    changed: string[];
     onSelect: (path: string) => void;
 }
 
@@ -22,6 +24,7 @@ interface BranchProps {
     below: (node: ParameterNode) => ParameterNode[];
     active: string;
     refused: string[];
+    changed: string[];
     /** The one that the tabulator stops at. */
     stop: string;
     expanded: ReadonlySet<string>;
@@ -31,12 +34,13 @@ interface BranchProps {
 }
 
 function Branch(props: BranchProps) {
-    const { nodes, below, active, refused, stop, expanded, onSelect, onToggle, onFocus } = props;
+    const { nodes, below, active, refused, changed, stop, expanded, onSelect, onToggle, onFocus } = props;
     return nodes.map(node => {
         const { path, name, help } = node;
         const children = below(node);
         const open = children.length > 0 && expanded.has(path);
-        const holds = refused.some(one => one === path || one.startsWith(`${path}.`));
+        const within = (one: string) => one === path || one.startsWith(`${path}.`);
+        const holds = refused.some(within);
         return (
             <li key={path} role="none" className={`${styles.treeViewListItem} ${open ? styles.modifiers.expanded : ""}`}>
                 <div role="none" className={styles.treeViewContent}>
@@ -64,6 +68,10 @@ function Branch(props: BranchProps) {
                                     <span className={styles.treeViewNodeToggleIcon}><AngleRightIcon aria-hidden /></span>
                                 </span>}
                             <span className={`${styles.treeViewNodeText} ${isAbsent(node) ? "ucfgd-absent" : ""}`}>{name}</span>
+                            {changed.some(within) &&
+                                <span className="ucfgd-changed" title={_("changed")}>
+                                    <span className="pf-v5-screen-reader">{`, ${_("changed")}`}</span>
+                                </span>}
                             {holds &&
                                 <span className="ucfgd-holds" title={_("A value was refused here")}>
                                     <ExclamationCircleIcon aria-hidden />
@@ -83,7 +91,7 @@ function above(path: string): string[] {
     return path === "" ? [] : [path, ...above(parentOf(path))];
 }
 
-export function SectionTree({ parameters, active, refused, onSelect }: SectionTreeProps) {
+export function SectionTree({ parameters, active, refused, changed, onSelect }: SectionTreeProps) {
     const tree = useRef<HTMLUListElement>(null);
     const [expanded, setExpanded] = useState<ReadonlySet<string>>(new Set());
     const [focused, setFocused] = useState("");
@@ -129,7 +137,7 @@ export function SectionTree({ parameters, active, refused, onSelect }: SectionTr
         <div className={styles.treeView}>
             <ul ref={tree} role="tree" aria-label={_("Sections")} className="pf-v5-c-tree-view__list" onKeyDown={onKeyDown}>
                 <Branch
-                    {...{ nodes, below, active, refused, stop, expanded, onSelect }}
+                    {...{ nodes, below, active, refused, changed, stop, expanded, onSelect }}
                     onToggle={toggle}
                     onFocus={setFocused}
                 />
