@@ -195,6 +195,7 @@ step("A commit of somebody else in between is told, and the changes are made aga
     await dialog(at).getByRole("row", { name: "ssh › port 2200 2202" }).first().waitFor();
     assert.equal(await dialog(at).getByRole("button", { name: "Commit", exact: true }).isDisabled(), true);
     await dialog(at).getByRole("button", { name: "Take that over and make my changes again" }).click();
+    await dialog(at).getByText(/^@@ /).first().waitFor();
     await dialog(at).getByRole("button", { name: "Commit", exact: true }).click();
     await pending(at).getByText("No changes").waitFor();
     assert.match(await configured(), /^MaxAuthTries 4$/m);
