@@ -24,6 +24,8 @@ export class HistoryFeed {
     private wanted = page;
     private oldest = Infinity;
     private running = false;
+    /** Counts the starts: what waited for an answer since an earlier one ends. */
+    private round = 0;
     private client?: Client;
     private timer?: ReturnType<typeof setTimeout>;
     private again?: ReturnType<typeof setTimeout>;
@@ -40,8 +42,9 @@ export class HistoryFeed {
 
     start(): void {
         this.running = true;
+        this.round += 1;
         void this.refresh();
-        void this.watch();
+        void this.watch(this.round);
     }
 
     stop(): void {
@@ -117,12 +120,12 @@ export class HistoryFeed {
         }
     }
 
-    private async watch(): Promise<void> {
+    private async watch(round: number): Promise<void> {
+        const wanted = () => this.running && round === this.round;
         let client: Client | undefined;
         try {
             client = await this.session.side();
-            if (!this.running) {
-                client.close();
+            if (!wanted()) {
                 return;
             }
             this.client = client;
@@ -137,10 +140,10 @@ export class HistoryFeed {
         } finally {
             client?.close();
         }
-        if (this.running) {
+        if (wanted()) {
             this.again = setTimeout(() => {
                 void this.refresh();
-                void this.watch();
+                void this.watch(round);
             }, watchAgain);
         }
     }

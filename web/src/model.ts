@@ -48,27 +48,19 @@ export interface Commit {
 }
 
 /** A commit that is undone unless somebody confirms it. */
-export interface Trial {
+export interface RunningTrial {
     commit: number;
     user: string;
     /** Seconds, when it was asked for. */
     left: number;
     text: string;
-}
-
-/** A trial, and when it ends by the clock of this browser. */
-export interface RunningTrial extends Trial {
+    /** By the clock of this browser. */
     end: number;
 }
 
 /** The names of the children, escaped; of the whole tree without a path. */
 export async function list(at: Requester, path = "", tree: Tree = "parameters"): Promise<string[]> {
     return texts(await ask(at, join(tree === "management" ? "MLIST" : "LIST", path)));
-}
-
-/** The paths of all nodes below, relative to the path, depth first. */
-export async function listAll(at: Requester, path = "", tree: Tree = "parameters"): Promise<string[]> {
-    return texts(await ask(at, join(tree === "management" ? "MLISTR" : "LISTR", path)));
 }
 
 export async function attributes(at: Requester, path: string, tree: Tree = "parameters"): Promise<Attributes> {
@@ -216,7 +208,7 @@ export async function commitOf(at: Requester, number: number): Promise<Commit> {
 }
 
 /** Previews write a control character as "%09" and "%" itself as "%25", and a blank as it is. */
-export function plainOutput(line: string): string {
+function plainOutput(line: string): string {
     return unescape(line.replaceAll("+", "%2b"));
 }
 

@@ -21,7 +21,7 @@ export function sameParameter(one: Order, other: Order): boolean {
 }
 
 /** What an order changes, by its path; undefined where that may be anything. */
-export function pathOf(order: Order): string | undefined {
+function pathOf(order: Order): string | undefined {
     if (order.verb === "SET") {
         return edits.has(order.path) ? undefined : order.path;
     }

@@ -63,6 +63,10 @@ export function Pending({ session }: PageProps) {
     const commit = (plan: CommitPlan) => attempt.run(() => session.commit(plan), reply => {
         if (reply.word === "OK") {
             done();
+            // How an earlier trial ended is no news any more.
+            if (pending.own?.over) {
+                pending.dismiss();
+            }
         }
         look();
     });

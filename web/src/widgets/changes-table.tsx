@@ -19,11 +19,13 @@ interface ChangesTableProps {
 export function ChangesTable({
     changes, label = _("Changed parameters"), columns = [_("Parameter"), _("Before"), _("After")], action,
 }: ChangesTableProps) {
-    const rows = rowsOf(changes).map(row => ({
+    const found = rowsOf(changes).map(row => ({ row, act: action?.(row) }));
+    const acts = found.some(({ act }) => act);
+    const rows = found.map(({ row, act }) => ({
         key: row.path,
-        cells: [spoken(row.path), shown(row, "before"), shown(row, "after"), ...action ? [action(row)] : []],
+        cells: [spoken(row.path), shown(row, "before"), shown(row, "after"), ...acts ? [act] : []],
     }));
-    return <SimpleTable label={label} columns={action ? [...columns, _("Action")] : columns} rows={rows} />;
+    return <SimpleTable label={label} columns={acts ? [...columns, _("Action")] : columns} rows={rows} />;
 }
 
 // One side alone with a value: on the other one it had the same by default, or by other parameters.

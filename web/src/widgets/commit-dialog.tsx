@@ -44,8 +44,13 @@ export function CommitDialog(props: CommitDialogProps) {
     const [text, setText] = useState("");
     const [trial, setTrial] = useState("60");
     useEffect(() => {
+        let wanted = true;
+        const show = (text: string) => wanted && setText(text);
         const written = behind ? Promise.resolve("") : diff(session);
-        written.then(setText, (error: unknown) => setText(error instanceof Error && error.message !== "" ? `# ${error.message}` : ""));
+        written.then(show, (error: unknown) => show(error instanceof Error && error.message !== "" ? `# ${error.message}` : ""));
+        return () => {
+            wanted = false;
+        };
     }, [session, changes, behind]);
 
     const none = disabled || changes.length === 0;

@@ -5,7 +5,7 @@ import type { Kind } from "../kind";
 
 const _ = cockpit.gettext;
 
-export interface InputProps {
+interface InputProps {
     id: string;
     kind: Kind;
     choices: string[];
