@@ -321,6 +321,9 @@ function meddle() {
     const open = window.cockpit.channel;
     window.cockpit.channel = options => {
         const channel = open(options);
+        if (Date.now() < window.backAt) {
+            setTimeout(() => channel.close("disconnected"));
+        }
         const send = channel.send.bind(channel);
         let deaf = false;
         channel.send = data => {
@@ -331,6 +334,7 @@ function meddle() {
                 if (window.cut && text.includes(window.cut)) {
                     window.cut = undefined;
                     deaf = true;
+                    window.backAt = Date.now() + (window.away ?? 0);
                     setTimeout(() => channel.close("disconnected"), 400);
                 }
             }, window.wait ?? 0);
@@ -371,8 +375,9 @@ step("A session that has timed out, and a channel that is cut: the changes are m
     await at.frame.getByRole("button", { name: "Log in again" }).click();
     await madeAgain(at, "2403");
     await changed(at, "2404");
-    await at.frame.locator("body").evaluate("window.cut = 'commits.changes'");
+    await at.frame.locator("body").evaluate("window.cut = 'commits.changes', window.away = 2000");
     await at.frame.getByText("The connection is lost. It is tried again.").waitFor();
+    await at.frame.locator("body").evaluate("window.away = 0");
     await commitNow(at, "1 parameter changed");
 });
 
