@@ -1,8 +1,9 @@
-// A session with the daemon that outlives its connections: logs in, keeps itself alive, resumes after a loss,
-// and remembers the orders that a session has taken with it, to be offered again.
+// A session with the daemon that outlives its connections: commits, and remembers the orders that it has been given,
+// to be offered again when a session has taken them with it.
 import { fateOf, newestCommit, notSent, prepareCommit } from "./commit";
 import type { Asked, CommitPlan, Fate } from "./commit";
-import { endingOf, grantedBy, nothing } from "./log-in";
+import { Connection } from "./connection";
+import type { ConnectionOptions, State, Watcher } from "./connection";
 import type { Ending, Permissions } from "./log-in";
 import { recalled } from "./memory";
 import type { Memory, OnTrial } from "./memory";
@@ -10,50 +11,23 @@ import { trial, unlessRefused } from "./model";
 import type { Commit } from "./model";
 import { isWithin, orderLines, remember, sameParameter } from "./orders";
 import type { Order } from "./orders";
-import { Client, ConnectionLost, escape } from "./protocol";
-import type { DataLine, Reply, Requester, Transport } from "./protocol";
-
-export type State =
-    | "connecting"
-    | "open"
-    /** The connection is gone; it is tried again by itself, until it is back. */
-    | "lost"
-    /** The daemon has ended the session, or refused the log-in: nothing happens until start() is called again. */
-    | "ended";
+import type { Client, DataLine, Reply, Requester } from "./protocol";
 
 export interface Outcome {
     order: Order;
     reply: Reply;
 }
 
-export interface SessionOptions {
-    connect: () => Transport;
-    /** The account that the socket shows as its peer. */
-    user: () => Promise<string>;
-    /** Milliseconds between two signs of life; 0: none. */
-    keepAlive?: number;
-    /** Whether somebody looks at the page: an idle session is only kept alive for those. */
-    visible?: () => boolean;
-    /** Milliseconds before the first new try after a loss; doubled with each further one, up to `longestPause`. */
-    pause?: number;
-    longestPause?: number;
+export interface SessionOptions extends ConnectionOptions {
     /** Keeps a text for the same window's next page. */
     memory?: { load(): string | null; save(text: string): void };
 }
 
-const triesToResume = 6;
-// Behind a loading of the page: another window may have the session.
-const triesToResumeAnew = 3;
 const forGood: CommitPlan = { comment: "", seconds: 0 };
 
 export class Session implements Requester {
-    state: State = "connecting";
-    permissions: Permissions = nothing;
-    user = "";
     /** Set when the session ended, or when a new one had to take the place of one that was lost. */
     ending?: Ending;
-    /** What the system says of a connection that is lost, if it says anything. */
-    problem?: string;
     /** Taken by the daemon in this session and not committed yet. */
     orders: Order[] = [];
     /** Orders of a session that is gone, to be offered again: see reapply() and forget(). */
@@ -69,25 +43,46 @@ export class Session implements Requester {
     onTrial?: OnTrial;
     /** Grows when an order made the session catch up with what others had committed. */
     updates = 0;
-    private readonly options: SessionOptions;
+    private readonly connection: Connection;
+    private readonly memory: SessionOptions["memory"];
     private readonly listeners = new Set<() => void>();
-    private client?: Client;
-    private id = "";
     private generation = 0;
-    private attempts = 0;
-    private retry?: ReturnType<typeof setTimeout>;
-    private alive?: ReturnType<typeof setInterval>;
-    private tries = 0;
     private asked?: Asked;
     private comment = "";
-    /** The user of the page before this one, whose session goes on. */
-    private resumes?: string;
 
     constructor(options: SessionOptions) {
-        this.options = options;
+        this.memory = options.memory;
         const found = recalled(options.memory?.load());
-        Object.assign(this, { ...found, user: "" });
-        this.resumes = found?.user;
+        if (found) {
+            const { orders, kept, ending, asked, onTrial } = found;
+            Object.assign(this, { orders, kept, ending, asked, onTrial });
+        }
+        const watcher: Watcher = {
+            onStranger: () => this.disown(),
+            onResumed: client => this.resumed(client),
+            onBegun: (client, gone) => this.begun(client, gone),
+            onLost: () => this.lost(),
+            onEnded: ending => this.keep(ending),
+            onChange: () => this.changed(),
+        };
+        this.connection = new Connection(options, watcher, found);
+    }
+
+    get state(): State {
+        return this.connection.state;
+    }
+
+    get permissions(): Permissions {
+        return this.connection.permissions;
+    }
+
+    get user(): string {
+        return this.connection.user;
+    }
+
+    /** What the system says of a connection that is lost, if it says anything. */
+    get problem(): string | undefined {
+        return this.connection.problem;
     }
 
     /** How many orders this page holds that the daemon does not have any more. */
@@ -108,50 +103,25 @@ export class Session implements Requester {
 
     /** Logs in; with force, every other session that may write is ended first. */
     async start(force = false): Promise<void> {
-        this.stop();
-        this.state = "connecting";
         if (this.kept.length === 0) {
             this.ending = undefined;
         }
-        this.changed();
-        await this.attempt(force ? "LOGINFORCE" : this.id ? "RESUME" : "LOGIN");
+        await this.connection.start(force);
     }
 
     /** Logs out and stays out. */
     async end(): Promise<void> {
-        const client = this.client;
-        this.state = "ended";
         this.ending = { kind: "logout", text: "" };
-        await client?.request("LOGOUT").catch(() => undefined);
-        this.stop();
-        this.changed();
+        await this.connection.end();
     }
 
-    async request(command: string, lines?: string[], onOutput?: (line: DataLine) => void): Promise<Reply> {
-        const client = this.client;
-        if (this.state !== "open" || !client) {
-            throw new ConnectionLost("there is no session");
-        }
-        const reply = await client.request(command, lines, onOutput);
-        const ending = endingOf(reply);
-        if (ending && client === this.client) {
-            this.ended(ending);
-        }
-        return reply;
+    request(command: string, lines?: string[], onOutput?: (line: DataLine) => void): Promise<Reply> {
+        return this.connection.request(command, lines, onOutput);
     }
 
-    /**
-     * A second connection of the same user, logged in: for actions that run for long. The caller closes it, and
-     * its session does not wait for long to be resumed. No other connection's tags begin as its own do.
-     */
-    async side(): Promise<Client> {
-        const client = new Client(this.options.connect(), `s${Math.random().toString(36).slice(2, 10)}`);
-        const reply = await client.request(`LOGIN ${escape(this.user)}`, ["1 timeout 60"]);
-        if (reply.word !== "OK") {
-            client.close();
-            throw new ConnectionLost(reply.text);
-        }
-        return client;
+    /** A second connection of the same user, logged in: see Connection.side(). */
+    side(): Promise<Client> {
+        return this.connection.side();
     }
 
     /**
@@ -296,9 +266,7 @@ export class Session implements Requester {
 
     /** Asks for a sign of life: an answer tells whether the session has been ended, a loss is told by itself. */
     check(): void {
-        if (this.state === "open" && !this.client?.busy) {
-            this.request("NOOP").catch(() => undefined);
-        }
+        this.connection.check();
     }
 
     /** Drops what was kept, and what there was to say about it. */
@@ -340,60 +308,16 @@ export class Session implements Requester {
         }
     }
 
-    private async attempt(word: "LOGIN" | "LOGINFORCE" | "RESUME"): Promise<void> {
-        const mine = ++this.attempts;
-        let client: Client | undefined;
-        try {
-            this.user ||= await this.options.user();
-            if (mine !== this.attempts) {
-                return;
-            }
-            if (this.resumes !== undefined && this.resumes !== this.user) {
-                // Nobody inherits what another user has ordered.
-                Object.assign(this, { id: "", orders: [], kept: [], ending: undefined, asked: undefined, onTrial: undefined });
-                word = "LOGIN";
-            }
-            client = new Client(this.options.connect());
-            this.client = client;
-            client.onClosed = problem => this.lost(client, problem);
-            await this.logIn(client, word);
-        } catch (error) {
-            // A loss has been told by the connection itself.
-            if (!(error instanceof ConnectionLost)) {
-                this.ended({ kind: "refused", text: error instanceof Error ? error.message : String(error) });
-            }
-        }
+    /** Nobody inherits what another user has ordered. */
+    private disown(): void {
+        Object.assign(this, { orders: [], kept: [], ending: undefined, asked: undefined, onTrial: undefined });
     }
 
-    private async logIn(client: Client, word: "LOGIN" | "LOGINFORCE" | "RESUME"): Promise<void> {
-        let gone: Ending | undefined;
-        if (word === "RESUME") {
-            const resumed = await client.request(`RESUME ${this.id}`);
-            if (resumed.word === "OK") {
-                await this.resumed(client);
-                return;
-            }
-            // The daemon may not have seen yet that the old connection is gone.
-            if (resumed.word === "INUSE" && this.tries < (this.resumes === undefined ? triesToResume : triesToResumeAnew)) {
-                this.lost(client, this.resumes === undefined ? resumed.text : undefined);
-                return;
-            }
-            // That the number of a session is not known says nothing to people.
-            gone = endingOf(resumed) ?? { kind: "lost", text: "" };
-        }
-        const reply = await client.request(`${word === "LOGINFORCE" ? word : "LOGIN"} ${escape(this.user)}`);
-        if (reply.word !== "OK") {
-            this.ended({ kind: "refused", text: reply.text });
-            return;
-        }
-        const { permissions, id } = grantedBy(reply);
-        this.permissions = permissions;
+    private async begun(client: Client, gone?: Ending): Promise<void> {
         await this.settle(client, false);
         if (gone) {
             this.keep(gone);
         }
-        this.id = id;
-        this.opened();
     }
 
     private async resumed(client: Client): Promise<void> {
@@ -403,7 +327,6 @@ export class Session implements Requester {
         if (clean) {
             this.orders = [];
         }
-        this.opened();
     }
 
     /** A commit that was under way when the connection broke may have been carried out meanwhile. */
@@ -430,44 +353,11 @@ export class Session implements Requester {
         this.fate = fate;
     }
 
-    private opened(): void {
-        this.state = "open";
-        this.problem = undefined;
-        this.tries = 0;
-        this.resumes = undefined;
-        const every = this.options.keepAlive ?? 30000;
-        if (every > 0) {
-            this.alive = setInterval(() => {
-                if (this.options.visible?.() ?? true) {
-                    this.check();
-                }
-            }, every);
-        }
-        this.changed();
-    }
-
-    private lost(client?: Client, problem?: string): void {
-        if (this.state === "ended" || client !== this.client) {
-            return;
-        }
-        this.stop();
-        this.state = "lost";
-        this.problem = problem;
+    private lost(): void {
         if (this.asked) {
             this.asked.orders = [...this.asked.orders, ...this.orders];
             this.orders = [];
         }
-        const pause = Math.min((this.options.pause ?? 500) * 2 ** this.tries, this.options.longestPause ?? 10000);
-        this.tries += 1;
-        this.retry = setTimeout(() => void this.attempt(this.id ? "RESUME" : "LOGIN"), pause);
-        this.changed();
-    }
-
-    private ended(ending: Ending): void {
-        this.keep(ending);
-        this.state = "ended";
-        this.stop();
-        this.changed();
     }
 
     /** What the session had taken is gone with it: it is kept here. */
@@ -475,21 +365,13 @@ export class Session implements Requester {
         this.ending = ending;
         this.kept = [...this.orders, ...this.kept];
         this.orders = [];
-        this.id = "";
-    }
-
-    private stop(): void {
-        clearTimeout(this.retry);
-        clearInterval(this.alive);
-        const client = this.client;
-        this.client = undefined;
-        client?.close();
     }
 
     private changed(): void {
-        const { user, id, permissions, orders, kept, ending, asked, onTrial } = this;
+        const { user, id, permissions } = this.connection;
+        const { orders, kept, ending, asked, onTrial } = this;
         if (user !== "") {
-            this.options.memory?.save(JSON.stringify({ user, id, permissions, orders, kept, ending, asked, onTrial } satisfies Memory));
+            this.memory?.save(JSON.stringify({ user, id, permissions, orders, kept, ending, asked, onTrial } satisfies Memory));
         }
         this.generation += 1;
         for (const listener of [...this.listeners]) {
