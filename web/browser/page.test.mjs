@@ -1,6 +1,6 @@
 // One story in a real browser, against a real daemon: each step goes on where the one before it ended.
 import assert from "node:assert/strict";
-import { writeFile } from "node:fs/promises";
+import { appendFile, writeFile } from "node:fs/promises";
 import path from "node:path";
 import { after, before, test } from "node:test";
 import { Console, eventually } from "./console.mjs";
@@ -292,6 +292,12 @@ step("Loading the state behind a commit is asked about first, and made at once a
     await at.frame.getByText(/The files as they stood after commit \d+ are loaded/).waitFor();
     await commitNow(at, /\d+ parameters? changed/);
     assert.match(await configured(), /^Port 2201$/m);
+    await appendFile(path.join(machine.root, "etc/ssh/sshd_config"), "# by hand\n");
+    await machine.script("set ssh.port 2300", "commit", "set ssh.port 2201", "commit");
+    await commit.getByRole("button", { name: "Load the state behind it" }).click();
+    await at.frame.getByRole("dialog", { name: "Load an earlier state?" }).getByRole("button", { name: "Load" }).click();
+    await commitNow(at, "Only files changed, no parameter");
+    assert.doesNotMatch(await configured(), /by hand/);
 });
 
 async function commitNow(at, count) {

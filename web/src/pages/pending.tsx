@@ -77,7 +77,9 @@ export function Pending({ session }: PageProps) {
         attempt.run(() => session.revert(), look);
     };
     const idle = session.state === "open" && !attempt.busy;
-    const none = changes.length === 0 || !idle;
+    // What is brought back may differ in nothing but a comment of a file.
+    const filesOnly = changes.length === 0 && sourceOf(session.orders) !== undefined;
+    const none = changes.length === 0 && !filesOnly || !idle;
     const { write } = session.permissions;
     const told = (
         <>
@@ -101,8 +103,10 @@ export function Pending({ session }: PageProps) {
             <Flex>
                 <FlexItem grow={{ default: "grow" }}>
                     <div role="status">
-                        {!write ? _("Read only: this account may look at the configuration, but not change it") : count === 0 ? _("No changes") : cockpit.format(
-                            cockpit.ngettext("$0 parameter changed", "$0 parameters changed", count), count)}
+                        {!write ? _("Read only: this account may look at the configuration, but not change it")
+                            : filesOnly ? _("Only files changed, no parameter")
+                            : count === 0 ? _("No changes")
+                            : cockpit.format(cockpit.ngettext("$0 parameter changed", "$0 parameters changed", count), count)}
                     </div>
                     <RefusedValues drafts={drafts} />
                 </FlexItem>
@@ -111,7 +115,7 @@ export function Pending({ session }: PageProps) {
             </Flex>
             {open && <CommitDialog
                 {...{ session, pending, comment }}
-                disabled={!idle}
+                disabled={none}
                 told={<>{told}<NotTaken drafts={drafts} onGo={() => setOpen(false)} /></>}
                 onComment={setComment}
                 onCommit={commit}

@@ -2,7 +2,7 @@
 import { useEffect, useState } from "react";
 import type { ReactNode } from "react";
 import {
-    Button, Form, FormGroup, FormHelperText, HelperText, HelperTextItem, Modal, Stack, StackItem, TextInput,
+    Button, Form, FormGroup, FormHelperText, HelperText, HelperTextItem, Modal, Spinner, Stack, StackItem, TextInput,
 } from "@patternfly/react-core";
 import { isEntry, spoken } from "../change-rows";
 import type { CommitPlan } from "../commit";
@@ -41,7 +41,7 @@ function secondsOf(text: string): number | undefined {
 export function CommitDialog(props: CommitDialogProps) {
     const { session, pending, disabled, told, comment, onComment, onCommit, onTakeBack, onClose } = props;
     const { changes, behind } = pending;
-    const [text, setText] = useState("");
+    const [text, setText] = useState<string>();
     const [trial, setTrial] = useState("60");
     useEffect(() => {
         let wanted = true;
@@ -53,7 +53,8 @@ export function CommitDialog(props: CommitDialogProps) {
         };
     }, [session, changes, behind]);
 
-    const none = disabled || changes.length === 0;
+    // Nothing is committed before it can be seen; the buttons stand still from then on.
+    const none = disabled || text === undefined;
     const seconds = secondsOf(trial);
     // What was reverted to is given again one by one: not while others' changes stand between.
     const takeBack = (change: Change) => !behind && session.kept.length === 0 && session.mayTakeBack(change.path, isEntry(change)) && (
@@ -117,7 +118,9 @@ export function CommitDialog(props: CommitDialogProps) {
                     </Form>
                 </StackItem>
                 {changes.length > 0 && <StackItem><ChangesTable changes={changes} action={takeBack} /></StackItem>}
-                {text !== "" && <StackItem><DiffView text={text} /></StackItem>}
+                {text === undefined
+                    ? <StackItem><Spinner size="md" aria-label={_("Reading the differences")} /></StackItem>
+                    : text !== "" && <StackItem><DiffView text={text} /></StackItem>}
             </Stack>
         </Modal>
     );
