@@ -2,7 +2,7 @@
 import assert from "node:assert/strict";
 import { spawn, spawnSync } from "node:child_process";
 import type { ChildProcess } from "node:child_process";
-import { cpSync, existsSync, mkdtempSync, readFileSync, rmSync } from "node:fs";
+import { cpSync, mkdtempSync, readFileSync, rmSync } from "node:fs";
 import net from "node:net";
 import os from "node:os";
 import path from "node:path";
@@ -13,9 +13,9 @@ const web = fileURLToPath(new URL("../../", import.meta.url));
 const top = path.join(web, "..");
 const build = process.env.UCFGD_BUILD ?? path.join(top, "build");
 
-export async function eventually(check: () => boolean): Promise<void> {
+export async function eventually(check: () => boolean | Promise<boolean>): Promise<void> {
     const end = Date.now() + 8000;
-    while (!check()) {
+    while (!await check()) {
         assert.ok(Date.now() < end, `still not so: ${String(check)}`);
         await new Promise(resolve => setTimeout(resolve, 10));
     }
@@ -97,7 +97,17 @@ export class Daemon {
         const daemon = [path.join(build, "src/daemon/ucfgd"), "--foreground", `--root=${this.root}`];
         this.child = spawn("unshare", [...own, ...daemon], { stdio: "ignore" });
         process.once("exit", () => this.child?.kill("SIGKILL"));
-        await eventually(() => existsSync(this.socket));
+        await eventually(() => this.answers());
+    }
+
+    /** The socket's file is there a moment before somebody listens. */
+    private answers(): Promise<boolean> {
+        return new Promise(resolve => {
+            const socket = net.connect(this.socket, () => {
+                socket.destroy();
+                resolve(true);
+            }).on("error", () => resolve(false));
+        });
     }
 
     async stop(signal: NodeJS.Signals = "SIGTERM"): Promise<void> {
