@@ -273,6 +273,7 @@ step("Undoing a commit takes back what it changed, with the next commit", async 
     await commit.getByText(/What commit \d+ changed is taken back/).waitFor();
     await commitNow(at, "1 parameter changed");
     assert.match(await configured(), /^Port 2204$/m);
+    await pending(at).getByText(/is confirmed/).waitFor({ state: "hidden" });
     await eventually(async () => await commit.getByRole("heading", { name: /taken back/ }).count() === 0);
     await commit.getByRole("button", { name: "Undo this commit" }).click();
     await commit.getByText(/Nothing has changed: what commit \d+ changed is taken back already/).waitFor();
