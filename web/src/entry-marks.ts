@@ -59,8 +59,10 @@ function isTold({ attributes }: ParameterNode): boolean {
     return attributes.ops.includes("g") && !/passw|secret/i.test(attributes.type ?? "");
 }
 
-/** What is in these entries of a list, by their paths: their first values, as far as they may be read. */
-export async function summariesOf(at: Requester, parameters: Parameters, paths: string[]): Promise<Map<string, string>> {
+/** What is in these entries of a list, by their paths: their first values, as far as they may be read, while wanted. */
+export async function summariesOf(
+    at: Requester, parameters: Parameters, paths: string[], isWanted: () => boolean,
+): Promise<Map<string, string>> {
     const found = new Map<string, string>();
     const [first] = paths;
     if (first === undefined) {
@@ -72,6 +74,9 @@ export async function summariesOf(at: Requester, parameters: Parameters, paths: 
     const names = children.filter(child => !isSection(child) && isTold(child)).slice(0, mostValues)
         .map(({ path }) => path.slice(path.lastIndexOf(".") + 1));
     await inTurns(paths, async path => {
+        if (!isWanted()) {
+            return;
+        }
         const values = await Promise.all(names.map(name => model.unlessRefused(model.value(at, `${path}.${name}`))));
         const told = values.filter(value => value && value !== nameOf(path)).join(", ").split("\n")[0] ?? "";
         found.set(path, visible(told.length > longestSummary ? `${told.slice(0, longestSummary)}…` : told));

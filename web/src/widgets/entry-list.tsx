@@ -62,8 +62,11 @@ interface EntryProps {
     onToggle: () => void;
     onDelete: () => void;
     onMove: (to: number) => void;
-    onDrag: (what: "start" | "over" | "end") => void;
+    onDrag: (what: DragStep) => void;
 }
+
+/** A drag that ends without a drop was given up, or let go beside the list. */
+type DragStep = "start" | "over" | "drop" | "end";
 
 export const newEntryId = "new-entry";
 
@@ -100,7 +103,7 @@ function Entry({ path, index, count, open, dropBefore, ops, mark, summary, conte
             }}
             onDragOver={event => { event.preventDefault(); onDrag("over"); }}
             onDragEnd={() => onDrag("end")}
-            onDrop={event => { event.preventDefault(); onDrag("end"); }}
+            onDrop={event => { event.preventDefault(); onDrag("drop"); }}
         >
             <DataListItemRow>
                 {moves &&
@@ -161,7 +164,7 @@ function useSummaries(session: Session, parameters: Parameters, section: Section
     const [summaries, setSummaries] = useState<ReadonlyMap<string, string>>(new Map());
     useEffect(() => {
         let wanted = true;
-        summariesOf(session, parameters, (section.entries ?? []).slice(from, to)).then(
+        summariesOf(session, parameters, (section.entries ?? []).slice(from, to), () => wanted).then(
             found => wanted && setSummaries(found),
             () => undefined, // a loss of the connection, which is told elsewhere
         );
@@ -283,14 +286,16 @@ export function EntryList({ session, parameters, section, wanted, content, annou
             next.current = undefined;
         }
     };
-    const onDrag = (index: number, what: "start" | "over" | "end") => {
+    const onDrag = (index: number, what: DragStep) => {
         if (what === "start") {
             setDrag({ from: index, over: index });
         } else if (what === "over") {
             setDrag(now => now && now.over !== index ? { ...now, over: index } : now);
-        } else if (drag) {
+        } else {
             setDrag(undefined);
-            void move(drag.from, drag.over);
+            if (what === "drop" && drag) {
+                void move(drag.from, index);
+            }
         }
     };
     const toggle = (path: string) => {
