@@ -166,10 +166,11 @@ step("Entries are moved by drag and by keyboard, and a value arrives as it was t
     await added.press("Enter");
     const refused = at.frame.getByRole("alert").getByText("nowhere is not an address");
     await refused.waitFor();
-    const { x, y } = await entry("192.0.2.53").boundingBox();
     await entry("192.0.2.54").hover();
+    const { x, y } = await entry("192.0.2.53").boundingBox();
     await at.page.mouse.down();
     await at.page.mouse.move(x + 100, y + 15, { steps: 9 });
+    await at.page.mouse.move(x + 102, y + 16, { steps: 3 });
     await at.page.keyboard.press("Escape");
     await at.page.mouse.up();
     await at.page.waitForTimeout(500);
