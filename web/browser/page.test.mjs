@@ -79,6 +79,10 @@ step("The browser's address and its Back lead where the page does, and a zoomed 
     await section(at, "ssh").click();
     await isSeen(field(at, "ssh.port").locator("input"));
     await field(at, "ssh.alive-interval").locator("input").focus();
+    await put(at, "ssh.alive-interval", "often");
+    await pending(at).getByText("1 value was refused").waitFor();
+    await isSeen(field(at, "ssh.alive-interval").getByRole("alert"));
+    await field(at, "ssh.alive-interval").getByRole("textbox").press("Escape");
     assert.ok((await at.frame.getByRole("textbox", { name: "Search in names and helps" }).evaluate(one => one.getBoundingClientRect().bottom)) < 0);
     await at.page.setViewportSize({ width: 1280, height: 900 });
 });
@@ -147,6 +151,9 @@ step("A change is shown as a difference of the file before it is committed, and 
     await review(at, "1 parameter changed");
     await dialog(at).getByText("+Port 2201").waitFor();
     assert.doesNotMatch(await configured(), /^Port/m);
+    await at.page.keyboard.press("Escape");
+    await isSeen(field(at, "ssh.port").locator("input"));
+    await review(at, "1 parameter changed");
     await dialog(at).getByRole("textbox", { name: "Comment" }).fill("out of the way");
     await dialog(at).getByRole("button", { name: "Commit", exact: true }).click();
     await pending(at).getByText(/Commit \d+ is done/).waitFor();

@@ -79,7 +79,7 @@ function SectionForm({ session, parameters, path, onOpen, announce, goal, onShow
         return <Spinner size="lg" aria-label={_("Reading the section")} />;
     }
     if (section === null) {
-        return <Alert isInline variant="info" title={_("This is not there any more.")} />;
+        return <Alert isInline variant="info" title={_("This is not there, or not any more.")} />;
     }
     const changes = new Map(pending.changes.map(change => [change.path, change]));
     const { fields, sections, entries, total } = section;

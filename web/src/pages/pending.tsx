@@ -1,5 +1,5 @@
 // The bar below every page: what this session would commit, and the ways to commit it or to drop it.
-import { useEffect, useState, useSyncExternalStore } from "react";
+import { useEffect, useRef, useState, useSyncExternalStore } from "react";
 import { Button, Flex, FlexItem, PageSection } from "@patternfly/react-core";
 import { useSession } from "../app";
 import type { PageProps } from "../app";
@@ -14,6 +14,7 @@ import { CommitDialog } from "../widgets/commit-dialog";
 import { Kept } from "../widgets/kept";
 import { NotTaken, RefusedValues } from "../widgets/not-taken";
 import { QuestionDialog } from "../widgets/question-dialog";
+import { useRoomForBar } from "../widgets/room-for-bar";
 import { CommitDone, CommitFate } from "../widgets/session-state";
 import { TrialAlert } from "../widgets/trial-alert";
 import { Refused, useRun } from "../widgets/use-run";
@@ -36,6 +37,8 @@ export function Pending({ session }: PageProps) {
     const [asking, setAsking] = useState(false);
     const [comment, setComment] = useState("");
     const attempt = useRun();
+    const content = useRef<HTMLDivElement>(null);
+    useRoomForBar(content);
     const { changes, behind } = pending;
     const count = rowsOf(changes).length;
 
@@ -98,41 +101,43 @@ export function Pending({ session }: PageProps) {
             isFilled={false}
             className="ucfgd-pending"
         >
-            {!open && told}
-            <TrialAlert pending={pending} session={session} />
-            <Flex>
-                <FlexItem grow={{ default: "grow" }}>
-                    <div role="status">
-                        {!write ? _("Read only: this account may look at the configuration, but not change it")
-                            : filesOnly ? _("Only files changed, no parameter")
-                            : count === 0 ? _("No changes")
-                            : cockpit.format(cockpit.ngettext("$0 parameter changed", "$0 parameters changed", count), count)}
-                    </div>
-                    <RefusedValues drafts={drafts} />
-                </FlexItem>
-                {write && <Button isAriaDisabled={none} onClick={review}>{_("Review and commit")}</Button>}
-                {write && <Button variant="secondary" isAriaDisabled={none} onClick={() => setAsking(true)}>{_("Revert")}</Button>}
-            </Flex>
-            {open && <CommitDialog
-                {...{ session, pending, comment }}
-                disabled={none}
-                told={<>{told}<NotTaken drafts={drafts} onGo={() => setOpen(false)} /></>}
-                onComment={setComment}
-                onCommit={commit}
-                onTakeBack={change => attempt.run(() => session.takeBack(change.path, isEntry(change)), look)}
-                onClose={() => setOpen(false)}
-            />}
-            {asking && <QuestionDialog
-                danger
-                title={_("Drop all changes?")}
-                answer={_("Revert")}
-                onYes={revert}
-                onNo={() => setAsking(false)}
-            >
-                {cockpit.format(cockpit.ngettext(
-                    "$0 changed parameter becomes again what it was. A single one can be dropped in the review.",
-                    "$0 changed parameters become again what they were. A single one can be dropped in the review.", count), count)}
-            </QuestionDialog>}
+            <div ref={content}>
+                {!open && told}
+                <TrialAlert pending={pending} session={session} />
+                <Flex>
+                    <FlexItem grow={{ default: "grow" }}>
+                        <div role="status">
+                            {!write ? _("Read only: this account may look at the configuration, but not change it")
+                                : filesOnly ? _("Only files changed, no parameter")
+                                : count === 0 ? _("No changes")
+                                : cockpit.format(cockpit.ngettext("$0 parameter changed", "$0 parameters changed", count), count)}
+                        </div>
+                        <RefusedValues drafts={drafts} />
+                    </FlexItem>
+                    {write && <Button isAriaDisabled={none} onClick={review}>{_("Review and commit")}</Button>}
+                    {write && <Button variant="secondary" isAriaDisabled={none} onClick={() => setAsking(true)}>{_("Revert")}</Button>}
+                </Flex>
+                {open && <CommitDialog
+                    {...{ session, pending, comment }}
+                    disabled={none}
+                    told={<>{told}<NotTaken drafts={drafts} onGo={() => setOpen(false)} /></>}
+                    onComment={setComment}
+                    onCommit={commit}
+                    onTakeBack={change => attempt.run(() => session.takeBack(change.path, isEntry(change)), look)}
+                    onClose={() => setOpen(false)}
+                />}
+                {asking && <QuestionDialog
+                    danger
+                    title={_("Drop all changes?")}
+                    answer={_("Revert")}
+                    onYes={revert}
+                    onNo={() => setAsking(false)}
+                >
+                    {cockpit.format(cockpit.ngettext(
+                        "$0 changed parameter becomes again what it was. A single one can be dropped in the review.",
+                        "$0 changed parameters become again what they were. A single one can be dropped in the review.", count), count)}
+                </QuestionDialog>}
+            </div>
         </PageSection>
     );
 }

@@ -28,7 +28,8 @@ export function Kept({ session, attempt, onDone }: { session: Session; attempt: 
     };
     const actions = (
         <>
-            <AlertActionLink isDisabled={attempt.busy} onClick={() => attempt.run(again, onDone)}>{_("Make them again")}</AlertActionLink>
+            {session.permissions.write &&
+                <AlertActionLink isDisabled={attempt.busy} onClick={() => attempt.run(again, onDone)}>{_("Make them again")}</AlertActionLink>}
             <AlertActionLink isDisabled={attempt.busy} onClick={() => session.forget()}>{_("Forget them")}</AlertActionLink>
         </>
     );
