@@ -1,18 +1,11 @@
 // The entries of a list: add, delete, move by drag and by keyboard, and the parameters of each behind its toggle.
 import { useEffect, useRef, useState, useSyncExternalStore } from "react";
 import {
-    Button, DataList, DataListAction, DataListCell, DataListContent, DataListControl, DataListItem, DataListItemCells,
-    DataListItemRow, DataListToggle, Form, FormHelperText, HelperText, InputGroup, InputGroupItem, Label,
-    TextInput,
+    Button, DataList, Form, FormHelperText, HelperText, InputGroup, InputGroupItem, TextInput,
 } from "@patternfly/react-core";
-import AngleDownIcon from "@patternfly/react-icons/dist/esm/icons/angle-down-icon";
-import AngleUpIcon from "@patternfly/react-icons/dist/esm/icons/angle-up-icon";
-import GripVerticalIcon from "@patternfly/react-icons/dist/esm/icons/grip-vertical-icon";
-import TrashIcon from "@patternfly/react-icons/dist/esm/icons/trash-icon";
 import { draftsOf, useDrafts } from "../drafts";
 import type { Draft } from "../drafts";
 import { marksOf, summariesOf } from "../entry-marks";
-import type { Mark } from "../entry-marks";
 import { nameOf } from "../parameters";
 import type { Parameters } from "../parameters";
 import { pendingOf } from "../pending-changes";
@@ -21,6 +14,8 @@ import type { Reply } from "../protocol";
 import type { Section } from "../section";
 import type { Order } from "../orders";
 import type { Session } from "../session";
+import { Entry, Gone, entryId } from "./entry";
+import type { DragStep } from "./entry";
 import { answered } from "./field";
 import { Reason } from "./reason";
 
@@ -29,7 +24,7 @@ const _ = cockpit.gettext;
 // A longer list is shown in parts.
 const part = 200;
 
-const markTexts: Record<Mark, string> = { new: _("new"), changed: _("changed"), moved: _("moved") };
+export const newEntryId = "new-entry";
 
 interface EntryListProps {
     session: Session;
@@ -47,116 +42,6 @@ interface EntryListProps {
 function rangeAt(index: number): { from: number; to: number } {
     const from = Math.floor(Math.max(0, index) / part) * part;
     return { from, to: from + part };
-}
-
-interface EntryProps {
-    path: string;
-    index: number;
-    count: number;
-    open: boolean;
-    dropBefore: boolean;
-    ops: string;
-    mark?: Mark;
-    summary?: string;
-    content: (path: string) => React.ReactNode;
-    onToggle: () => void;
-    onDelete: () => void;
-    onMove: (to: number) => void;
-    onDrag: (what: DragStep) => void;
-}
-
-/** A drag that ends without a drop was given up, or let go beside the list. */
-type DragStep = "start" | "over" | "drop" | "end";
-
-export const newEntryId = "new-entry";
-
-export function entryId(path: string): string {
-    return `entry-${path}`;
-}
-
-function Entry({ path, index, count, open, dropBefore, ops, mark, summary, content, onToggle, onDelete, onMove, onDrag }: EntryProps) {
-    const name = nameOf(path);
-    const id = entryId(path);
-    const moves = ops.includes("m");
-    const step = (label: string, to: number, icon: React.ReactNode) => (
-        <Button
-            id={`${id}-${to < index ? "up" : "down"}`}
-            variant="plain"
-            aria-label={cockpit.format(label, name)}
-            isAriaDisabled={to < 0 || to >= count}
-            onClick={() => onMove(to)}
-        >
-            {icon}
-        </Button>
-    );
-    return (
-        <DataListItem
-            aria-labelledby={id}
-            isExpanded={open}
-            data-entry={name}
-            className={dropBefore ? "ucfgd-drop" : undefined}
-            draggable={moves}
-            onDragStart={event => {
-                event.dataTransfer.effectAllowed = "move";
-                event.dataTransfer.setData("text/plain", name);
-                onDrag("start");
-            }}
-            onDragOver={event => { event.preventDefault(); onDrag("over"); }}
-            onDragEnd={() => onDrag("end")}
-            onDrop={event => { event.preventDefault(); onDrag("drop"); }}
-        >
-            <DataListItemRow>
-                {moves &&
-                    <DataListControl className="ucfgd-grip" title={_("Drag to another place")} aria-hidden>
-                        <GripVerticalIcon />
-                    </DataListControl>}
-                <DataListToggle
-                    id={`${id}-toggle`}
-                    isExpanded={open}
-                    aria-controls={`${id}-content`}
-                    aria-label={cockpit.format(_("Parameters of $0"), name)}
-                    onClick={onToggle}
-                />
-                <DataListItemCells
-                    dataListCells={[
-                        <DataListCell key="name" wrapModifier="breakWord">
-                            <span id={id}>{name}</span>
-                            {mark && <> <Label isCompact color="blue">{markTexts[mark]}</Label></>}
-                            {summary && <div className="ucfgd-help">{summary}</div>}
-                        </DataListCell>,
-                    ]}
-                />
-                <DataListAction id={`${id}-actions`} aria-labelledby={id} aria-label={_("Actions")}>
-                    {moves && step(_("Move $0 up"), index - 1, <AngleUpIcon />)}
-                    {moves && step(_("Move $0 down"), index + 1, <AngleDownIcon />)}
-                    {ops.includes("d") &&
-                        <Button id={`${id}-delete`} variant="plain" aria-label={cockpit.format(_("Delete $0"), name)} onClick={onDelete}>
-                            <TrashIcon />
-                        </Button>}
-                </DataListAction>
-            </DataListItemRow>
-            <DataListContent id={`${id}-content`} aria-label={cockpit.format(_("Parameters of $0"), name)} isHidden={!open}>
-                {open && content(path)}
-            </DataListContent>
-        </DataListItem>
-    );
-}
-
-function Gone({ path }: { path: string }) {
-    const id = entryId(path);
-    return (
-        <DataListItem aria-labelledby={id}>
-            <DataListItemRow>
-                <DataListItemCells
-                    dataListCells={[
-                        <DataListCell key="name" wrapModifier="breakWord">
-                            <del id={id}>{nameOf(path)}</del> <Label isCompact color="red">{_("deleted")}</Label>
-                        </DataListCell>,
-                    ]}
-                />
-            </DataListItemRow>
-        </DataListItem>
-    );
 }
 
 /** What is in the entries that are shown; read again with the section. */
@@ -263,7 +148,7 @@ export function EntryList({ session, parameters, section, wanted, content, annou
         const now = [...entries];
         const path = now[from];
         const step = to > from ? 1 : -1;
-        next.current = { there: entries => entries[to] === path, ids: [`entry-${path ?? ""}-${step > 0 ? "down" : "up"}`] };
+        next.current = { there: entries => entries[to] === path, ids: [`${entryId(path ?? "")}-${step > 0 ? "down" : "up"}`] };
         for (let at = from; path !== undefined && at !== to; at += step) {
             const neighbour = now[at + step] ?? path;
             const [lower, upper] = step > 0 ? [neighbour, path] : [path, neighbour];
@@ -278,7 +163,7 @@ export function EntryList({ session, parameters, section, wanted, content, annou
     };
     const remove = async (path: string, index: number) => {
         const neighbour = entries[index + 1] ?? entries[index - 1] ?? "";
-        next.current = { there: entries => !entries.includes(path), ids: [`entry-${neighbour}-delete`, newEntryId] };
+        next.current = { there: entries => !entries.includes(path), ids: [`${entryId(neighbour)}-delete`, newEntryId] };
         const reply = await order({ verb: "DEL", path: node.path, name: word(path) }, cockpit.format(_("$0 is deleted"), nameOf(path)));
         if (reply.word === "OK") {
             draftsOf(session).drop(path);
