@@ -1,5 +1,6 @@
 // What has been typed and not been taken by the daemon: it outlives the form that it was typed into.
 import { useSyncExternalStore } from "react";
+import { Observable } from "./observable";
 import type { Reply } from "./protocol";
 import type { Session } from "./session";
 
@@ -19,16 +20,8 @@ export interface Left extends Draft {
 
 const ofEntry = "\0new";
 
-export class Drafts {
-    /** Grows with each change. */
-    version = 0;
+export class Drafts extends Observable {
     private readonly drafts = new Map<string, Draft>();
-    private readonly listeners = new Set<() => void>();
-
-    readonly subscribe = (listener: () => void): (() => void) => {
-        this.listeners.add(listener);
-        return () => this.listeners.delete(listener);
-    };
 
     get(path: string, entry = false): Draft | undefined {
         return this.drafts.get(path + (entry ? ofEntry : ""));
@@ -61,13 +54,6 @@ export class Drafts {
             }
         }
         this.changed();
-    }
-
-    private changed(): void {
-        this.version += 1;
-        for (const listener of [...this.listeners]) {
-            listener();
-        }
     }
 }
 

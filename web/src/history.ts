@@ -1,6 +1,7 @@
 // The commits that have been made, kept up to date: a watch of its own connection tells of new ones, and while one
 // is on trial it is asked again and again what became of it. No React.
 import { Refusal, admin, commitNumbers, commitOf } from "./model";
+import { Observable } from "./observable";
 import { pendingOf } from "./pending-changes";
 import { ConnectionLost } from "./protocol";
 import type { Client } from "./protocol";
@@ -11,16 +12,14 @@ const page = 20;
 const lookEvery = 1000;
 const watchAgain = 5000;
 
-export class HistoryFeed {
+export class HistoryFeed extends Observable {
     commits: Commit[] = [];
     /** Whether there are older commits than those that were fetched. */
     more = false;
     loaded = false;
     /** Why there is nothing to show, as the daemon words it. */
     problem = "";
-    version = 0;
     private readonly session: Session;
-    private readonly listeners = new Set<() => void>();
     private wanted = page;
     private oldest = Infinity;
     private running = false;
@@ -32,13 +31,9 @@ export class HistoryFeed {
     private turn: Promise<void> = Promise.resolve();
 
     constructor(session: Session) {
+        super();
         this.session = session;
     }
-
-    readonly subscribe = (listener: () => void): (() => void) => {
-        this.listeners.add(listener);
-        return () => this.listeners.delete(listener);
-    };
 
     start(): void {
         this.running = true;
@@ -145,13 +140,6 @@ export class HistoryFeed {
                 void this.refresh();
                 void this.watch(round);
             }, watchAgain);
-        }
-    }
-
-    private changed(): void {
-        this.version += 1;
-        for (const listener of [...this.listeners]) {
-            listener();
         }
     }
 }

@@ -2,6 +2,7 @@
 // a few requests at a time, for the tree of sections and for the search.
 import * as model from "./model";
 import type { Attributes } from "./model";
+import { Observable } from "./observable";
 import { splitPath } from "./protocol";
 import type { Requester } from "./protocol";
 
@@ -73,23 +74,14 @@ export async function inTurns<T>(items: Iterable<T>, work: (item: T) => Promise<
     await Promise.all(Array.from({ length: width }, hand));
 }
 
-export class Parameters {
+export class Parameters extends Observable {
     /** True once everything has been read. */
     complete = false;
     private readonly nodes = new Map<string, ParameterNode>();
     private readonly entries = new Map<string, string[]>();
     private readonly folded = new Map<string, { names: string; last: string; help: string; text: string }>();
     private readonly types = new Map<string, string>();
-    private readonly listeners = new Set<() => void>();
     private round = 0;
-
-    subscribe(listener: () => void): () => void {
-        this.listeners.add(listener);
-        return () => this.listeners.delete(listener);
-    }
-
-    /** Grows whenever something has been read. */
-    version = 0;
 
     get(path: string): ParameterNode | undefined {
         return this.nodes.get(path);
@@ -240,13 +232,6 @@ export class Parameters {
     private isListed(path: string): boolean {
         return path === "" || (
             !!this.nodes.get(parentOf(path))?.children?.includes(path) && this.isListed(parentOf(path)));
-    }
-
-    private changed(): void {
-        this.version += 1;
-        for (const listener of [...this.listeners]) {
-            listener();
-        }
     }
 }
 

@@ -3,6 +3,7 @@
 import * as model from "./model";
 import { newestCommit } from "./commit";
 import type { Change, Commit, RunningTrial } from "./model";
+import { Observable } from "./observable";
 import { OthersTrial } from "./others-trial";
 import { OwnTrial } from "./own-trial";
 import { unescape } from "./protocol";
@@ -27,7 +28,7 @@ export function pendingOf(session: Session): PendingChanges {
     return found;
 }
 
-export class PendingChanges {
+export class PendingChanges extends Observable {
     changes: Change[] = [];
     /** Others have committed, and this session has changes that they do not know of. */
     behind = false;
@@ -43,10 +44,7 @@ export class PendingChanges {
     readonly othersTrial = new OthersTrial();
     /** Grows when the configuration may have become another one without an order of this session. */
     foreign = 0;
-    /** Grows with everything that listeners are told. */
-    version = 0;
     private readonly session: Session;
-    private readonly listeners = new Set<() => void>();
     private timer?: ReturnType<typeof setTimeout>;
     private running = false;
     private again = false;
@@ -56,14 +54,10 @@ export class PendingChanges {
     private known?: { version: number; newest?: number };
 
     constructor(session: Session) {
+        super();
         this.session = session;
         session.subscribe(() => this.soon(pause));
         this.soon(0);
-    }
-
-    subscribe(listener: () => void): () => void {
-        this.listeners.add(listener);
-        return () => this.listeners.delete(listener);
     }
 
     /** Looks now. */
@@ -87,13 +81,13 @@ export class PendingChanges {
     /** What there was to say of the end of a trial has been read. */
     dismiss(): void {
         this.own = undefined;
-        this.tell();
+        this.changed();
     }
 
     /** The same of a trial of somebody else. */
     dismissOthers(): void {
         this.othersTrial.ended = undefined;
-        this.tell();
+        this.changed();
     }
 
     private soon(milliseconds: number): void {
@@ -137,7 +131,7 @@ export class PendingChanges {
         this.changes = this.behind ? changes.filter(({ path }) => touches(session.orders, path)) : changes;
         await this.readOthers();
         if (this.summary() !== before) {
-            this.tell();
+            this.changed();
         }
     }
 
@@ -155,10 +149,10 @@ export class PendingChanges {
                 session.trialOver(own.step === "cancelled" || own.step === "expired");
                 void this.refresh();
             }
-            this.tell();
+            this.changed();
         });
         this.own = own;
-        this.tell();
+        this.changed();
     }
 
     private async readOthers(): Promise<void> {
@@ -181,13 +175,6 @@ export class PendingChanges {
             const paths = new Set(theirs.flatMap(found => found ?? []).map(({ path }) => path));
             this.others = others.sort((a, b) => a.number - b.number);
             this.clashes = this.changes.filter(({ path }) => paths.has(path));
-        }
-    }
-
-    private tell(): void {
-        this.version += 1;
-        for (const listener of [...this.listeners]) {
-            listener();
         }
     }
 

@@ -9,6 +9,7 @@ import { recalled } from "./memory";
 import type { Memory, OnTrial } from "./memory";
 import { trial, unlessRefused } from "./model";
 import type { Commit } from "./model";
+import { Observable } from "./observable";
 import { isWithin, orderLines, remember, sameParameter } from "./orders";
 import type { Order } from "./orders";
 import type { Client, DataLine, Reply, Requester } from "./protocol";
@@ -25,7 +26,7 @@ export interface SessionOptions extends ConnectionOptions {
 
 const forGood: CommitPlan = { comment: "", seconds: 0 };
 
-export class Session implements Requester {
+export class Session extends Observable implements Requester {
     /** Set when the session ended, or when a new one had to take the place of one that was lost. */
     ending?: Ending;
     /** Taken by the daemon in this session and not committed yet. */
@@ -45,12 +46,11 @@ export class Session implements Requester {
     updates = 0;
     private readonly connection: Connection;
     private readonly memory: SessionOptions["memory"];
-    private readonly listeners = new Set<() => void>();
-    private generation = 0;
     private asked?: Asked;
     private comment = "";
 
     constructor(options: SessionOptions) {
+        super();
         this.memory = options.memory;
         const found = recalled(options.memory?.load());
         if (found) {
@@ -88,17 +88,6 @@ export class Session implements Requester {
     /** How many orders this page holds that the daemon does not have any more. */
     get held(): number {
         return this.kept.length + (this.asked?.orders.length ?? 0);
-    }
-
-    /** Calls the listener after every change of state, orders or permissions. Returns what ends that. */
-    subscribe(listener: () => void): () => void {
-        this.listeners.add(listener);
-        return () => this.listeners.delete(listener);
-    }
-
-    /** Grows with every change that subscribers are told of. */
-    get version(): number {
-        return this.generation;
     }
 
     /** Logs in; with force, every other session that may write is ended first. */
@@ -367,15 +356,12 @@ export class Session implements Requester {
         this.orders = [];
     }
 
-    private changed(): void {
+    protected override changed(): void {
         const { user, id, permissions } = this.connection;
         const { orders, kept, ending, asked, onTrial } = this;
         if (user !== "") {
             this.memory?.save(JSON.stringify({ user, id, permissions, orders, kept, ending, asked, onTrial } satisfies Memory));
         }
-        this.generation += 1;
-        for (const listener of [...this.listeners]) {
-            listener();
-        }
+        super.changed();
     }
 }

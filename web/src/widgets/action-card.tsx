@@ -24,7 +24,7 @@ interface Run {
 }
 
 /** The run of an action, one at a time. */
-function useRun(session: Session, node: MachineNode) {
+function useActionRun(session: Session, node: MachineNode) {
     const [run, setRun] = useState<Run>();
     const running = useRef<{ tag: string; stopped: boolean }>();
 
@@ -89,7 +89,7 @@ function useRun(session: Session, node: MachineNode) {
 
 export function ActionCard({ node, session }: { node: MachineNode; session: Session }) {
     const [asking, setAsking] = useState<{ words: string[]; given: string[] }>();
-    const { run, start, stop } = useRun(session, node);
+    const { run, start, stop } = useActionRun(session, node);
     const { path, name, help, args } = node;
     const id = `run-${path}`;
     return (

@@ -16,8 +16,8 @@ import type { Order } from "../orders";
 import type { Session } from "../session";
 import { Entry, Gone, entryId } from "./entry";
 import type { DragStep } from "./entry";
-import { answered } from "./field";
 import { Reason } from "./reason";
+import { answered } from "./use-run";
 
 const _ = cockpit.gettext;
 

@@ -7,7 +7,7 @@ import { readable } from "../readable";
 import type { Reply } from "../protocol";
 import type { Session } from "../session";
 import { ArgumentForm } from "./argument-form";
-import { answered } from "./field";
+import { answered } from "./use-run";
 
 const _ = cockpit.gettext;
 

@@ -6,13 +6,12 @@ import type { Draft } from "../drafts";
 import { kindOf } from "../kind";
 import { tooLong } from "../model";
 import type { Change } from "../model";
-import { ConnectionLost } from "../protocol";
-import type { Reply } from "../protocol";
 import type { Field } from "../section";
 import type { Session } from "../session";
 import { visible } from "../visible";
 import { Input } from "./input";
 import { Reason } from "./reason";
+import { answered } from "./use-run";
 
 const _ = cockpit.gettext;
 
@@ -26,19 +25,6 @@ interface FieldProps {
 
 export function fieldId(path: string): string {
     return `field-${path}`;
-}
-
-/** The answer for a form when there was none. */
-export async function answered(asked: Promise<Reply>): Promise<Reply> {
-    try {
-        return await asked;
-    } catch (error) {
-        if (error instanceof ConnectionLost) {
-            const text = _("The connection was lost before the answer came. Try again once it is back.");
-            return { word: "ERR", text, data: [] };
-        }
-        return { word: "ERR", text: error instanceof Error ? error.message : String(error), data: [] };
-    }
 }
 
 function Present({ id, value, empty }: { id: string; value: string; empty: string }) {

@@ -2,8 +2,8 @@
 import { useState } from "react";
 import { AlertActionCloseButton } from "@patternfly/react-core";
 import { Alert } from "./alert";
+import { ConnectionLost } from "../protocol";
 import type { Reply } from "../protocol";
-import { answered } from "./field";
 import { reasonId, reasonOf } from "./reason";
 
 const _ = cockpit.gettext;
@@ -15,6 +15,19 @@ export interface Run {
     /** Runs the order, then what follows from its answer, whatever that is. Never rejects. */
     run: (order: () => Promise<Reply>, then?: (reply: Reply) => void) => void;
     dismiss: () => void;
+}
+
+/** The answer to a form or a button when there was none. */
+export async function answered(asked: Promise<Reply>): Promise<Reply> {
+    try {
+        return await asked;
+    } catch (error) {
+        if (error instanceof ConnectionLost) {
+            const text = _("The connection was lost before the answer came. Try again once it is back.");
+            return { word: "ERR", text, data: [] };
+        }
+        return { word: "ERR", text: error instanceof Error ? error.message : String(error), data: [] };
+    }
 }
 
 export function useRun(): Run {
